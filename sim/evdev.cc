@@ -1,0 +1,162 @@
+#include "sim/evdev.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace quarlo::sim {
+namespace {
+
+bool isReport(const input_event& record) { return record.type == EV_SYN && record.code == SYN_REPORT; }
+
+// The highest code of an event type whose bits can be asked for, 0 for the others.
+int highestCode(int type) {
+  switch (type) {
+    case 0: return EV_MAX;
+    case EV_KEY: return KEY_MAX;
+    case EV_REL: return REL_MAX;
+    case EV_ABS: return ABS_MAX;
+    case EV_MSC: return MSC_MAX;
+    case EV_LED: return LED_MAX;
+    case EV_SND: return SND_MAX;
+    case EV_FF: return FF_MAX;
+    case EV_SW: return SW_MAX;
+    default: return 0;
+  }
+}
+
+void setBit(unsigned char* bits, std::size_t size, int bit) {
+  const auto byte = static_cast<std::size_t>(bit) / 8;
+  if (byte < size) bits[byte] = static_cast<unsigned char>(bits[byte] | 1U << (bit % 8));
+}
+
+}  // namespace
+
+input_event makeRecord(microseconds time, int type, int code, int value) {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+  input_event record = {};
+  record.input_event_sec = static_cast<decltype(record.input_event_sec)>(seconds.count());
+  record.input_event_usec = static_cast<decltype(record.input_event_usec)>((time - seconds).count());
+  record.type = static_cast<__u16>(type);
+  record.code = static_cast<__u16>(code);
+  record.value = value;
+  return record;
+}
+
+void EvdevClient::push(const input_event& record) {
+  buffer_[head_] = record;
+  head_ = next(head_);
+  if (head_ == tail_) {
+    tail_ = (head_ - 2) & (buffer_.size() - 1);
+    buffer_[tail_] = record;
+    buffer_[tail_].type = EV_SYN;
+    buffer_[tail_].code = SYN_DROPPED;
+    buffer_[tail_].value = 0;
+    packetHead_ = tail_;
+  }
+  if (isReport(record)) packetHead_ = head_;
+}
+
+// As input_estimate_events_per_packet() does for devices without multi-touch.
+std::size_t NodeState::packetSize() const {
+  constexpr std::size_t kKeysAndMisc = 7;
+  std::size_t axes = 0;
+  for (const int type : {EV_ABS, EV_REL}) {
+    const auto found = device.codes.find(type);
+    if (found != device.codes.end()) axes += found->second.size();
+  }
+  return 1 + axes + kKeysAndMisc;
+}
+
+std::shared_ptr<EvdevClient> NodeState::connect() {
+  constexpr std::size_t kSmallest = 64;
+  constexpr std::size_t kPackets = 8;
+  std::size_t size = kSmallest;
+  while (size < kPackets * packetSize()) size *= 2;
+  clients_.push_back(std::make_shared<EvdevClient>(size));
+  return clients_.back();
+}
+
+void NodeState::disconnect(const std::shared_ptr<EvdevClient>& client) {
+  if (grabber == client) grabber = nullptr;
+  clients_.erase(std::find(clients_.begin(), clients_.end(), client));
+}
+
+bool NodeState::passes(const input_event& record) {
+  if (record.type == EV_SYN) return true;
+  const auto type = device.codes.find(record.type);
+  if (type == device.codes.end() || type->second.count(record.code) == 0) return false;
+  if (record.type == EV_REL) return record.value != 0;
+  if (record.type == EV_MSC) return true;
+  constexpr int kAutoRepeat = 2;
+  if (record.type == EV_KEY && record.value == kAutoRepeat) return true;
+  int& last = lastValue_[{record.type, record.code}];
+  const bool changed = record.type == EV_KEY ? (last != 0) != (record.value != 0) : last != record.value;
+  last = record.value;
+  return changed;
+}
+
+void NodeState::report(const input_event& record) {
+  if (!passes(record)) return;
+  packet_.push_back(record);
+  if (isReport(record)) {
+    // A report without anything to report does not get this far in the kernel either.
+    if (packet_.size() > 1) passPacket();
+    packet_.clear();
+  } else if (packet_.size() >= packetSize()) {
+    // The kernel cuts a packet that is longer than it expected, and marks that by a value of 1.
+    packet_.push_back(record);
+    packet_.back().type = EV_SYN;
+    packet_.back().code = SYN_REPORT;
+    packet_.back().value = 1;
+    passPacket();
+    packet_.clear();
+  }
+}
+
+void NodeState::passPacket() {
+  for (const input_event& record : packet_) deliver(record);
+}
+
+void NodeState::deliver(const input_event& record) {
+  if (!present || grabbedElsewhere) return;
+  for (const auto& client : clients_) {
+    if (grabber == nullptr || grabber == client) client->push(record);
+  }
+}
+
+int NodeState::grab(const std::shared_ptr<EvdevClient>& client, bool on) {
+  if (on) {
+    if (grabber != nullptr || grabbedElsewhere) return -EBUSY;
+    grabber = client;
+    return 0;
+  }
+  if (grabber != client) return -EINVAL;
+  grabber = nullptr;
+  return 0;
+}
+
+int NodeState::name(char* buffer, std::size_t size) const {
+  // As long as it fits, with its NUL: a shorter buffer gets none.
+  const std::size_t length = std::min(device.name.size() + 1, size);
+  std::memcpy(buffer, device.name.c_str(), length);
+  return static_cast<int>(length);
+}
+
+int NodeState::bits(int type, unsigned char* buffer, std::size_t size) const {
+  const int highest = highestCode(type);
+  if (highest == 0) return -EINVAL;
+  // The kernel answers in whole longs, but never more than it is asked for.
+  const std::size_t longs = (static_cast<std::size_t>(highest) / 8 / sizeof(long)) + 1;
+  const std::size_t length = std::min(longs * sizeof(long), size);
+  std::memset(buffer, 0, length);
+  if (type == 0) {
+    setBit(buffer, length, EV_SYN);
+    for (const auto& [supported, codes] : device.codes) setBit(buffer, length, supported);
+  } else if (const auto found = device.codes.find(type); found != device.codes.end()) {
+    for (const int code : found->second) setBit(buffer, length, code);
+  }
+  return static_cast<int>(length);
+}
+
+}  // namespace quarlo::sim

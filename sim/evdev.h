@@ -1,0 +1,84 @@
+// The kernel's side of an evdev node: what the input core lets through, and the buffer that each open descriptor has.
+#pragma once
+
+#include <linux/input.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "sim/machine.h"
+
+namespace quarlo::sim {
+
+// A record of this time on the clock.
+input_event makeRecord(microseconds time, int type, int code, int value);
+
+// The ring of records of one open descriptor (struct evdev_client of the kernel's drivers/input/evdev.c).
+class EvdevClient {
+ public:
+  // `size` is a power of two.
+  explicit EvdevClient(std::size_t size) : buffer_(size) {}
+
+  // Queues a record. Nothing is readable before the next SYN_REPORT. When the ring is full, all is dropped but the
+  // newest record, with a SYN_DROPPED before it.
+  void push(const input_event& record);
+
+  bool readable() const { return tail_ != packetHead_; }
+
+  // Whether nothing was queued since the last SYN_REPORT.
+  bool packetIsEmpty() const { return packetHead_ == head_; }
+
+  // REQUIRES: readable()
+  const input_event& front() const { return buffer_[tail_]; }
+  void pop() { tail_ = next(tail_); }
+
+ private:
+  std::size_t next(std::size_t index) const { return (index + 1) & (buffer_.size() - 1); }
+
+  std::vector<input_event> buffer_;
+  std::size_t head_ = 0;
+  std::size_t tail_ = 0;
+  std::size_t packetHead_ = 0;
+};
+
+struct NodeState {
+  explicit NodeState(Device what) : device(std::move(what)) {}
+
+  // A new descriptor's buffer: 64 records for a plain keyboard, 128 for a mouse, as the kernel estimates it.
+  std::shared_ptr<EvdevClient> connect();
+  void disconnect(const std::shared_ptr<EvdevClient>& client);
+
+  // What a driver reports, and what reaches the buffers.
+  void report(const input_event& record);
+  void deliver(const input_event& record);
+
+  // EVIOCGRAB and the queries; the results are the ioctl's: a count or 0, or a negative errno.
+  int grab(const std::shared_ptr<EvdevClient>& client, bool on);
+  int name(char* buffer, std::size_t size) const;
+  int bits(int type, unsigned char* buffer, std::size_t size) const;
+
+  Device device;
+  bool present = true;
+  bool grabbedElsewhere = false;
+  std::shared_ptr<EvdevClient> grabber;
+  int openError = 0;
+  std::map<unsigned, int> ioctlErrors;  // by request, with a size of 0
+
+ private:
+  std::size_t packetSize() const;
+  bool passes(const input_event& record);
+  void passPacket();
+
+  std::vector<std::shared_ptr<EvdevClient>> clients_;
+  std::vector<input_event> packet_;               // reported since the last SYN_REPORT
+  std::map<std::pair<int, int>, int> lastValue_;  // by type and code
+};
+
+}  // namespace quarlo::sim

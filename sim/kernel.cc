@@ -1,0 +1,416 @@
+#include "sim/kernel.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "sim/trace.h"
+
+namespace quarlo::sim {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr microseconds kFirstStart = seconds(1'000'000);
+constexpr microseconds kPauseBetweenMachines = seconds(10);
+constexpr microseconds kShortestSelect(10);
+
+Kernel* theKernel = nullptr;
+microseconds nextStart = kFirstStart;
+
+bool isBelowDevInput(const std::string& path) { return path.rfind("/dev/input/", 0) == 0; }
+
+std::string pathOf(const sockaddr* address) {
+  const auto* local = reinterpret_cast<const sockaddr_un*>(address);
+  return {local->sun_path, strnlen(local->sun_path, sizeof local->sun_path)};
+}
+
+bool isValid(const timeval& timeout) { return timeout.tv_sec >= 0 && timeout.tv_usec >= 0; }
+
+microseconds toMicroseconds(const timeval& time) { return seconds(time.tv_sec) + microseconds(time.tv_usec); }
+
+timeval toTimeval(microseconds time) {
+  timeval result = {};
+  result.tv_sec = static_cast<decltype(result.tv_sec)>(time.count() / 1'000'000);
+  result.tv_usec = static_cast<decltype(result.tv_usec)>(time.count() % 1'000'000);
+  return result;
+}
+
+// The libc convention for a result that is a negative errno.
+long finish(long result) {
+  if (result >= 0) return result;
+  errno = static_cast<int>(-result);
+  return -1;
+}
+
+// Whether libc's descriptor has data now: -1 for one that is not open.
+int realReadable(int fd) {
+  pollfd look = {fd, POLLIN, 0};
+  if (poll(&look, 1, 0) < 1) return 0;
+  return (look.revents & POLLNVAL) != 0 ? -1 : 1;
+}
+
+}  // namespace
+
+// ---- Life cycle -------------------------------------------------------------------------------------------------
+
+Kernel::Kernel() : time_(nextStart) {
+  if (theKernel != nullptr) {
+    std::fprintf(stderr, "sim: a second Machine was made while one exists\n");
+    std::abort();
+  }
+  theKernel = this;
+}
+
+Kernel::~Kernel() {
+  theKernel = nullptr;
+  nextStart = std::max({nextStart, time_, now()}) + kPauseBetweenMachines;
+}
+
+Kernel* Kernel::installed() { return theKernel; }
+
+void Kernel::addNode(const std::string& path, std::shared_ptr<NodeState> node) {
+  const auto found = nodes_.find(path);
+  if (found != nodes_.end() && found->second->present) {
+    std::fprintf(stderr, "sim: there is a node at %s already\n", path.c_str());
+    std::abort();
+  }
+  nodes_[path] = std::move(node);
+}
+
+void Kernel::addDaemon(const std::string& path, std::shared_ptr<DaemonState> daemon) {
+  daemons_[path] = std::move(daemon);
+}
+
+void Kernel::setEnvironment(const std::string& name, const std::string& value) {
+  if (!ownsEnvironment(name)) {
+    std::fprintf(stderr, "sim: %s is not a variable of the machine's\n", name.c_str());
+    std::abort();
+  }
+  environment_[name] = value;
+}
+
+bool Kernel::ownsPath(const std::string& path) const { return isBelowDevInput(path) || nodes_.count(path) != 0; }
+
+bool Kernel::ownsDescriptor(int fd) const { return fd == -1 || descriptors_.count(fd) != 0; }
+
+bool Kernel::ownsEnvironment(const std::string& name) const {
+  return name == "LIRC_REPEAT_TIMEOUT" || name == "LIRC_RELEASE_TIMEOUT";
+}
+
+int Kernel::firstFreeDescriptor() const {
+  int fd = firstDescriptor_;
+  while (descriptors_.count(fd) != 0 || fcntl(fd, F_GETFD) != -1) ++fd;
+  return fd;
+}
+
+// ---- Faults and trace -------------------------------------------------------------------------------------------
+
+void Kernel::fail(Call call, int count, int error) { faults_[{call, counts_[call] + count}] = {error, {}}; }
+
+void Kernel::truncateRead(int count, std::size_t bytes) {
+  faults_[{Call::kRead, counts_[Call::kRead] + count}] = {0, bytes};
+}
+
+int Kernel::count(Call call) const {
+  const auto found = counts_.find(call);
+  return found == counts_.end() ? 0 : found->second;
+}
+
+std::optional<Kernel::Fault> Kernel::countCall(Call call) {
+  const auto found = faults_.find({call, ++counts_[call]});
+  if (found == faults_.end()) return std::nullopt;
+  const Fault fault = found->second;
+  faults_.erase(found);
+  return fault;
+}
+
+void Kernel::trace(const std::string& call, const std::string& result) {
+  if (tracing_) trace_.push_back(call + " = " + result);
+}
+
+std::vector<std::string> Kernel::takeTrace() { return std::exchange(trace_, {}); }
+
+// ---- Time -------------------------------------------------------------------------------------------------------
+
+void Kernel::after(microseconds delay, std::function<void()> happening) {
+  happenings_.emplace(time_ + delay, std::move(happening));
+}
+
+void Kernel::signalAfter(microseconds delay) {
+  after(delay, [this] { interrupted_ = true; });
+}
+
+void Kernel::runUntil(microseconds time) {
+  while (!happenings_.empty() && happenings_.begin()->first <= time) {
+    const auto next = happenings_.begin();
+    time_ = std::max(time_, next->first);
+    const std::function<void()> happening = std::move(next->second);
+    happenings_.erase(next);
+    happening();
+  }
+  time_ = std::max(time_, time);
+}
+
+void Kernel::advance(microseconds time) { runUntil(time_ + time); }
+
+void Kernel::jumpClock(microseconds by) { clockOffset_ += by; }
+
+int Kernel::gettimeofday(timeval* time) {
+  const auto fault = countCall(Call::kGettimeofday);
+  if (!fault) *time = toTimeval(now());
+  const long result = finish(fault ? -fault->error : 0);
+  trace("gettimeofday()", fault ? callResult(result, errno) : sim::seconds(now()));
+  return static_cast<int>(result);
+}
+
+char* Kernel::getenv(const char* name) {
+  const auto fault = countCall(Call::kGetenv);
+  const auto found = environment_.find(name);
+  char* value = fault || found == environment_.end() ? nullptr : found->second.data();
+  trace("getenv(" + quoted(name) + ")", value == nullptr ? "null" : quoted(value));
+  return value;
+}
+
+// ---- Nodes ------------------------------------------------------------------------------------------------------
+
+int Kernel::openNode(const std::string& path, int flags) {
+  const auto found = nodes_.find(path);
+  if (found == nodes_.end() || !found->second->present) return -ENOENT;
+  const std::shared_ptr<NodeState>& node = found->second;
+  if (node->openError != 0) return -node->openError;
+  const int fd = firstFreeDescriptor();
+  descriptors_[fd] = {(flags & O_NONBLOCK) == 0, node, node->connect(), nullptr};
+  return fd;
+}
+
+int Kernel::open(const char* path, int flags) {
+  const auto fault = countCall(Call::kOpen);
+  const long result = finish(fault ? -fault->error : openNode(path, flags));
+  trace("open(" + quoted(path) + ", " + openFlags(flags) + ")", callResult(result, errno));
+  return static_cast<int>(result);
+}
+
+int Kernel::close(int fd) {
+  const auto fault = countCall(Call::kClose);
+  long result = -EBADF;
+  if (const auto found = descriptors_.find(fd); found != descriptors_.end()) {
+    if (found->second.node != nullptr) found->second.node->disconnect(found->second.client);
+    descriptors_.erase(found);
+    result = 0;
+  }
+  result = finish(fault ? -fault->error : result);
+  trace("close(" + std::to_string(fd) + ")", callResult(result, errno));
+  return static_cast<int>(result);
+}
+
+int Kernel::ioctlNode(int fd, unsigned request, void* argument) {
+  const auto found = descriptors_.find(fd);
+  if (found == descriptors_.end()) return -EBADF;
+  const std::shared_ptr<NodeState>& node = found->second.node;
+  if (node == nullptr) return -ENOTTY;
+  if (!node->present) return -ENODEV;
+  const unsigned size = _IOC_SIZE(request);
+  const unsigned sizeless = request & ~(unsigned{_IOC_SIZEMASK} << _IOC_SIZESHIFT);
+  const auto error = node->ioctlErrors.find(request == EVIOCGRAB ? request : sizeless);
+  if (error != node->ioctlErrors.end()) return -error->second;
+
+  if (request == EVIOCGRAB) return node->grab(found->second.client, argument != nullptr);
+  if (sizeless == EVIOCGNAME(0)) return node->name(static_cast<char*>(argument), size);
+  for (int type = 0; type <= EV_MAX; ++type) {
+    if (sizeless == EVIOCGBIT(type, 0)) return node->bits(type, static_cast<unsigned char*>(argument), size);
+  }
+  return -EINVAL;
+}
+
+int Kernel::ioctl(int fd, unsigned request, void* argument) {
+  const auto fault = countCall(Call::kIoctl);
+  const long result = finish(fault ? -fault->error : ioctlNode(fd, request, argument));
+  trace("ioctl(" + std::to_string(fd) + ", " + ioctlRequest(request, reinterpret_cast<long>(argument)) + ")",
+        callResult(result, errno));
+  return static_cast<int>(result);
+}
+
+// ---- Reading ----------------------------------------------------------------------------------------------------
+
+bool Kernel::Descriptor::readable() const {
+  // A device that is gone is reported as readable, so that its reader finds out.
+  if (node != nullptr) return !node->present || client->readable();
+  return !connection->connected || connection->ended || !connection->queued.empty();
+}
+
+ssize_t Kernel::readRecords(Descriptor& descriptor, void* buffer, std::size_t size) {
+  if (!descriptor.node->present) return -ENODEV;
+  if (size < sizeof(input_event)) return -EINVAL;
+  std::size_t used = 0;
+  for (; used + sizeof(input_event) <= size && descriptor.client->readable(); used += sizeof(input_event)) {
+    std::memcpy(static_cast<char*>(buffer) + used, &descriptor.client->front(), sizeof(input_event));
+    descriptor.client->pop();
+  }
+  return static_cast<ssize_t>(used);
+}
+
+ssize_t Kernel::readDescriptor(int fd, void* buffer, std::size_t size) {
+  const auto found = descriptors_.find(fd);
+  if (found == descriptors_.end()) return -EBADF;
+  Descriptor& descriptor = found->second;
+  if (descriptor.connection != nullptr && !descriptor.connection->connected) return -ENOTCONN;
+  while (!descriptor.readable()) {
+    if (!descriptor.blocking) return -EAGAIN;
+    if (!waitForNext(std::nullopt)) deadlock("read(" + std::to_string(fd) + ")");
+    if (std::exchange(interrupted_, false)) return -EINTR;
+  }
+  if (descriptor.node != nullptr) return readRecords(descriptor, buffer, size);
+  std::string& queued = descriptor.connection->queued;
+  const std::size_t length = queued.copy(static_cast<char*>(buffer), size);
+  queued.erase(0, length);
+  return static_cast<ssize_t>(length);
+}
+
+ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
+  const auto fault = countCall(Call::kRead);
+  long result = 0;
+  if (!fault) {
+    result = readDescriptor(fd, buffer, size);
+  } else if (!fault->bytes) {
+    result = -fault->error;
+  } else if (const auto found = descriptors_.find(fd); found != descriptors_.end() && found->second.node != nullptr) {
+    const std::size_t bytes = std::min({size, *fault->bytes, sizeof(input_event)});
+    if (found->second.client->readable()) std::memcpy(buffer, &found->second.client->front(), bytes);
+    result = static_cast<long>(bytes);
+  } else if (*fault->bytes > 0) {
+    result = readDescriptor(fd, buffer, std::min(size, *fault->bytes));
+  }
+  result = finish(result);
+  trace("read(" + std::to_string(fd) + ", " + byteCount(size) + ")",
+        result > 0 ? byteCount(static_cast<std::size_t>(result)) : callResult(result, errno));
+  return result;
+}
+
+// ---- Waiting ----------------------------------------------------------------------------------------------------
+
+int Kernel::readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const {
+  FD_ZERO(&ready);
+  int found = 0;
+  for (int fd = 0; readSet != nullptr && fd < std::min<int>(count, FD_SETSIZE); ++fd) {
+    if (!FD_ISSET(fd, readSet)) continue;
+    const auto descriptor = descriptors_.find(fd);
+    const int readable =
+        descriptor != descriptors_.end() ? static_cast<int>(descriptor->second.readable()) : realReadable(fd);
+    if (readable == -1) return -EBADF;
+    if (readable == 0) continue;
+    FD_SET(fd, &ready);
+    ++found;
+  }
+  return found;
+}
+
+// Moves time to the next happening, or to the deadline if that is earlier. Returns false if there is neither.
+bool Kernel::waitForNext(std::optional<microseconds> deadline) {
+  if (happenings_.empty() && !deadline) return false;
+  microseconds next = happenings_.empty() ? *deadline : std::max(time_, happenings_.begin()->first);
+  if (deadline) next = std::min(next, *deadline);
+  if (pace_) pace_(next - time_);
+  runUntil(next);
+  return true;
+}
+
+int Kernel::selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline) {
+  interrupted_ = false;
+  fd_set ready;
+  for (;;) {
+    const int found = readyDescriptors(count, readSet, ready);
+    if (found < 0) return found;
+    if (found > 0 || (deadline && time_ >= *deadline)) {
+      if (readSet != nullptr) *readSet = ready;
+      return found;
+    }
+    if (!waitForNext(deadline)) deadlock("select() on " + (readSet ? descriptorSet(count, readSet) : "nothing"));
+    if (std::exchange(interrupted_, false)) return -EINTR;
+  }
+}
+
+int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, timeval* timeout) {
+  const auto fault = countCall(Call::kSelect);
+  std::optional<microseconds> wait;
+  if (timeout != nullptr) wait = toMicroseconds(*timeout);
+  const std::string call = "select(" + std::to_string(count) + ", " +
+                           (readSet != nullptr ? descriptorSet(count, readSet) : "null") +
+                           (writeSet != nullptr ? ", to write" : "") + (exceptSet != nullptr ? ", exceptions" : "") +
+                           ", " + (timeout == nullptr || isValid(*timeout) ? sim::seconds(wait) : "negative") + ")";
+  const microseconds start = time_;
+  long result = -EINVAL;
+  if (fault) {
+    result = -fault->error;
+  } else if (count >= 0 && (timeout == nullptr || isValid(*timeout))) {
+    std::optional<microseconds> deadline;
+    if (wait) deadline = time_ + *wait;
+    result = selectUntil(count, readSet, deadline);
+    if (result >= 0 && writeSet != nullptr) FD_ZERO(writeSet);
+    if (result >= 0 && exceptSet != nullptr) FD_ZERO(exceptSet);
+    // As Linux does: the timeout that is left.
+    if (deadline) *timeout = toTimeval(std::max(*deadline - time_, microseconds(0)));
+  }
+  result = finish(result);
+  trace(call, callResult(result, errno) + (result > 0 ? " " + descriptorSet(count, readSet) : ""));
+  // A loop that only polls must get on in time, too.
+  if (time_ == start) runUntil(start + kShortestSelect);
+  return static_cast<int>(result);
+}
+
+void Kernel::deadlock(const std::string& wait) const {
+  std::fprintf(stderr,
+               "sim: deadlock: %s would wait for ever, since nothing is scheduled any more.\n"
+               "Schedule input (after), a signal (signalAfter), or wait with a timeout.\n",
+               wait.c_str());
+  std::abort();
+}
+
+// ---- Sockets ----------------------------------------------------------------------------------------------------
+
+int Kernel::socket(int domain, int type, int protocol) {
+  const auto fault = countCall(Call::kSocket);
+  long result = fault ? -fault->error : firstFreeDescriptor();
+  if (!fault) {
+    descriptors_[static_cast<int>(result)] = {(type & SOCK_NONBLOCK) == 0, nullptr, nullptr,
+                                              std::make_shared<Connection>()};
+  }
+  result = finish(result);
+  trace("socket(" + (domain == AF_UNIX ? "AF_UNIX" : std::to_string(domain)) + ", " + socketType(type) + ", " +
+            std::to_string(protocol) + ")",
+        callResult(result, errno));
+  return static_cast<int>(result);
+}
+
+int Kernel::connectTo(int fd, const std::string& path) {
+  const auto found = descriptors_.find(fd);
+  if (found == descriptors_.end()) return -EBADF;
+  const std::shared_ptr<Connection>& connection = found->second.connection;
+  if (connection == nullptr) return -ENOTSOCK;
+  if (connection->connected) return -EISCONN;
+  const auto daemon = daemons_.find(path);
+  if (daemon == daemons_.end()) return -ENOENT;
+  if (!daemon->second->running) return -ECONNREFUSED;
+  connection->connected = true;
+  daemon->second->clients.push_back(connection);
+  return 0;
+}
+
+int Kernel::connect(int fd, const sockaddr* address, socklen_t length) {
+  const auto fault = countCall(Call::kConnect);
+  const std::string path = pathOf(address);
+  const long result = finish(fault ? -fault->error : connectTo(fd, path));
+  trace("connect(" + std::to_string(fd) + ", " + quoted(path) + ", " + std::to_string(length) + ")",
+        callResult(result, errno));
+  return static_cast<int>(result);
+}
+
+}  // namespace quarlo::sim

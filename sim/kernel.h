@@ -1,0 +1,130 @@
+// What the component's calls reach while a Machine exists: the part of Linux that input code sees. Each call behaves as
+// the one of its name, and returns -1 with errno set when it fails.
+#pragma once
+
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sim/evdev.h"
+#include "sim/machine.h"
+
+namespace quarlo::sim {
+
+// The client's end of a connection to a daemon.
+struct Connection {
+  std::string queued;  // sent by the daemon, not yet read
+  bool connected = false;
+  bool ended = false;  // the daemon's end is closed
+};
+
+struct DaemonState {
+  bool running = true;
+  std::vector<std::shared_ptr<Connection>> clients;
+};
+
+class Kernel {
+ public:
+  Kernel();
+  ~Kernel();
+  Kernel(const Kernel&) = delete;
+  Kernel& operator=(const Kernel&) = delete;
+
+  // The one that exists, or null.
+  static Kernel* installed();
+
+  bool ownsPath(const std::string& path) const;
+  bool ownsDescriptor(int fd) const;
+  bool ownsEnvironment(const std::string& name) const;
+
+  int open(const char* path, int flags);
+  int close(int fd);
+  ssize_t read(int fd, void* buffer, std::size_t size);
+  int ioctl(int fd, unsigned request, void* argument);
+  int select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, timeval* timeout);
+  int socket(int domain, int type, int protocol);
+  int connect(int fd, const sockaddr* address, socklen_t length);
+  int gettimeofday(timeval* time);
+  char* getenv(const char* name);
+
+  void addNode(const std::string& path, std::shared_ptr<NodeState> node);
+  void addDaemon(const std::string& path, std::shared_ptr<DaemonState> daemon);
+  void setEnvironment(const std::string& name, const std::string& value);
+
+  microseconds now() const { return time_ + clockOffset_; }
+  void advance(microseconds time);
+  void jumpClock(microseconds by);
+  void after(microseconds delay, std::function<void()> happening);
+  void signalAfter(microseconds delay);
+  bool hasScheduled() const { return !happenings_.empty(); }
+  void onWait(std::function<void(microseconds)> pace) { pace_ = std::move(pace); }
+
+  void fail(Call call, int count, int error);
+  void truncateRead(int count, std::size_t bytes);
+  int count(Call call) const;
+  std::vector<std::string> takeTrace();
+  void setTracing(bool on) { tracing_ = on; }
+  void setFirstDescriptor(int number) { firstDescriptor_ = number; }
+  int openDescriptors() const { return static_cast<int>(descriptors_.size()); }
+
+ private:
+  struct Descriptor {
+    bool blocking = false;
+    std::shared_ptr<NodeState> node;  // with `client`, or null
+    std::shared_ptr<EvdevClient> client;
+    std::shared_ptr<Connection> connection;
+
+    bool readable() const;
+  };
+
+  // What goes wrong with one call.
+  struct Fault {
+    int error = 0;
+    std::optional<std::size_t> bytes;  // a read's result instead of an error
+  };
+
+  // The work of the calls, without faults and trace; a negative result is an errno.
+  int openNode(const std::string& path, int flags);
+  ssize_t readDescriptor(int fd, void* buffer, std::size_t size);
+  ssize_t readRecords(Descriptor& descriptor, void* buffer, std::size_t size);
+  int ioctlNode(int fd, unsigned request, void* argument);
+  int selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline);
+  int connectTo(int fd, const std::string& path);
+
+  std::optional<Fault> countCall(Call call);
+  int firstFreeDescriptor() const;
+  int readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const;
+  void runUntil(microseconds time);
+  bool waitForNext(std::optional<microseconds> deadline);
+  [[noreturn]] void deadlock(const std::string& wait) const;
+  void trace(const std::string& call, const std::string& result);
+
+  microseconds time_;  // never goes back
+  microseconds clockOffset_{0};
+  std::multimap<microseconds, std::function<void()>> happenings_;
+  std::function<void(microseconds)> pace_;
+  bool interrupted_ = false;
+
+  std::map<std::string, std::shared_ptr<NodeState>> nodes_;
+  std::map<std::string, std::shared_ptr<DaemonState>> daemons_;
+  std::map<std::string, std::string> environment_;
+  std::map<int, Descriptor> descriptors_;
+  int firstDescriptor_ = 100;
+
+  std::map<Call, int> counts_;
+  std::map<std::pair<Call, int>, Fault> faults_;
+  std::vector<std::string> trace_;
+  bool tracing_ = true;
+};
+
+}  // namespace quarlo::sim

@@ -1,0 +1,185 @@
+// A simulated Linux machine to test input code on, without hardware and without waiting.
+//
+//   your loop ─ LinuxInputReader ─ open, read, ioctl, select, ... ─┬─ sim::Machine, while one exists
+//                                                                  └─ libc, otherwise
+//
+// Link quarlo::sim: the linker's --wrap then leads those calls here. While a Machine exists, it owns everything below
+// /dev/input, the paths of its nodes, Unix sockets, the clock, select() and the LIRC_... environment variables; every
+// other path and descriptor goes on to libc. There is at most one Machine at a time, in one thread.
+//
+//   sim::Machine machine;
+//   sim::Node& keyboard = machine.addNode("/dev/input/event0", sim::Device::keyboard());
+//   LinuxInputReader reader;
+//   reader.init(nullptr, nullptr, nullptr, 1919, 1079);
+//   machine.after(50ms, [&] { keyboard.press(KEY_A); });
+//   reader.readInput(event, 1000);  // returns at once, 50 ms later on the machine's clock
+//
+// Time is virtual. It stands still while code runs, and moves in select(), to the earlier of its timeout and the next
+// thing that makes a descriptor ready, or by advance(). A select() that does not wait takes 10 us, so that a loop that
+// only polls gets on, too. Time starts at 1,000,000 s, and each Machine starts at least 10 s after the last one ended,
+// since some code remembers times for as long as the process lives.
+#pragma once
+
+#include <linux/input.h>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace quarlo::sim {
+
+using std::chrono::microseconds;
+
+class Kernel;
+struct NodeState;
+struct DaemonState;
+
+// What an evdev node says about itself.
+struct Device {
+  std::string name;
+  std::map<int, std::set<int>> codes;  // the event codes it can send, by event type (EV_KEY, ...); EV_SYN is implied
+
+  // The typical ones. A keyboard has the keys of a full PC keyboard with LEDs and auto-repeat; a mouse has three
+  // buttons, two more at the side and a wheel; a touchscreen has BTN_TOUCH and absolute axes.
+  static Device keyboard(std::string name = "Simulated Keyboard");
+  static Device mouse(std::string name = "Simulated Mouse");
+  static Device touchscreen(std::string name = "Simulated Touchscreen");
+};
+
+// An evdev node below /dev/input, or at any other path.
+class Node {
+ public:
+  // What a driver does, now. As in the kernel, codes that the device does not have, repeated states and zero steps are
+  // dropped, and a reader sees nothing before the SYN_REPORT.
+  void report(int type, int code, int value);
+
+  // The usual reports, each with its SYN_REPORT.
+  void press(int code);
+  void release(int code);
+  void repeat(int code);
+  void move(int dx, int dy);
+
+  // Puts exactly this record into the buffer of every reader, whether a kernel would have sent it or not.
+  void inject(int type, int code, int value);
+
+  // The device is gone: its path no longer opens, its descriptors give ENODEV, and what was queued is lost.
+  void unplug();
+
+  // Another process holds the node exclusively, or lets go of it.
+  void setGrabbedElsewhere(bool grabbed);
+
+  // Whether some process, this one included, holds the node exclusively.
+  bool isGrabbed() const;
+
+  // Makes open() of this node, or an ioctl() on it, fail with this errno; 0 ends that. `request` is EVIOCGRAB,
+  // EVIOCGNAME(0) or EVIOCGBIT(type, 0).
+  void setOpenError(int error);
+  void setIoctlError(unsigned request, int error);
+
+ private:
+  friend class Machine;
+  Node(Kernel& kernel, std::shared_ptr<NodeState> state);
+  Kernel& kernel_;
+  std::shared_ptr<NodeState> state_;
+};
+
+// A LIRC daemon that listens on a Unix socket.
+class LircDaemon {
+ public:
+  // Sends the line of a button to every client: "0000000000f40bf0 <repeat, hexadecimal> <button> myremote\n".
+  void send(const std::string& button, unsigned repeat = 0);
+
+  // Sends any bytes to every client.
+  void sendText(const std::string& text);
+
+  // Closes the connections: clients read what is still queued, then end of stream.
+  void hangUp();
+
+  // Ends the daemon. Its socket file stays, as a real daemon leaves it: connect() gives ECONNREFUSED.
+  void stop();
+
+ private:
+  friend class Machine;
+  explicit LircDaemon(std::shared_ptr<DaemonState> state);
+  std::shared_ptr<DaemonState> state_;
+};
+
+// The calls that reach the machine.
+enum class Call { kOpen, kClose, kRead, kIoctl, kSelect, kSocket, kConnect, kGettimeofday, kGetenv };
+
+class Machine {
+ public:
+  Machine();
+  ~Machine();
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  // REQUIRES: no node at `path`, or an unplugged one. References stay valid for the machine's life.
+  Node& addNode(const std::string& path, Device device);
+
+  // REQUIRES: no running daemon at `path`.
+  LircDaemon& addLircDaemon(const std::string& path = "/var/run/lirc/lircd");
+
+  // LIRC_REPEAT_TIMEOUT or LIRC_RELEASE_TIMEOUT as getenv() gives it; neither is set at first.
+  void setEnvironment(const std::string& name, const std::string& value);
+
+  // The clock, as gettimeofday() gives it: since 1970.
+  microseconds now() const;
+
+  // Lets time pass, and what is scheduled happen.
+  void advance(microseconds time);
+
+  // Sets the clock forward or back, as an administrator would: what is scheduled keeps its distance.
+  void jumpClock(microseconds by);
+
+  // Schedules something to happen after `delay`. What is scheduled for one time happens in the order of scheduling.
+  void after(microseconds delay, std::function<void()> happening);
+
+  // Schedules a signal that interrupts the wait of a select() (EINTR); without effect if there is none then.
+  void signalAfter(microseconds delay);
+
+  // Whether something is still scheduled.
+  bool hasScheduled() const;
+
+  // Is called with each step of time in select(), before it happens: to pace a simulation by the wall clock.
+  void onWait(std::function<void(microseconds)> pace);
+
+  // Makes the count-th such call from now (1: the next one) fail with this errno; getenv() then returns null. A failed
+  // close() still closes, as on Linux.
+  void fail(Call call, int count, int error);
+
+  // Makes the count-th read() from now return just the first `bytes` bytes of what there is. Of a socket, the rest is
+  // left to the next read(); of a node, which knows only whole records, the record is. 0 bytes are returned at once.
+  void truncateRead(int count, std::size_t bytes);
+
+  // How often a call was made since the machine started.
+  int count(Call call) const;
+
+  // The calls since the last takeTrace(), one line each, such as
+  //   open("/dev/input/event10", O_RDONLY) = -1 ENOENT
+  //   ioctl(100, EVIOCGBIT(EV_REL, 2)) = 2
+  //   select(102, [100 101], 0.500000) = 1 [101]
+  //   read(101, 1 record) = 1 record
+  std::vector<std::string> takeTrace();
+
+  // Long simulations turn the trace off. It is on at first.
+  void setTracing(bool on);
+
+  // Descriptors are numbered from 100, the lowest free number first; another start takes effect with the next one.
+  void setFirstDescriptor(int number);
+
+  // How many descriptors are open on the machine.
+  int openDescriptors() const;
+
+ private:
+  std::unique_ptr<Kernel> kernel_;
+  std::vector<std::unique_ptr<Node>> nodes_;
+  std::vector<std::unique_ptr<LircDaemon>> daemons_;
+};
+
+}  // namespace quarlo::sim

@@ -1,0 +1,98 @@
+#include "sim/trace.h"
+
+#include <fcntl.h>
+#include <linux/input.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
+namespace quarlo::sim {
+namespace {
+
+// Takes `flag` out of `flags` and names it, if it is there.
+std::string flagName(int& flags, int flag, const char* name) {
+  if ((flags & flag) == 0) return "";
+  flags &= ~flag;
+  return std::string("|") + name;
+}
+
+std::string restOfFlags(int flags) {
+  if (flags == 0) return "";
+  char text[16];
+  std::snprintf(text, sizeof text, "|0x%x", static_cast<unsigned>(flags));
+  return text;
+}
+
+std::string eventType(unsigned type) {
+  switch (type) {
+    case EV_KEY: return "EV_KEY";
+    case EV_REL: return "EV_REL";
+    case EV_ABS: return "EV_ABS";
+    default: return std::to_string(type);
+  }
+}
+
+}  // namespace
+
+std::string quoted(const std::string& text) { return '"' + text + '"'; }
+
+std::string openFlags(int flags) {
+  static constexpr const char* kAccessModes[] = {"O_RDONLY", "O_WRONLY", "O_RDWR", "O_ACCMODE"};
+  std::string text = kAccessModes[flags & O_ACCMODE];
+  // What libc adds by itself with 64-bit file offsets says nothing about the caller.
+  int rest = flags & ~O_ACCMODE & ~O_LARGEFILE;
+  text += flagName(rest, O_NONBLOCK, "O_NONBLOCK");
+  text += flagName(rest, O_CLOEXEC, "O_CLOEXEC");
+  return text + restOfFlags(rest);
+}
+
+std::string socketType(int type) {
+  int rest = type;
+  std::string flags = flagName(rest, SOCK_NONBLOCK, "SOCK_NONBLOCK");
+  flags += flagName(rest, SOCK_CLOEXEC, "SOCK_CLOEXEC");
+  return (rest == SOCK_STREAM ? "SOCK_STREAM" : std::to_string(rest)) + flags;
+}
+
+std::string ioctlRequest(unsigned request, long argument) {
+  const std::string size = std::to_string(_IOC_SIZE(request));
+  const unsigned number = _IOC_NR(request);
+  if (request == EVIOCGRAB) return "EVIOCGRAB, " + std::to_string(argument);
+  if (_IOC_TYPE(request) == 'E' && number == _IOC_NR(EVIOCGNAME(0))) return "EVIOCGNAME(" + size + ")";
+  if (_IOC_TYPE(request) == 'E' && number >= _IOC_NR(EVIOCGBIT(0, 0)) && number <= _IOC_NR(EVIOCGBIT(EV_MAX, 0))) {
+    return "EVIOCGBIT(" + eventType(number - _IOC_NR(EVIOCGBIT(0, 0))) + ", " + size + ")";
+  }
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%x", request);
+  return text;
+}
+
+std::string byteCount(std::size_t size) {
+  return size == sizeof(input_event) ? std::string("1 record") : std::to_string(size);
+}
+
+std::string descriptorSet(int count, const fd_set* set) {
+  std::string text;
+  for (int fd = 0; fd < count && fd < FD_SETSIZE; ++fd) {
+    if (FD_ISSET(fd, set)) text += (text.empty() ? "" : " ") + std::to_string(fd);
+  }
+  return "[" + text + "]";
+}
+
+std::string seconds(std::optional<std::chrono::microseconds> time) {
+  if (!time) return "forever";
+  char text[32];
+  std::snprintf(text, sizeof text, "%" PRId64 ".%06" PRId64, static_cast<std::int64_t>(time->count() / 1000000),
+                static_cast<std::int64_t>(time->count() % 1000000));
+  return text;
+}
+
+std::string callResult(long result, int error) {
+  if (result >= 0) return std::to_string(result);
+  const char* name = strerrorname_np(error);
+  return std::to_string(result) + " " + (name != nullptr ? name : std::to_string(error));
+}
+
+}  // namespace quarlo::sim

@@ -1,0 +1,659 @@
+// The simulated machine itself: what it says of the kernel is what the tests of the reader rest on.
+#include "sim/machine.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace quarlo::sim {
+namespace {
+
+using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
+
+std::string recordText(const input_event& record) {
+  return std::to_string(record.type) + " " + std::to_string(record.code) + " " + std::to_string(record.value);
+}
+
+// Everything that a descriptor has to read.
+Lines readRecords(int fd) {
+  Lines lines;
+  input_event record;
+  while (read(fd, &record, sizeof record) == static_cast<ssize_t>(sizeof record)) lines.push_back(recordText(record));
+  return lines;
+}
+
+int openNode(const char* path) { return open(path, O_RDONLY | O_NONBLOCK); }
+
+int waitFor(int fd, timeval* timeout) {
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(fd, &set);
+  return select(fd + 1, &set, nullptr, nullptr, timeout);
+}
+
+microseconds clockTime() {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  return std::chrono::seconds(now.tv_sec) + microseconds(now.tv_usec);
+}
+
+int connectTo(int fd, const char* path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+  return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+TEST(Machine, StartsWithNothingOnIt) {
+  Machine machine;
+  EXPECT_EQ(openNode("/dev/input/event0"), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(getenv("LIRC_REPEAT_TIMEOUT"), nullptr);
+  EXPECT_EQ(getenv("LIRC_RELEASE_TIMEOUT"), nullptr);
+  EXPECT_FALSE(machine.hasScheduled());
+  EXPECT_EQ(machine.openDescriptors(), 0);
+}
+
+TEST(Machine, LeavesOtherPathsAndVariablesToLibc) {
+  Machine machine;
+  const int fd = open("/dev/null", O_RDONLY);
+  EXPECT_GE(fd, 0);
+  EXPECT_NE(getenv("PATH"), nullptr);
+  char byte;
+  EXPECT_EQ(read(fd, &byte, 1), 0);
+  EXPECT_EQ(close(fd), 0);
+  EXPECT_EQ(machine.takeTrace(), Lines({}));
+}
+
+TEST(Machine, IsGoneWhenItIsDestroyed) {
+  { Machine machine; }
+  timeval now;
+  gettimeofday(&now, nullptr);
+  EXPECT_GT(now.tv_sec, 1'500'000'000);
+  EXPECT_EQ(close(-1), -1);
+  EXPECT_EQ(errno, EBADF);
+}
+
+TEST(Machine, EachStartsAtLeastTenSecondsAfterTheLastOne) {
+  microseconds end;
+  {
+    Machine machine;
+    EXPECT_GE(machine.now(), 1'000'000s);
+    machine.jumpClock(1000s);
+    machine.advance(5s);
+    end = machine.now();
+  }
+  Machine next;
+  EXPECT_GE(next.now(), end + 10s);
+}
+
+TEST(Machine, ClockStandsStillUnlessTimePasses) {
+  Machine machine;
+  const microseconds start = clockTime();
+  EXPECT_EQ(clockTime(), start);
+  machine.advance(1500us);
+  EXPECT_EQ(clockTime(), start + 1500us);
+  machine.jumpClock(-10s);
+  EXPECT_EQ(clockTime(), start + 1500us - 10s);
+}
+
+TEST(Machine, RunsWhatIsScheduledInOrderAtItsTime) {
+  Machine machine;
+  const microseconds start = machine.now();
+  std::vector<std::pair<int, microseconds>> happened;
+  const auto note = [&](int what) { return [&, what] { happened.emplace_back(what, machine.now() - start); }; };
+  machine.after(20ms, note(2));
+  machine.after(10ms, note(1));
+  machine.after(20ms, note(3));
+  machine.after(50ms, note(4));
+  machine.advance(30ms);
+  const std::vector<std::pair<int, microseconds>> expected = {{1, 10ms}, {2, 20ms}, {3, 20ms}};
+  EXPECT_EQ(happened, expected);
+  EXPECT_TRUE(machine.hasScheduled());
+}
+
+TEST(Select, ReturnsAtTheTimeOfTheInputWithTheTimeThatIsLeft) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  machine.after(30ms, [&] { node.press(KEY_A); });
+  const microseconds start = machine.now();
+  timeval timeout = {0, 100'000};
+  EXPECT_EQ(waitFor(fd, &timeout), 1);
+  EXPECT_EQ(machine.now() - start, 30ms);
+  EXPECT_EQ(timeout.tv_usec, 70'000);
+}
+
+TEST(Select, TimesOutWithAnEmptySet) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(fd, &set);
+  const microseconds start = machine.now();
+  timeval timeout = {1, 500'000};
+  EXPECT_EQ(select(fd + 1, &set, nullptr, nullptr, &timeout), 0);
+  EXPECT_FALSE(FD_ISSET(fd, &set));
+  EXPECT_EQ(machine.now() - start, 1500ms);
+}
+
+TEST(Select, IsNotWokenByADescriptorOutsideTheSet) {
+  Machine machine;
+  Node& other = machine.addNode("/dev/input/event1", Device::keyboard());
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  const int otherFd = openNode("/dev/input/event1");
+  machine.after(10ms, [&] { other.press(KEY_A); });
+  const microseconds start = machine.now();
+  timeval timeout = {0, 100'000};
+  EXPECT_EQ(waitFor(fd, &timeout), 0);
+  EXPECT_EQ(machine.now() - start, 100ms);
+  EXPECT_EQ(readRecords(otherFd), Lines({"1 30 1", "0 0 0"}));
+}
+
+TEST(Select, SignalInterruptsTheWaitAndLeavesTheSet) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  machine.signalAfter(20ms);
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(fd, &set);
+  const microseconds start = machine.now();
+  EXPECT_EQ(select(fd + 1, &set, nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(errno, EINTR);
+  EXPECT_TRUE(FD_ISSET(fd, &set));
+  EXPECT_EQ(machine.now() - start, 20ms);
+}
+
+TEST(Select, ThatDoesNotWaitTakes10Microseconds) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  microseconds start = machine.now();
+  timeval none = {0, 0};
+  EXPECT_EQ(waitFor(fd, &none), 0);
+  EXPECT_EQ(machine.now() - start, 10us);
+  node.press(KEY_A);
+  EXPECT_EQ(waitFor(fd, nullptr), 1);
+  EXPECT_EQ(machine.now() - start, 20us);
+}
+
+TEST(Select, RefusesANegativeTimeoutAndCount) {
+  Machine machine;
+  timeval negative = {0, -1};
+  EXPECT_EQ(select(0, nullptr, nullptr, nullptr, &negative), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(select(-1, nullptr, nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(Select, SeesDescriptorsOfLibcToo) {
+  Machine machine;
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  timeval timeout = {0, 1000};
+  EXPECT_EQ(waitFor(ends[0], &timeout), 0);
+  ASSERT_EQ(write(ends[1], "x", 1), 1);
+  EXPECT_EQ(waitFor(ends[0], &timeout), 1);
+  close(ends[0]);
+  close(ends[1]);
+  timeout = {0, 1000};
+  EXPECT_EQ(waitFor(ends[0], &timeout), -1);
+  EXPECT_EQ(errno, EBADF);
+}
+
+TEST(Select, TellsThePacerHowLongItWaits) {
+  Machine machine;
+  std::vector<microseconds> waits;
+  machine.onWait([&](microseconds time) { waits.push_back(time); });
+  machine.after(30ms, [] {});
+  timeval timeout = {0, 100'000};
+  EXPECT_EQ(select(0, nullptr, nullptr, nullptr, &timeout), 0);
+  EXPECT_EQ(waits, std::vector<microseconds>({30ms, 70ms}));
+}
+
+TEST(SelectDeathTest, NamesADeadlock) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  EXPECT_DEATH(waitFor(fd, nullptr), "sim: deadlock: select\\(\\) on \\[100\\] would wait for ever");
+}
+
+TEST(MachineDeathTest, RefusesASecondOne) {
+  Machine machine;
+  EXPECT_DEATH(Machine(), "a second Machine was made");
+}
+
+TEST(MachineDeathTest, RefusesASecondNodeAtAPath) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::mouse());
+  EXPECT_DEATH(machine.addNode("/dev/input/event0", Device::mouse()), "already");
+}
+
+TEST(MachineDeathTest, RefusesAVariableThatIsNotItsOwn) {
+  Machine machine;
+  EXPECT_DEATH(machine.setEnvironment("PATH", ""), "PATH is not a variable");
+}
+
+TEST(Node, NothingIsReadableBeforeTheReport) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::mouse());
+  const int fd = openNode("/dev/input/event0");
+  node.report(EV_REL, REL_X, 5);
+  EXPECT_EQ(readRecords(fd), Lines({}));
+  EXPECT_EQ(errno, EAGAIN);
+  node.report(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd), Lines({"2 0 5", "0 0 0"}));
+}
+
+TEST(Node, RecordsCarryTheTimeOfTheirReport) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  machine.advance(1500ms);
+  node.press(KEY_A);
+  const microseconds pressed = machine.now();
+  machine.advance(1s);
+  input_event record;
+  ASSERT_GT(read(fd, &record, sizeof record), 0);
+  EXPECT_EQ(std::chrono::seconds(record.input_event_sec) + microseconds(record.input_event_usec), pressed);
+}
+
+TEST(Node, DropsWhatTheInputCoreDrops) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::mouse());
+  const int fd = openNode("/dev/input/event0");
+  node.report(EV_REL, REL_X, 0);       // a zero step
+  node.report(EV_REL, REL_HWHEEL, 1);  // a code that the device does not have
+  node.report(EV_ABS, ABS_X, 1);       // a type that it does not have
+  node.report(EV_KEY, BTN_LEFT, 0);    // a state that it has already
+  node.report(EV_SYN, SYN_REPORT, 0);  // so nothing is reported
+  EXPECT_EQ(readRecords(fd), Lines({}));
+  node.report(EV_KEY, BTN_LEFT, 1);
+  node.report(EV_KEY, BTN_LEFT, 1);
+  node.report(EV_KEY, BTN_LEFT, 2);
+  node.report(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd), Lines({"1 272 1", "1 272 2", "0 0 0"}));
+}
+
+TEST(Node, DropsARepeatedAbsoluteValueButNoRepeatedScanCode) {
+  Machine machine;
+  Device device = Device::touchscreen();
+  device.codes[EV_MSC] = {MSC_SCAN};
+  Node& node = machine.addNode("/dev/input/event0", device);
+  const int fd = openNode("/dev/input/event0");
+  for (int i = 0; i < 2; ++i) {
+    node.report(EV_ABS, ABS_X, 7);
+    node.report(EV_MSC, MSC_SCAN, 4);
+  }
+  node.report(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd), Lines({"3 0 7", "4 4 4", "4 4 4", "0 0 0"}));
+}
+
+TEST(Node, CutsAPacketThatIsLongerThanExpected) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());  // 8 records are expected
+  const int fd = openNode("/dev/input/event0");
+  for (int code = KEY_Q; code < KEY_Q + 8; ++code) node.report(EV_KEY, code, 1);
+  const Lines records = readRecords(fd);
+  ASSERT_EQ(records.size(), 9U);
+  EXPECT_EQ(records.back(), "0 0 1");
+}
+
+TEST(Node, InjectsExactlyTheRecordThatIsAskedFor) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::mouse());
+  const int fd = openNode("/dev/input/event0");
+  node.inject(EV_ABS, ABS_X, 0);
+  for (int i = 0; i < 2; ++i) node.inject(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd), Lines({"3 0 0", "0 0 0", "0 0 0"}));
+}
+
+TEST(Node, EachDescriptorHasItsOwnBufferFromItsOpening) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int first = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  const int second = openNode("/dev/input/event0");
+  node.release(KEY_A);
+  EXPECT_EQ(readRecords(first), Lines({"1 30 1", "0 0 0", "1 30 0", "0 0 0"}));
+  EXPECT_EQ(readRecords(second), Lines({"1 30 0", "0 0 0"}));
+}
+
+// A press and a release are four records. The ring holds one less than its size, since a full one counts as overrun.
+TEST(Node, KeyboardBufferOf64KeepsOnlyTheNewestOnOverflow) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  for (int i = 0; i < 63; ++i) node.inject(EV_KEY, KEY_A, i % 2);
+  node.inject(EV_SYN, SYN_REPORT, 0);  // the 64th
+  EXPECT_EQ(readRecords(fd), Lines({"0 3 0", "0 0 0"}));
+}
+
+TEST(Node, KeyboardBufferHolds63Records) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  for (int i = 0; i < 62; ++i) node.inject(EV_KEY, KEY_A, i % 2);
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd).size(), 63U);
+}
+
+TEST(Node, MouseBufferHolds127Records) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::mouse());
+  const int fd = openNode("/dev/input/event0");
+  for (int i = 0; i < 126; ++i) node.inject(EV_REL, REL_X, 1);
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd).size(), 127U);
+  for (int i = 0; i < 127; ++i) node.inject(EV_REL, REL_X, 1);
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd), Lines({"0 3 0", "0 0 0"}));
+}
+
+TEST(Node, AfterAnOverflowNothingIsReadableBeforeTheNextReport) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  for (int i = 0; i < 32; ++i) {
+    node.inject(EV_KEY, KEY_A, i % 2);
+    node.inject(EV_SYN, SYN_REPORT, 0);
+  }
+  node.inject(EV_KEY, KEY_B, 1);
+  EXPECT_EQ(readRecords(fd), Lines({"0 3 0", "0 0 0"}));
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd), Lines({"1 48 1", "0 0 0"}));
+}
+
+TEST(Node, AnUnpluggedOneIsReadableAndGivesEnodev) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  node.unplug();
+  timeval timeout = {1, 0};
+  EXPECT_EQ(waitFor(fd, &timeout), 1);
+  EXPECT_EQ(readRecords(fd), Lines({}));
+  EXPECT_EQ(errno, ENODEV);
+  EXPECT_EQ(ioctl(fd, EVIOCGRAB, 1L), -1);
+  EXPECT_EQ(errno, ENODEV);
+  EXPECT_EQ(openNode("/dev/input/event0"), -1);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(Node, TheNextDeviceTakesThePathWhileTheOldDescriptorStaysDead) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard()).unplug();
+  Node& next = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  next.press(KEY_A);
+  EXPECT_EQ(readRecords(fd), Lines({"1 30 1", "0 0 0"}));
+}
+
+TEST(Node, OneDescriptorGrabsAndOnlyItReads) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int holder = openNode("/dev/input/event0");
+  const int other = openNode("/dev/input/event0");
+  EXPECT_EQ(ioctl(holder, EVIOCGRAB, 1L), 0);
+  EXPECT_TRUE(node.isGrabbed());
+  EXPECT_EQ(ioctl(holder, EVIOCGRAB, 1L), -1);
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(ioctl(other, EVIOCGRAB, 0L), -1);
+  EXPECT_EQ(errno, EINVAL);
+  node.press(KEY_A);
+  EXPECT_EQ(readRecords(other), Lines({}));
+  EXPECT_EQ(readRecords(holder), Lines({"1 30 1", "0 0 0"}));
+  EXPECT_EQ(close(holder), 0);
+  EXPECT_FALSE(node.isGrabbed());
+}
+
+TEST(Node, HeldByAnotherProcessItCannotBeGrabbedAndSendsNothing) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.setGrabbedElsewhere(true);
+  EXPECT_EQ(ioctl(fd, EVIOCGRAB, 1L), -1);
+  EXPECT_EQ(errno, EBUSY);
+  node.press(KEY_A);
+  EXPECT_EQ(readRecords(fd), Lines({}));
+}
+
+TEST(Node, CutsANameWithoutANul) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard("Keyboard"));
+  const int fd = openNode("/dev/input/event0");
+  char name[16];
+  std::memset(name, '#', sizeof name);
+  EXPECT_EQ(ioctl(fd, EVIOCGNAME(3), name), 3);
+  EXPECT_EQ(std::string(name, 4), "Key#");
+  EXPECT_EQ(ioctl(fd, EVIOCGNAME(16), name), 9);
+  EXPECT_STREQ(name, "Keyboard");
+}
+
+TEST(Node, AnswersItsEventTypesInWholeLongs) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  unsigned char bits[32] = {};
+  EXPECT_EQ(ioctl(fd, EVIOCGBIT(0, 31), bits), static_cast<int>(sizeof(long)));
+  EXPECT_EQ(bits[0] | bits[1] << 8 | bits[2] << 16,
+            1 << EV_SYN | 1 << EV_KEY | 1 << EV_MSC | 1 << EV_LED | 1 << EV_REP);
+  EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_REL, 2), bits), 2);
+  EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_REP, 8), bits), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(ioctl(fd, EVIOCGVERSION, bits), -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(Node, ReadOfLessThanARecordIsInvalid) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  char buffer[8];
+  EXPECT_EQ(read(fd, buffer, sizeof buffer), -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(Node, ABlockingReadWaitsForARecordOrASignal) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = open("/dev/input/event0", O_RDONLY);
+  machine.after(30ms, [&] { node.press(KEY_A); });
+  machine.signalAfter(50ms);
+  const microseconds start = machine.now();
+  EXPECT_EQ(readRecords(fd), Lines({"1 30 1", "0 0 0"}));
+  EXPECT_EQ(errno, EINTR);
+  EXPECT_EQ(machine.now() - start, 50ms);
+}
+
+TEST(Node, OpensAndAnswersAsItIsTold) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  node.setOpenError(EACCES);
+  EXPECT_EQ(openNode("/dev/input/event0"), -1);
+  EXPECT_EQ(errno, EACCES);
+  node.setOpenError(0);
+  const int fd = openNode("/dev/input/event0");
+  EXPECT_GE(fd, 0);
+  unsigned char bits[2];
+  node.setIoctlError(EVIOCGBIT(EV_REL, 0), EIO);
+  EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_REL, 2), bits), -1);
+  EXPECT_EQ(errno, EIO);
+  node.setIoctlError(EVIOCGBIT(EV_REL, 0), 0);
+  EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_REL, 2), bits), 2);
+}
+
+TEST(LircDaemon, LinesArriveAsAStream) {
+  Machine machine;
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  ASSERT_EQ(connectTo(fd, "/dev/lircd"), 0);
+  char text[128] = {};
+  EXPECT_EQ(read(fd, text, sizeof text), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  daemon.send("KEY_OK");
+  daemon.send("KEY_OK", 10);
+  EXPECT_EQ(read(fd, text, 10), 10);
+  EXPECT_STREQ(text, "0000000000");
+  const ssize_t rest = read(fd, text, sizeof text);
+  EXPECT_EQ(std::string(text, static_cast<std::size_t>(rest)),
+            "f40bf0 00 KEY_OK myremote\n0000000000f40bf0 0a KEY_OK myremote\n");
+}
+
+TEST(LircDaemon, AfterItHangsUpComesEndOfStream) {
+  Machine machine;
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  ASSERT_EQ(connectTo(fd, "/dev/lircd"), 0);
+  daemon.sendText("last\n");
+  daemon.hangUp();
+  timeval timeout = {1, 0};
+  char text[128] = {};
+  EXPECT_EQ(read(fd, text, sizeof text), 5);
+  EXPECT_EQ(waitFor(fd, &timeout), 1);
+  EXPECT_EQ(read(fd, text, sizeof text), 0);
+  EXPECT_EQ(read(fd, text, sizeof text), 0);
+}
+
+TEST(LircDaemon, LeavesAFileThatRefuses) {
+  Machine machine;
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  EXPECT_EQ(connectTo(fd, "/dev/lircd"), -1);
+  EXPECT_EQ(errno, ENOENT);
+  machine.addLircDaemon("/dev/lircd").stop();
+  EXPECT_EQ(connectTo(fd, "/dev/lircd"), -1);
+  EXPECT_EQ(errno, ECONNREFUSED);
+  machine.addLircDaemon("/dev/lircd");
+  EXPECT_EQ(connectTo(fd, "/dev/lircd"), 0);
+  EXPECT_EQ(connectTo(fd, "/dev/lircd"), -1);
+  EXPECT_EQ(errno, EISCONN);
+}
+
+TEST(Faults, HitTheCallThatIsCounted) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  machine.fail(Call::kRead, 2, EIO);
+  input_event record;
+  EXPECT_EQ(read(fd, &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  EXPECT_EQ(read(fd, &record, sizeof record), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(read(fd, &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  EXPECT_EQ(recordText(record), "0 0 0");
+  EXPECT_EQ(machine.count(Call::kRead), 3);
+}
+
+TEST(Faults, ACloseThatFailsStillCloses) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  machine.fail(Call::kClose, 1, EIO);
+  EXPECT_EQ(close(fd), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(machine.openDescriptors(), 0);
+}
+
+TEST(Faults, ATruncatedReadLeavesTheRecordAndTheRestOfTheText) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  const int fd = openNode("/dev/input/event0");
+  const int lirc = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  ASSERT_EQ(connectTo(lirc, "/dev/lircd"), 0);
+  node.press(KEY_A);
+  daemon.sendText("abcdef");
+  input_event record;
+  char text[16] = {};
+  machine.truncateRead(1, 0);
+  EXPECT_EQ(read(fd, &record, sizeof record), 0);
+  machine.truncateRead(1, 4);
+  EXPECT_EQ(read(fd, &record, sizeof record), 4);
+  EXPECT_EQ(readRecords(fd), Lines({"1 30 1", "0 0 0"}));
+  machine.truncateRead(1, 4);
+  EXPECT_EQ(read(lirc, text, sizeof text), 4);
+  EXPECT_STREQ(text, "abcd");
+  EXPECT_EQ(read(lirc, text, sizeof text), 2);
+}
+
+TEST(Trace, ShowsEveryCallWithItsResult) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard("Keyboard"));
+  machine.setEnvironment("LIRC_REPEAT_TIMEOUT", "150");
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  char buffer[128];
+  timeval now;
+  timeval timeout = {0, 250'000};
+  EXPECT_EQ(waitFor(fd, &timeout), 1);
+  EXPECT_EQ(waitFor(fd, nullptr), 1);
+  EXPECT_GT(read(fd, buffer, sizeof(input_event)), 0);
+  EXPECT_GT(read(fd, buffer, sizeof(input_event)), 0);
+  EXPECT_EQ(read(fd, buffer, 127), -1);
+  EXPECT_EQ(ioctl(fd, EVIOCGRAB, 1L), 0);
+  EXPECT_EQ(ioctl(fd, EVIOCGNAME(99), buffer), 9);
+  EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_ABS, 8), buffer), 8);
+  EXPECT_EQ(gettimeofday(&now, nullptr), 0);
+  EXPECT_STREQ(getenv("LIRC_REPEAT_TIMEOUT"), "150");
+  EXPECT_EQ(getenv("LIRC_RELEASE_TIMEOUT"), nullptr);
+  const int lirc = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  EXPECT_EQ(connectTo(lirc, "/dev/lircd"), -1);
+  EXPECT_EQ(close(-1), -1);
+  const std::string clock = std::to_string(now.tv_sec) + ".000020";
+  EXPECT_EQ(machine.takeTrace(), Lines({
+                                     "open(\"/dev/input/event0\", O_RDONLY|O_NONBLOCK) = 100",
+                                     "select(101, [100], 0.250000) = 1 [100]",
+                                     "select(101, [100], forever) = 1 [100]",
+                                     "read(100, 1 record) = 1 record",
+                                     "read(100, 1 record) = 1 record",
+                                     "read(100, 127) = -1 EAGAIN",
+                                     "ioctl(100, EVIOCGRAB, 1) = 0",
+                                     "ioctl(100, EVIOCGNAME(99)) = 9",
+                                     "ioctl(100, EVIOCGBIT(EV_ABS, 8)) = 8",
+                                     "gettimeofday() = " + clock,
+                                     "getenv(\"LIRC_REPEAT_TIMEOUT\") = \"150\"",
+                                     "getenv(\"LIRC_RELEASE_TIMEOUT\") = null",
+                                     "socket(AF_UNIX, SOCK_STREAM|SOCK_NONBLOCK, 0) = 101",
+                                     "connect(101, \"/dev/lircd\", 110) = -1 ENOENT",
+                                     "close(-1) = -1 EBADF",
+                                 }));
+}
+
+TEST(Trace, CanBeTurnedOff) {
+  Machine machine;
+  machine.setTracing(false);
+  EXPECT_EQ(close(-1), -1);
+  EXPECT_EQ(machine.takeTrace(), Lines({}));
+  EXPECT_EQ(machine.count(Call::kClose), 1);
+}
+
+TEST(Descriptors, TakeTheLowestFreeNumberFromTheFirst) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  EXPECT_EQ(openNode("/dev/input/event0"), 100);
+  EXPECT_EQ(openNode("/dev/input/event0"), 101);
+  EXPECT_EQ(close(100), 0);
+  EXPECT_EQ(openNode("/dev/input/event0"), 100);
+  machine.setFirstDescriptor(2000);
+  EXPECT_EQ(openNode("/dev/input/event0"), 2000);
+  EXPECT_EQ(machine.openDescriptors(), 3);
+}
+
+}  // namespace
+}  // namespace quarlo::sim
