@@ -210,4 +210,224 @@ int LinuxInputReader::openLircSocket(const char* path) {
   return fd;
 }
 
+// ---- Evdev: keyboard ----------------------------------------------------------------------------
+
+LinuxInputReader::Modifier LinuxInputReader::getModifier(int code) {
+  switch (code) {
+    case KEY_LEFTCTRL:
+    case KEY_RIGHTCTRL: return KeyInput::kControlModifier;
+    case KEY_LEFTSHIFT:
+    case KEY_RIGHTSHIFT: return KeyInput::kShiftModifier;
+    case KEY_LEFTALT:
+    case KEY_RIGHTALT: return KeyInput::kAltModifier;
+    default: return KeyInput::kNoModifier;
+  }
+}
+
+// ---- Key tables ---------------------------------------------------------------------------------
+
+// Three switches that hold only data, in the order of a keyboard. Without logic, and each over a narrow range of codes,
+// they compile to dense tables. The codes are those of linux/input-event-codes.h.
+namespace {
+
+// A key with the characters that it types without and with Shift: key | plain << 16 | shifted << 24. 0: no such key.
+using Row = std::uint32_t;
+
+constexpr Row types(LinuxInputReader::Key key, int plain, int shifted) {
+  return static_cast<Row>(key) | static_cast<Row>(plain) << 16 | static_cast<Row>(shifted) << 24;
+}
+
+// Most keys type the low byte of their code; letters are lower case without Shift. That makes Power type 153.
+constexpr Row types(LinuxInputReader::Key key) {
+  const int character = key & 0xff;
+  const bool letter = key >= KeyInput::kA && key <= KeyInput::kZ;
+  return types(key, letter ? character + 'a' - 'A' : character, character);
+}
+
+constexpr Row silent(LinuxInputReader::Key key) { return types(key, 0, 0); }
+
+Row keyboardRow(int code) {
+  // clang-format off
+  switch (code) {
+    case KEY_ESC:        return types(KeyInput::kEscape);
+    case KEY_F1:         return silent(KeyInput::kF1);
+    case KEY_F2:         return silent(KeyInput::kF2);
+    case KEY_F3:         return silent(KeyInput::kF3);
+    case KEY_F4:         return silent(KeyInput::kF4);
+    case KEY_F5:         return silent(KeyInput::kF5);
+    case KEY_F6:         return silent(KeyInput::kF6);
+    case KEY_F7:         return silent(KeyInput::kF7);
+    case KEY_F8:         return silent(KeyInput::kF8);
+    case KEY_F9:         return silent(KeyInput::kF9);
+    case KEY_F10:        return silent(KeyInput::kF10);
+    case KEY_F11:        return silent(KeyInput::kF11);
+    case KEY_F12:        return silent(KeyInput::kF12);
+
+    case KEY_GRAVE:      return types(KeyInput::kGrave, '`', '~');
+    case KEY_1:          return types(KeyInput::k1, '1', '!');
+    case KEY_2:          return types(KeyInput::k2, '2', '@');
+    case KEY_3:          return types(KeyInput::k3, '3', '#');
+    case KEY_4:          return types(KeyInput::k4, '4', '$');
+    case KEY_5:          return types(KeyInput::k5, '5', '%');
+    case KEY_6:          return types(KeyInput::k6, '6', '^');
+    case KEY_7:          return types(KeyInput::k7, '7', '&');
+    case KEY_8:          return types(KeyInput::k8, '8', '*');
+    case KEY_9:          return types(KeyInput::k9, '9', '(');
+    case KEY_0:          return types(KeyInput::k0, '0', ')');
+    case KEY_MINUS:      return types(KeyInput::kMinus, '-', '_');
+    case KEY_EQUAL:      return types(KeyInput::kEquals, '=', '+');
+    case KEY_BACKSPACE:  return types(KeyInput::kBackspace);
+
+    case KEY_TAB:        return types(KeyInput::kTab);
+    case KEY_Q:          return types(KeyInput::kQ);
+    case KEY_W:          return types(KeyInput::kW);
+    case KEY_E:          return types(KeyInput::kE);
+    case KEY_R:          return types(KeyInput::kR);
+    case KEY_T:          return types(KeyInput::kT);
+    case KEY_Y:          return types(KeyInput::kY);
+    case KEY_U:          return types(KeyInput::kU);
+    case KEY_I:          return types(KeyInput::kI);
+    case KEY_O:          return types(KeyInput::kO);
+    case KEY_P:          return types(KeyInput::kP);
+    case KEY_LEFTBRACE:  return types(KeyInput::kLeftBracket, '[', '{');
+    case KEY_RIGHTBRACE: return types(KeyInput::kRightBracket, ']', '}');
+    case KEY_BACKSLASH:  return types(KeyInput::kBackslash, '\\', '|');
+
+    case KEY_A:          return types(KeyInput::kA);
+    case KEY_S:          return types(KeyInput::kS);
+    case KEY_D:          return types(KeyInput::kD);
+    case KEY_F:          return types(KeyInput::kF);
+    case KEY_G:          return types(KeyInput::kG);
+    case KEY_H:          return types(KeyInput::kH);
+    case KEY_J:          return types(KeyInput::kJ);
+    case KEY_K:          return types(KeyInput::kK);
+    case KEY_L:          return types(KeyInput::kL);
+    case KEY_SEMICOLON:  return types(KeyInput::kSemicolon, ';', ':');
+    case KEY_APOSTROPHE: return types(KeyInput::kApostrophe, '\'', '"');
+    case KEY_ENTER:      return types(KeyInput::kEnter);
+    case KEY_LINEFEED:   return types(KeyInput::kEnter);
+
+    case KEY_LEFTSHIFT:  return silent(KeyInput::kShift);
+    case KEY_Z:          return types(KeyInput::kZ);
+    case KEY_X:          return types(KeyInput::kX);
+    case KEY_C:          return types(KeyInput::kC);
+    case KEY_V:          return types(KeyInput::kV);
+    case KEY_B:          return types(KeyInput::kB);
+    case KEY_N:          return types(KeyInput::kN);
+    case KEY_M:          return types(KeyInput::kM);
+    case KEY_COMMA:      return types(KeyInput::kComma, ',', '<');
+    case KEY_DOT:        return types(KeyInput::kFullStop, '.', '>');
+    case KEY_SLASH:      return types(KeyInput::kSlash, '/', '?');
+    case KEY_RIGHTSHIFT: return silent(KeyInput::kShift);
+
+    case KEY_LEFTCTRL:   return silent(KeyInput::kControl);
+    case KEY_LEFTALT:    return silent(KeyInput::kAlt);
+    case KEY_SPACE:      return types(KeyInput::kSpace);
+    case KEY_RIGHTALT:   return silent(KeyInput::kAlt);
+    case KEY_RIGHTCTRL:  return silent(KeyInput::kControl);
+
+    case KEY_PAUSE:      return silent(KeyInput::kPause);
+    case KEY_INSERT:     return silent(KeyInput::kInsert);
+    case KEY_DELETE:     return types(KeyInput::kDelete, 127, 127);
+    case KEY_HOME:       return silent(KeyInput::kHome);
+    case KEY_END:        return silent(KeyInput::kEnd);
+    case KEY_PAGEUP:     return silent(KeyInput::kPageUp);
+    case KEY_PAGEDOWN:   return silent(KeyInput::kPageDown);
+    case KEY_UP:         return silent(KeyInput::kUp);
+    case KEY_LEFT:       return silent(KeyInput::kLeft);
+    case KEY_DOWN:       return silent(KeyInput::kDown);
+    case KEY_RIGHT:      return silent(KeyInput::kRight);
+
+    case KEY_NUMLOCK:    return silent(KeyInput::kNumLock);
+    case KEY_KPSLASH:    return types(KeyInput::kKeypadDivide, '/', '/');
+    case KEY_KPASTERISK: return types(KeyInput::kKeypadMultiply, '*', '*');
+    case KEY_KPMINUS:    return types(KeyInput::kKeypadSubtract, '-', '-');
+    case KEY_KP7:        return types(KeyInput::kKeypad7, '7', '7');
+    case KEY_KP8:        return types(KeyInput::kKeypad8, '8', '8');
+    case KEY_KP9:        return types(KeyInput::kKeypad9, '9', '9');
+    case KEY_KPPLUS:     return types(KeyInput::kKeypadAdd, '+', '+');
+    case KEY_KP4:        return types(KeyInput::kKeypad4, '4', '4');
+    case KEY_KP5:        return types(KeyInput::kKeypad5, '5', '5');
+    case KEY_KP6:        return types(KeyInput::kKeypad6, '6', '6');
+    case KEY_KP1:        return types(KeyInput::kKeypad1, '1', '1');
+    case KEY_KP2:        return types(KeyInput::kKeypad2, '2', '2');
+    case KEY_KP3:        return types(KeyInput::kKeypad3, '3', '3');
+    case KEY_KP0:        return types(KeyInput::kKeypad0, '0', '0');
+    case KEY_KPENTER:    return types(KeyInput::kEnter);
+    case KEY_KPCOMMA:    return types(KeyInput::kKeypadDecimal, ',', ',');  // the decimal key: KEY_KPDOT has no code
+
+    case KEY_POWER:      return types(KeyInput::kPower);
+    case KEY_MUTE:       return silent(KeyInput::kMute);
+    case KEY_VOLUMEDOWN: return silent(KeyInput::kVolumeDown);
+    case KEY_VOLUMEUP:   return silent(KeyInput::kVolumeUp);
+
+    default:             return 0;
+  }
+  // clang-format on
+}
+
+Row mediaRow(int code) {
+  // clang-format off
+  switch (code) {
+    case KEY_STOP:        return silent(KeyInput::kStop);
+    case KEY_MENU:        return silent(KeyInput::kMenu);
+    case KEY_BACK:        return silent(KeyInput::kPreviousTrack);  // a remote's BACK is the Exit key's code instead;
+    case KEY_FORWARD:     return silent(KeyInput::kNextTrack);      // the application tells the two apart, keep them so
+    case KEY_RECORD:      return silent(KeyInput::kRecord);
+    case KEY_REWIND:      return silent(KeyInput::kRewind);
+    case KEY_EXIT:        return silent(KeyInput::kBack);
+    case KEY_PLAY:        return silent(KeyInput::kPlay);
+    case KEY_FASTFORWARD: return silent(KeyInput::kFastForward);
+
+    default:              return 0;
+  }
+  // clang-format on
+}
+
+Row remoteRow(int code) {
+  // clang-format off
+  switch (code) {
+    case KEY_OK:          return types(KeyInput::kEnter);
+    case KEY_SELECT:      return types(KeyInput::kEnter);
+    case KEY_CLEAR:       return types(KeyInput::kBackspace);
+
+    case KEY_RED:         return silent(KeyInput::kRed);
+    case KEY_GREEN:       return silent(KeyInput::kGreen);
+    case KEY_YELLOW:      return silent(KeyInput::kYellow);
+    case KEY_BLUE:        return silent(KeyInput::kBlue);
+    case KEY_CHANNELUP:   return silent(KeyInput::kChannelUp);
+    case KEY_CHANNELDOWN: return silent(KeyInput::kChannelDown);
+
+    case KEY_NUMERIC_1:   return types(KeyInput::k1, '1', '!');
+    case KEY_NUMERIC_2:   return types(KeyInput::k2, '2', '@');
+    case KEY_NUMERIC_3:   return types(KeyInput::k3, '3', '#');
+    case KEY_NUMERIC_4:   return types(KeyInput::k4, '4', '$');
+    case KEY_NUMERIC_5:   return types(KeyInput::k5, '5', '%');
+    case KEY_NUMERIC_6:   return types(KeyInput::k6, '6', '^');
+    case KEY_NUMERIC_7:   return types(KeyInput::k7, '7', '&');
+    case KEY_NUMERIC_8:   return types(KeyInput::k8, '8', '*');
+    case KEY_NUMERIC_9:   return types(KeyInput::k9, '9', '(');
+    case KEY_NUMERIC_0:   return types(KeyInput::k0, '0', ')');
+
+    default:              return 0;
+  }
+  // clang-format on
+}
+
+bool isKeypadDigit(LinuxInputReader::Key key) { return key >= KeyInput::kKeypad0 && key <= KeyInput::kKeypad9; }
+
+}  // namespace
+
+void LinuxInputReader::translateKey(int code, Modifier modifiers, bool numLock, Key& key, char& ch) {
+  Row row = keyboardRow(code);
+  if (row == 0) row = mediaRow(code);
+  if (row == 0) row = remoteRow(code);
+
+  const bool shift = (modifiers & KeyInput::kShiftModifier) != 0;
+  key = static_cast<Key>(row & 0xffff);
+  ch = static_cast<char>(shift ? row >> 24 : row >> 16);
+  // Without Num Lock the keypad's digits type nothing; they do not turn into arrows.
+  if (isKeypadDigit(key) && !numLock) ch = 0;
+}
+
 }  // namespace quarlo::components::input
