@@ -52,7 +52,26 @@ constexpr char kLogFile[] = "input/linux_input_reader";
 
 namespace {
 
+// Times are measured in 32 bits and wrap: the clock can jump, and the environment can hold any timeout.
 std::int32_t wrap(std::uint32_t value) { return static_cast<std::int32_t>(value); }
+
+std::int32_t wrappingSum(std::int32_t a, std::int32_t b) {
+  return wrap(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
+
+std::int32_t timesThousand(std::int32_t value) { return wrap(1000U * static_cast<std::uint32_t>(value)); }
+
+timeval currentTime() {
+  timeval now = {};
+  gettimeofday(&now, nullptr);
+  return now;
+}
+
+std::int32_t elapsedMs(const timeval& then, const timeval& now) {
+  const std::int32_t us = wrap(static_cast<std::uint32_t>(now.tv_usec) - static_cast<std::uint32_t>(then.tv_usec));
+  const std::int32_t s = wrap(static_cast<std::uint32_t>(now.tv_sec) - static_cast<std::uint32_t>(then.tv_sec));
+  return wrappingSum(us / 1000, timesThousand(s));
+}
 
 }  // namespace
 
@@ -212,6 +231,38 @@ int LinuxInputReader::openLircSocket(const char* path) {
 
 // ---- Evdev: keyboard ----------------------------------------------------------------------------
 
+namespace {
+
+constexpr int kLastMouseButton = 287;  // of the block that starts with BTN_MOUSE; its last named button is BTN_TASK
+
+}  // namespace
+
+bool LinuxInputReader::handleKeyEvent(input_event* ev, InputEvent& out) {
+  if (ev->code == BTN_TOUCH || ev->code == BTN_TOOL_FINGER) ev->code = BTN_LEFT;
+  if (ev->code >= BTN_MOUSE && ev->code <= kLastMouseButton) return handleButtonEvent(*ev, out);
+
+  const bool released = ev->value == 0;
+  const Modifier modifier = getModifier(ev->code);
+  if (released) {
+    modifiers &= ~modifier;
+  } else {
+    modifiers |= modifier;
+    // Also on auto-repeat: a Num Lock key that is held down toggles with each repeat.
+    if (ev->code == KEY_NUMLOCK) numLock = !numLock;
+  }
+
+  Key key;
+  char ch;
+  translateKey(ev->code, modifiers, numLock, key, ch);
+  out.kind = InputEvent::kKeyEvent;
+  out.flags = 0;
+  out.keyData.action = released ? KeyData::kUp : KeyData::kDown;
+  out.keyData.key = key;
+  out.keyData.ch = ch;
+  out.keyData.modifiers = modifiers;
+  return true;
+}
+
 LinuxInputReader::Modifier LinuxInputReader::getModifier(int code) {
   switch (code) {
     case KEY_LEFTCTRL:
@@ -222,6 +273,82 @@ LinuxInputReader::Modifier LinuxInputReader::getModifier(int code) {
     case KEY_RIGHTALT: return KeyInput::kAltModifier;
     default: return KeyInput::kNoModifier;
   }
+}
+
+// ---- Evdev: pointer -----------------------------------------------------------------------------
+
+namespace {
+
+constexpr std::int32_t kClickWindowMs = 400;  // from press to press
+
+std::int32_t clampedStep(std::int32_t position, std::int32_t step, std::int32_t max) {
+  std::int64_t moved = std::int64_t{position} + step;
+  if (moved < 0) moved = 0;
+  if (moved > max) moved = max;
+  return static_cast<std::int32_t>(moved);
+}
+
+}  // namespace
+
+bool LinuxInputReader::handleRelEvent(input_event* ev, InputEvent& out) {
+  switch (ev->code) {
+    case REL_X:
+      pointerX = clampedStep(pointerX, ev->value, maxX);
+      pointerMoved = true;
+      break;
+    case REL_Y:
+      pointerY = clampedStep(pointerY, ev->value, maxY);
+      pointerMoved = true;
+      break;
+    default:
+      if (!pointerMoved) return true;
+  }
+  out.kind = InputEvent::kMouseEvent;
+  out.flags = 0;
+  out.mouseData.action = MouseData::kMove;
+  out.mouseData.button = pressedButton;
+  out.mouseData.x = static_cast<std::uint16_t>(pointerX);
+  out.mouseData.y = static_cast<std::uint16_t>(pointerY);
+  out.mouseData.clicks = 0;
+  return true;
+}
+
+bool LinuxInputReader::handleButtonEvent(const input_event& ev, InputEvent& out) {
+  // One history for the process: a double click counts whichever reader sees its halves. Indexed from the left button.
+  static std::int32_t clickCount[] = {1, 1, 1};
+  static timeval lastClick[] = {{}, {}, {}};
+
+  constexpr int kAutoRepeat = 2;
+  if (ev.value == kAutoRepeat) return false;
+
+  std::int32_t button;
+  switch (ev.code) {
+    case BTN_LEFT: button = MouseData::kLeft; break;
+    case BTN_RIGHT: button = MouseData::kRight; break;
+    case BTN_MIDDLE: button = MouseData::kMiddle; break;
+    default: return true;
+  }
+  const std::int32_t index = button - MouseData::kLeft;
+
+  const bool pressed = ev.value != 0;
+  if (pressed) {
+    pressedButton = button;
+    const timeval now = currentTime();
+    const bool inTime = elapsedMs(lastClick[index], now) < kClickWindowMs;
+    clickCount[index] = inTime ? wrappingSum(clickCount[index], 1) : 1;
+    lastClick[index] = now;
+  } else {
+    pressedButton = MouseData::kNoButton;
+  }
+
+  out.kind = InputEvent::kMouseEvent;
+  out.flags = 0;
+  out.mouseData.action = pressed ? MouseData::kButtonDown : MouseData::kButtonUp;
+  out.mouseData.button = button;
+  out.mouseData.x = static_cast<std::uint16_t>(pointerX);
+  out.mouseData.y = static_cast<std::uint16_t>(pointerY);
+  out.mouseData.clicks = static_cast<std::uint8_t>(clickCount[index]);
+  return true;
 }
 
 // ---- Key tables ---------------------------------------------------------------------------------

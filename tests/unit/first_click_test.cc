@@ -1,0 +1,33 @@
+// The first click of a process is measured against a time of zero, so it needs processes of its own.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "tests/unit/reader_test.h"
+
+namespace quarlo::test {
+namespace {
+
+// Ends the process with the click count of its first click, at this time on the clock.
+[[noreturn]] void exitWithFirstClick(std::chrono::seconds time) {
+  sim::Machine machine;
+  machine.jumpClock(time - machine.now());
+  LinuxInputReader reader;
+  input_event record = makeEvdevRecord(EV_KEY, BTN_LEFT, 1);
+  InputEvent event = untouched();
+  reader.handleKeyEvent(&record, event);
+  std::exit(event.mouseData.clicks);
+}
+
+TEST(FirstClickDeathTest, IsASingleOneWhileTheWrappedTimeIsPositive) {
+  EXPECT_EXIT(exitWithFirstClick(1'000'000s), testing::ExitedWithCode(1), "");
+  EXPECT_EXIT(exitWithFirstClick(1s), testing::ExitedWithCode(1), "");
+}
+
+TEST(FirstClickDeathTest, CountsAsTheSecondWhileItIsNegative) {
+  EXPECT_EXIT(exitWithFirstClick(3'000'000s), testing::ExitedWithCode(2), "");
+  EXPECT_EXIT(exitWithFirstClick(0s), testing::ExitedWithCode(2), "");
+}
+
+}  // namespace
+}  // namespace quarlo::test
