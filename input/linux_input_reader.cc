@@ -149,6 +149,50 @@ bool LinuxInputReader::init(const char* mouseDevice, const char* keyboardDevice,
   return lircFd >= 0 || mouseFd >= 0 || keyboardFd >= 0;
 }
 
+// ---- Waiting and polling ------------------------------------------------------------------------
+
+bool LinuxInputReader::readInput(InputEvent& event, int timeoutMs) {
+  if (hasPendingEvent) {
+    hasPendingEvent = false;
+    event = pendingEvent;
+    return true;
+  }
+  // Only a wait: no source blocks, so all are read whether select() named them or not.
+  fileSelect(timeoutMs);
+  if (keyboardFd >= 0 && getInputEvent(keyboardFd, event)) return true;
+  if (mouseFd >= 0 && getInputEvent(mouseFd, event)) return true;
+  return false;
+}
+
+bool LinuxInputReader::fileSelect(int timeoutMs) {
+  if (maxFd == -1 && !initFdSets()) return false;
+
+  timeval interval = {};
+  if (timeoutMs != -1) {
+    const div_t split = div(timesThousand(timeoutMs), 1000000);
+    interval.tv_sec = split.quot;
+    interval.tv_usec = split.rem;
+  }
+  // The stored set itself, not a copy: later waits watch only what this one leaves in it. The application's timing is
+  // tuned to that.
+  const int ready = select(maxFd + 1, &readSet, nullptr, nullptr, timeoutMs == -1 ? nullptr : &interval);
+  if (ready == -1) maxFd = -1;
+  return ready > 0;
+}
+
+bool LinuxInputReader::initFdSets() {
+  maxFd = -1;
+  FD_ZERO(&readSet);
+  for (const int fd : {mouseFd, keyboardFd, lircFd}) {
+    if (fd < 0) continue;
+    // A descriptor beyond the set cannot be waited on; it is still polled after each wait.
+    if (fd < FD_SETSIZE) FD_SET(fd, &readSet);
+    const int waitable = fd < FD_SETSIZE ? fd : FD_SETSIZE - 1;
+    if (maxFd < waitable) maxFd = waitable;
+  }
+  return maxFd != -1;
+}
+
 // ---- Opening ------------------------------------------------------------------------------------
 
 namespace {
@@ -227,6 +271,52 @@ int LinuxInputReader::openLircSocket(const char* path) {
   }
   LOG_INFO("Found a LIRC device: %s", path);
   return fd;
+}
+
+// ---- Evdev: one drain ---------------------------------------------------------------------------
+
+namespace {
+
+// So that a mouse that never rests cannot keep the other sources waiting.
+constexpr int kRecordsPerDrain = 20;
+
+}  // namespace
+
+bool LinuxInputReader::getInputEvent(int fd, InputEvent& event) {
+  pointerMoved = false;
+  input_event record = {};
+  for (int budget = kRecordsPerDrain; budget > 0; --budget) {
+    if (read(fd, &record, sizeof record) == -1) {
+      const int error = errno;
+      if (error != EAGAIN) LOG_ERROR("Reading from input device failed, errno = %d", error);
+      break;
+    }
+    if (record.type == EV_REL) {
+      translateEvent(&record, pendingEvent);
+      hasPendingEvent = true;
+    } else if (record.type == EV_KEY) {
+      if (hasPendingEvent) {
+        // The key must not overtake the motion before it.
+        event = pendingEvent;
+        translateEvent(&record, pendingEvent);
+      } else {
+        translateEvent(&record, event);
+      }
+      return true;
+    }
+  }
+  if (!hasPendingEvent) return false;
+  hasPendingEvent = false;
+  event = pendingEvent;
+  return true;
+}
+
+bool LinuxInputReader::translateEvent(input_event* ev, InputEvent& out) {
+  switch (ev->type) {
+    case EV_KEY: return handleKeyEvent(ev, out);
+    case EV_REL: return handleRelEvent(ev, out);
+    default: return true;
+  }
 }
 
 // ---- Evdev: keyboard ----------------------------------------------------------------------------

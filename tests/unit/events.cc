@@ -57,6 +57,17 @@ std::string moved(int x, int y, int button) { return mouseText(0, button, x, y, 
 std::string buttonDown(int button, int x, int y, int clicks) { return mouseText(1, button, x, y, clicks); }
 std::string buttonUp(int button, int x, int y, int clicks) { return mouseText(2, button, x, y, clicks); }
 
+std::string readOne(LinuxInputReader& reader, int timeoutMs) {
+  InputEvent event = untouched();
+  return reader.readInput(event, timeoutMs) ? text(event) : kNone;
+}
+
+Lines readAll(LinuxInputReader& reader) {
+  Lines events;
+  for (std::string event = readOne(reader); event != kNone; event = readOne(reader)) events.push_back(event);
+  return events;
+}
+
 input_event makeEvdevRecord(int type, int code, int value) {
   input_event record = {};
   record.type = static_cast<__u16>(type);

@@ -27,6 +27,13 @@ std::string buttonUp(int button, int x, int y, int clicks);
 // readInput() returned true and wrote nothing.
 inline const std::string kNothingWritten = "nothing written";
 
+// What one readInput() call gives: an event's text, or "none" for false.
+std::string readOne(LinuxInputReader& reader, int timeoutMs = 0);
+inline const std::string kNone = "none";
+
+// What readInput() gives without waiting, until it returns false.
+Lines readAll(LinuxInputReader& reader);
+
 // Records as a driver's: translateEvent() and its handlers take them.
 input_event makeEvdevRecord(int type, int code, int value);
 
