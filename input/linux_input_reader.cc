@@ -47,6 +47,8 @@ constexpr char kLogFile[] = "input/linux_input_reader";
   } while (false)
 #define LOG_INFO(...) LOG_IF(logging::GetMinLogLevel() <= logging::kInfo, logging::kInfo, __VA_ARGS__)
 #define LOG_ERROR(...) LOG_IF(logging::GetMinLogLevel() <= logging::kError, logging::kError, __VA_ARGS__)
+#define LOG_VERBOSE(level, ...) \
+  LOG_IF(logging::GetVlogLevelHelper(kLogFile, sizeof kLogFile) >= (level), -(level), __VA_ARGS__)
 
 // ---- Arithmetic of the 32-bit target ------------------------------------------------------------
 
@@ -161,7 +163,7 @@ bool LinuxInputReader::readInput(InputEvent& event, int timeoutMs) {
   fileSelect(timeoutMs);
   if (keyboardFd >= 0 && getInputEvent(keyboardFd, event)) return true;
   if (mouseFd >= 0 && getInputEvent(mouseFd, event)) return true;
-  return false;
+  return lircFd >= 0 && getLircEvent(lircFd, event);
 }
 
 bool LinuxInputReader::fileSelect(int timeoutMs) {
@@ -440,6 +442,109 @@ bool LinuxInputReader::handleButtonEvent(const input_event& ev, InputEvent& out)
   out.mouseData.clicks = static_cast<std::uint8_t>(clickCount[index]);
   return true;
 }
+
+// ---- The remote -------------------------------------------------------------------------
+
+namespace {
+
+constexpr std::size_t kLircTextSize = 128;
+
+struct LircPress {
+  LinuxInputReader::Key key;
+  std::uint16_t ch;
+  bool fresh;  // the button went down, as opposed to being held
+};
+
+bool parseLircLine(char* text, LircPress& press);
+
+}  // namespace
+
+bool LinuxInputReader::getLircEvent(int fd, InputEvent& event) {
+  char text[kLircTextSize];
+  const ssize_t length = read(fd, text, sizeof text - 1);
+  if (length < 1) return false;
+
+  text[length] = '\0';
+  LOG_VERBOSE(2, "LIRC string: %s", text);
+  LircPress press;
+  if (!parseLircLine(text, press)) return false;
+
+  lircKey = press.key;
+  lircChar = press.ch;
+
+  event.kind = InputEvent::kKeyEvent;
+  event.flags = 0;
+  event.keyData.action = KeyData::kDown;
+  event.keyData.key = press.key;
+  event.keyData.ch = static_cast<char>(press.ch);
+  event.keyData.modifiers = KeyInput::kNoModifier;
+  return true;
+}
+
+// ---- The remote: lines --------------------------------------------------------------------------
+
+namespace {
+
+// Ends the field that starts at `field` at the next space and returns what follows it, or null if there is no space.
+char* endField(char* field) {
+  char* space = strchr(field, ' ');
+  if (space == nullptr) return nullptr;
+  *space = '\0';
+  return space + 1;
+}
+
+void dropPrefix(const char*& name, const char* prefix, std::size_t length) {
+  if (strncasecmp(name, prefix, length) == 0) name += length;
+}
+
+// As wide as the longest name, so that the rows need no pointers.
+struct LircButton {
+  char name[14];
+  std::uint16_t key;
+  std::uint16_t ch;
+};
+
+constexpr LircButton kLircButtons[] = {
+#define LIRC_BUTTON(name, key, character) {name, KeyInput::key, character},
+#include "input/lirc_buttons.inc"
+#undef LIRC_BUTTON
+};
+
+bool findLircButton(const char* name, LircPress& press) {
+  for (const LircButton& button : kLircButtons) {
+    if (strcasecmp(name, button.name) != 0) continue;
+    press.key = button.key;
+    press.ch = button.ch;
+    return true;
+  }
+  return false;
+}
+
+// A line is "code repeat-count button-name remote-name\n" (the lircd manual, "SOCKET BROADCAST MESSAGES FORMAT").
+// Whatever else was read with it, such as the lines between the daemon's BEGIN and END, is rejected or ignored.
+bool parseLircLine(char* text, LircPress& press) {
+  char* repeatCount = endField(text);
+  if (repeatCount == nullptr || *repeatCount == '\0') return false;
+  char* nameField = endField(repeatCount);
+  if (nameField == nullptr || *nameField == '\0') return false;
+  if (endField(nameField) == nullptr || *nameField == '\0') return false;
+
+  press.fresh = repeatCount[strspn(repeatCount, "0")] == '\0';
+
+  const char* name = nameField;
+  dropPrefix(name, "KEY_NUMERIC_", 12);
+  dropPrefix(name, "KEY_", 4);
+  if (name[0] != '\0' && name[1] == '\0') {
+    press.ch = static_cast<unsigned char>(name[0]);
+    press.key = press.ch;
+    return true;
+  }
+  if (findLircButton(name, press)) return true;
+  LOG_VERBOSE(2, "LIRC unknown: %s", name);
+  return false;
+}
+
+}  // namespace
 
 // ---- Key tables ---------------------------------------------------------------------------------
 

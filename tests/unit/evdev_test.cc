@@ -239,6 +239,10 @@ TEST_F(EvdevTest, Unplug_LogsOneErrorPerCallAndTheOtherSourcesGoOn) {
   EXPECT_EQ(takeLog(), Lines({line}));
   EXPECT_EQ(readOne(reader), kNone);
   EXPECT_EQ(takeLog(), Lines({line}));
+  setVlogLevel(0);
+  daemon.send("KEY_OK");
+  EXPECT_EQ(readOne(reader), keyDown(13, 13));
+  EXPECT_EQ(takeLog(), Lines({line}));
   EXPECT_EQ(reader.keyboardFd, kKeyboardFd);
 }
 

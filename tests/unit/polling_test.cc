@@ -13,6 +13,7 @@ using PollingTest = ReaderTest;
 
 constexpr char kReadNothingFromKeyboard[] = "read(101, 1 record) = -1 EAGAIN";
 constexpr char kReadNothingFromMouse[] = "read(100, 1 record) = -1 EAGAIN";
+constexpr char kReadNothingFromLirc[] = "read(102, 127) = -1 EAGAIN";
 
 // The trace without reads and the clock.
 Lines waits(sim::Machine& machine) {
@@ -146,12 +147,13 @@ TEST_F(PollingTest, ReadInput_WithoutASourceReturnsAtOnce) {
   EXPECT_EQ(machine.count(Call::kSelect), 0);
 }
 
-TEST_F(PollingTest, ReadInput_ReadsKeyboardAndMouseInThisOrderAfterTheWait) {
+TEST_F(PollingTest, ReadInput_ReadsKeyboardMouseAndRemoteInThisOrderAfterTheWait) {
   EXPECT_EQ(readOne(reader, 20), kNone);
   const Lines trace = machine.takeTrace();
-  ASSERT_EQ(trace.size(), 3U);
+  ASSERT_EQ(trace.size(), 4U);
   EXPECT_EQ(trace,
-            Lines({"select(103, [100 101 102], 0.020000) = 0", kReadNothingFromKeyboard, kReadNothingFromMouse}));
+            Lines({"select(103, [100 101 102], 0.020000) = 0", kReadNothingFromKeyboard, kReadNothingFromMouse,
+                   kReadNothingFromLirc}));
 }
 
 TEST_F(PollingTest, ReadInput_DoesNotReadWhatIsNotOpen) {
@@ -168,11 +170,13 @@ TEST_F(PollingTest, ReadInput_ReadsWhatSelectDidNotName) {
   EXPECT_EQ(readOne(reader, 100), keyDown(65, 'a'));
 }
 
-TEST_F(PollingTest, ReadInput_KeyboardGoesFirstMouseOnALaterCall) {
+TEST_F(PollingTest, ReadInput_KeyboardGoesFirstMouseOnALaterCallThenTheRemote) {
   mouse.move(5, 0);
+  daemon.send("KEY_OK");
   keyboard.press(KEY_A);
   EXPECT_EQ(readOne(reader), keyDown(65, 'a'));
   EXPECT_EQ(readOne(reader), moved(5, 0));
+  EXPECT_EQ(readOne(reader), keyDown(13, 13));
   EXPECT_EQ(readOne(reader), kNone);
 }
 
