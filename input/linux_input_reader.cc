@@ -61,6 +61,10 @@ std::int32_t wrappingSum(std::int32_t a, std::int32_t b) {
   return wrap(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
 }
 
+std::int32_t wrappingDifference(std::int32_t a, std::int32_t b) {
+  return wrap(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
+}
+
 std::int32_t timesThousand(std::int32_t value) { return wrap(1000U * static_cast<std::uint32_t>(value)); }
 
 timeval currentTime() {
@@ -168,6 +172,13 @@ bool LinuxInputReader::readInput(InputEvent& event, int timeoutMs) {
 
 bool LinuxInputReader::fileSelect(int timeoutMs) {
   if (maxFd == -1 && !initFdSets()) return false;
+
+  // A held remote key must be forgotten in time, and only a poll can do that.
+  if (lircKey != KeyInput::kNone) {
+    std::int32_t remaining = wrappingDifference(lircReleaseTimeout, elapsedMs(lircKeyTime, currentTime()));
+    if (remaining < 0) remaining = 0;
+    if (timeoutMs == -1 || remaining < timeoutMs) timeoutMs = remaining;
+  }
 
   timeval interval = {};
   if (timeoutMs != -1) {
@@ -443,7 +454,7 @@ bool LinuxInputReader::handleButtonEvent(const input_event& ev, InputEvent& out)
   return true;
 }
 
-// ---- The remote -------------------------------------------------------------------------
+// ---- The remote: timing -------------------------------------------------------------------------
 
 namespace {
 
@@ -462,15 +473,43 @@ bool parseLircLine(char* text, LircPress& press);
 bool LinuxInputReader::getLircEvent(int fd, InputEvent& event) {
   char text[kLircTextSize];
   const ssize_t length = read(fd, text, sizeof text - 1);
-  if (length < 1) return false;
+  const std::int32_t elapsed = elapsedMs(lircKeyTime, currentTime());
+
+  if (length < 1) {
+    if (lircKey == KeyInput::kNone) return false;
+    // Only a poll that finds no line starts the repeat mode.
+    if (!lircRepeatMode && lircTimeout <= elapsed) {
+      LOG_VERBOSE(10, "LIRC key repeat mode started.");
+      lircRepeatMode = true;
+    }
+    if (wrappingSum(lircTimeout, lircRepeatTimeout) > elapsed) return false;
+    LOG_VERBOSE(10, "LIRC key repeat mode stopped.");
+    lircKey = KeyInput::kNone;
+    lircChar = 0;
+    lircRepeatMode = false;
+    return false;
+  }
 
   text[length] = '\0';
   LOG_VERBOSE(2, "LIRC string: %s", text);
   LircPress press;
   if (!parseLircLine(text, press)) return false;
 
+  // A new press of the held button is no repeat.
+  if (press.fresh) lircKey = KeyInput::kNone;
+  if (press.key != lircKey) {
+    lircRepeatMode = false;
+  } else if (lircTimeout > elapsed) {
+    LOG_VERBOSE(10, "LIRC keypress skipped - too close.");
+    return false;
+  }
+
+  LOG_VERBOSE(10, "LIRC KEYDOWN %dms.", elapsed);
+  lircKeyTime = currentTime();
+  lircTimeout = lircRepeatMode ? lircRepeatTimeout : lircReleaseTimeout;
   lircKey = press.key;
   lircChar = press.ch;
+  LOG_VERBOSE(10, "LIRC timeout %dms.", lircTimeout);
 
   event.kind = InputEvent::kKeyEvent;
   event.flags = 0;

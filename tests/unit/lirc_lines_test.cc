@@ -20,6 +20,14 @@ class LircLinesTest : public ReaderTest {
   // A line with this button, as a fresh press.
   std::string press(const std::string& button) { return read("0000000000f40bf0 00 " + button + " myremote\n"); }
 
+  // Whether a line with this repeat count is a fresh press: then the timing takes it although the key is held.
+  bool isFresh(const std::string& repeatCount) {
+    machine.advance(10s);
+    readAll(reader);
+    EXPECT_EQ(press("KEY_OK"), keyDown(13, 13));
+    return read("0000000000f40bf0 " + repeatCount + " KEY_OK myremote\n") != kNone;
+  }
+
   Lines unknown(const std::string& text, const std::string& name) {
     return {"VERBOSE2 LIRC string: " + text, "VERBOSE2 LIRC unknown: " + name};
   }
@@ -127,6 +135,11 @@ TEST_F(LircLinesTest, Fields_TheDaemonsMessagesAboutAReloadAreRejectedSilently) 
     EXPECT_EQ(read(text), kNone);
     EXPECT_EQ(takeLog(), Lines({"VERBOSE2 LIRC string: " + std::string(text)}));
   }
+}
+
+TEST_F(LircLinesTest, RepeatCount_OnlyZeroesOrNothingIsAFreshPress) {
+  for (const char* fresh : {"00", "0", "000", "0000000000", ""}) EXPECT_TRUE(isFresh(fresh)) << fresh;
+  for (const char* repeat : {"01", "0a", "10", "ff", "100", "-0", "0x0", "\t"}) EXPECT_FALSE(isFresh(repeat)) << repeat;
 }
 
 TEST_F(LircLinesTest, Read_FurtherLinesOfOneReadAreDiscarded) {
