@@ -585,6 +585,68 @@ bool parseLircLine(char* text, LircPress& press) {
 
 }  // namespace
 
+// ---- Listing ------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int kListedNodes = 10;
+constexpr int kListedEventTypes = 31;
+
+const char* eventTypeLabel(int type) {
+  switch (type) {
+    case EV_KEY: return " (Keys or Buttons)";
+    case EV_REL: return " (Relative Axes)";
+    case EV_ABS: return " (Absolute Axes)";
+    case EV_MSC: return " (Something miscellaneous)";
+    case EV_LED: return " (LEDs)";
+    case EV_SND: return " (Sounds)";
+    case EV_REP: return " (Repeat)";
+    case EV_FF: return " (Force Feedback)";
+    default: return nullptr;
+  }
+}
+
+void printEventType(int type) {
+  printf("  Event type 0x%02x ", static_cast<unsigned>(type));
+  const char* label = eventTypeLabel(type);
+  if (label != nullptr) puts(label);
+  // What reads this listing expects both lines for Force Feedback.
+  if (label == nullptr || type == EV_FF) printf(" (Unknown event type: 0x%04hx)\n", static_cast<unsigned short>(type));
+}
+
+}  // namespace
+
+void LinuxInputReader::listLinuxInputReader() const {
+  char node[kNodePathSize];
+  char name[kDeviceNameSize] = {};
+  for (int n = 0; n < kListedNodes; ++n) {
+    snprintf(node, sizeof node, "/dev/input/event%d", n);
+    const int fd = open(node, O_RDONLY);
+    if (fd == -1) {
+      if (errno == ENODEV) return;
+      continue;
+    }
+    if (!grabProbe(fd)) {
+      close(fd);
+      continue;
+    }
+    ioctl(fd, EVIOCGNAME(sizeof name - 1), name);
+    LOG_INFO("%s: %s", node, name);
+    if (hasRelEvent(fd) && hasKeyEvent(fd, true)) LOG_INFO("Probably a mouse");
+    if (hasAbsEvent(fd) && hasKeyEvent(fd, true)) LOG_INFO("Probably a touchscreen");
+    if (hasKeyEvent(fd, false)) LOG_INFO("Probably a keyboard");
+
+    std::uint8_t types[32] = {};
+    if (ioctl(fd, EVIOCGBIT(0, kListedEventTypes), types) == -1) LOG_ERROR("evdev ioctl");
+    puts("Supported event types:");
+    for (int type = 0; type < kListedEventTypes; ++type) {
+      if (hasBit(types, type)) printEventType(type);
+    }
+    ioctl(fd, EVIOCGRAB, kReleaseGrab);
+    close(fd);
+  }
+}
+
 // ---- Key tables ---------------------------------------------------------------------------------
 
 // Three switches that hold only data, in the order of a keyboard. Without logic, and each over a narrow range of codes,
