@@ -536,7 +536,7 @@ void dropPrefix(const char*& name, const char* prefix, std::size_t length) {
   if (strncasecmp(name, prefix, length) == 0) name += length;
 }
 
-// As wide as the longest name, so that the rows need no pointers.
+// The name stands in the row, so that the table needs no pointers.
 struct LircButton {
   char name[14];
   std::uint16_t key;
@@ -649,8 +649,8 @@ void LinuxInputReader::listLinuxInputReader() const {
 
 // ---- Key tables ---------------------------------------------------------------------------------
 
-// Three switches that hold only data, in the order of a keyboard. Without logic, and each over a narrow range of codes,
-// they compile to dense tables. The codes are those of linux/input-event-codes.h.
+// Three switches that hold only data, in the order of a keyboard. Without logic, and each over a range of its own, they
+// compile to small tables. The codes are those of linux/input-event-codes.h.
 namespace {
 
 // A key with the characters that it types without and with Shift: key | plain << 16 | shifted << 24. 0: no such key.

@@ -33,20 +33,25 @@
 //
 // True does not mean that an event was written. A button's auto-repeat and the side buttons (BTN_SIDE to code 287)
 // write nothing although readInput() returns true (after motion, they deliver the move event twice). Preset event.kind
-// to kNoEvent, as above, to tell.
+// to kNoEvent, as above, to tell. A wheel is worse: a step without motion delivers the event that was last held over
+// once more, a move or even a button, or an event of all zeroes if there was none. docs/behaviour.md says what to do.
 //
 // Timeouts. readInput() waits with select() on a set of descriptors that it builds before the first wait and then hands
 // to select() again as select() left it: after a wait that timed out the set is empty, after one that found something
-// it holds just those sources. It is rebuilt only after select() failed (a signal arrived). So a later wait may be a
-// plain sleep. The sources are polled after each wait anyway, so nothing is lost, but input can be as late as the
-// timeout is long. Use a short one, and never -1 (no limit) with more than one source or once a wait has timed out: it
-// would sleep until a signal. While a remote button is held, a wait ends when the release timeout does. The longest
-// timeout is 2147483 ms; with a negative one other than -1 select() fails and the sources are polled at once.
+// it holds just those sources. It is rebuilt only after select() failed, as when a signal arrived. So a later wait may
+// be a plain sleep. The sources are polled after each wait anyway, so input comes late rather than never, as late as
+// the timeout is long; only what overflows the kernel's own queue is lost. Use a short timeout, and never -1 (no limit)
+// with more than one source or once a wait has timed out: it would sleep until a signal. The longest timeout is 2147483
+// ms; with -2 to -2147483 select() fails and the sources are polled at once; beyond both, the number of microseconds
+// wraps.
 //
 // The remote's timing. LIRC repeats a line for as long as a button is held. The first line is a key-down. Repeats that
 // come less than LIRC_RELEASE_TIMEOUT ms (default 300) after it are skipped; when a readInput() call then finds no line
 // after that time, the faster repeat mode starts, in which repeats at least LIRC_REPEAT_TIMEOUT ms (default 100) apart
-// are key-downs. A key is forgotten after a silence of both timeouts. There are no key-up events for the remote.
+// are key-downs. A call that finds no line forgets the key once the sum of both timeouts has passed since its last
+// key-down, or twice the repeat timeout if that one came in repeat mode. There are no key-up events for the remote.
+// While a button is held, a wait ends at the release timeout, and from then until the key is forgotten there is no wait
+// at all.
 //
 // Threads and signals. One thread at a time; there are no locks. All readers of a process share one click history. A
 // signal that interrupts the wait makes readInput() poll the sources and return. No function is safe in a signal
@@ -61,7 +66,9 @@
 // gone, it reports it as readable at once, so that readInput() no longer waits. Make a new reader to open the sources
 // again.
 //
-// Failures are logged through logging/logging.h and absorbed. Nothing is allocated, no exception is thrown.
+// Failures are absorbed, and logged through logging/logging.h where an integrator can do something about them. Messages
+// carry what devices and the daemon sent: a back end escapes control characters before they reach a terminal. Nothing
+// is allocated, no exception is thrown.
 #pragma once
 
 #include <linux/input.h>
@@ -79,7 +86,8 @@ class LinuxInputReader {
   using Key = msg::KeyInput::Key;
   using Modifier = msg::KeyInput::Modifier;
 
-  // A plain value. Only the fields that belong to an event are written; the others keep what the caller's record held.
+  // A plain value. Look only at the fields that belong to its kind: the others hold whatever was there before, in the
+  // caller's record or in the reader's.
   struct InputEvent {
     // kind
     static constexpr std::uint8_t kKeyEvent = 0;    // keyData is valid
@@ -92,7 +100,7 @@ class LinuxInputReader {
 
       std::int32_t action;
       Key key;             // 0 for a key that has no code here
-      char ch;             // the character typed, as a byte of ISO 8859-1; 0 for none
+      char ch;             // the character typed, 0 for none: ASCII, but 153 for Power and any byte from the remote
       Modifier modifiers;  // held on the keyboard, after this key; always 0 from the remote
     };
 
@@ -110,7 +118,7 @@ class LinuxInputReader {
       std::int32_t button;  // the one pressed or released; in a move, the one held
       std::uint16_t x;      // pixels, 0 to the width given to init(), low 16 bits
       std::uint16_t y;      // pixels, 0 to the height given to init(), low 16 bits
-      std::uint8_t clicks;  // 1 single, 2 double, ...: presses of this button less than 400 ms apart; 0 in a move
+      std::uint8_t clicks;  // presses of this button less than 400 ms apart: 1 single, 2 double, ...; 0 in a move
     };
 
     std::uint8_t kind;
@@ -191,7 +199,7 @@ class LinuxInputReader {
   bool getLircEvent(int fd, InputEvent& event);
 
   bool pointerMoved = false;        // the current drain has seen a step in x or y
-  std::int32_t pointerX = 0;        // pixels, 0 to maxX
+  std::int32_t pointerX = 0;        // pixels, 0 to maxX (to a negative maxX: maxX itself)
   std::int32_t pointerY = 0;        // pixels, 0 to maxY
   int mouseFd = -1;                 // -1: not open, as for the two others
   std::int32_t maxX = 0;            // pixels, from init()

@@ -11,8 +11,9 @@ constexpr int kInfo = 0;
 constexpr int kError = 2;
 
 // Writes one message. `file` and `line` say where it comes from; `severity` is kInfo, kError or -n for verbose level n;
-// `format` and what follows are printf's, without a newline at the end. Callers ask the two functions below first, so a
-// message that is not wanted costs no formatting.
+// `format` and what follows are printf's, and make one line (text that was read can end it with a newline of its own,
+// and hold any other character). Callers ask the two functions below first, so a message that is not wanted costs no
+// formatting.
 void LogMessage(const char* file, int line, int severity, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 
