@@ -1,0 +1,134 @@
+#include "tests/live/lircd.h"
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+namespace quarlo::test {
+namespace {
+
+const std::string kRoot = QUARLO_LIRC_ROOT;
+const std::string kLibraries = kRoot + "/usr/lib/x86_64-linux-gnu";
+
+constexpr char kConfiguration[] = R"(begin remote
+  name           myremote
+  bits           16
+  eps            30
+  aeps           100
+  header         9000 4500
+  one            560 1690
+  zero           560 560
+  ptrail         560
+  pre_data_bits  16
+  pre_data       0x0
+  gap            108000
+  begin codes
+    KEY_UP       0x0bf0
+  end codes
+end remote
+)";
+
+pid_t start(const std::vector<std::string>& command) {
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  std::vector<char*> arguments;
+  for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
+  arguments.push_back(nullptr);
+  setenv("LD_LIBRARY_PATH", (kLibraries + ":" + kRoot + "/lib/x86_64-linux-gnu").c_str(), 1);
+  execv(arguments[0], arguments.data());
+  _exit(127);
+}
+
+// A UDP port that nothing uses. The daemon listens on it for infrared signals; the tests send none.
+int freePort() {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  socklen_t size = sizeof address;
+  const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+  EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
+  EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  close(fd);
+  return ntohs(address.sin_port);
+}
+
+bool endsWell(pid_t pid) {
+  int status = 0;
+  return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+std::string contents(const std::string& path) {
+  std::ifstream stream(path);
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return text.str();
+}
+
+}  // namespace
+
+bool Lircd::isAvailable() { return access((kRoot + "/usr/sbin/lircd").c_str(), X_OK) == 0; }
+
+Lircd::Lircd(std::string folder) : folder_(std::move(folder)) { std::ofstream(file("lircd.conf")) << kConfiguration; }
+
+Lircd::~Lircd() {
+  stop();
+  for (const char* name : {"lircd.conf", "lircd.log", "lircd.pid", "lircd"}) unlink(file(name).c_str());
+}
+
+bool Lircd::start() {
+  pid_ = test::start({kRoot + "/usr/sbin/lircd", "--options-file=/dev/null", "--nodaemon", "--allow-simulate",
+                      "--driver=udp", "--device=" + std::to_string(freePort()), "--immediate-init",
+                      "--plugindir=" + kLibraries + "/lirc/plugins", "--output=" + socketPath(),
+                      "--pidfile=" + file("lircd.pid"), "--logfile=" + file("lircd.log"), file("lircd.conf")});
+  // The socket's file is there before it listens, so only a connection tells. It takes some 20 ms.
+  constexpr int kTries = 1000;
+  constexpr int kPauseMs = 10;
+  for (int i = 0; i < kTries && !accepts(); ++i) {
+    if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
+      pid_ = -1;
+      break;
+    }
+    poll(nullptr, 0, kPauseMs);
+  }
+  if (accepts()) return true;
+  ADD_FAILURE() << "lircd does not listen on " << socketPath() << "; its log:\n" << contents(file("lircd.log"));
+  return false;
+}
+
+void Lircd::stop() {
+  if (pid_ == -1) return;
+  kill(pid_, SIGTERM);
+  waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+void Lircd::reload() { kill(pid_, SIGHUP); }
+
+bool Lircd::simulate(const std::string& button, const std::string& repeatCount) {
+  return endsWell(test::start({kRoot + "/usr/bin/irsend", "-d", socketPath(), "SIMULATE",
+                               "0000000000f40bf0 " + repeatCount + " " + button + " myremote"}));
+}
+
+bool Lircd::accepts() const {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, socketPath().c_str(), sizeof address.sun_path - 1);
+  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  const bool connected = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  close(fd);
+  return connected;
+}
+
+}  // namespace quarlo::test
