@@ -7,16 +7,17 @@ namespace quarlo::logging {
 namespace {
 
 // Writes the escape of one byte to `out`.
-void EscapeByte(unsigned char byte, char (&out)[kLongestEscape + 1]) {
+void escapeByte(unsigned char byte, char (&out)[kLongestEscape + 1]) {
+  const bool printable = byte >= 0x20 && byte < 0x7f;
+  const char* format = printable ? "%c" : "\\x%02x";
   switch (byte) {
-    case '\n': std::strcpy(out, "\\n"); return;
-    case '\r': std::strcpy(out, "\\r"); return;
-    case '\t': std::strcpy(out, "\\t"); return;
-    case '\\': std::strcpy(out, "\\\\"); return;
+    case '\n': format = "\\n"; break;
+    case '\r': format = "\\r"; break;
+    case '\t': format = "\\t"; break;
+    case '\\': format = "\\\\"; break;
     default: break;
   }
-  const bool printable = byte >= 0x20 && byte < 0x7f;
-  std::snprintf(out, sizeof out, printable ? "%c" : "\\x%02x", byte);
+  std::snprintf(out, sizeof out, format, byte);
 }
 
 }  // namespace
@@ -25,7 +26,7 @@ std::size_t Escape(const char* text, std::size_t length, char* out, std::size_t 
   std::size_t used = 0;
   for (std::size_t i = 0; i < length; ++i) {
     char escaped[kLongestEscape + 1];
-    EscapeByte(static_cast<unsigned char>(text[i]), escaped);
+    escapeByte(static_cast<unsigned char>(text[i]), escaped);
     const std::size_t width = std::strlen(escaped);
     if (used + width >= size) break;
     std::memcpy(out + used, escaped, width);

@@ -102,7 +102,7 @@ bool Kernel::ownsPath(const std::string& path) const { return isBelowDevInput(pa
 
 bool Kernel::ownsDescriptor(int fd) const { return fd == -1 || descriptors_.count(fd) != 0; }
 
-bool Kernel::ownsEnvironment(const std::string& name) const {
+bool Kernel::ownsEnvironment(const std::string& name) {
   return name == "LIRC_REPEAT_TIMEOUT" || name == "LIRC_RELEASE_TIMEOUT";
 }
 
@@ -333,7 +333,8 @@ int Kernel::selectUntil(int count, fd_set* readSet, std::optional<microseconds> 
       if (readSet != nullptr) *readSet = ready;
       return found;
     }
-    if (!waitForNext(deadline)) deadlock("select() on " + (readSet ? descriptorSet(count, readSet) : "nothing"));
+    if (!waitForNext(deadline))
+      deadlock("select() on " + (readSet != nullptr ? descriptorSet(count, readSet) : "nothing"));
     if (std::exchange(interrupted_, false)) return -EINTR;
   }
 }
@@ -366,7 +367,7 @@ int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptS
   return static_cast<int>(result);
 }
 
-void Kernel::deadlock(const std::string& wait) const {
+void Kernel::deadlock(const std::string& wait) {
   std::fprintf(stderr,
                "sim: deadlock: %s would wait for ever, since nothing is scheduled any more.\n"
                "Schedule input (after), a signal (signalAfter), or wait with a timeout.\n",

@@ -45,7 +45,7 @@ class Kernel {
 
   bool ownsPath(const std::string& path) const;
   bool ownsDescriptor(int fd) const;
-  bool ownsEnvironment(const std::string& name) const;
+  static bool ownsEnvironment(const std::string& name);
 
   int open(const char* path, int flags);
   int close(int fd);
@@ -96,7 +96,7 @@ class Kernel {
   // The work of the calls, without faults and trace; a negative result is an errno.
   int openNode(const std::string& path, int flags);
   ssize_t readDescriptor(int fd, void* buffer, std::size_t size);
-  ssize_t readRecords(Descriptor& descriptor, void* buffer, std::size_t size);
+  static ssize_t readRecords(Descriptor& descriptor, void* buffer, std::size_t size);
   int ioctlNode(int fd, unsigned request, void* argument);
   int selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline);
   int connectTo(int fd, const std::string& path);
@@ -106,7 +106,7 @@ class Kernel {
   int readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const;
   void runUntil(microseconds time);
   bool waitForNext(std::optional<microseconds> deadline);
-  [[noreturn]] void deadlock(const std::string& wait) const;
+  [[noreturn]] static void deadlock(const std::string& wait);
   void trace(const std::string& call, const std::string& result);
 
   microseconds time_;  // never goes back

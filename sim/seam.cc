@@ -32,6 +32,7 @@ using quarlo::sim::Kernel;
 #define REAL_GETTIMEOFDAY __real_gettimeofday
 #endif
 
+// NOLINTBEGIN(bugprone-reserved-identifier): these are the linker's names
 extern "C" {
 
 int __real_open(const char* path, int flags, ...);
@@ -123,7 +124,8 @@ int SEAM_GETTIMEOFDAY(timeval* time, void* zone) {
 
 char* __wrap_getenv(const char* name) {
   Kernel* kernel = Kernel::installed();
-  return kernel != nullptr && kernel->ownsEnvironment(name) ? kernel->getenv(name) : __real_getenv(name);
+  return kernel != nullptr && Kernel::ownsEnvironment(name) ? kernel->getenv(name) : __real_getenv(name);
 }
 
 }  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)

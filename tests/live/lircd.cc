@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -45,6 +45,7 @@ pid_t start(const std::vector<std::string>& command) {
   const pid_t pid = fork();
   if (pid != 0) return pid;
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
   setenv("LD_LIBRARY_PATH", (kLibraries + ":" + kRoot + "/lib/x86_64-linux-gnu").c_str(), 1);

@@ -348,22 +348,18 @@ TEST_F(EvdevTest, Keys_OnlyTheNamedFieldsOfTheEventAreWritten) {
   keyboard.press(KEY_A);
   InputEvent event = untouched();
   EXPECT_TRUE(reader.readInput(event, 0));
-  unsigned char bytes[sizeof event];
-  memcpy(bytes, &event, sizeof event);
-  const unsigned char expected[sizeof event] = {0, 0, 0xEE, 0xEE, 0,    0,    0, 0, 65, 0,
-                                                0, 0, 'a',  0xEE, 0xEE, 0xEE, 0, 0, 0,  0};
-  EXPECT_EQ(memcmp(bytes, expected, sizeof expected), 0) << testing::PrintToString(bytes);
+  const std::array<unsigned char, sizeof event> expected = {0, 0, 0xEE, 0xEE, 0,    0,    0, 0, 65, 0,
+                                                            0, 0, 'a',  0xEE, 0xEE, 0xEE, 0, 0, 0,  0};
+  EXPECT_EQ(bytesOf(event), expected);
 }
 
 TEST_F(EvdevTest, Buttons_OnlyTheNamedFieldsOfTheEventAreWritten) {
   mouse.press(BTN_MIDDLE);
   InputEvent event = untouched();
   EXPECT_TRUE(reader.readInput(event, 0));
-  unsigned char bytes[sizeof event];
-  memcpy(bytes, &event, sizeof event);
-  const unsigned char expected[sizeof event] = {1, 0, 0xEE, 0xEE, 1, 0, 0, 0,    3,    0,
-                                                0, 0, 0,    0,    0, 0, 1, 0xEE, 0xEE, 0xEE};
-  EXPECT_EQ(memcmp(bytes, expected, sizeof expected), 0) << testing::PrintToString(bytes);
+  const std::array<unsigned char, sizeof event> expected = {1, 0, 0xEE, 0xEE, 1, 0, 0, 0,    3,    0,
+                                                            0, 0, 0,    0,    0, 0, 1, 0xEE, 0xEE, 0xEE};
+  EXPECT_EQ(bytesOf(event), expected);
 }
 
 // ---- translateEvent ----

@@ -32,9 +32,14 @@ InputEvent untouched() {
 }
 
 bool isUntouched(const InputEvent& event) {
-  unsigned char bytes[sizeof event];
-  std::memcpy(bytes, &event, sizeof event);
+  const auto bytes = bytesOf(event);
   return std::all_of(std::begin(bytes), std::end(bytes), [](unsigned char byte) { return byte == kUntouchedByte; });
+}
+
+std::array<unsigned char, sizeof(InputEvent)> bytesOf(const InputEvent& event) {
+  std::array<unsigned char, sizeof(InputEvent)> bytes = {};
+  std::memcpy(bytes.data(), &event, bytes.size());
+  return bytes;
 }
 
 std::string text(const InputEvent& event) {

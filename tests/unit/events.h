@@ -1,6 +1,7 @@
 // Events as text with all their fields, so that a test compares whole outcomes and reads like what happened.
 #pragma once
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ using Lines = std::vector<std::string>;
 // An event whose bytes are all 0xEE: what a reader does not write can be told from what it does.
 InputEvent untouched();
 bool isUntouched(const InputEvent& event);
+
+// An event as it lies in memory, padding included.
+std::array<unsigned char, sizeof(InputEvent)> bytesOf(const InputEvent& event);
 
 std::string text(const InputEvent& event);
 

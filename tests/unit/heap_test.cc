@@ -13,11 +13,13 @@
 #include "logging/logging.h"
 #include "tests/unit/fifo.h"
 
+// NOLINTBEGIN(bugprone-reserved-identifier): these are libc's names
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -31,13 +33,13 @@ void* malloc(std::size_t size) {
   ++allocations;
   return __libc_malloc(size);
 }
-void* calloc(std::size_t count, std::size_t size) {
+void* calloc(std::size_t nmemb, std::size_t size) {
   ++allocations;
-  return __libc_calloc(count, size);
+  return __libc_calloc(nmemb, size);
 }
-void* realloc(void* block, std::size_t size) {
+void* realloc(void* ptr, std::size_t size) {
   ++allocations;
-  return __libc_realloc(block, size);
+  return __libc_realloc(ptr, size);
 }
 }
 

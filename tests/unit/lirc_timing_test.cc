@@ -30,7 +30,7 @@ class LircTimingTest : public ReaderTest {
   // What a call gives that polls the socket, with the reader's own lines but the echo of what was read.
   std::string poll() {
     InputEvent event = untouched();
-    const std::string result = reader.getLircEvent(kLircFd, event) ? text(event) : kNone;
+    std::string result = reader.getLircEvent(kLircFd, event) ? text(event) : kNone;
     log.clear();
     for (const std::string& message : takeLog()) {
       if (message.rfind("VERBOSE2 LIRC string: ", 0) != 0) log.push_back(message);
@@ -73,11 +73,9 @@ TEST_F(LircTimingTest, Press_WritesOnlyTheNamedFieldsOfTheEvent) {
   daemon.send("KEY_POWER");
   InputEvent event = untouched();
   ASSERT_TRUE(reader.getLircEvent(kLircFd, event));
-  unsigned char bytes[sizeof event];
-  memcpy(bytes, &event, sizeof event);
-  const unsigned char expected[sizeof event] = {0, 0, 0xEE, 0xEE, 0,    0,    0, 0, 0x99, 1,
-                                                0, 0, 153,  0xEE, 0xEE, 0xEE, 0, 0, 0,    0};
-  EXPECT_EQ(memcmp(bytes, expected, sizeof expected), 0) << testing::PrintToString(bytes);
+  const std::array<unsigned char, sizeof event> expected = {0, 0, 0xEE, 0xEE, 0,    0,    0, 0, 0x99, 1,
+                                                            0, 0, 153,  0xEE, 0xEE, 0xEE, 0, 0, 0,    0};
+  EXPECT_EQ(bytesOf(event), expected);
 }
 
 TEST_F(LircTimingTest, Press_IsForgottenAfterBothTimeoutsWithoutAnEvent) {

@@ -21,12 +21,12 @@ struct Message {
 // A reader on what the machine has, at the usual paths.
 void initialise(LinuxInputReader& reader) { reader.init(nullptr, nullptr, nullptr, 1280, 720); }
 
-void openAll(sim::Machine&) {
+void openAll(sim::Machine& /*machine*/) {
   LinuxInputReader reader;
   initialise(reader);
 }
 
-void list(sim::Machine&) {
+void list(sim::Machine& /*machine*/) {
   testing::internal::CaptureStdout();
   LinuxInputReader().listLinuxInputReader();
   std::fflush(stdout);

@@ -198,7 +198,7 @@ TEST_F(PollingTest, ReadInput_AHeldEventIsCopiedWithItsPadding) {
   reader.hasPendingEvent = true;
   InputEvent event = untouched();
   EXPECT_TRUE(reader.readInput(event, 0));
-  EXPECT_EQ(memcmp(&event, &reader.pendingEvent, sizeof event), 0);
+  EXPECT_EQ(bytesOf(event), bytesOf(reader.pendingEvent));
 }
 
 // ---- readInput: the set that shrinks ----

@@ -47,8 +47,8 @@ TEST_F(StateTest, Construct_ZeroesTheHoldingSlotWithItsPadding) {
   alignas(LinuxInputReader) unsigned char storage[sizeof(LinuxInputReader)];
   memset(storage, 0xEE, sizeof storage);
   auto* reader = new (storage) LinuxInputReader;
-  const unsigned char zeroes[sizeof(InputEvent)] = {};
-  EXPECT_EQ(memcmp(&reader->pendingEvent, zeroes, sizeof zeroes), 0);
+  const std::array<unsigned char, sizeof(InputEvent)> zeroes = {};
+  EXPECT_EQ(bytesOf(reader->pendingEvent), zeroes);
   reader->~LinuxInputReader();
 }
 
