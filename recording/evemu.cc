@@ -1,0 +1,134 @@
+#include "recording/evemu.h"
+
+#include <linux/input-event-codes.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace quarlo::recording {
+namespace {
+
+constexpr std::uint32_t kMostByte = 0xff;
+constexpr std::uint32_t kMostWord = 0xffff;
+constexpr std::size_t kMostBitBytes = (KEY_MAX + 1) / 8;  // EV_KEY has the most codes
+
+class EvemuParser {
+ public:
+  EvemuParser(std::FILE* file, const std::string& name, Start start) : lines_(file, name), timeline_(start) {}
+
+  DeviceRecording parse() {
+    while (lines_.next()) parseLine();
+    if (bits_.empty()) {
+      lines_.failWhole("no capability lines (B:), expected a whole recording, description and records in one file");
+    }
+    if (recording_.records.empty()) lines_.failWhole("no records (lines that start with E:): there is nothing to play");
+    collectCodes();
+    return std::move(recording_);
+  }
+
+ private:
+  void parseLine() {
+    std::string_view rest = lines_.text();
+    const std::string_view label = rest.substr(0, 2);
+    rest.remove_prefix(label.size());
+    if (label == "E:") return parseRecord(rest);
+    if (label == "B:") return parseBits(rest);
+    if (label == "N:") return parseName(rest);
+    if (label == "I:") return parseIds(rest);
+    if (label == "P:") return parseProperties(rest);
+    if (label == "A:") return parseAxis(rest);
+    if (label == "L:" || label == "S:") return parseState(rest);
+    lines_.fail("the line is " + quoted(lines_.text()) + ", expected a comment (#) or N: I: P: B: A: L: S: or E:");
+  }
+
+  // E: <seconds>.<microseconds> <type> <code> <value>
+  void parseRecord(std::string_view rest) {
+    Record record;
+    record.time = timeline_.parse(lines_, takeField(rest));
+    record.type = static_cast<std::uint16_t>(parseHexadecimal(lines_, "the type", takeField(rest), kMostWord));
+    record.code = static_cast<std::uint16_t>(parseHexadecimal(lines_, "the code", takeField(rest), kMostWord));
+    record.value = static_cast<std::int32_t>(parseDecimal(lines_, "the value", takeField(rest), INT32_MIN, INT32_MAX));
+    expectEnd(rest);
+    recording_.records.push_back(record);
+  }
+
+  // B: <type> <bytes>, repeated for as long as the type has bytes
+  void parseBits(std::string_view rest) {
+    std::vector<std::uint8_t>& bits = bits_[parseHexadecimal(lines_, "the event type", takeField(rest), EV_MAX)];
+    for (std::string_view field = takeField(rest); !field.empty(); field = takeField(rest)) {
+      bits.push_back(static_cast<std::uint8_t>(parseHexadecimal(lines_, "a capability byte", field, kMostByte)));
+    }
+    if (bits.size() > kMostBitBytes) {
+      lines_.fail("more than " + std::to_string(kMostBitBytes) + " capability bytes for one event type");
+    }
+  }
+
+  void parseName(std::string_view rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+    recording_.name = rest;
+  }
+
+  // I: <bus> <vendor> <product> <version>
+  void parseIds(std::string_view rest) {
+    for (int i = 0; i < 4; ++i) parseHexadecimal(lines_, "an identifier", takeField(rest), kMostWord);
+    expectEnd(rest);
+  }
+
+  void parseProperties(std::string_view rest) {
+    for (std::string_view field = takeField(rest); !field.empty(); field = takeField(rest)) {
+      parseHexadecimal(lines_, "a property byte", field, kMostByte);
+    }
+  }
+
+  // A: <code> <min> <max> <fuzz> <flat>, and in later versions <resolution>
+  void parseAxis(std::string_view rest) {
+    parseHexadecimal(lines_, "the axis", takeField(rest), ABS_MAX);
+    for (int i = 0; i < 4; ++i) parseDecimal(lines_, "a number of the axis", takeField(rest), INT32_MIN, INT32_MAX);
+    const std::string_view resolution = takeField(rest);
+    if (!resolution.empty()) parseDecimal(lines_, "the axis's resolution", resolution, INT32_MIN, INT32_MAX);
+    expectEnd(rest);
+  }
+
+  // L: <LED> <state>, S: <switch> <state>
+  void parseState(std::string_view rest) {
+    parseHexadecimal(lines_, "the code", takeField(rest), kMostByte);
+    parseDecimal(lines_, "the state", takeField(rest), INT32_MIN, INT32_MAX);
+    expectEnd(rest);
+  }
+
+  void expectEnd(std::string_view rest) const {
+    const std::string_view field = takeField(rest);
+    if (!field.empty() && field.front() != '#') lines_.fail(quoted(field) + " follows, expected the line's end");
+  }
+
+  // A type can be there without codes: a keyboard that repeats keys by itself, for example, has EV_REP.
+  void collectCodes() {
+    for (const auto& [type, bits] : bits_) {
+      for (std::size_t bit = 0; bit < 8 * bits.size(); ++bit) {
+        if ((bits[bit / 8] >> (bit % 8) & 1) == 0) continue;
+        const int code = static_cast<int>(bit);
+        if (type != EV_SYN) {
+          recording_.codes[static_cast<int>(type)].insert(code);
+        } else if (code != EV_SYN) {
+          recording_.codes[code];  // the bits of EV_SYN are event types
+        }
+      }
+    }
+  }
+
+  Lines lines_;
+  Timeline timeline_;
+  std::map<std::uint32_t, std::vector<std::uint8_t>> bits_;  // by event type
+  DeviceRecording recording_;
+};
+
+}  // namespace
+
+DeviceRecording readEvemu(std::FILE* file, const std::string& name, Start start) {
+  return EvemuParser(file, name, start).parse();
+}
+
+}  // namespace quarlo::recording

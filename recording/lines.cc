@@ -1,0 +1,123 @@
+#include "recording/lines.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <utility>
+
+namespace quarlo::recording {
+namespace {
+
+constexpr std::string_view kBlanks = " \t";
+constexpr std::size_t kLongestQuote = 40;
+constexpr std::size_t kMicrosecondDigits = 6;
+
+// Whether all of `field` is one number that fits into `value`.
+template <typename Number>
+bool parse(std::string_view field, int base, Number& value) {
+  const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), value, base);
+  return error == std::errc() && end == field.data() + field.size();
+}
+
+std::string inHexadecimal(std::uint32_t value) {
+  char text[9];
+  std::snprintf(text, sizeof text, "%x", value);
+  return text;
+}
+
+// Spelled "<seconds>.<six digits>", as evemu and the kernel's time of a record have it.
+bool parseTime(std::string_view field, microseconds& time) {
+  const std::size_t point = field.find('.');
+  if (point == std::string_view::npos || field.size() - point - 1 != kMicrosecondDigits) return false;
+  std::uint32_t seconds;
+  std::uint32_t fraction;
+  if (!parse(field.substr(0, point), 10, seconds) || !parse(field.substr(point + 1), 10, fraction)) return false;
+  time = std::chrono::seconds(std::int64_t{seconds}) + microseconds(fraction);
+  return true;
+}
+
+}  // namespace
+
+Lines::Lines(std::FILE* file, std::string name) : file_(file), name_(std::move(name)) {}
+
+bool Lines::next() {
+  while (readLine()) {
+    if (!isComment()) return true;
+  }
+  if (std::ferror(file_) != 0) failWhole(std::strerror(errno));
+  return false;
+}
+
+bool Lines::readLine() {
+  text_.clear();
+  int byte = getc_unlocked(file_);
+  if (byte == EOF) return false;
+  if (++number_ > kMostLines) fail("the file has more than " + std::to_string(kMostLines) + " lines");
+  for (; byte != EOF && byte != '\n'; byte = getc_unlocked(file_)) {
+    if (byte == '\0') fail("a NUL byte: this is not a text file");
+    if (text_.size() == kLongestLine) fail("the line has more than " + std::to_string(kLongestLine) + " bytes");
+    text_.push_back(static_cast<char>(byte));
+  }
+  if (!text_.empty() && text_.back() == '\r') text_.pop_back();
+  return true;
+}
+
+bool Lines::isComment() const { return text_.find_first_not_of(kBlanks) == std::string::npos || text_.front() == '#'; }
+
+void Lines::fail(const std::string& problem) const {
+  throw Error(name_ + ":" + std::to_string(number_) + ": " + problem);
+}
+
+void Lines::failWhole(const std::string& problem) const { throw Error(name_ + ": " + problem); }
+
+std::string_view takeField(std::string_view& rest) {
+  rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
+  const std::string_view field = rest.substr(0, rest.find_first_of(kBlanks));
+  rest.remove_prefix(field.size());
+  return field;
+}
+
+std::string quoted(std::string_view text) {
+  if (text.size() <= kLongestQuote) return "\"" + std::string(text) + "\"";
+  return "\"" + std::string(text.substr(0, kLongestQuote)) + "...\"";
+}
+
+std::int64_t parseDecimal(const Lines& lines, const char* what, std::string_view field, std::int64_t least,
+                          std::int64_t most) {
+  std::int64_t value;
+  if (!parse(field, 10, value) || value < least || value > most) {
+    lines.fail(std::string(what) + " is " + quoted(field) + ", expected a decimal number from " +
+               std::to_string(least) + " to " + std::to_string(most));
+  }
+  return value;
+}
+
+std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string_view field, std::uint32_t most) {
+  std::uint32_t value;
+  if (!parse(field, 16, value) || value > most) {
+    lines.fail(std::string(what) + " is " + quoted(field) + ", expected a hexadecimal number from 0 to " +
+               inHexadecimal(most));
+  }
+  return value;
+}
+
+microseconds Timeline::parse(const Lines& lines, std::string_view field) {
+  microseconds time;
+  if (!parseTime(field, time)) {
+    lines.fail("the time is " + quoted(field) + ", expected <seconds>.<microseconds>, the latter in six digits");
+  }
+  if (empty_ && start_ == Start::kFirstTime) origin_ = time;
+  empty_ = false;
+  time -= origin_;
+  if (time < last_) lines.fail("the time " + quoted(field) + " is less than the one before it");
+  if (time > kLongestSession) {
+    lines.fail("the time " + quoted(field) + " is more than " + std::to_string(kLongestSession.count()) +
+               " hours after the start" +
+               (start_ == Start::kZero ? " (the files of a folder count from 0, the start of the recording)" : ""));
+  }
+  last_ = time;
+  return time;
+}
+
+}  // namespace quarlo::recording

@@ -1,0 +1,77 @@
+// What the files of a session have in common: lines, numbers and times, and errors that say where.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "recording/session.h"
+
+namespace quarlo::recording {
+
+// Bounds that no sensible file reaches, so that a wrong one ends with an error instead of exhausting memory.
+constexpr std::size_t kLongestLine = 4096;  // bytes, without the newline
+constexpr long kMostLines = 5'000'000;
+
+// The lines of a file that are not comments, one at a time.
+class Lines {
+ public:
+  // `name` is what errors call the file. The caller keeps and closes `file`.
+  Lines(std::FILE* file, std::string name);
+
+  // Moves to the next line. Returns false at the end of the file. Throws Error if the line is too long, is not text, or
+  // cannot be read.
+  bool next();
+
+  // The line, without its end.
+  std::string_view text() const { return text_; }
+
+  // Throws Error with the file's name, the line's number, and `problem`.
+  [[noreturn]] void fail(const std::string& problem) const;
+
+  // Throws Error with the file's name and `problem`, for what is wrong with no line in particular.
+  [[noreturn]] void failWhole(const std::string& problem) const;
+
+ private:
+  bool readLine();
+  bool isComment() const;
+
+  std::FILE* file_;
+  std::string name_;
+  std::string text_;
+  long number_ = 0;
+};
+
+// Splits off the first field of `rest`, which spaces or tabs end. Empty at the end of the line.
+std::string_view takeField(std::string_view& rest);
+
+// `text` as part of an error message: in quotes, and cut if it is long.
+std::string quoted(std::string_view text);
+
+// The number that `field` is. Throws Error, naming `what`, unless it is one from `least` to `most`.
+std::int64_t parseDecimal(const Lines& lines, const char* what, std::string_view field, std::int64_t least,
+                          std::int64_t most);
+std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string_view field, std::uint32_t most);
+
+// What a file's times are counted from.
+enum class Start { kZero, kFirstTime };
+
+// Turns the times of a file into times since the start, and checks them.
+class Timeline {
+ public:
+  explicit Timeline(Start start) : start_(start) {}
+
+  // Reads "<seconds>.<microseconds>". Throws Error if it is something else, less than the time before, or later than
+  // kLongestSession.
+  microseconds parse(const Lines& lines, std::string_view field);
+
+ private:
+  Start start_;
+  bool empty_ = true;
+  microseconds origin_{0};
+  microseconds last_{0};
+};
+
+}  // namespace quarlo::recording

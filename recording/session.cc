@@ -1,0 +1,101 @@
+#include "recording/session.h"
+
+#include <linux/input-event-codes.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "recording/evemu.h"
+#include "recording/lines.h"
+#include "recording/remote.h"
+
+namespace quarlo::recording {
+namespace {
+
+constexpr char kMouseFile[] = "mouse.evemu";
+constexpr char kKeyboardFile[] = "keyboard.evemu";
+constexpr char kRemoteFile[] = "remote.lirc";
+constexpr std::string_view kRemoteSuffix = ".lirc";
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+[[noreturn]] void failToOpen(const std::string& path) { throw Error(path + ": " + std::strerror(errno)); }
+
+File openFile(const std::string& path) { return {std::fopen(path.c_str(), "re"), std::fclose}; }
+
+// What `read` makes of the file, or nothing if there is no such file.
+template <typename Recording>
+std::optional<Recording> readIfThere(const std::string& path,
+                                     Recording (*read)(std::FILE*, const std::string&, Start)) {
+  const File file = openFile(path);
+  if (file != nullptr) return read(file.get(), path, Start::kZero);
+  if (errno != ENOENT) failToOpen(path);
+  return std::nullopt;
+}
+
+Session readFolder(const std::string& path) {
+  const std::string folder = path.back() == '/' ? path : path + "/";
+  Session session;
+  session.mouse = readIfThere(folder + kMouseFile, readEvemu);
+  session.keyboard = readIfThere(folder + kKeyboardFile, readEvemu);
+  session.remote = readIfThere(folder + kRemoteFile, readRemote);
+  if (!session.mouse && !session.keyboard && !session.remote) {
+    throw Error(path + ": the folder has none of " + kMouseFile + ", " + kKeyboardFile + " and " + kRemoteFile);
+  }
+  return session;
+}
+
+bool hasAll(const DeviceRecording& device, int type, std::initializer_list<int> codes) {
+  const auto found = device.codes.find(type);
+  if (found == device.codes.end()) return false;
+  return std::all_of(codes.begin(), codes.end(), [&](int code) { return found->second.count(code) != 0; });
+}
+
+// The two tests are those of the reader's autodetection (LinuxInputReader::openDevice).
+Session sessionOf(DeviceRecording device, const std::string& path) {
+  const bool relative = hasAll(device, EV_REL, {REL_X, REL_Y});
+  const bool pointer = hasAll(device, EV_KEY, {BTN_LEFT}) || hasAll(device, EV_KEY, {BTN_TOUCH});
+  const bool arrows = hasAll(device, EV_KEY, {KEY_UP, KEY_LEFT, KEY_RIGHT, KEY_DOWN});
+  Session session;
+  if (relative && pointer) {
+    session.mouse = std::move(device);
+  } else if (!relative && arrows) {
+    session.keyboard = std::move(device);
+  } else {
+    throw Error(path +
+                ": neither a mouse (REL_X, REL_Y, and BTN_LEFT or BTN_TOUCH) nor a keyboard (the four arrow keys, "
+                "without REL_X and REL_Y); as " +
+                kMouseFile + " or " + kKeyboardFile + " in a folder it is taken anyway");
+  }
+  return session;
+}
+
+bool endsWith(std::string_view text, std::string_view suffix) {
+  return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+Session readFile(const std::string& path) {
+  const File file = openFile(path);
+  if (file == nullptr) failToOpen(path);
+  if (!endsWith(path, kRemoteSuffix)) return sessionOf(readEvemu(file.get(), path, Start::kFirstTime), path);
+  Session session;
+  session.remote = readRemote(file.get(), path, Start::kFirstTime);
+  return session;
+}
+
+}  // namespace
+
+Session readSession(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) == -1) failToOpen(path);
+  return S_ISDIR(status.st_mode) ? readFolder(path) : readFile(path);
+}
+
+}  // namespace quarlo::recording

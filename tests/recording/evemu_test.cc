@@ -1,0 +1,152 @@
+#include "recording/evemu.h"
+
+#include <linux/input-event-codes.h>
+
+#include <chrono>
+
+#include "recording_test.h"
+
+namespace quarlo::recording {
+
+using namespace std::chrono_literals;
+
+bool operator==(const Record& a, const Record& b) {
+  return a.time == b.time && a.type == b.type && a.code == b.code && a.value == b.value;
+}
+
+namespace {
+
+using Codes = std::map<int, std::set<int>>;
+
+constexpr char kBits[] = "B: 00 02 00 00 00 00 00 00 00\n";
+constexpr char kRecord[] = "E: 0.000000 0000 0000 0\n";
+
+DeviceRecording evemu(const std::string& text, Start start = Start::kZero) { return readText(text, readEvemu, start); }
+
+// What is wrong with a recording whose second line is `line`.
+std::string errorOfLine(const std::string& line) {
+  return errorOf([&] { evemu(kBits + line + "\n" + kRecord); });
+}
+
+TEST(Evemu, ReadsTheNameTheCodesAndTheRecords) {
+  const DeviceRecording recording = evemu(
+      "# EVEMU 1.3\n"
+      "# Kernel: 6.1\n"
+      "N: A Mouse #2\n"
+      "I: 0003 046d c077 0111\n"
+      "P: 00 00 00 00 00 00 00 00\n"
+      "B: 00 07 00 10 00 00 00 00 00\n"
+      "B: 01 02 00 00 00 00 00 00 00\n"
+      "B: 01 00 00 00 00 00 00 00 80\n"
+      "B: 02 03 01 00 00 00 00 00 00\n"
+      "A: 00 0 255 0 0\n"
+      "A: 01 -1 255 0 0 12\n"
+      "L: 00 1\n"
+      "S: 00 0\n"
+      "\n"
+      "E: 0.000001 0001 0001 0001\t# EV_KEY / KEY_ESC              1\n"
+      "E: 0.000001 0000 0000 0000\t# ------------ SYN_REPORT (0) ----------\n"
+      "E: 12.250000 0002 0008 -0002\n");
+
+  EXPECT_EQ(recording.name, "A Mouse #2");
+  EXPECT_EQ(recording.codes, (Codes{{EV_KEY, {1, 127}}, {EV_REL, {REL_X, REL_Y, REL_WHEEL}}, {EV_REP, {}}}));
+  EXPECT_EQ(recording.records,
+            (std::vector<Record>{{1us, EV_KEY, 1, 1}, {1us, EV_SYN, 0, 0}, {12250000us, EV_REL, REL_WHEEL, -2}}));
+}
+
+TEST(Evemu, ReadsTheExtremesOfARecord) {
+  const DeviceRecording recording = evemu(std::string(kBits) +
+                                          "E: 0.999999 ffff FFFF -2147483648\n"
+                                          "E: 86400.000000 0 0 2147483647");
+  EXPECT_EQ(recording.records, (std::vector<Record>{{999999us, 0xffff, 0xffff, INT32_MIN}, {24h, 0, 0, INT32_MAX}}));
+}
+
+TEST(Evemu, TakesLinesThatEndAsOnWindows) {
+  EXPECT_EQ(evemu("N: Keyboard\r\nB: 00 02\r\nE: 0.000000 0001 001e 1\r\n").name, "Keyboard");
+}
+
+TEST(Evemu, CountsTheTimesOfAFileAloneFromItsFirstRecord) {
+  const DeviceRecording recording = evemu(std::string(kBits) +
+                                              "E: 1329846856.201613 0002 0001 -1\n"
+                                              "E: 1329846857.000000 0000 0000 0\n",
+                                          Start::kFirstTime);
+  EXPECT_EQ(recording.records, (std::vector<Record>{{0us, EV_REL, REL_Y, -1}, {798387us, EV_SYN, 0, 0}}));
+}
+
+TEST(Evemu, NamesTheLineAndWhatIsWrongWithARecord) {
+  EXPECT_EQ(errorOfLine("E: 0.000000 zz 0000 0"),
+            "file:2: the type is \"zz\", expected a hexadecimal number from 0 to ffff");
+  EXPECT_EQ(errorOfLine("E: 0.000000 0001 10000 0"),
+            "file:2: the code is \"10000\", expected a hexadecimal number from 0 to ffff");
+  EXPECT_EQ(errorOfLine("E: 0.000000 0001 001e 2147483648"),
+            "file:2: the value is \"2147483648\", expected a decimal number from -2147483648 to 2147483647");
+  EXPECT_EQ(errorOfLine("E: 0.000000 0001 001e"),
+            "file:2: the value is \"\", expected a decimal number from -2147483648 to 2147483647");
+  EXPECT_EQ(errorOfLine("E: 0.000000 0001 001e 1 1"), "file:2: \"1\" follows, expected the line's end");
+}
+
+TEST(Evemu, NamesTheLineOfATimeThatIsNone) {
+  const std::string expected = ", expected <seconds>.<microseconds>, the latter in six digits";
+  for (const std::string time : {"5", "0.5", "0.0000001", "-1.000000", "a.000000", "0.00000x", "4294967296.000000"}) {
+    EXPECT_EQ(errorOfLine("E: " + time + " 0001 001e 1"), "file:2: the time is \"" + time + "\"" + expected);
+  }
+}
+
+TEST(Evemu, NamesTheLineWhereTimeGoesBack) {
+  EXPECT_EQ(errorOf([] { evemu(std::string(kBits) + "E: 1.000001 0 0 0\nE: 1.000000 0 0 0\n"); }),
+            "file:3: the time \"1.000000\" is less than the one before it");
+}
+
+TEST(Evemu, NamesTheLineOfATimeThatIsNotOfTheSession) {
+  EXPECT_EQ(errorOfLine("E: 1329846856.201613 0 0 0"),
+            "file:2: the time \"1329846856.201613\" is more than 24 hours after the start (the files of a folder count "
+            "from 0, the start of the recording)");
+  EXPECT_EQ(
+      errorOf([] { evemu(std::string(kBits) + "E: 10.000000 0 0 0\nE: 86410.000001 0 0 0\n", Start::kFirstTime); }),
+      "file:3: the time \"86410.000001\" is more than 24 hours after the start");
+}
+
+TEST(Evemu, NamesTheLineAndWhatIsWrongWithTheDescription) {
+  EXPECT_EQ(errorOfLine("B: 20 00"), "file:2: the event type is \"20\", expected a hexadecimal number from 0 to 1f");
+  EXPECT_EQ(errorOfLine("B: 01 100"),
+            "file:2: a capability byte is \"100\", expected a hexadecimal number from 0 to ff");
+  EXPECT_EQ(errorOfLine("I: 0003 046d c077"),
+            "file:2: an identifier is \"\", expected a hexadecimal number from 0 to ffff");
+  EXPECT_EQ(errorOfLine("P: xy"), "file:2: a property byte is \"xy\", expected a hexadecimal number from 0 to ff");
+  EXPECT_EQ(errorOfLine("A: 00 0 255 0"),
+            "file:2: a number of the axis is \"\", expected a decimal number from -2147483648 to 2147483647");
+  EXPECT_EQ(errorOfLine("A: 00 0 255 0 0 0 7"), "file:2: \"7\" follows, expected the line's end");
+  EXPECT_EQ(errorOfLine("L: 00 on"),
+            "file:2: the state is \"on\", expected a decimal number from -2147483648 to 2147483647");
+  EXPECT_EQ(errorOfLine("X: 1"), "file:2: the line is \"X: 1\", expected a comment (#) or N: I: P: B: A: L: S: or E:");
+}
+
+TEST(Evemu, BoundsTheCapabilityBytes) {
+  std::string bytes;
+  for (int i = 0; i < 96; ++i) bytes += " 00";
+  EXPECT_EQ(errorOfLine("B: 01" + bytes), "");
+  EXPECT_EQ(errorOfLine("B: 01" + bytes + " 00"), "file:2: more than 96 capability bytes for one event type");
+}
+
+TEST(Evemu, BoundsTheLine) {
+  EXPECT_EQ(errorOfLine("#" + std::string(4095, 'x')), "");
+  EXPECT_EQ(errorOfLine("#" + std::string(4096, 'x')), "file:2: the line has more than 4096 bytes");
+}
+
+TEST(Evemu, RejectsWhatIsNoText) {
+  EXPECT_EQ(errorOfLine(std::string("N: a\0b", 6)), "file:2: a NUL byte: this is not a text file");
+}
+
+TEST(Evemu, CutsWhatItQuotes) {
+  EXPECT_EQ(errorOfLine(std::string(41, 'x')), "file:2: the line is \"" + std::string(40, 'x') +
+                                                   "...\", expected a comment (#) or N: I: P: B: A: L: S: or E:");
+}
+
+TEST(Evemu, NeedsCapabilitiesAndRecords) {
+  EXPECT_EQ(errorOf([] { evemu(kRecord); }),
+            "file: no capability lines (B:), expected a whole recording, description and records in one file");
+  EXPECT_EQ(errorOf([] { evemu(kBits); }), "file: no records (lines that start with E:): there is nothing to play");
+}
+
+}  // namespace
+}  // namespace quarlo::recording

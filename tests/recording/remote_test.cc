@@ -1,0 +1,48 @@
+#include "recording/remote.h"
+
+#include <chrono>
+
+#include "recording_test.h"
+
+namespace quarlo::recording {
+
+using namespace std::chrono_literals;
+
+bool operator==(const RemoteLine& a, const RemoteLine& b) { return a.time == b.time && a.text == b.text; }
+
+namespace {
+
+std::vector<RemoteLine> remote(const std::string& text, Start start = Start::kZero) {
+  return readText(text, readRemote, start);
+}
+
+TEST(Remote, ReadsTheTimesAndTheLinesAsTheyAre) {
+  EXPECT_EQ(remote("# a tap\n"
+                   "0.500000 0000000000f40bf0 00 KEY_OK myremote\n"
+                   "\n"
+                   "0.500000 BEGIN\n"
+                   "1.610000  two  spaces \n"),
+            (std::vector<RemoteLine>{
+                {500ms, "0000000000f40bf0 00 KEY_OK myremote"}, {500ms, "BEGIN"}, {1610ms, " two  spaces "}}));
+}
+
+TEST(Remote, CountsTheTimesOfAFileAloneFromItsFirstLine) {
+  EXPECT_EQ(remote("70.000000 a\n70.110000 b\n", Start::kFirstTime),
+            (std::vector<RemoteLine>{{0us, "a"}, {110ms, "b"}}));
+}
+
+TEST(Remote, NamesTheLineAndWhatIsWrong) {
+  EXPECT_EQ(errorOf([] { remote("0.000000 a\n0.1 b\n"); }),
+            "file:2: the time is \"0.1\", expected <seconds>.<microseconds>, the latter in six digits");
+  EXPECT_EQ(errorOf([] { remote("2.000000 a\n1.000000 b\n"); }),
+            "file:2: the time \"1.000000\" is less than the one before it");
+  EXPECT_EQ(errorOf([] { remote("0.000000\n"); }),
+            "file:1: nothing follows the time, expected the line that the LIRC daemon sent");
+}
+
+TEST(Remote, NeedsALine) {
+  EXPECT_EQ(errorOf([] { remote("# nothing\n"); }), "file: no lines: there is nothing to play");
+}
+
+}  // namespace
+}  // namespace quarlo::recording
