@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include "program.h"
+
+namespace quarlo::tools {
+namespace {
+
+const std::string kHint = " (see quarlo-input --help)\n";
+
+// What a wrong call says, for the exit status 2 and nothing on standard output.
+std::string usageError(const Arguments& arguments) {
+  const Result result = run(arguments);
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.out, "");
+  return result.err;
+}
+
+TEST(Arguments, ThatAreNonsenseAreNamed) {
+  EXPECT_EQ(usageError({}), "quarlo-input: a command is required: monitor, list or replay" + kHint);
+  EXPECT_EQ(usageError({"sing"}), "quarlo-input: The following argument was not expected: sing" + kHint);
+  EXPECT_EQ(usageError({"monitor", "--loud"}), "quarlo-input: The following argument was not expected: --loud" + kHint);
+  EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse: 1 required PATH missing" + kHint);
+  EXPECT_EQ(usageError({"replay"}), "quarlo-input: session is required" + kHint);
+}
+
+TEST(Arguments, AreEscaped) {
+  EXPECT_EQ(usageError({"\x1b[31m"}), "quarlo-input: The following argument was not expected: \\x1b[31m" + kHint);
+}
+
+TEST(Arguments, TimeoutWithoutALimitIsRefusedWithTheReason) {
+  EXPECT_EQ(usageError({"monitor", "--timeout", "-1"}),
+            "quarlo-input: --timeout: -1 is refused: without a limit, the reader can sleep through input once a wait "
+            "has ended; use a short time such as 10" +
+                kHint);
+}
+
+TEST(Arguments, TimeoutIsANumberOfMilliseconds) {
+  for (const std::string text : {"0", "-2", "2147484", "1.5", "x", "10ms", "99999999999"}) {
+    EXPECT_EQ(usageError({"replay", "x", "--timeout", text}),
+              "quarlo-input: --timeout: " + text + " is no number of milliseconds from 1 to 2147483" + kHint);
+  }
+}
+
+TEST(Arguments, SizeIsTwoNumbers) {
+  for (const std::string text : {"1920", "1920x", "x1080", "0x1", "1x0", "65537x1", "1x65537", "-1x5", "1x2x3"}) {
+    EXPECT_EQ(usageError({"replay", "x", "--size", text}),
+              "quarlo-input: --size: " + text + " is no size such as 1920x1080, of numbers from 1 to 65536" + kHint);
+  }
+}
+
+TEST(Arguments, CountIsAPositiveNumber) {
+  for (const std::string text : {"0", "-1", "many", "2147483648"}) {
+    EXPECT_EQ(usageError({"monitor", "--count", text}),
+              "quarlo-input: --count: " + text + " is no number of events from 1 to 2147483647" + kHint);
+  }
+}
+
+TEST(Arguments, LircPathHasAtMost107Characters) {
+  EXPECT_EQ(usageError({"monitor", "--lirc", std::string(108, 'a')}),
+            "quarlo-input: --lirc: the path has 108 characters, and a socket's can have 107; use a shorter one, such "
+            "as a link" +
+                kHint);
+  const Result longest = run({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", std::string(107, 'a')});
+  EXPECT_EQ(longest.status, 1);
+  EXPECT_EQ(longest.err, "quarlo-input: no source is open\n");
+}
+
+TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
+  for (const std::string command : {"monitor", "list", "replay"}) {
+    const Result result = run({command, "--help"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    for (const std::string& part : {"Usage: quarlo-input " + command, std::string("Example: "),
+                                    "  quarlo-input " + command, std::string("Exit status: 0 ")}) {
+      EXPECT_NE(result.out.find(part), std::string::npos) << part;
+    }
+  }
+}
+
+TEST(Help, NamesTheCommands) {
+  const Result result = run({"--help"});
+  EXPECT_EQ(result.status, 0);
+  for (const std::string command : {"  monitor  ", "  list  ", "  replay  "}) {
+    EXPECT_NE(result.out.find(command), std::string::npos) << command;
+  }
+}
+
+TEST(Help, IntoAClosedPipeFailsQuietly) {
+  const Result result = run({"--help"}, Output::kClosedPipe);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "");
+}
+
+}  // namespace
+}  // namespace quarlo::tools

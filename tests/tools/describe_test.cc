@@ -1,0 +1,141 @@
+#include "tools/describe.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <set>
+
+namespace quarlo::tools {
+namespace {
+
+using namespace std::chrono_literals;
+using msg::KeyInput;
+using KeyData = InputEvent::KeyData;
+using MouseData = InputEvent::MouseData;
+
+InputEvent keyEvent(std::int32_t action, LinuxInputReader::Key key, int ch, LinuxInputReader::Modifier modifiers) {
+  InputEvent event = {};
+  event.kind = InputEvent::kKeyEvent;
+  event.keyData = {action, key, static_cast<char>(ch), modifiers};
+  return event;
+}
+
+InputEvent keyDown(LinuxInputReader::Key key, int ch, LinuxInputReader::Modifier modifiers = 0) {
+  return keyEvent(KeyData::kDown, key, ch, modifiers);
+}
+
+InputEvent mouseEvent(std::int32_t action, std::int32_t button, std::uint16_t x, std::uint16_t y, int clicks) {
+  InputEvent event = {};
+  event.kind = InputEvent::kMouseEvent;
+  event.mouseData = {action, button, x, y, static_cast<std::uint8_t>(clicks)};
+  return event;
+}
+
+std::string maskedText(const InputEvent& event) { return describe(masked(event)); }
+
+TEST(Describe, ShowsAKeyWithItsCharacterAndModifiers) {
+  const LinuxInputReader::Modifier all = KeyInput::kControlModifier | KeyInput::kShiftModifier | KeyInput::kAltModifier;
+  EXPECT_EQ(describe(keyDown(KeyInput::kA, 'a')), "key down    A               'a'");
+  EXPECT_EQ(describe(keyEvent(KeyData::kUp, KeyInput::kA, 'A', KeyInput::kShiftModifier)),
+            "key up      A               'A'  shift");
+  EXPECT_EQ(describe(keyDown(KeyInput::kKeypadMultiply, '*', all)), "key down    KeypadMultiply  '*'  ctrl+shift+alt");
+}
+
+TEST(Describe, ShowsACharacterThatCannotBePrintedAsItsNumber) {
+  EXPECT_EQ(describe(keyDown(KeyInput::kShift, 0, KeyInput::kShiftModifier)), "key down    Shift           0    shift");
+  EXPECT_EQ(describe(keyDown(KeyInput::kEnter, 13)), "key down    Enter           13");
+  EXPECT_EQ(describe(keyDown(KeyInput::kDelete, 127)), "key down    Delete          127");
+  EXPECT_EQ(describe(keyDown(KeyInput::kPower, 153)), "key down    Power           153");
+  EXPECT_EQ(describe(keyDown(255, 255)), "key down    key 255         255");
+  EXPECT_EQ(describe(keyDown(KeyInput::kSpace, ' ')), "key down    Space           ' '");
+  EXPECT_EQ(describe(keyDown(126, '~')), "key down    key 126         '~'");
+}
+
+TEST(Describe, ShowsAKeyWithoutACode) { EXPECT_EQ(describe(keyDown(0, 0)), "key down    key 0           0"); }
+
+TEST(Describe, ShowsTheMouse) {
+  EXPECT_EQ(describe(mouseEvent(MouseData::kMove, MouseData::kNoButton, 312, 40, 0)), "mouse move  312,40");
+  EXPECT_EQ(describe(mouseEvent(MouseData::kMove, MouseData::kLeft, 65535, 65535, 0)),
+            "mouse move  65535,65535     left held");
+  EXPECT_EQ(describe(mouseEvent(MouseData::kButtonDown, MouseData::kLeft, 312, 40, 2)),
+            "mouse down  left x2         312,40");
+  EXPECT_EQ(describe(mouseEvent(MouseData::kButtonUp, MouseData::kRight, 0, 0, 1)), "mouse up    right x1        0,0");
+  EXPECT_EQ(describe(mouseEvent(MouseData::kButtonDown, MouseData::kMiddle, 1, 2, 255)),
+            "mouse down  middle x255     1,2");
+}
+
+TEST(Describe, ShowsARecordWithoutAnEvent) {
+  InputEvent event = {};
+  event.kind = InputEvent::kNoEvent;
+  EXPECT_EQ(describe(event), "record without an event");
+}
+
+TEST(Describe, ShowsTimeInSeconds) {
+  EXPECT_EQ(describeTime(0us), "0.000");
+  EXPECT_EQ(describeTime(1999us), "0.001");
+  EXPECT_EQ(describeTime(86400s + 10ms), "86400.010");
+}
+
+TEST(Describe, GivesJsonAllFields) {
+  EXPECT_EQ(toJson(512ms, keyDown(KeyInput::kA, 'A', KeyInput::kShiftModifier | KeyInput::kAltModifier)).dump(),
+            R"({"time":0.512,"kind":"key","action":"down","key":"A","code":65,"ch":65,"modifiers":["shift","alt"]})");
+  EXPECT_EQ(toJson(1us, keyEvent(KeyData::kUp, KeyInput::kPower, 153, 0)).dump(),
+            R"({"time":1e-06,"kind":"key","action":"up","key":"Power","code":409,"ch":153,"modifiers":[]})");
+  EXPECT_EQ(toJson(0us, mouseEvent(MouseData::kMove, MouseData::kNoButton, 312, 40, 0)).dump(),
+            R"({"time":0.0,"kind":"mouse","action":"move","button":"none","x":312,"y":40,"clicks":0})");
+  EXPECT_EQ(toJson(2s, mouseEvent(MouseData::kButtonUp, MouseData::kMiddle, 1, 2, 3)).dump(),
+            R"({"time":2.0,"kind":"mouse","action":"up","button":"middle","x":1,"y":2,"clicks":3})");
+}
+
+// Every key code that some key code or remote button gives.
+std::set<LinuxInputReader::Key> producedKeys() {
+  std::set<LinuxInputReader::Key> keys;
+  for (int code = 0; code <= KEY_MAX; ++code) {
+    LinuxInputReader::Key key;
+    char ch;
+    LinuxInputReader::translateKey(code, 0, false, key, ch);
+    keys.insert(key);
+  }
+#define LIRC_BUTTON(name, key, character) keys.insert(KeyInput::key);
+#include "input/lirc_buttons.inc"
+#undef LIRC_BUTTON
+  keys.erase(KeyInput::kNone);
+  return keys;
+}
+
+TEST(Describe, NamesEveryKeyThatTheReaderProducesAndNoTwoAlike) {
+  const std::set<LinuxInputReader::Key> keys = producedKeys();
+  std::set<std::string> names;
+  for (const LinuxInputReader::Key key : keys) {
+    EXPECT_NE(keyName(key), "key " + std::to_string(key));
+    names.insert(keyName(key));
+  }
+  EXPECT_EQ(names.size(), keys.size());
+  EXPECT_GT(keys.size(), 100U);
+}
+
+TEST(Masked, HidesWhatCanBeSeen) {
+  EXPECT_EQ(maskedText(keyDown(KeyInput::kX, 'x')), "key down    A               'a'");
+  EXPECT_EQ(maskedText(keyEvent(KeyData::kUp, KeyInput::k1, '!', KeyInput::kShiftModifier)),
+            "key up      A               'A'  shift");
+  EXPECT_EQ(maskedText(keyDown(KeyInput::kSpace, ' ', KeyInput::kControlModifier)),
+            "key down    A               'a'  ctrl");
+  EXPECT_EQ(maskedText(keyDown(255, 255)), "key down    A               'a'");
+  EXPECT_EQ(maskedText(keyDown(160, 160)), "key down    A               'a'");
+}
+
+TEST(Masked, HidesTheKeypadsDigitsAlsoWithoutNumLock) {
+  EXPECT_EQ(maskedText(keyDown(KeyInput::kKeypad0, 0)), "key down    A               'a'");
+  EXPECT_EQ(maskedText(keyDown(KeyInput::kKeypad9, 0)), "key down    A               'a'");
+}
+
+TEST(Masked, KeepsTheRest) {
+  for (const InputEvent& event :
+       {keyDown(KeyInput::kEnter, 13), keyDown(KeyInput::kLeft, 0), keyDown(KeyInput::kDelete, 127),
+        keyDown(KeyInput::kPower, 153), keyDown(0, 0), mouseEvent(MouseData::kMove, MouseData::kLeft, 3, 4, 0)}) {
+    EXPECT_EQ(maskedText(event), describe(event));
+  }
+}
+
+}  // namespace
+}  // namespace quarlo::tools

@@ -1,0 +1,226 @@
+#include "tools/list.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "input/linux_input_reader.h"
+#include "sim/machine.h"
+#include "tools/obstacle.h"
+#include "tools/survey.h"
+
+namespace quarlo::tools {
+namespace {
+
+using components::input::LinuxInputReader;
+using sim::Device;
+
+std::string verdictName(const NodeReport& report) { return toJson(report)["verdict"]; }
+
+// One line per node: "/dev/input/event3 Mouse: not taken; <reason>; <remedy>".
+std::string survey() {
+  std::string text;
+  for (const NodeReport& report : surveyNodes()) {
+    text += report.path + " " + report.name + ": " + verdictName(report);
+    if (report.verdict == Verdict::kNotTaken) text += "; " + report.reason + "; " + report.remedy;
+    text += "\n";
+  }
+  return text;
+}
+
+Device keyboardWith(int type, std::set<int> codes) {
+  Device device = Device::keyboard("Combined");
+  device.codes[type].merge(codes);
+  return device;
+}
+
+TEST(Survey, OfAMachineWithoutNodesIsEmpty) {
+  sim::Machine machine;
+  EXPECT_EQ(survey(), "");
+}
+
+TEST(Survey, TakesAMouseAndAKeyboard) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event2", Device::keyboard("Keys"));
+  machine.addNode("/dev/input/event10", Device::mouse("Mouse"));
+  EXPECT_EQ(survey(),
+            "/dev/input/event2 Keys: keyboard\n"
+            "/dev/input/event10 Mouse: mouse\n");
+}
+
+TEST(Survey, SaysWhatADeviceLacks) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", {"Power Button", {{EV_KEY, {KEY_POWER}}}});
+  machine.addNode("/dev/input/event1", Device::touchscreen("Touch"));
+  machine.addNode("/dev/input/event2", {"Knob", {{EV_REL, {REL_X, REL_Y}}}});
+  machine.addNode("/dev/input/event3", keyboardWith(EV_REL, {REL_X, REL_Y}));
+  const std::string remedy = "; Passed by its path, it is opened anyway\n";
+  const std::string nothing = "; no relative axes, so no mouse; not all four arrow keys, so no keyboard";
+  EXPECT_EQ(
+      survey(),
+      "/dev/input/event0 Power Button: not taken" + nothing + remedy + "/dev/input/event1 Touch: not taken" + nothing +
+          remedy + "/dev/input/event2 Knob: not taken; relative axes, but no left button, so no mouse" + remedy +
+          "/dev/input/event3 Combined: not taken; no left button, so no mouse; relative axes, so never a keyboard" +
+          remedy);
+}
+
+TEST(Survey, TakesTheHighestNumber) {
+  sim::Machine machine;
+  for (const char* path : {"/dev/input/event1", "/dev/input/event4"}) machine.addNode(path, Device::mouse("Mouse"));
+  for (const char* path : {"/dev/input/event2", "/dev/input/event9"}) machine.addNode(path, Device::keyboard("Keys"));
+  EXPECT_EQ(survey(),
+            "/dev/input/event1 Mouse: not taken; /dev/input/event4 fits too, and the highest number is taken; "
+            "Pass it by its path: --mouse /dev/input/event1\n"
+            "/dev/input/event2 Keys: not taken; /dev/input/event9 fits too, and the highest number is taken; "
+            "Pass it by its path: --keyboard /dev/input/event2\n"
+            "/dev/input/event4 Mouse: mouse\n"
+            "/dev/input/event9 Keys: keyboard\n");
+}
+
+TEST(Survey, SeesNodesThatAutodetectionDoesNot) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event11", Device::keyboard("Keys"));
+  machine.addNode("/dev/input/event1023", Device::mouse("Mouse"));
+  EXPECT_EQ(survey(),
+            "/dev/input/event11 Keys: not taken; above event10, where autodetection does not look; "
+            "Pass it by its path: --keyboard /dev/input/event11\n"
+            "/dev/input/event1023 Mouse: not taken; above event10, where autodetection does not look; "
+            "Pass it by its path: --mouse /dev/input/event1023\n");
+}
+
+TEST(Survey, SaysThatANodeIsGrabbedAndDoesNotCountIt) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::mouse("Lower"));
+  machine.addNode("/dev/input/event1", Device::mouse("Higher")).setGrabbedElsewhere(true);
+  EXPECT_EQ(survey(),
+            "/dev/input/event0 Lower: mouse\n"
+            "/dev/input/event1 Higher: not taken; grabbed by another process; "
+            "End the program that holds it (sudo fuser -v /dev/input/event1)\n");
+}
+
+TEST(Survey, AcceptsANodeThatCannotBeGrabbed) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::mouse("Mouse")).setIoctlError(EVIOCGRAB, EINVAL);
+  EXPECT_EQ(survey(), "/dev/input/event0 Mouse: mouse\n");
+}
+
+TEST(Survey, SaysWhyANodeCannotBeOpened) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::mouse("Mouse")).setOpenError(ENODEV);
+  EXPECT_EQ(survey(), "/dev/input/event0 : not taken; No such device; No device is behind it: plug it in again\n");
+}
+
+TEST(Survey, LeavesNothingOpenOrGrabbed) {
+  sim::Machine machine;
+  const sim::Node& node = machine.addNode("/dev/input/event0", Device::mouse());
+  surveyNodes();
+  EXPECT_FALSE(node.isGrabbed());
+  EXPECT_EQ(machine.openDescriptors(), 0);
+}
+
+// The nodes that the reader opens to read from, in its order.
+std::vector<std::string> nodesTaken(sim::Machine& machine) {
+  machine.takeTrace();
+  LinuxInputReader reader;
+  reader.init(nullptr, nullptr, nullptr, 1919, 1079);
+  std::vector<std::string> nodes;
+  for (const std::string& call : machine.takeTrace()) {
+    const std::string start = "open(\"";
+    const std::size_t end = call.find("\", O_RDONLY|O_NONBLOCK)");
+    if (call.rfind(start, 0) == 0 && end != std::string::npos) nodes.push_back(call.substr(6, end - 6));
+  }
+  return nodes;
+}
+
+TEST(Survey, AgreesWithTheReader) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  machine.addNode("/dev/input/event1", Device::mouse());
+  machine.addNode("/dev/input/event2", Device::mouse());
+  machine.addNode("/dev/input/event3", Device::keyboard());
+  machine.addNode("/dev/input/event5", keyboardWith(EV_REL, {REL_X, REL_Y}));
+  machine.addNode("/dev/input/event7", Device::keyboard()).setGrabbedElsewhere(true);
+  machine.addNode("/dev/input/event8", Device::touchscreen());
+  machine.addNode("/dev/input/event11", Device::mouse());
+  std::map<Verdict, std::string> taken;
+  for (const NodeReport& report : surveyNodes()) taken[report.verdict] = report.path;
+  EXPECT_EQ(nodesTaken(machine), (std::vector<std::string>{taken[Verdict::kMouse], taken[Verdict::kKeyboard]}));
+}
+
+TEST(LircSocketPaths, AreThoseThatTheReaderTries) {
+  sim::Machine machine;
+  LinuxInputReader reader;
+  reader.init(nullptr, nullptr, nullptr, 1919, 1079);
+  std::vector<std::string> tried;
+  for (const std::string& call : machine.takeTrace()) {
+    if (call.rfind("connect(", 0) != 0) continue;
+    const std::size_t start = call.find('"') + 1;
+    tried.push_back(call.substr(start, call.rfind('"') - start));
+  }
+  EXPECT_EQ(tried, std::vector<std::string>(std::begin(kLircSocketPaths), std::end(kLircSocketPaths)));
+}
+
+// What `list` prints on standard output.
+std::string listed(const ListOptions& options, int expectedStatus) {
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(list(options), expectedStatus);
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(List, PrintsTheNodesAndThenTheReadersListingInOneStream) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard("Keys"));
+  machine.addNode("/dev/input/event1", {"Power Button", {{EV_KEY, {KEY_POWER}}}});
+  EXPECT_EQ(listed({}, 0),
+            "/dev/input/event0  Keys\n"
+            "    taken     as the keyboard\n"
+            "/dev/input/event1  Power Button\n"
+            "    not taken no relative axes, so no mouse; not all four arrow keys, so no keyboard\n"
+            "    remedy    Passed by its path, it is opened anyway\n"
+            "\n"
+            "The reader's own listing (event0 to event9):\n"
+            "INFO /dev/input/event0: Keys\n"
+            "INFO Probably a keyboard\n"
+            "Supported event types:\n"
+            "  Event type 0x00  (Unknown event type: 0x0000)\n"
+            "  Event type 0x01  (Keys or Buttons)\n"
+            "  Event type 0x04  (Something miscellaneous)\n"
+            "  Event type 0x11  (LEDs)\n"
+            "  Event type 0x14  (Repeat)\n"
+            "INFO /dev/input/event1: Power Button\n"
+            "Supported event types:\n"
+            "  Event type 0x00  (Unknown event type: 0x0000)\n"
+            "  Event type 0x01  (Keys or Buttons)\n");
+}
+
+TEST(List, GivesJsonTheTableOnly) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard("Keys"));
+  machine.addNode("/dev/input/event3", Device::mouse("Mouse")).setGrabbedElsewhere(true);
+  ListOptions options;
+  options.json = true;
+  EXPECT_EQ(listed(options, 0), R"json({"node":"/dev/input/event0","name":"Keys","byId":[],"byPath":[],)json"
+                                R"json("verdict":"keyboard","reason":"","remedy":""})json"
+                                "\n"
+                                R"json({"node":"/dev/input/event3","name":"Mouse","byId":[],"byPath":[],)json"
+                                R"json("verdict":"not taken","reason":"grabbed by another process",)json"
+                                R"json("remedy":"End the program that holds it (sudo fuser -v /dev/input/event3)"})json"
+                                "\n");
+}
+
+TEST(List, EscapesTheNameOfADevice) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::mouse("\x1b[31mRed\n\xff"));
+  EXPECT_NE(listed({}, 0).find("/dev/input/event0  \\x1b[31mRed\\n\\xff\n"), std::string::npos);
+  ListOptions options;
+  options.json = true;
+  EXPECT_NE(listed(options, 0).find(R"("name":"\u001b[31mRed\n\ufffd")"), std::string::npos);
+}
+
+TEST(List, FailsWhereThereIsNoNode) {
+  sim::Machine machine;
+  EXPECT_EQ(listed({}, 1), "");
+}
+
+}  // namespace
+}  // namespace quarlo::tools

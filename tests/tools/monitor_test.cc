@@ -1,0 +1,233 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+
+#include "program.h"
+
+namespace quarlo::tools {
+namespace {
+
+// A LIRC daemon for one client.
+class Daemon {
+ public:
+  explicit Daemon(const std::string& path) : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(listen(listener_, 1), 0);
+  }
+  ~Daemon() {
+    hangUp();
+    close(listener_);
+  }
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
+
+  void send(const std::string& line) {
+    if (client_ == -1) client_ = accept(listener_, nullptr, nullptr);
+    EXPECT_EQ(write(client_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+  }
+
+  void hangUp() {
+    if (client_ != -1) close(client_);
+    client_ = -1;
+  }
+
+ private:
+  int listener_;
+  int client_ = -1;
+};
+
+class MonitorTest : public testing::Test {
+ protected:
+  // The arguments of `monitor` with the mouse, or the keyboard, only.
+  Arguments mouse(const Arguments& more = {}) const { return only("--mouse", "--keyboard", more); }
+  Arguments keyboard(const Arguments& more = {}) const { return only("--keyboard", "--mouse", more); }
+
+  Folder folder_;
+  std::string path_ = folder_.path("node");
+  Fifo node_{path_};
+
+ private:
+  Arguments only(const std::string& option, const std::string& other, const Arguments& more) const {
+    Arguments arguments = {"monitor", option, path_, other, "none", "--lirc", "none"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+  }
+};
+
+using Events = std::vector<std::string>;
+
+TEST_F(MonitorTest, SaysWhatIsOpenPrintsTheEventsAndEndsAfterTheLastOneWanted) {
+  node_.send({{EV_REL, REL_X, 5}, {EV_REL, REL_Y, 7}});
+  node_.send({{EV_KEY, BTN_RIGHT, 0}});
+  const Result result = run(mouse({"--count", "2"}));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  const std::vector<std::string> lines = linesOf(result.out);
+  ASSERT_EQ(lines.size(), 8U);
+  EXPECT_EQ(lines[0], "Sources: mouse " + path_ + ", keyboard none, remote none");
+  EXPECT_EQ(lines[1], "  mouse     " + path_);
+  EXPECT_EQ(lines[2], "  keyboard  left out");
+  EXPECT_EQ(lines[3], "  remote    left out");
+  EXPECT_EQ(lines[4], "Keys that type are shown as A, since this is no terminal; --show-keycodes shows them.");
+  EXPECT_EQ(eventsOf(result.out), (Events{"mouse move  5,7", "mouse up    right x1        5,7"}));
+  EXPECT_EQ(lines[7].rfind("2 events in ", 0), 0U);
+  EXPECT_NE(lines[7].find(" s: 0 keys, 1 move, 1 button"), std::string::npos);
+}
+
+TEST_F(MonitorTest, LosesNothingOfABurst) {
+  constexpr int kTaps = 300;
+  for (int i = 0; i < kTaps; ++i) {
+    node_.send({{EV_MSC, MSC_SCAN, 1}, {EV_KEY, KEY_UP, 1}});
+    node_.send({{EV_KEY, KEY_UP, 0}});
+  }
+  const Result result = run(keyboard({"--count", std::to_string(2 * kTaps)}));
+  Events expected;
+  for (int i = 0; i < kTaps; ++i) {
+    expected.push_back("key down    Up              0");
+    expected.push_back("key up      Up              0");
+  }
+  EXPECT_EQ(eventsOf(result.out), expected);
+}
+
+TEST_F(MonitorTest, MasksWhatWasTypedWhereTheOutputIsNoTerminal) {
+  node_.send({{EV_KEY, KEY_H, 1}});
+  node_.send({{EV_KEY, KEY_KP7, 1}});
+  node_.send({{EV_KEY, KEY_ENTER, 1}});
+  EXPECT_EQ(
+      eventsOf(run(keyboard({"--count", "3"})).out),
+      (Events{"key down    A               'a'", "key down    A               'a'", "key down    Enter           13"}));
+}
+
+TEST_F(MonitorTest, ShowsWhatWasTypedWhenAskedTo) {
+  node_.send({{EV_KEY, KEY_H, 1}});
+  const Result result = run(keyboard({"--count", "1", "--show-keycodes"}));
+  EXPECT_EQ(eventsOf(result.out), Events{"key down    H               'h'"});
+  EXPECT_EQ(result.out.find("Keys that type"), std::string::npos);
+}
+
+TEST_F(MonitorTest, ShowsWhatWasTypedOnATerminal) {
+  node_.send({{EV_KEY, KEY_H, 1}});
+  const Result result = run(keyboard({"--count", "1"}), Output::kTerminal);
+  EXPECT_EQ(eventsOf(result.out), Events{"key down    H               'h'"});
+}
+
+TEST_F(MonitorTest, GivesJsonOnlyEvents) {
+  node_.send({{EV_KEY, KEY_ENTER, 1}});
+  const Result result = run(keyboard({"--count", "1", "--json"}));
+  EXPECT_EQ(result.status, 0);
+  auto event = nlohmann::json::parse(result.out);
+  EXPECT_TRUE(event["time"].is_number());
+  event.erase("time");
+  EXPECT_EQ(event.dump(), R"({"action":"down","ch":13,"code":13,"key":"Enter","kind":"key","modifiers":[]})");
+  EXPECT_EQ(linesOf(result.err).front(), "Sources: mouse none, keyboard " + path_ + ", remote none");
+}
+
+TEST_F(MonitorTest, PrintsTheRemote) {
+  const std::string socket = folder_.path("lircd");
+  Daemon daemon(socket);
+  Program program({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket});
+  daemon.send("0000000000f40bf0 00 KEY_VOLUMEUP myremote\n");
+  EXPECT_TRUE(program.waitFor("key down    VolumeUp        0\n"));
+  daemon.hangUp();
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.out.find("  remote    " + socket + "\n"), std::string::npos);
+  EXPECT_EQ(result.err, "quarlo-input: the LIRC daemon has closed the connection: start it again, then this\n");
+}
+
+TEST_F(MonitorTest, LosesNothingOfTheRemotesLines) {
+  const std::string socket = folder_.path("lircd");
+  Daemon daemon(socket);
+  Program program({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "1"});
+  // The reader takes 127 bytes at a time; of what is left, not a byte is one too many.
+  daemon.send(std::string(127, 'x') + " 00 KEY_UP myremote\n");
+  EXPECT_EQ(eventsOf(program.finish().out), Events{"key down    Up              0"});
+}
+
+TEST_F(MonitorTest, EndsWhenASourceIsGone) {
+  Program program(mouse());
+  node_.send({{EV_REL, REL_X, 1}});
+  EXPECT_TRUE(program.waitFor("mouse move  1,0\n"));
+  node_.close();
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: the mouse is gone: it was unplugged, or what wrote to it has ended\n");
+  EXPECT_EQ(linesOf(result.out).back().rfind("1 event in ", 0), 0U);
+}
+
+TEST_F(MonitorTest, EndsWithItsSummaryWhenAskedToStop) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    // Without the signal, the wait would last for more than half an hour.
+    Program program(keyboard({"--timeout", "2147483"}));
+    node_.send({{EV_KEY, KEY_UP, 1}});
+    EXPECT_TRUE(program.waitFor("key down    Up              0\n"));
+    program.signal(signal);
+    const Result result = program.finish();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(linesOf(result.out).back().rfind("1 event in ", 0), 0U) << result.out;
+  }
+}
+
+TEST_F(MonitorTest, IntoAClosedPipeFailsQuietly) {
+  const Result result = run(keyboard(), Output::kClosedPipe);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "");
+}
+
+TEST_F(MonitorTest, GoesOnWithoutASourceThatCannotBeOpened) {
+  node_.send({{EV_KEY, KEY_UP, 1}});
+  const Result result = run({"monitor", "--keyboard", path_, "--mouse", folder_.path("nothing"), "--lirc",
+                             folder_.path("no\x1bthing"), "--count", "1"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_NE(result.out.find("  mouse     not open: " + folder_.path("nothing") +
+                            ": No such file or directory\n"
+                            "            `quarlo-input list` shows the nodes that exist\n"),
+            std::string::npos);
+  EXPECT_NE(result.out.find("  remote    not open: " + folder_.path("no\\x1bthing") +
+                            ": No such file or directory\n"
+                            "            Is lircd running (systemctl status lircd)? Is this the socket that it writes "
+                            "to?\n"),
+            std::string::npos);
+}
+
+TEST_F(MonitorTest, WithoutAnySourceFails) {
+  const Result result = run({"monitor", "--mouse", folder_.path("nothing"), "--keyboard", "none", "--lirc", "none"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: no source is open\n");
+}
+
+TEST_F(MonitorTest, SaysWhoMayReadANode) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string node = folder_.write("forbidden", "");
+  chmod(node.c_str(), 0);
+  const Result result = run({"monitor", "--mouse", node, "--keyboard", "none", "--lirc", "none"}, Output::kPipe,
+                            {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.out.find("  mouse     not open: " + node +
+                            ": Permission denied (owner root, group root, mode 0000)\n"
+                            "            Run this with sudo, or let a group of yours use it (chgrp, chmod g+rw)\n"),
+            std::string::npos)
+      << result.out;
+}
+
+TEST_F(MonitorTest, RefusesWhatSendsNoRecords) {
+  for (const std::string& path : {std::string("/dev/null"), folder_.write("file", ""), folder_.path("")}) {
+    const Result result = run({"monitor", "--mouse", path, "--keyboard", "none", "--lirc", "none"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "quarlo-input: " + path +
+                              " is no evdev node and no FIFO; `quarlo-input list` shows the nodes that exist\n");
+  }
+}
+
+}  // namespace
+}  // namespace quarlo::tools

@@ -1,0 +1,181 @@
+#include "program.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace quarlo::tools {
+namespace {
+
+struct Pipe {
+  int read;
+  int write;
+};
+
+Pipe makePipe() {
+  int ends[2] = {-1, -1};
+  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  return {ends[0], ends[1]};
+}
+
+Pipe makeTerminal() {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  EXPECT_EQ(grantpt(master), 0);
+  EXPECT_EQ(unlockpt(master), 0);
+  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  termios settings = {};
+  EXPECT_EQ(tcgetattr(slave, &settings), 0);
+  settings.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+  EXPECT_EQ(tcsetattr(slave, TCSANOW, &settings), 0);
+  return {master, slave};
+}
+
+Pipe makeOutput(Output output) {
+  switch (output) {
+    case Output::kFullDisk: return {-1, open("/dev/full", O_WRONLY | O_CLOEXEC)};
+    case Output::kTerminal: return makeTerminal();
+    default: return makePipe();
+  }
+}
+
+[[noreturn]] void execute(const Arguments& command, int out, int err) {
+  dup2(out, STDOUT_FILENO);
+  dup2(err, STDERR_FILENO);
+  std::vector<char*> words;
+  for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  execvp(words[0], words.data());
+  _exit(127);
+}
+
+// Appends what can be read now. Returns false at the end; a terminal whose other side is closed gives EIO.
+bool readInto(int fd, std::string& text) {
+  char buffer[4096];
+  const ssize_t length = read(fd, buffer, sizeof buffer);
+  if (length > 0) text.append(buffer, static_cast<std::size_t>(length));
+  return length > 0;
+}
+
+}  // namespace
+
+Program::Program(const Arguments& arguments, Output output, const Arguments& launcher) {
+  Arguments command = launcher;
+  command.push_back(QUARLO_PROGRAM);
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  const Pipe out = makeOutput(output);
+  const Pipe err = makePipe();
+  if (output == Output::kClosedPipe) close(out.read);
+  pid_ = fork();
+  if (pid_ == 0) execute(command, out.write, err.write);
+  close(out.write);
+  close(err.write);
+  out_ = output == Output::kClosedPipe ? -1 : out.read;
+  err_ = err.read;
+}
+
+Program::~Program() {
+  if (pid_ == -1) return;
+  kill(pid_, SIGKILL);
+  finish();
+}
+
+bool Program::readSome() {
+  pollfd sources[] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
+  if (poll(sources, 2, -1) < 1) return false;
+  for (const auto& [source, fd, text] :
+       {std::tuple<pollfd, int*, std::string*>(sources[0], &out_, &result_.out), {sources[1], &err_, &result_.err}}) {
+    if (source.revents == 0 || readInto(source.fd, *text)) continue;
+    close(*fd);
+    *fd = -1;
+  }
+  return out_ != -1 || err_ != -1;
+}
+
+bool Program::waitFor(const std::string& text) {
+  while (result_.out.find(text) == std::string::npos) {
+    if (!readSome()) return false;
+  }
+  return true;
+}
+
+void Program::signal(int number) const { kill(pid_, number); }
+
+Result Program::finish() {
+  while (readSome()) {
+  }
+  int status = 0;
+  waitpid(pid_, &status, 0);
+  pid_ = -1;
+  result_.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return result_;
+}
+
+Result run(const Arguments& arguments, Output output, const Arguments& launcher) {
+  return Program(arguments, output, launcher).finish();
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+std::vector<std::string> eventsOf(const std::string& out) {
+  std::vector<std::string> events;
+  for (const std::string& line : linesOf(out)) {
+    const std::size_t end = line.find("  ", line.find_first_not_of(' '));
+    const std::string event = end == std::string::npos ? "" : line.substr(end + 2);
+    if (event.rfind("key ", 0) == 0 || event.rfind("mouse ", 0) == 0) events.push_back(event);
+  }
+  return events;
+}
+
+Folder::Folder() {
+  std::string name = (std::filesystem::temp_directory_path() / "quarlo-XXXXXX").string();
+  path_ = mkdtemp(name.data());
+  chmod(path_.c_str(), 0755);
+}
+
+Folder::~Folder() { std::filesystem::remove_all(path_); }
+
+std::string Folder::write(const std::string& name, const std::string& text) const {
+  std::ofstream(path(name), std::ios::binary) << text;
+  return path(name);
+}
+
+Fifo::Fifo(const std::string& path) {
+  EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+  fd_ = open(path.c_str(), O_RDWR | O_CLOEXEC);
+}
+
+void Fifo::send(const std::vector<Record>& records) const {
+  std::vector<input_event> batch(records.size() + 1);  // the last one, all zeros, is SYN_REPORT
+  std::transform(records.begin(), records.end(), batch.begin(), [](const Record& record) {
+    input_event event = {};
+    event.type = static_cast<__u16>(record.type);
+    event.code = static_cast<__u16>(record.code);
+    event.value = record.value;
+    return event;
+  });
+  const std::size_t size = batch.size() * sizeof(input_event);
+  EXPECT_EQ(write(fd_, batch.data(), size), static_cast<ssize_t>(size));
+}
+
+void Fifo::close() {
+  if (fd_ != -1) ::close(fd_);
+  fd_ = -1;
+}
+
+}  // namespace quarlo::tools

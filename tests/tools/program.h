@@ -1,0 +1,93 @@
+// The program quarlo-input, run as a user runs it.
+#pragma once
+
+#include <linux/input.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace quarlo::tools {
+
+using Arguments = std::vector<std::string>;
+
+struct Result {
+  int status;  // as a shell has it: 128 + the signal that ended it
+  std::string out;
+  std::string err;
+};
+
+// Where standard output goes.
+enum class Output { kPipe, kClosedPipe, kFullDisk, kTerminal };
+
+// The running program. With kPipe and kTerminal, its output is read; a terminal's line ends are a plain \n.
+class Program {
+ public:
+  // `launcher` is a command that runs the program, such as setpriv with its arguments.
+  explicit Program(const Arguments& arguments, Output output = Output::kPipe, const Arguments& launcher = {});
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  // Reads standard output until it holds `text`. Returns false if it ends before that.
+  bool waitFor(const std::string& text);
+
+  void signal(int number) const;
+
+  // Waits for the end, and returns what was read since the start.
+  Result finish();
+
+ private:
+  bool readSome();
+
+  pid_t pid_;
+  int out_ = -1;
+  int err_ = -1;
+  Result result_ = {};
+};
+
+Result run(const Arguments& arguments, Output output = Output::kPipe, const Arguments& launcher = {});
+
+std::vector<std::string> linesOf(const std::string& text);
+
+// The event lines of what `monitor` printed, each without its time.
+std::vector<std::string> eventsOf(const std::string& out);
+
+// A folder of its own, removed at the end.
+class Folder {
+ public:
+  Folder();
+  ~Folder();
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  std::string path(const std::string& name) const { return path_ + "/" + name; }
+  std::string write(const std::string& name, const std::string& text) const;
+
+ private:
+  std::string path_;
+};
+
+// A FIFO that takes the place of an evdev node. The other end stays open for as long as this lives.
+class Fifo {
+ public:
+  explicit Fifo(const std::string& path);
+  ~Fifo() { close(); }
+  Fifo(const Fifo&) = delete;
+  Fifo& operator=(const Fifo&) = delete;
+
+  struct Record {
+    int type;
+    int code;
+    int value;
+  };
+
+  // Writes the records and a SYN_REPORT.
+  void send(const std::vector<Record>& records) const;
+  void close();
+
+ private:
+  int fd_;
+};
+
+}  // namespace quarlo::tools

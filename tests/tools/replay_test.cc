@@ -1,0 +1,242 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "program.h"
+
+namespace quarlo::tools {
+namespace {
+
+// A keyboard: the reader asks for no more than the four arrow keys.
+const std::string kDescription =
+    "N: Keyboard\n"
+    "B: 00 03\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 80 16\n";
+
+std::string contentOf(const std::string& path) {
+  std::ostringstream content;
+  content << std::ifstream(path).rdbuf();
+  return content.str();
+}
+
+std::string sample(const std::string& name) { return std::string(QUARLO_SESSIONS) + "/" + name; }
+
+// The whole output of a replay that goes well, without messages.
+std::string replayed(Arguments arguments) {
+  arguments.insert(arguments.begin(), "replay");
+  const Result result = run(arguments);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  return result.out;
+}
+
+std::string record(const std::string& time, int type, int code, int value) {
+  char text[64];
+  std::snprintf(text, sizeof text, "E: %s %04x %04x %d\n", time.c_str(), static_cast<unsigned>(type),
+                static_cast<unsigned>(code), value);
+  return text;
+}
+
+class SampleSession : public testing::TestWithParam<const char*> {};
+
+TEST_P(SampleSession, GivesTheEventsOfItsGoldenFile) {
+  EXPECT_EQ(replayed({sample(GetParam())}), contentOf(std::string(QUARLO_GOLDEN) + "/" + GetParam() + ".txt"));
+}
+
+TEST_P(SampleSession, GivesTheSameEventsAgain) {
+  EXPECT_EQ(replayed({sample(GetParam())}), replayed({sample(GetParam())}));
+}
+
+TEST_P(SampleSession, GivesJsonOfWhichEachLineParses) {
+  const Result result = run({"replay", "--json", sample(GetParam())});
+  EXPECT_EQ(result.status, 0);
+  const std::vector<std::string> lines = linesOf(result.out);
+  for (const std::string& line : lines) {
+    const auto event = nlohmann::json::parse(line);
+    EXPECT_TRUE(event["time"].is_number());
+    EXPECT_TRUE(event["kind"] == "key" || event["kind"] == "mouse") << line;
+  }
+  // The text has a line for each event, and one more: the summary, which is on standard error here.
+  EXPECT_EQ(lines.size() + 1, linesOf(replayed({sample(GetParam())})).size());
+  EXPECT_EQ(result.err, linesOf(replayed({sample(GetParam())})).back() + "\n");
+}
+
+// Test names have no hyphens.
+std::string nameOfSession(const testing::TestParamInfo<const char*>& session) {
+  std::string name = session.param;
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Sessions, SampleSession, testing::Values("desk", "sofa", "living-room"), nameOfSession);
+
+TEST(Replay, PlaysAFileAloneFromItsFirstRecord) {
+  const Folder folder;
+  const std::string file = folder.write("keys.evemu", kDescription + record("1329846856.201613", EV_KEY, KEY_UP, 1) +
+                                                          record("1329846856.201613", EV_SYN, SYN_REPORT, 0) +
+                                                          record("1329846857.201613", EV_KEY, KEY_UP, 0) +
+                                                          record("1329846857.201613", EV_SYN, SYN_REPORT, 0));
+  EXPECT_EQ(replayed({file}),
+            "  0.000  key down    Up              0\n"
+            "  1.000  key up      Up              0\n"
+            "2 events in 1.010 s: 2 keys, 0 moves, 0 buttons\n");
+}
+
+TEST(Replay, ReadsAReportThatIsLongerThanADrain) {
+  const Folder folder;
+  std::string report;
+  for (int i = 0; i < 50; ++i) report += record("0.000000", EV_MSC, MSC_SCAN, i);
+  report += record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(eventsOf(replayed({folder.write("keys.evemu", kDescription + report)})),
+            std::vector<std::string>{"key down    Up              0"});
+}
+
+TEST(Replay, LosesOfAReportThatIsTooLongWhatTheKernelWouldLose) {
+  const Folder folder;
+  std::string report;
+  for (int i = 0; i < 100; ++i) report += record("0.000000", EV_KEY, KEY_UP, i % 2);
+  report += record("0.000000", EV_KEY, KEY_DOWN, 1) + record("0.000000", EV_SYN, SYN_REPORT, 0);
+  const std::vector<std::string> events = eventsOf(replayed({folder.write("keys.evemu", kDescription + report)}));
+  ASSERT_FALSE(events.empty());
+  EXPECT_LT(events.size(), 64U);
+  EXPECT_EQ(events.back(), "key down    Down            0");
+}
+
+TEST(Replay, ShowsRecordsWithoutAnEventOnlyWhenAskedTo) {
+  const Folder folder;
+  folder.write("mouse.evemu",
+               kDescription + record("0.000000", EV_KEY, BTN_SIDE, 1) + record("0.000000", EV_SYN, SYN_REPORT, 0));
+  EXPECT_EQ(replayed({folder.path("")}), "0 events in 0.010 s: 0 keys, 0 moves, 0 buttons\n");
+  EXPECT_EQ(run({"replay", "-v", folder.path("")}).out,
+            "  0.000  record without an event\n"
+            "0 events in 0.010 s: 0 keys, 0 moves, 0 buttons, 1 record without an event\n");
+  EXPECT_EQ(run({"replay", "-v", "--json", folder.path("")}).out, "");
+}
+
+TEST(Replay, ShowsTheRemotesLinesAndTheirTimingWhenAskedTo) {
+  const Folder folder;
+  const std::string file = folder.write("tv.lirc", "0.000000 0 00 KEY_OK \x1b[31m\n");
+  const std::string sources =
+      "INFO Could not autodetect a suitable mouse device\n"
+      "INFO Could not autodetect a suitable keyboard device\n"
+      "INFO Found a LIRC device: remote.lirc\n";
+  const std::string line = "VERBOSE2 LIRC string: 0 00 KEY_OK \\x1b[31m\\n\n";
+  EXPECT_EQ(run({"replay", "-v", file}).err, sources + line);
+  EXPECT_EQ(run({"replay", "-vv", file}).err, sources + line +
+                                                  "VERBOSE10 LIRC KEYDOWN 1000000000ms.\n"
+                                                  "VERBOSE10 LIRC timeout 300ms.\n"
+                                                  "VERBOSE10 LIRC key repeat mode started.\n"
+                                                  "VERBOSE10 LIRC key repeat mode stopped.\n");
+}
+
+constexpr char kMouseCapabilities[] =
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 01\n"
+    "B: 02 03\n";
+
+TEST(Replay, ShowsNothingOfAReportBeforeItsEnd) {
+  const Folder folder;
+  const std::string report = record("1.000000", EV_REL, REL_X, 4) + record("1.030000", EV_REL, REL_Y, 2) +
+                             record("1.060000", EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(replayed({folder.write("mouse.evemu", kMouseCapabilities + report)}),
+            "  0.060  mouse move  4,2\n"
+            "1 event in 0.070 s: 0 keys, 1 move, 0 buttons\n");
+}
+
+TEST(Replay, KeepsThePointerOnTheScreen) {
+  const Folder folder;
+  const std::string report = record("0.000000", EV_REL, REL_X, 5000) + record("0.000000", EV_REL, REL_Y, 5000) +
+                             record("0.000000", EV_SYN, SYN_REPORT, 0);
+  const std::string file = folder.write("mouse.evemu", kMouseCapabilities + report);
+  EXPECT_EQ(eventsOf(replayed({file})), std::vector<std::string>{"mouse move  1919,1079"});
+  EXPECT_EQ(eventsOf(replayed({"--size", "640x1", file})), std::vector<std::string>{"mouse move  639,0"});
+}
+
+TEST(Replay, WaitsAsLongAsTheTimeoutSays) {
+  const Folder folder;
+  // The first wait ends with the first record; those after it sleep, since they watch nothing any more.
+  const std::string file = folder.write(
+      "keys.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0) +
+                        record("0.350000", EV_KEY, KEY_UP, 0) + record("0.350000", EV_SYN, 0, 0) +
+                        record("0.420000", EV_KEY, KEY_UP, 1) + record("0.420000", EV_SYN, 0, 0));
+  const std::string out = replayed({"--timeout", "100", file});
+  EXPECT_NE(out.find("  0.400  key up  "), std::string::npos) << out;
+  EXPECT_NE(out.find("  0.500  key down  "), std::string::npos) << out;
+}
+
+TEST(Replay, TakesTheRemotesTimeoutsFromTheEnvironmentOnlyWhenAskedTo) {
+  const std::size_t events = eventsOf(replayed({sample("sofa")})).size();
+  setenv("LIRC_RELEASE_TIMEOUT", "1000", 1);
+  EXPECT_EQ(eventsOf(replayed({sample("sofa")})).size(), events);
+  EXPECT_LT(eventsOf(replayed({"--lirc-environment", sample("sofa")})).size(), events);
+  unsetenv("LIRC_RELEASE_TIMEOUT");
+}
+
+TEST(Replay, EndsAlsoIfTheRemotesKeyIsNeverForgotten) {
+  setenv("LIRC_RELEASE_TIMEOUT", "2000000000", 1);
+  EXPECT_EQ(linesOf(replayed({"--lirc-environment", sample("sofa")})).back(),
+            "7 events in 16.000 s: 7 keys, 0 moves, 0 buttons");
+  unsetenv("LIRC_RELEASE_TIMEOUT");
+}
+
+TEST(Replay, GivesTheSameEventsAtTheSpeedOfTheRecording) {
+  const Folder folder;
+  folder.write("keyboard.evemu", kDescription + record("0.020000", EV_KEY, KEY_UP, 1) + record("0.020000", 0, 0, 0));
+  folder.write("remote.lirc", "0.050000 0 00 KEY_OK tv\n");
+  EXPECT_EQ(replayed({"--realtime", folder.path("")}), replayed({folder.path("")}));
+}
+
+TEST(Replay, EndsWithItsSummaryWhenAskedToStop) {
+  const Folder folder;
+  const std::string file =
+      folder.write("keys.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", 0, 0, 0) +
+                                     record("86400.000000", EV_KEY, KEY_UP, 0) + record("86400.000000", 0, 0, 0));
+  Program program({"replay", "--realtime", file});
+  EXPECT_TRUE(program.waitFor("key down    Up              0\n"));
+  program.signal(SIGINT);
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(linesOf(result.out).back().rfind("1 event in ", 0), 0U) << result.out;
+}
+
+TEST(Replay, NamesTheFileAndLineOfABrokenRecord) {
+  const Folder folder;
+  const std::string file = folder.write("mouse.evemu", kDescription + "E: 0.000000 \x1b[31m\n");
+  const Result result = run({"replay", folder.path("")});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err,
+            "quarlo-input: " + file + ":5: the type is \"\\x1b[31m\", expected a hexadecimal number from 0 to ffff\n");
+}
+
+TEST(Replay, NamesASessionThatIsMissing) {
+  const Result result = run({"replay", "/nowhere/session"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: /nowhere/session: No such file or directory\n");
+}
+
+TEST(Replay, IntoAClosedPipeFailsQuietly) {
+  const Result result = run({"replay", sample("desk")}, Output::kClosedPipe);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "");
+}
+
+TEST(Replay, OntoAFullDiskSaysSo) {
+  const Result result = run({"replay", sample("desk")}, Output::kFullDisk);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: not everything could be written to standard output; is its disk full?\n");
+}
+
+}  // namespace
+}  // namespace quarlo::tools

@@ -1,0 +1,39 @@
+// An event as text for a person, and as JSON.
+#pragma once
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "input/linux_input_reader.h"
+
+namespace quarlo::tools {
+
+using components::input::LinuxInputReader;
+using std::chrono::microseconds;
+using InputEvent = LinuxInputReader::InputEvent;
+
+// The constant of msg/key_input.h with this value, without its k: "A", "PageUp"; "key 200" if there is none.
+std::string keyName(LinuxInputReader::Key key);
+
+// The event in aligned columns, such as
+//   key down    A               'a'  shift
+//   mouse move  312,40          left held
+//   mouse down  left x2         312,40
+// The character is in quotes if it can be printed, and otherwise its number from 0 (none) to 255.
+std::string describe(const InputEvent& event);
+
+// `time` in seconds, as the text lines have it.
+std::string describeTime(microseconds time);
+
+// The event with all its fields, such as
+//   {"time":0.512,"kind":"key","action":"down","key":"A","code":65,"ch":97,"modifiers":["shift"]}
+//   {"time":0.513,"kind":"mouse","action":"move","button":"none","x":312,"y":40,"clicks":0}
+// `time` is in seconds.
+nlohmann::ordered_json toJson(microseconds time, const InputEvent& event);
+
+// The event without what was typed: a key that types something that can be seen, or a digit of the keypad with or
+// without Num Lock, becomes A.
+InputEvent masked(const InputEvent& event);
+
+}  // namespace quarlo::tools

@@ -1,0 +1,22 @@
+// Why a source cannot be used, and what to do about it: the reader itself only says that it could not open it.
+#pragma once
+
+#include <string>
+
+namespace quarlo::tools {
+
+// Where the reader looks for the LIRC daemon's socket, in its order.
+constexpr const char* kLircSocketPaths[] = {"/var/run/lirc/lircd", "/var/lircd", "/dev/lircd", "/dev/lirc/lircd"};
+
+struct Obstacle {
+  std::string reason;  // "Permission denied (owner root, group input, mode 0660)"
+  std::string remedy;  // what a person can do, as a sentence without its full stop; empty if there is nothing
+};
+
+// Why open() of the evdev node or FIFO `path` gave the errno `error`.
+Obstacle whyNotOpened(const std::string& path, int error);
+
+// Why connect() to the LIRC socket `path` gave the errno `error`.
+Obstacle whyNotConnected(const std::string& path, int error);
+
+}  // namespace quarlo::tools

@@ -1,0 +1,45 @@
+#include "tools/output.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "logging/escape.h"
+#include "logging/stderr_logging.h"
+
+namespace quarlo::tools {
+namespace {
+
+bool readerHasGone() {
+  pollfd look = {STDOUT_FILENO, 0, 0};
+  return poll(&look, 1, 0) == 1 && (look.revents & POLLERR) != 0;
+}
+
+}  // namespace
+
+std::string printable(const std::string& text) {
+  std::string escaped(logging::kLongestEscape * text.size() + 1, '\0');
+  escaped.resize(logging::Escape(text.data(), text.size(), escaped.data(), escaped.size()));
+  return escaped;
+}
+
+int fail(const std::string& message, int status) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "quarlo-input: %s\n", printable(message).c_str());
+  return status;
+}
+
+void setVerbosity(int times) {
+  logging::SetMinLogLevel(times > 0 ? logging::kInfo : logging::kError);
+  logging::SetVlogLevel(times > 1 ? kRemoteTimingLevel : times == 1 ? kRemoteLinesLevel : 0);
+}
+
+int finishOutput(int status) {
+  const bool flushed = std::fflush(stdout) == 0;
+  if (flushed && std::ferror(stdout) == 0) return status;
+  if (readerHasGone()) return kFailed;
+  return fail("not everything could be written to standard output; is its disk full?");
+}
+
+}  // namespace quarlo::tools

@@ -1,0 +1,30 @@
+// What all subcommands say and return in the same way.
+#pragma once
+
+#include <string>
+
+namespace quarlo::tools {
+
+// Exit statuses.
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+
+// The levels of -v: what the reader logs about the remote's lines, and about their timing too.
+constexpr int kRemoteLinesLevel = 2;
+constexpr int kRemoteTimingLevel = 10;
+
+// `text` with everything escaped that is not printable ASCII.
+std::string printable(const std::string& text);
+
+// Writes the one line that says what went wrong to standard error. Returns `status`.
+int fail(const std::string& message, int status = kFailed);
+
+// Sets what the reader logs for -v given `times` times: only errors for 0.
+void setVerbosity(int times);
+
+// To call at the end: writes out what standard output still holds. Returns `status`, or kFailed if not all that was
+// printed could be written; says so, unless it was a pipe whose reader has gone.
+int finishOutput(int status);
+
+}  // namespace quarlo::tools
