@@ -152,7 +152,7 @@ bool LinuxInputReader::init(const char* mouseDevice, const char* keyboardDevice,
     }
     LOG_INFO("Could not autodetect a LIRC device");
   }
-  return lircFd >= 0 || mouseFd >= 0 || keyboardFd >= 0;
+  return mouseFd >= 0 || keyboardFd >= 0;
 }
 
 // ---- Waiting and polling ------------------------------------------------------------------------

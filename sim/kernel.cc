@@ -72,7 +72,7 @@ Kernel::Kernel() : time_(nextStart) {
 
 Kernel::~Kernel() {
   theKernel = nullptr;
-  nextStart = std::max({nextStart, time_, now()}) + kPauseBetweenMachines;
+  nextStart = std::chrono::ceil<std::chrono::seconds>(std::max({nextStart, time_, now()}) + kPauseBetweenMachines);
 }
 
 Kernel* Kernel::installed() { return theKernel; }

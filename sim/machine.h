@@ -16,8 +16,8 @@
 //
 // Time is virtual. It stands still while code runs, and moves in select(), to the earlier of its timeout and the next
 // thing that makes a descriptor ready, or by advance(). A select() that does not wait takes 10 us, so that a loop that
-// only polls gets on, too. Time starts at 1,000,000 s, and each Machine starts at least 10 s after the last one ended,
-// since some code remembers times for as long as the process lives.
+// only polls gets on, too. Time starts at 1,000,000 s. Each Machine starts on a whole second, at least 10 s after the
+// last one ended, since some code remembers times for as long as the process lives.
 #pragma once
 
 #include <linux/input.h>

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <functional>
+#include <ostream>
 #include <string>
 
 #include "tests/unit/reader_test.h"
@@ -17,6 +18,9 @@ struct Message {
   std::string text;  // with its severity
   std::function<void(sim::Machine&)> cause;
 };
+
+// How GoogleTest shows it: not byte by byte.
+void PrintTo(const Message& message, std::ostream* out) { *out << message.text; }
 
 // A reader on what the machine has, at the usual paths.
 void initialise(LinuxInputReader& reader) { reader.init(nullptr, nullptr, nullptr, 1280, 720); }

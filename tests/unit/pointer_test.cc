@@ -187,8 +187,9 @@ TEST_F(PointerTest, Buttons_OtherTouchToolsAreUnknownKeys) {
 }
 
 TEST_F(PointerTest, Buttons_ReleasingOneClearsTheOtherThatIsHeld) {
-  button(BTN_LEFT, 1);
   button(BTN_RIGHT, 1);
+  button(BTN_LEFT, 1);
+  ASSERT_EQ(reader.pressedButton, kLeft);
   button(BTN_RIGHT, 0);
   EXPECT_EQ(reader.pressedButton, 0);
   EXPECT_EQ(step(REL_X, 1), (Outcome{true, moved(1, 0, 0)}));
