@@ -1,7 +1,10 @@
 // Construction, destruction, and what the environment says.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstddef>
+#include <iterator>
 #include <optional>
 #include <type_traits>
 
@@ -34,6 +37,35 @@ TEST_F(StateTest, Construct_StartsWithNothingOpenNothingHeldAndThePointerAtTheOr
   EXPECT_EQ(reader.modifiers, 0U);
   EXPECT_FALSE(reader.numLock);
   EXPECT_FALSE(reader.hasPendingEvent);
+}
+
+TEST_F(StateTest, Fields_LieInTheOrderThatDiagnosticsExpect) {
+  const std::size_t offsets[] = {
+      offsetof(LinuxInputReader, pointerMoved),
+      offsetof(LinuxInputReader, pointerX),
+      offsetof(LinuxInputReader, pointerY),
+      offsetof(LinuxInputReader, mouseFd),
+      offsetof(LinuxInputReader, maxX),
+      offsetof(LinuxInputReader, maxY),
+      offsetof(LinuxInputReader, pressedButton),
+      offsetof(LinuxInputReader, keyboardFd),
+      offsetof(LinuxInputReader, lircFd),
+      offsetof(LinuxInputReader, lircKey),
+      offsetof(LinuxInputReader, lircChar),
+      offsetof(LinuxInputReader, lircKeyTime),
+      offsetof(LinuxInputReader, lircRepeatMode),
+      offsetof(LinuxInputReader, lircTimeout),
+      offsetof(LinuxInputReader, readSet),
+      offsetof(LinuxInputReader, maxFd),
+      offsetof(LinuxInputReader, modifiers),
+      offsetof(LinuxInputReader, numLock),
+      offsetof(LinuxInputReader, pendingEvent),
+      offsetof(LinuxInputReader, hasPendingEvent),
+      offsetof(LinuxInputReader, lircRepeatTimeout),
+      offsetof(LinuxInputReader, lircReleaseTimeout),
+  };
+  EXPECT_TRUE(std::is_sorted(std::begin(offsets), std::end(offsets)));
+  EXPECT_EQ(offsetof(LinuxInputReader, pointerMoved), 0U);
 }
 
 TEST_F(StateTest, Construct_OnlyReadsTheTwoVariablesRepeatFirst) {
