@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "tests/live/lircd.h"
+#include "tests/support/files.h"
 #include "tests/unit/events.h"
-#include "tests/unit/fifo.h"
 #include "tests/unit/test_log.h"
 
 namespace quarlo::test {
@@ -18,7 +18,7 @@ class DaemonTest : public testing::Test {
  protected:
   void SetUp() override {
     if (!Lircd::isAvailable()) GTEST_SKIP() << "the LIRC daemon is not unpacked here: script/fetch-lirc does it";
-    daemon.emplace(folder.file("."));
+    daemon.emplace(folder.path());
     ASSERT_TRUE(daemon->start());
     resetLog();
   }
@@ -53,7 +53,7 @@ class DaemonTest : public testing::Test {
     return readUntil(repeatCount + " " + button + " myremote\n");
   }
 
-  TemporaryFolder folder;
+  Folder folder;
   std::optional<Lircd> daemon;
   std::optional<LinuxInputReader> reader;
   std::string text;  // what the daemon sent

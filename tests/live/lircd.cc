@@ -83,10 +83,7 @@ bool Lircd::isAvailable() { return access((kRoot + "/usr/sbin/lircd").c_str(), X
 
 Lircd::Lircd(std::string folder) : folder_(std::move(folder)) { std::ofstream(file("lircd.conf")) << kConfiguration; }
 
-Lircd::~Lircd() {
-  stop();
-  for (const char* name : {"lircd.conf", "lircd.log", "lircd.pid", "lircd"}) unlink(file(name).c_str());
-}
+Lircd::~Lircd() { stop(); }
 
 bool Lircd::start() {
   pid_ = test::start({kRoot + "/usr/sbin/lircd", "--options-file=/dev/null", "--nodaemon", "--allow-simulate",

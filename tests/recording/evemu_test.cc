@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-#include "recording_test.h"
+#include "tests/recording/recording_test.h"
 
 namespace quarlo::recording {
 

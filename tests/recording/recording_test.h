@@ -4,12 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "recording/lines.h"
 #include "recording/session.h"
+#include "tests/support/files.h"
 
 namespace quarlo::recording {
 
@@ -40,23 +39,7 @@ std::string errorOf(Action action) {
   }
 }
 
-// A folder of its own for each test, removed at its end.
-class FolderTest : public testing::Test {
- protected:
-  FolderTest() {
-    std::string name = (std::filesystem::temp_directory_path() / "quarlo-XXXXXX").string();
-    folder_ = mkdtemp(name.data());
-  }
-  ~FolderTest() override { std::filesystem::remove_all(folder_); }
-
-  std::string path(const std::string& name) const { return folder_ + "/" + name; }
-
-  std::string write(const std::string& name, const std::string& text) const {
-    std::ofstream(path(name), std::ios::binary) << text;
-    return path(name);
-  }
-
-  std::string folder_;
-};
+// Each test has a folder of its own.
+class FolderTest : public testing::Test, protected test::Folder {};
 
 }  // namespace quarlo::recording

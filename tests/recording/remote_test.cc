@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "recording_test.h"
+#include "tests/recording/recording_test.h"
 
 namespace quarlo::recording {
 

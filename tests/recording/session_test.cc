@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "recording_test.h"
+#include "tests/recording/recording_test.h"
 
 namespace quarlo::recording {
 namespace {
@@ -42,47 +42,47 @@ using SessionFile = SessionTest;
 
 TEST_F(SessionFolder, HasAnyOfTheThree) {
   write("remote.lirc", kLine);
-  EXPECT_EQ(sources(readSession(folder_)), "remote ");
+  EXPECT_EQ(sources(readSession(path())), "remote ");
   write("mouse.evemu", std::string(kRelativeAxes) + kRecord);
-  EXPECT_EQ(sources(readSession(folder_)), "mouse remote ");
+  EXPECT_EQ(sources(readSession(path())), "mouse remote ");
   write("keyboard.evemu", std::string(kArrowKeys) + kRecord);
-  EXPECT_EQ(sources(readSession(folder_ + "/")), "mouse keyboard remote ");
+  EXPECT_EQ(sources(readSession(path() + "/")), "mouse keyboard remote ");
 }
 
 TEST_F(SessionFolder, CountsFromZero) {
   write("keyboard.evemu", std::string(kArrowKeys) + kRecord);
   write("remote.lirc", kLine);
-  const Session session = readSession(folder_);
+  const Session session = readSession(path());
   EXPECT_EQ(session.keyboard->records[0].time, std::chrono::seconds(5));
   EXPECT_EQ(session.remote->at(0).time, std::chrono::seconds(5));
 }
 
 TEST_F(SessionFolder, TakesADeviceForWhatItsFileIsCalled) {
   write("mouse.evemu", std::string(kArrowKeys) + kRecord);
-  EXPECT_EQ(sources(readSession(folder_)), "mouse ");
+  EXPECT_EQ(sources(readSession(path())), "mouse ");
 }
 
 TEST_F(SessionFolder, WithNoneOfTheThreeIsAnError) {
   write("notes.txt", "");
-  EXPECT_EQ(errorOf([&] { readSession(folder_); }),
-            folder_ + ": the folder has none of mouse.evemu, keyboard.evemu and remote.lirc");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }),
+            path() + ": the folder has none of mouse.evemu, keyboard.evemu and remote.lirc");
 }
 
 TEST_F(SessionFolder, NamesTheFileThatIsBroken) {
   const std::string file = write("mouse.evemu", "B: 02 03\nnonsense\n");
-  EXPECT_EQ(errorOf([&] { readSession(folder_); }),
+  EXPECT_EQ(errorOf([&] { readSession(path()); }),
             file + ":2: the line is \"nonsense\", expected a comment (#) or N: I: P: B: A: L: S: or E:");
 }
 
 TEST_F(SessionFolder, NamesAFileThatCannotBeOpened) {
   std::filesystem::create_symlink("mouse.evemu", path("mouse.evemu"));
   write("remote.lirc", kLine);
-  EXPECT_EQ(errorOf([&] { readSession(folder_); }), path("mouse.evemu") + ": Too many levels of symbolic links");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), path("mouse.evemu") + ": Too many levels of symbolic links");
 }
 
 TEST_F(SessionFolder, NamesAFileThatCannotBeRead) {
   std::filesystem::create_directory(path("mouse.evemu"));
-  EXPECT_EQ(errorOf([&] { readSession(folder_); }), path("mouse.evemu") + ": Is a directory");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), path("mouse.evemu") + ": Is a directory");
 }
 
 TEST_F(SessionFile, IsAMouseOrAKeyboardByTheReadersTests) {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "program.h"
+#include "tests/tools/program.h"
 
 namespace quarlo::tools {
 namespace {

@@ -1,18 +1,14 @@
-#include "program.h"
+#include "tests/tools/program.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 namespace quarlo::tools {
@@ -68,6 +64,13 @@ bool readInto(int fd, std::string& text) {
 }
 
 }  // namespace
+
+bool hasTerminals() {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (master == -1) return false;
+  close(master);
+  return true;
+}
 
 Program::Program(const Arguments& arguments, Output output, const Arguments& launcher) {
   Arguments command = launcher;
@@ -140,42 +143,6 @@ std::vector<std::string> eventsOf(const std::string& out) {
     if (event.rfind("key ", 0) == 0 || event.rfind("mouse ", 0) == 0) events.push_back(event);
   }
   return events;
-}
-
-Folder::Folder() {
-  std::string name = (std::filesystem::temp_directory_path() / "quarlo-XXXXXX").string();
-  path_ = mkdtemp(name.data());
-  chmod(path_.c_str(), 0755);
-}
-
-Folder::~Folder() { std::filesystem::remove_all(path_); }
-
-std::string Folder::write(const std::string& name, const std::string& text) const {
-  std::ofstream(path(name), std::ios::binary) << text;
-  return path(name);
-}
-
-Fifo::Fifo(const std::string& path) {
-  EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
-  fd_ = open(path.c_str(), O_RDWR | O_CLOEXEC);
-}
-
-void Fifo::send(const std::vector<Record>& records) const {
-  std::vector<input_event> batch(records.size() + 1);  // the last one, all zeros, is SYN_REPORT
-  std::transform(records.begin(), records.end(), batch.begin(), [](const Record& record) {
-    input_event event = {};
-    event.type = static_cast<__u16>(record.type);
-    event.code = static_cast<__u16>(record.code);
-    event.value = record.value;
-    return event;
-  });
-  const std::size_t size = batch.size() * sizeof(input_event);
-  EXPECT_EQ(write(fd_, batch.data(), size), static_cast<ssize_t>(size));
-}
-
-void Fifo::close() {
-  if (fd_ != -1) ::close(fd_);
-  fd_ = -1;
 }
 
 }  // namespace quarlo::tools

@@ -1,13 +1,17 @@
 // The program quarlo-input, run as a user runs it.
 #pragma once
 
-#include <linux/input.h>
 #include <sys/types.h>
 
 #include <string>
 #include <vector>
 
+#include "tests/support/files.h"
+
 namespace quarlo::tools {
+
+using test::Fifo;
+using test::Folder;
 
 using Arguments = std::vector<std::string>;
 
@@ -19,6 +23,9 @@ struct Result {
 
 // Where standard output goes.
 enum class Output { kPipe, kClosedPipe, kFullDisk, kTerminal };
+
+// Whether kTerminal can be had: a bare chroot has no pseudo-terminals.
+bool hasTerminals();
 
 // The running program. With kPipe and kTerminal, its output is read; a terminal's line ends are a plain \n.
 class Program {
@@ -52,42 +59,5 @@ std::vector<std::string> linesOf(const std::string& text);
 
 // The event lines of what `monitor` printed, each without its time.
 std::vector<std::string> eventsOf(const std::string& out);
-
-// A folder of its own, removed at the end.
-class Folder {
- public:
-  Folder();
-  ~Folder();
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-
-  std::string path(const std::string& name) const { return path_ + "/" + name; }
-  std::string write(const std::string& name, const std::string& text) const;
-
- private:
-  std::string path_;
-};
-
-// A FIFO that takes the place of an evdev node. The other end stays open for as long as this lives.
-class Fifo {
- public:
-  explicit Fifo(const std::string& path);
-  ~Fifo() { close(); }
-  Fifo(const Fifo&) = delete;
-  Fifo& operator=(const Fifo&) = delete;
-
-  struct Record {
-    int type;
-    int code;
-    int value;
-  };
-
-  // Writes the records and a SYN_REPORT.
-  void send(const std::vector<Record>& records) const;
-  void close();
-
- private:
-  int fd_;
-};
 
 }  // namespace quarlo::tools

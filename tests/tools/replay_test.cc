@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "program.h"
+#include "tests/tools/program.h"
 
 namespace quarlo::tools {
 namespace {

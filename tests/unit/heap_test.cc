@@ -11,7 +11,7 @@
 
 #include "input/linux_input_reader.h"
 #include "logging/logging.h"
-#include "tests/unit/fifo.h"
+#include "tests/support/files.h"
 
 // NOLINTBEGIN(bugprone-reserved-identifier): these are libc's names
 extern "C" {
@@ -67,15 +67,14 @@ class HeapTest : public testing::Test {
     EXPECT_EQ(listen(listener, 1), 0);
   }
 
-  ~HeapTest() override {
-    close(listener);
-    unlink(lirc.c_str());
-  }
+  ~HeapTest() override { close(listener); }
 
-  test::TemporaryFolder folder;
-  test::Fifo mouse{folder.file("mouse")};
-  test::Fifo keyboard{folder.file("keyboard")};
-  std::string lirc = folder.file("lircd");
+  test::Folder folder;
+  std::string mousePath = folder.path("mouse");
+  std::string keyboardPath = folder.path("keyboard");
+  test::Fifo mouse{mousePath};
+  test::Fifo keyboard{keyboardPath};
+  std::string lirc = folder.path("lircd");
   int listener;
 };
 
@@ -84,13 +83,11 @@ TEST_F(HeapTest, AWholeLifeAllocatesNothing) {
   int events = 0;
   {
     LinuxInputReader reader;
-    ASSERT_TRUE(reader.init(mouse.path(), keyboard.path(), lirc.c_str(), 1280, 720));
+    ASSERT_TRUE(reader.init(mousePath.c_str(), keyboardPath.c_str(), lirc.c_str(), 1280, 720));
     const int client = accept(listener, nullptr, nullptr);
     ASSERT_GE(client, 0);
-    for (const int code : {KEY_LEFTSHIFT, KEY_A, KEY_CAPSLOCK}) keyboard.send(EV_KEY, code, 1);
-    for (const int step : {5, -5}) mouse.send(EV_REL, REL_X, step);
-    mouse.send(EV_KEY, BTN_LEFT, 1);
-    mouse.send(EV_SYN, SYN_REPORT, 0);
+    keyboard.send({{EV_KEY, KEY_LEFTSHIFT, 1}, {EV_KEY, KEY_A, 1}, {EV_KEY, KEY_CAPSLOCK, 1}});
+    mouse.send({{EV_REL, REL_X, 5}, {EV_REL, REL_X, -5}, {EV_KEY, BTN_LEFT, 1}});
     const char line[] = "0 00 KEY_OK remote\n";
     ASSERT_EQ(write(client, line, sizeof line - 1), static_cast<ssize_t>(sizeof line - 1));
 
