@@ -44,6 +44,22 @@ timeval toTimeval(microseconds time) {
   return result;
 }
 
+// A select() as a trace shows it.
+std::string selectCall(int count, const fd_set* readSet, const fd_set* writeSet, const fd_set* exceptSet,
+                       const timeval* timeout) {
+  std::string text = "select(" + std::to_string(count) + ", ";
+  text += readSet != nullptr ? descriptorSet(count, readSet) : "null";
+  if (writeSet != nullptr) text += ", to write";
+  if (exceptSet != nullptr) text += ", exceptions";
+  text += ", ";
+  if (timeout == nullptr) {
+    text += sim::seconds(std::nullopt);
+  } else {
+    text += isValid(*timeout) ? sim::seconds(toMicroseconds(*timeout)) : "negative";
+  }
+  return text + ")";
+}
+
 // The libc convention for a result that is a negative errno.
 long finish(long result) {
   if (result >= 0) return result;
@@ -133,9 +149,7 @@ std::optional<Kernel::Fault> Kernel::countCall(Call call) {
   return fault;
 }
 
-void Kernel::trace(const std::string& call, const std::string& result) {
-  if (tracing_) trace_.push_back(call + " = " + result);
-}
+void Kernel::trace(const std::string& call, const std::string& result) { trace_.push_back(call + " = " + result); }
 
 std::vector<std::string> Kernel::takeTrace() { return std::exchange(trace_, {}); }
 
@@ -168,7 +182,7 @@ int Kernel::gettimeofday(timeval* time) {
   const auto fault = countCall(Call::kGettimeofday);
   if (!fault) *time = toTimeval(now());
   const long result = finish(fault ? -fault->error : 0);
-  trace("gettimeofday()", fault ? callResult(result, errno) : sim::seconds(now()));
+  if (tracing_) trace("gettimeofday()", fault ? callResult(result, errno) : sim::seconds(now()));
   return static_cast<int>(result);
 }
 
@@ -176,7 +190,7 @@ char* Kernel::getenv(const char* name) {
   const auto fault = countCall(Call::kGetenv);
   const auto found = environment_.find(name);
   char* value = fault || found == environment_.end() ? nullptr : found->second.data();
-  trace("getenv(" + quoted(name) + ")", value == nullptr ? "null" : quoted(value));
+  if (tracing_) trace("getenv(" + quoted(name) + ")", value == nullptr ? "null" : quoted(value));
   return value;
 }
 
@@ -195,7 +209,7 @@ int Kernel::openNode(const std::string& path, int flags) {
 int Kernel::open(const char* path, int flags) {
   const auto fault = countCall(Call::kOpen);
   const long result = finish(fault ? -fault->error : openNode(path, flags));
-  trace("open(" + quoted(path) + ", " + openFlags(flags) + ")", callResult(result, errno));
+  if (tracing_) trace("open(" + quoted(path) + ", " + openFlags(flags) + ")", callResult(result, errno));
   return static_cast<int>(result);
 }
 
@@ -208,7 +222,7 @@ int Kernel::close(int fd) {
     result = 0;
   }
   result = finish(fault ? -fault->error : result);
-  trace("close(" + std::to_string(fd) + ")", callResult(result, errno));
+  if (tracing_) trace("close(" + std::to_string(fd) + ")", callResult(result, errno));
   return static_cast<int>(result);
 }
 
@@ -234,8 +248,10 @@ int Kernel::ioctlNode(int fd, unsigned request, void* argument) {
 int Kernel::ioctl(int fd, unsigned request, void* argument) {
   const auto fault = countCall(Call::kIoctl);
   const long result = finish(fault ? -fault->error : ioctlNode(fd, request, argument));
-  trace("ioctl(" + std::to_string(fd) + ", " + ioctlRequest(request, reinterpret_cast<long>(argument)) + ")",
-        callResult(result, errno));
+  if (tracing_) {
+    trace("ioctl(" + std::to_string(fd) + ", " + ioctlRequest(request, reinterpret_cast<long>(argument)) + ")",
+          callResult(result, errno));
+  }
   return static_cast<int>(result);
 }
 
@@ -290,8 +306,10 @@ ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
     result = readDescriptor(fd, buffer, std::min(size, *fault->bytes));
   }
   result = finish(result);
-  trace("read(" + std::to_string(fd) + ", " + byteCount(size) + ")",
-        result > 0 ? byteCount(static_cast<std::size_t>(result)) : callResult(result, errno));
+  if (tracing_) {
+    trace("read(" + std::to_string(fd) + ", " + byteCount(size) + ")",
+          result > 0 ? byteCount(static_cast<std::size_t>(result)) : callResult(result, errno));
+  }
   return result;
 }
 
@@ -341,19 +359,14 @@ int Kernel::selectUntil(int count, fd_set* readSet, std::optional<microseconds> 
 
 int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, timeval* timeout) {
   const auto fault = countCall(Call::kSelect);
-  std::optional<microseconds> wait;
-  if (timeout != nullptr) wait = toMicroseconds(*timeout);
-  const std::string call = "select(" + std::to_string(count) + ", " +
-                           (readSet != nullptr ? descriptorSet(count, readSet) : "null") +
-                           (writeSet != nullptr ? ", to write" : "") + (exceptSet != nullptr ? ", exceptions" : "") +
-                           ", " + (timeout == nullptr || isValid(*timeout) ? sim::seconds(wait) : "negative") + ")";
+  const std::string call = tracing_ ? selectCall(count, readSet, writeSet, exceptSet, timeout) : "";
   const microseconds start = time_;
   long result = -EINVAL;
   if (fault) {
     result = -fault->error;
   } else if (count >= 0 && (timeout == nullptr || isValid(*timeout))) {
     std::optional<microseconds> deadline;
-    if (wait) deadline = time_ + *wait;
+    if (timeout != nullptr) deadline = time_ + toMicroseconds(*timeout);
     result = selectUntil(count, readSet, deadline);
     if (result >= 0 && writeSet != nullptr) FD_ZERO(writeSet);
     if (result >= 0 && exceptSet != nullptr) FD_ZERO(exceptSet);
@@ -361,7 +374,7 @@ int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptS
     if (deadline) *timeout = toTimeval(std::max(*deadline - time_, microseconds(0)));
   }
   result = finish(result);
-  trace(call, callResult(result, errno) + (result > 0 ? " " + descriptorSet(count, readSet) : ""));
+  if (tracing_) trace(call, callResult(result, errno) + (result > 0 ? " " + descriptorSet(count, readSet) : ""));
   // A loop that only polls must get on in time, too.
   if (time_ == start) runUntil(start + kShortestSelect);
   return static_cast<int>(result);
@@ -385,9 +398,11 @@ int Kernel::socket(int domain, int type, int protocol) {
                                               std::make_shared<Connection>()};
   }
   result = finish(result);
-  trace("socket(" + (domain == AF_UNIX ? "AF_UNIX" : std::to_string(domain)) + ", " + socketType(type) + ", " +
-            std::to_string(protocol) + ")",
-        callResult(result, errno));
+  if (tracing_) {
+    trace("socket(" + (domain == AF_UNIX ? "AF_UNIX" : std::to_string(domain)) + ", " + socketType(type) + ", " +
+              std::to_string(protocol) + ")",
+          callResult(result, errno));
+  }
   return static_cast<int>(result);
 }
 
@@ -409,8 +424,10 @@ int Kernel::connect(int fd, const sockaddr* address, socklen_t length) {
   const auto fault = countCall(Call::kConnect);
   const std::string path = pathOf(address);
   const long result = finish(fault ? -fault->error : connectTo(fd, path));
-  trace("connect(" + std::to_string(fd) + ", " + quoted(path) + ", " + std::to_string(length) + ")",
-        callResult(result, errno));
+  if (tracing_) {
+    trace("connect(" + std::to_string(fd) + ", " + quoted(path) + ", " + std::to_string(length) + ")",
+          callResult(result, errno));
+  }
   return static_cast<int>(result);
 }
 
