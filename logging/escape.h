@@ -8,9 +8,9 @@ namespace quarlo::logging {
 // The most characters that escaping makes of one byte.
 constexpr std::size_t kLongestEscape = 4;
 
-// Writes the `length` bytes of `text` to `out` with everything but printable ASCII escaped: \n \r \t \\ and \xNN. Stops
-// before the first byte whose escape does not fit, and ends with a NUL. Returns how many characters stand before that.
-// REQUIRES: size > 0
+// Writes the `length` bytes of `text` to `out` with everything but printable ASCII, and the backslash, escaped: \n \r
+// \t \\ and \xNN. Stops before the first byte whose escape does not fit, and ends with a NUL. Returns how many
+// characters stand before that. REQUIRES: size > 0
 std::size_t Escape(const char* text, std::size_t length, char* out, std::size_t size);
 
 }  // namespace quarlo::logging

@@ -1,7 +1,8 @@
 // A back end of logging/logging.h for programs that have none: messages go to standard error, one line each, such as
 //   INFO Found a mouse: /dev/input/event3 - USB Mouse
 //   VERBOSE10 LIRC timeout 300ms.
-// Control characters in them are escaped; a message is cut after 1023 bytes. Link quarlo::stderr_logging for it.
+// All but printable ASCII in them is escaped (logging/escape.h); a message is cut after 1023 bytes. Link
+// quarlo::stderr_logging for it.
 #pragma once
 
 #include "logging/logging.h"

@@ -1,6 +1,6 @@
 # What the scripts share: where the project is, and how packages get onto the machine. Sourced, with bash.
 
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 
 fail() {
   echo "$*" >&2
@@ -16,41 +16,52 @@ apt() {
   if [ "$(id -u)" = 0 ]; then
     DEBIAN_FRONTEND=noninteractive apt-get "$@"
   else
-    sudo DEBIAN_FRONTEND=noninteractive apt-get "$@"
+    sudo env DEBIAN_FRONTEND=noninteractive apt-get "$@"
   fi
 }
 
-# Whether apt-get would have to remove something to install these packages.
-would_remove() {
-  apt-get -s install --no-install-recommends "$@" 2>/dev/null | grep '^Remv'
+# What apt-get would have to remove to install these packages. REQUIRES: the package lists are there (update_lists).
+removed_for() {
+  apt-get -s install --no-install-recommends "$@" | grep -E '^(Remv|Purg) ' || true
 }
 
-# Installs the packages that are missing, and says so. Never removes one.
-install_packages() {
-  local missing=() package removed
+# Fetches the package lists, once in a run.
+lists_are_new=
+update_lists() {
+  [ -n "$lists_are_new" ] || apt -qq update
+  lists_are_new=1
+}
+
+# Whether one of the packages is missing.
+is_any_missing() {
+  local package
   for package in "$@"; do
-    is_installed "$package" || missing+=("$package")
+    is_installed "$package" || return 0
   done
-  [ ${#missing[@]} = 0 ] && return
-  if [ "$(id -u)" != 0 ] && ! command -v sudo >/dev/null; then
-    fail "These packages are missing, and there is no sudo to install them with. As root, run:
-  apt-get install --no-install-recommends ${missing[*]}"
-  fi
-  echo "Installing with apt-get: ${missing[*]}"
-  apt -qq update
-  removed=$(would_remove "${missing[@]}" || true)
-  [ -z "$removed" ] || fail "apt-get would remove packages to install ${missing[*]}, so nothing was done:
-$removed"
-  apt -qq -y install --no-install-recommends "${missing[@]}" >/dev/null
+  return 1
 }
 
-# Configures (once) and builds a preset, quietly unless it fails.
+# Says what to do where packages are missing and nobody can install them.
+require_root_or_sudo() {
+  [ "$(id -u)" = 0 ] || command -v sudo >/dev/null || fail "Packages are missing, and there is no sudo to install them with. As root, run:
+  apt-get install --no-install-recommends $*"
+}
+
+# Installs the packages that are missing, and says so. apt-get refuses where it would have to remove one.
+install_packages() {
+  is_any_missing "$@" || return 0
+  require_root_or_sudo "$@"
+  update_lists
+  echo "Installing with apt-get what is missing of: $*"
+  apt -qq -y install --no-install-recommends --no-remove "$@" >/dev/null ||
+    fail "apt-get could not install: $*"
+}
+
+# Configures and builds a preset, quietly unless it fails.
 build_preset() {
-  local preset=$1 log
-  shift
+  local log
   log=$(mktemp)
-  if { [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" "$@"; } >"$log" 2>&1 &&
-    cmake --build "build/$preset" >>"$log" 2>&1; then
+  if cmake --preset "$1" >"$log" 2>&1 && cmake --build "build/$1" >>"$log" 2>&1; then
     rm "$log"
   else
     tail -n 60 "$log" >&2

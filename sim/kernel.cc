@@ -103,6 +103,11 @@ void Kernel::addNode(const std::string& path, std::shared_ptr<NodeState> node) {
 }
 
 void Kernel::addDaemon(const std::string& path, std::shared_ptr<DaemonState> daemon) {
+  const auto found = daemons_.find(path);
+  if (found != daemons_.end() && found->second->running) {
+    std::fprintf(stderr, "sim: there is a daemon at %s already\n", path.c_str());
+    std::abort();
+  }
   daemons_[path] = std::move(daemon);
 }
 

@@ -4,8 +4,9 @@
 //                                                                  └─ libc, otherwise
 //
 // Link quarlo::sim: the linker's --wrap then leads those calls here. While a Machine exists, it owns everything below
-// /dev/input, the paths of its nodes, Unix sockets, the clock, select() and the LIRC_... environment variables; every
-// other path and descriptor goes on to libc. There is at most one Machine at a time, in one thread.
+// /dev/input, the paths of its nodes, Unix sockets, gettimeofday(), select() and the LIRC_... environment variables.
+// Every other path, descriptor and call (clock_gettime, poll, sleep, fopen, ...) goes on to libc. There is at most one
+// Machine at a time, in one thread.
 //
 //   sim::Machine machine;
 //   sim::Node& keyboard = machine.addNode("/dev/input/event0", sim::Device::keyboard());
@@ -15,9 +16,9 @@
 //   reader.readInput(event, 1000);  // returns at once, 50 ms later on the machine's clock
 //
 // Time is virtual. It stands still while code runs, and moves in select(), to the earlier of its timeout and the next
-// thing that makes a descriptor ready, or by advance(). A select() that does not wait takes 10 us, so that a loop that
-// only polls gets on, too. Time starts at 1,000,000 s. Each Machine starts on a whole second, at least 10 s after the
-// last one ended, since some code remembers times for as long as the process lives.
+// thing that makes a descriptor ready, in a read() that blocks, or by advance(). A select() that does not wait takes 10
+// us, so that a loop that only polls gets on, too. Time starts at 1,000,000 s. Each Machine starts on a whole second,
+// at least 10 s after the last one ended, since some code remembers times for as long as the process lives.
 #pragma once
 
 #include <linux/input.h>

@@ -117,8 +117,8 @@ CLI::App* addMonitor(CLI::App& app, MonitorOptions& options) {
       "a file. (The remote's lines that -v shows are as they are.)\n\n"
       "Example: watch one keyboard and nothing else\n"
       "  quarlo-input monitor --keyboard /dev/input/event3 --mouse none --lirc none\n\n"
-      "Exit status: 0 after Ctrl-C or N events; 1 if no source could be opened, one went away, or the\n"
-      "output was closed; 2 for wrong arguments.");
+      "Exit status: 0 after Ctrl-C or N events; 1 if no source could be opened, a path is no evdev node\n"
+      "and no FIFO, a source went away, or the output was closed; 2 for wrong arguments.");
   return command;
 }
 
@@ -145,7 +145,8 @@ CLI::App* addReplay(CLI::App& app, ReplayOptions& options) {
                     "Let LIRC_REPEAT_TIMEOUT and LIRC_RELEASE_TIMEOUT count; default: ignored");
   command->footer(
       "The records go through the real reader, on a simulated machine with a clock of its own: a replay\n"
-      "always gives the same events. A session is a folder with any of mouse.evemu, keyboard.evemu (as\n"
+      "gives the same events (with the same --timeout). A session is a folder with any of mouse.evemu, keyboard.evemu "
+      "(as\n"
       "evemu-record writes them) and remote.lirc (lines of \"<seconds>.<microseconds> <what lircd sent>\"),\n"
       "or one such file.\n\n"
       "Example: see someone use a remote\n"

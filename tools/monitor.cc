@@ -50,10 +50,10 @@ std::string pathOf(int fd) {
   return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : "descriptor " + std::to_string(fd);
 }
 
-std::string describeNode(int fd) {
+std::string describeNode(const SourcePath& source, int fd) {
   char name[256] = {};
   const bool named = ioctl(fd, EVIOCGNAME(sizeof name - 1), name) != -1;
-  return pathOf(fd) + (named ? std::string("  ") + name : "");
+  return (source ? *source : pathOf(fd)) + (named ? std::string("  ") + name : "");
 }
 
 std::string describeSocket(int fd) {
@@ -144,7 +144,7 @@ void printNode(std::FILE* stream, const char* what, const SourcePath& source, in
   if (isLeftOut(source)) {
     printSource(stream, what, "left out");
   } else if (fd != -1) {
-    printSource(stream, what, describeNode(fd));
+    printSource(stream, what, describeNode(source, fd));
   } else {
     printObstacle(stream, what, whyNodeIsNotOpen(source));
   }

@@ -89,6 +89,23 @@ TEST_F(EvdevTest, Motion_AWheelAloneDeliversTheSlotAsItIs) {
   EXPECT_EQ(readAll(reader), Lines({moved(5, 6)}));
 }
 
+TEST_F(EvdevTest, Motion_AWheelBringsBackAButtonUnlessTheSlotIsMarkedAsNoEvent) {
+  const auto wheel = [this] {
+    mouse.report(EV_REL, REL_WHEEL, 1);
+    mouse.report(EV_SYN, SYN_REPORT, 0);
+  };
+  mouse.report(EV_REL, REL_X, 5);
+  mouse.press(BTN_LEFT);
+  mouse.release(BTN_LEFT);
+  EXPECT_EQ(readAll(reader), Lines({moved(5, 0), buttonDown(1, 5, 0, 1), buttonUp(1, 5, 0, 1)}));
+  wheel();
+  EXPECT_EQ(readAll(reader), Lines({buttonDown(1, 5, 0, 1)}));
+  ASSERT_FALSE(reader.hasPendingEvent);
+  reader.pendingEvent.kind = InputEvent::kNoEvent;
+  wheel();
+  EXPECT_EQ(readAll(reader), Lines({"kind 255"}));
+}
+
 TEST_F(EvdevTest, Motion_OfAnEarlierDrainDoesNotCountForAWheel) {
   mouse.move(5, 0);
   readAll(reader);

@@ -244,6 +244,12 @@ TEST(MachineDeathTest, RefusesASecondNodeAtAPath) {
   EXPECT_DEATH(machine.addNode("/dev/input/event0", Device::mouse()), "already");
 }
 
+TEST(MachineDeathTest, RefusesASecondDaemonAtAPath) {
+  Machine machine;
+  machine.addLircDaemon("/dev/lircd");
+  EXPECT_DEATH(machine.addLircDaemon("/dev/lircd"), "already");
+}
+
 TEST(MachineDeathTest, RefusesAVariableThatIsNotItsOwn) {
   Machine machine;
   EXPECT_DEATH(machine.setEnvironment("PATH", ""), "PATH is not a variable");
