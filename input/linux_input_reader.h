@@ -8,7 +8,7 @@
 // you know and the pointer's bounds, then call readInput() again and again, then destroy the reader. Copying is
 // deleted. The five members that an application calls are the constructor, init(), readInput(), the destructor and, for
 // diagnosis, listLinuxInputReader(). All else is public for the application's diagnostics and for tests: look, but do
-// not touch.
+// not touch (one exception, for wheels: docs/behaviour.md).
 //
 // The loop. Wait once, with a short finite timeout, and then take what is there without waiting:
 //
@@ -34,24 +34,25 @@
 // True does not mean that an event was written. A button's auto-repeat and the side buttons (BTN_SIDE to code 287)
 // write nothing although readInput() returns true (after motion, they deliver the move event twice). Preset event.kind
 // to kNoEvent, as above, to tell. A wheel is worse: a step without motion delivers the event that was last held over
-// once more, a move or even a button, or an event of all zeroes if there was none. docs/behaviour.md says what to do.
+// once more, a move or even the press of a button that is up by now, or an event of all zeroes if there was none.
+// docs/behaviour.md says what to do.
 //
 // Timeouts. readInput() waits with select() on a set of descriptors that it builds before the first wait and then hands
 // to select() again as select() left it: after a wait that timed out the set is empty, after one that found something
 // it holds just those sources. It is rebuilt only after select() failed, as when a signal arrived. So a later wait may
 // be a plain sleep. The sources are polled after each wait anyway, so input comes late rather than never, as late as
-// the timeout is long; only what overflows the kernel's own queue is lost. Use a short timeout, and never -1 (no limit)
-// with more than one source or once a wait has timed out: it would sleep until a signal. The longest timeout is 2147483
-// ms; with -2 to -2147483 select() fails and the sources are polled at once; beyond both, the number of microseconds
-// wraps.
+// the timeout is long. What overflows the kernel's own queue is lost, though, and of the LIRC lines that one read
+// finds, all but the first. Use a short timeout, and never -1 (no limit) with more than one source, with a remote, or
+// once a wait has timed out: it would sleep until a signal. The longest timeout is 2147483 ms; with -2 to -2147483
+// select() fails and the sources are polled at once; beyond both, the number of microseconds wraps.
 //
 // The remote's timing. LIRC repeats a line for as long as a button is held. The first line is a key-down. Repeats that
 // come less than LIRC_RELEASE_TIMEOUT ms (default 300) after it are skipped; when a readInput() call then finds no line
 // after that time, the faster repeat mode starts, in which repeats at least LIRC_REPEAT_TIMEOUT ms (default 100) apart
 // are key-downs. A call that finds no line forgets the key once the sum of both timeouts has passed since its last
 // key-down, or twice the repeat timeout if that one came in repeat mode. There are no key-up events for the remote.
-// While a button is held, a wait ends at the release timeout, and from then until the key is forgotten there is no wait
-// at all.
+// Until the key is forgotten, a wait ends when the release timeout has passed since the last key-down, and from then on
+// there is no wait at all.
 //
 // Threads and signals. One thread at a time; there are no locks. All readers of a process share one click history. A
 // signal that interrupts the wait makes readInput() poll the sources and return. No function is safe in a signal
@@ -130,7 +131,7 @@ class LinuxInputReader {
   };
 
   // Opens nothing. Reads LIRC_REPEAT_TIMEOUT and LIRC_RELEASE_TIMEOUT (ms) from the environment; a value that is
-  // missing, not a number, 0 or negative gives the default.
+  // missing, does not start with a number, or is 0 or negative gives the default.
   LinuxInputReader();
 
   // Closes the three descriptors.
