@@ -7,6 +7,12 @@
 namespace quarlo::sim {
 namespace {
 
+constexpr int kAutoRepeat = 2;
+
+// The kernel's defaults (input_enable_softrepeat() of drivers/input/input.c).
+constexpr std::chrono::milliseconds kAutoRepeatDelay(250);
+constexpr std::chrono::milliseconds kAutoRepeatPeriod(33);
+
 bool isReport(const input_event& record) { return record.type == EV_SYN && record.code == SYN_REPORT; }
 
 // The highest code of an event type whose bits can be asked for, 0 for the others.
@@ -88,7 +94,6 @@ bool NodeState::passes(const input_event& record) {
   if (type == device.codes.end() || type->second.count(record.code) == 0) return false;
   if (record.type == EV_REL) return record.value != 0;
   if (record.type == EV_MSC) return true;
-  constexpr int kAutoRepeat = 2;
   if (record.type == EV_KEY && record.value == kAutoRepeat) return true;
   int& last = lastValue_[{record.type, record.code}];
   const bool changed = record.type == EV_KEY ? (last != 0) != (record.value != 0) : last != record.value;
@@ -96,7 +101,8 @@ bool NodeState::passes(const input_event& record) {
   return changed;
 }
 
-void NodeState::report(const input_event& record) {
+void NodeState::report(int type, int code, int value) {
+  const input_event record = makeRecord(timers.now(), type, code, value);
   if (!passes(record)) return;
   packet_.push_back(record);
   if (isReport(record)) {
@@ -115,8 +121,31 @@ void NodeState::report(const input_event& record) {
 }
 
 void NodeState::passPacket() {
-  for (const input_event& record : packet_) deliver(record);
+  for (const input_event& record : packet_) {
+    deliver(record);
+    startOrStopAutoRepeat(record);
+  }
 }
+
+// As input_pass_values() does: the last key that was pressed repeats, until any is released.
+void NodeState::startOrStopAutoRepeat(const input_event& record) {
+  if (record.type != EV_KEY || record.value == kAutoRepeat || device.codes.count(EV_REP) == 0) return;
+  ++repeatTimer_;
+  repeatKey_ = record.value != 0 ? record.code : 0;
+  if (repeatKey_ != 0) autoRepeatAfter(kAutoRepeatDelay);
+}
+
+void NodeState::autoRepeatAfter(microseconds delay) {
+  timers.afterInBackground(delay, [node = weak_from_this(), timer = repeatTimer_] {
+    const std::shared_ptr<NodeState> self = node.lock();
+    if (self == nullptr || !self->present || self->repeatTimer_ != timer) return;
+    self->deliver(EV_KEY, self->repeatKey_, kAutoRepeat);
+    self->deliver(EV_SYN, SYN_REPORT, 1);
+    self->autoRepeatAfter(kAutoRepeatPeriod);
+  });
+}
+
+void NodeState::deliver(int type, int code, int value) { deliver(makeRecord(timers.now(), type, code, value)); }
 
 void NodeState::deliver(const input_event& record) {
   if (!present || grabbedElsewhere) return;

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -16,6 +17,16 @@
 #include "sim/machine.h"
 
 namespace quarlo::sim {
+
+// The machine's clock, and a timer that works behind what the user of the machine schedules.
+class Timers {
+ public:
+  virtual microseconds now() const = 0;
+  virtual void afterInBackground(microseconds delay, std::function<void()> happening) = 0;
+
+ protected:
+  ~Timers() = default;
+};
 
 // A record of this time on the clock.
 input_event makeRecord(microseconds time, int type, int code, int value);
@@ -48,16 +59,16 @@ class EvdevClient {
   std::size_t packetHead_ = 0;
 };
 
-struct NodeState {
-  explicit NodeState(Device what) : device(std::move(what)) {}
+struct NodeState : std::enable_shared_from_this<NodeState> {
+  NodeState(Device what, Timers& machineTimers) : device(std::move(what)), timers(machineTimers) {}
 
   // A new descriptor's buffer: 64 records for a plain keyboard, 128 for a mouse, as the kernel estimates it.
   std::shared_ptr<EvdevClient> connect();
   void disconnect(const std::shared_ptr<EvdevClient>& client);
 
-  // What a driver reports, and what reaches the buffers.
-  void report(const input_event& record);
-  void deliver(const input_event& record);
+  // What a driver reports, and what reaches the buffers, now.
+  void report(int type, int code, int value);
+  void deliver(int type, int code, int value);
 
   // EVIOCGRAB and the queries; the results are the ioctl's: a count or 0, or a negative errno.
   int grab(const std::shared_ptr<EvdevClient>& client, bool on);
@@ -65,6 +76,7 @@ struct NodeState {
   int bits(int type, unsigned char* buffer, std::size_t size) const;
 
   Device device;
+  Timers& timers;
   bool present = true;
   bool grabbedElsewhere = false;
   std::shared_ptr<EvdevClient> grabber;
@@ -75,10 +87,15 @@ struct NodeState {
   std::size_t packetSize() const;
   bool passes(const input_event& record);
   void passPacket();
+  void deliver(const input_event& record);
+  void startOrStopAutoRepeat(const input_event& record);
+  void autoRepeatAfter(microseconds delay);
 
   std::vector<std::shared_ptr<EvdevClient>> clients_;
   std::vector<input_event> packet_;               // reported since the last SYN_REPORT
   std::map<std::pair<int, int>, int> lastValue_;  // by type and code
+  int repeatKey_ = 0;                             // what auto-repeat repeats, 0: nothing
+  int repeatTimer_ = 0;                           // the number of its timer: earlier ones have been stopped
 };
 
 }  // namespace quarlo::sim

@@ -23,6 +23,10 @@ constexpr microseconds kFirstStart = seconds(1'000'000);
 constexpr microseconds kPauseBetweenMachines = seconds(10);
 constexpr microseconds kShortestSelect(10);
 
+// How many times a daemon can write to a client that does not read, before the kernel's buffer of the socket is full:
+// each line takes a buffer of its own, of which the default limit of 208 KiB holds about as many.
+constexpr int kMostUnread = 280;
+
 Kernel* theKernel = nullptr;
 microseconds nextStart = kFirstStart;
 
@@ -119,7 +123,9 @@ void Kernel::setEnvironment(const std::string& name, const std::string& value) {
   environment_[name] = value;
 }
 
-bool Kernel::ownsPath(const std::string& path) const { return isBelowDevInput(path) || nodes_.count(path) != 0; }
+bool Kernel::ownsPath(const std::string& path) const {
+  return isBelowDevInput(path) || nodes_.count(path) != 0 || links_.count(path) != 0;
+}
 
 bool Kernel::ownsDescriptor(int fd) const { return fd == -1 || descriptors_.count(fd) != 0; }
 
@@ -164,6 +170,14 @@ void Kernel::after(microseconds delay, std::function<void()> happening) {
   happenings_.emplace(time_ + delay, std::move(happening));
 }
 
+void Kernel::afterInBackground(microseconds delay, std::function<void()> happening) {
+  ++background_;
+  after(delay, [this, run = std::move(happening)] {
+    --background_;
+    run();
+  });
+}
+
 void Kernel::signalAfter(microseconds delay) {
   after(delay, [this] { interrupted_ = true; });
 }
@@ -202,7 +216,8 @@ char* Kernel::getenv(const char* name) {
 // ---- Nodes ------------------------------------------------------------------------------------------------------
 
 int Kernel::openNode(const std::string& path, int flags) {
-  const auto found = nodes_.find(path);
+  const auto link = links_.find(path);
+  const auto found = nodes_.find(link != links_.end() ? link->second : path);
   if (found == nodes_.end() || !found->second->present) return -ENOENT;
   const std::shared_ptr<NodeState>& node = found->second;
   if (node->openError != 0) return -node->openError;
@@ -284,15 +299,17 @@ ssize_t Kernel::readDescriptor(int fd, void* buffer, std::size_t size) {
   if (found == descriptors_.end()) return -EBADF;
   Descriptor& descriptor = found->second;
   if (descriptor.connection != nullptr && !descriptor.connection->connected) return -ENOTCONN;
+  const microseconds horizon = lastScheduled();
   while (!descriptor.readable()) {
     if (!descriptor.blocking) return -EAGAIN;
-    if (!waitForNext(std::nullopt)) deadlock("read(" + std::to_string(fd) + ")");
+    if (!waitForNext(std::nullopt, horizon)) deadlock("read(" + std::to_string(fd) + ")");
     if (std::exchange(interrupted_, false)) return -EINTR;
   }
   if (descriptor.node != nullptr) return readRecords(descriptor, buffer, size);
   std::string& queued = descriptor.connection->queued;
   const std::size_t length = queued.copy(static_cast<char*>(buffer), size);
   queued.erase(0, length);
+  if (queued.empty()) descriptor.connection->unread = 0;
   return static_cast<ssize_t>(length);
 }
 
@@ -336,9 +353,13 @@ int Kernel::readyDescriptors(int count, const fd_set* readSet, fd_set& ready) co
   return found;
 }
 
-// Moves time to the next happening, or to the deadline if that is earlier. Returns false if there is neither.
-bool Kernel::waitForNext(std::optional<microseconds> deadline) {
-  if (happenings_.empty() && !deadline) return false;
+microseconds Kernel::lastScheduled() const { return happenings_.empty() ? time_ : happenings_.rbegin()->first; }
+
+// Moves time to the next happening, or to the deadline if that is earlier. Returns false if there is neither. The
+// background goes on for ever: if nothing else is left, what comes of it after `horizon` does not count.
+bool Kernel::waitForNext(std::optional<microseconds> deadline, microseconds horizon) {
+  const bool nothingComes = happenings_.empty() || (!hasScheduled() && happenings_.begin()->first > horizon);
+  if (nothingComes && !deadline) return false;
   microseconds next = happenings_.empty() ? *deadline : std::max(time_, happenings_.begin()->first);
   if (deadline) next = std::min(next, *deadline);
   if (pace_) pace_(next - time_);
@@ -348,6 +369,7 @@ bool Kernel::waitForNext(std::optional<microseconds> deadline) {
 
 int Kernel::selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline) {
   interrupted_ = false;
+  const microseconds horizon = lastScheduled();
   fd_set ready;
   for (;;) {
     const int found = readyDescriptors(count, readSet, ready);
@@ -356,7 +378,7 @@ int Kernel::selectUntil(int count, fd_set* readSet, std::optional<microseconds> 
       if (readSet != nullptr) *readSet = ready;
       return found;
     }
-    if (!waitForNext(deadline))
+    if (!waitForNext(deadline, horizon))
       deadlock("select() on " + (readSet != nullptr ? descriptorSet(count, readSet) : "nothing"));
     if (std::exchange(interrupted_, false)) return -EINTR;
   }
@@ -393,7 +415,20 @@ void Kernel::deadlock(const std::string& wait) {
   std::abort();
 }
 
-// ---- Sockets ----------------------------------------------------------------------------------------------------
+// ---- Sockets and the daemon -------------------------------------------------------------------------------------
+
+void DaemonState::send(const std::string& text) {
+  for (const auto& client : clients) {
+    if (client->unread == kMostUnread) {
+      client->ended = true;
+    } else {
+      client->queued += text;
+      ++client->unread;
+    }
+  }
+  clients.erase(std::remove_if(clients.begin(), clients.end(), [](const auto& client) { return client->ended; }),
+                clients.end());
+}
 
 int Kernel::socket(int domain, int type, int protocol) {
   const auto fault = countCall(Call::kSocket);

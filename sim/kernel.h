@@ -24,16 +24,19 @@ namespace quarlo::sim {
 // The client's end of a connection to a daemon.
 struct Connection {
   std::string queued;  // sent by the daemon, not yet read
+  int unread = 0;      // how often the daemon has sent something since all was read
   bool connected = false;
   bool ended = false;  // the daemon's end is closed
 };
 
 struct DaemonState {
+  void send(const std::string& text);
+
   bool running = true;
   std::vector<std::shared_ptr<Connection>> clients;
 };
 
-class Kernel {
+class Kernel : public Timers {
  public:
   Kernel();
   ~Kernel();
@@ -58,15 +61,17 @@ class Kernel {
   char* getenv(const char* name);
 
   void addNode(const std::string& path, std::shared_ptr<NodeState> node);
+  void addLink(const std::string& path, const std::string& target) { links_[path] = target; }
   void addDaemon(const std::string& path, std::shared_ptr<DaemonState> daemon);
   void setEnvironment(const std::string& name, const std::string& value);
 
-  microseconds now() const { return time_ + clockOffset_; }
+  microseconds now() const override { return time_ + clockOffset_; }
   void advance(microseconds time);
   void jumpClock(microseconds by);
   void after(microseconds delay, std::function<void()> happening);
+  void afterInBackground(microseconds delay, std::function<void()> happening) override;
   void signalAfter(microseconds delay);
-  bool hasScheduled() const { return !happenings_.empty(); }
+  bool hasScheduled() const { return happenings_.size() > background_; }
   void onWait(std::function<void(microseconds)> pace) { pace_ = std::move(pace); }
 
   void fail(Call call, int count, int error);
@@ -105,17 +110,20 @@ class Kernel {
   int firstFreeDescriptor() const;
   int readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const;
   void runUntil(microseconds time);
-  bool waitForNext(std::optional<microseconds> deadline);
+  microseconds lastScheduled() const;
+  bool waitForNext(std::optional<microseconds> deadline, microseconds horizon);
   [[noreturn]] static void deadlock(const std::string& wait);
   void trace(const std::string& call, const std::string& result);
 
   microseconds time_;  // never goes back
   microseconds clockOffset_{0};
   std::multimap<microseconds, std::function<void()>> happenings_;
+  std::size_t background_ = 0;  // how many of them are in the background
   std::function<void(microseconds)> pace_;
   bool interrupted_ = false;
 
   std::map<std::string, std::shared_ptr<NodeState>> nodes_;
+  std::map<std::string, std::string> links_;  // to nodes
   std::map<std::string, std::shared_ptr<DaemonState>> daemons_;
   std::map<std::string, std::string> environment_;
   std::map<int, Descriptor> descriptors_;

@@ -29,9 +29,9 @@ Device Device::touchscreen(std::string name) {
 
 // ---- Node -------------------------------------------------------------------------------------------------------
 
-Node::Node(Kernel& kernel, std::shared_ptr<NodeState> state) : kernel_(kernel), state_(std::move(state)) {}
+Node::Node(std::shared_ptr<NodeState> state) : state_(std::move(state)) {}
 
-void Node::report(int type, int code, int value) { state_->report(makeRecord(kernel_.now(), type, code, value)); }
+void Node::report(int type, int code, int value) { state_->report(type, code, value); }
 
 void Node::press(int code) {
   report(EV_KEY, code, 1);
@@ -54,7 +54,7 @@ void Node::move(int dx, int dy) {
   report(EV_SYN, SYN_REPORT, 0);
 }
 
-void Node::inject(int type, int code, int value) { state_->deliver(makeRecord(kernel_.now(), type, code, value)); }
+void Node::inject(int type, int code, int value) { state_->deliver(type, code, value); }
 
 void Node::unplug() { state_->present = false; }
 
@@ -82,9 +82,7 @@ void LircDaemon::send(const std::string& button, unsigned repeat) {
   sendText("0000000000f40bf0 " + std::string(count) + " " + button + " myremote\n");
 }
 
-void LircDaemon::sendText(const std::string& text) {
-  for (const auto& client : state_->clients) client->queued += text;
-}
+void LircDaemon::sendText(const std::string& text) { state_->send(text); }
 
 void LircDaemon::hangUp() {
   for (const auto& client : state_->clients) client->ended = true;
@@ -102,11 +100,13 @@ Machine::Machine() : kernel_(std::make_unique<Kernel>()) {}
 Machine::~Machine() = default;
 
 Node& Machine::addNode(const std::string& path, Device device) {
-  auto state = std::make_shared<NodeState>(std::move(device));
+  auto state = std::make_shared<NodeState>(std::move(device), *kernel_);
   kernel_->addNode(path, state);
-  nodes_.push_back(std::unique_ptr<Node>(new Node(*kernel_, std::move(state))));
+  nodes_.push_back(std::unique_ptr<Node>(new Node(std::move(state))));
   return *nodes_.back();
 }
+
+void Machine::addLink(const std::string& path, const std::string& target) { kernel_->addLink(path, target); }
 
 LircDaemon& Machine::addLircDaemon(const std::string& path) {
   auto state = std::make_shared<DaemonState>();

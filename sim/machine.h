@@ -56,7 +56,8 @@ struct Device {
 class Node {
  public:
   // What a driver does, now. As in the kernel, codes that the device does not have, repeated states and zero steps are
-  // dropped, and a reader sees nothing before the SYN_REPORT.
+  // dropped, and a reader sees nothing before the SYN_REPORT. A key of a device that has EV_REP repeats by itself while
+  // it is held, after 250 ms and then every 33 ms, until any key is released.
   void report(int type, int code, int value);
 
   // The usual reports, each with its SYN_REPORT.
@@ -84,12 +85,12 @@ class Node {
 
  private:
   friend class Machine;
-  Node(Kernel& kernel, std::shared_ptr<NodeState> state);
-  Kernel& kernel_;
+  explicit Node(std::shared_ptr<NodeState> state);
   std::shared_ptr<NodeState> state_;
 };
 
-// A LIRC daemon that listens on a Unix socket.
+// A LIRC daemon that listens on a Unix socket. As the real one, it drops a client that has left too much unread (some
+// 280 lines).
 class LircDaemon {
  public:
   // Sends the line of a button to every client: "0000000000f40bf0 <repeat, hexadecimal> <button> myremote\n".
@@ -123,6 +124,9 @@ class Machine {
   // REQUIRES: no node at `path`, or an unplugged one. References stay valid for the machine's life.
   Node& addNode(const std::string& path, Device device);
 
+  // Makes a symbolic link to a node, as udev makes them below /dev/input/by-id.
+  void addLink(const std::string& path, const std::string& target);
+
   // REQUIRES: no running daemon at `path`.
   LircDaemon& addLircDaemon(const std::string& path = "/var/run/lirc/lircd");
 
@@ -144,7 +148,7 @@ class Machine {
   // Schedules a signal that interrupts the wait of a select() (EINTR); without effect if there is none then.
   void signalAfter(microseconds delay);
 
-  // Whether something is still scheduled.
+  // Whether something is still scheduled, other than the auto-repeat of a key that is held.
   bool hasScheduled() const;
 
   // Is called with each step of time in select(), before it happens: to pace a simulation by the wall clock.

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <optional>
 
-#include "tests/live/lircd.h"
 #include "tests/support/files.h"
+#include "tests/support/lircd.h"
 #include "tests/unit/events.h"
 #include "tests/unit/test_log.h"
 

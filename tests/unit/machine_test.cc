@@ -233,6 +233,28 @@ TEST(SelectDeathTest, NamesADeadlock) {
   EXPECT_DEATH(waitFor(fd, nullptr), "sim: deadlock: select\\(\\) on \\[100\\] would wait for ever");
 }
 
+TEST(SelectDeathTest, NamesADeadlockThoughAnotherNodesKeyRepeats) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard()).press(KEY_A);
+  machine.addNode("/dev/input/event1", Device::keyboard());
+  const int fd = openNode("/dev/input/event1");
+  EXPECT_DEATH(waitFor(fd, nullptr), "sim: deadlock");
+}
+
+TEST(Select, IsWokenByAutoRepeatWhenNothingElseIsToCome) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard()).press(KEY_A);
+  Node& node = machine.addNode("/dev/input/event1", Device::keyboard());
+  const int fd = openNode("/dev/input/event1");
+  machine.advance(100ms);
+  node.press(KEY_B);
+  readRecords(fd);
+  const microseconds pressed = machine.now();
+  EXPECT_FALSE(machine.hasScheduled());
+  EXPECT_EQ(waitFor(fd, nullptr), 1);
+  EXPECT_EQ(machine.now() - pressed, 250ms);
+}
+
 TEST(MachineDeathTest, RefusesASecondOne) {
   Machine machine;
   EXPECT_DEATH(Machine(), "a second Machine was made");
@@ -255,17 +277,6 @@ TEST(MachineDeathTest, RefusesAVariableThatIsNotItsOwn) {
   EXPECT_DEATH(machine.setEnvironment("PATH", ""), "PATH is not a variable");
 }
 
-TEST(Node, NothingIsReadableBeforeTheReport) {
-  Machine machine;
-  Node& node = machine.addNode("/dev/input/event0", Device::mouse());
-  const int fd = openNode("/dev/input/event0");
-  node.report(EV_REL, REL_X, 5);
-  EXPECT_EQ(readRecords(fd), Lines({}));
-  EXPECT_EQ(errno, EAGAIN);
-  node.report(EV_SYN, SYN_REPORT, 0);
-  EXPECT_EQ(readRecords(fd), Lines({"2 0 5", "0 0 0"}));
-}
-
 TEST(Node, RecordsCarryTheTimeOfTheirReport) {
   Machine machine;
   Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
@@ -279,47 +290,6 @@ TEST(Node, RecordsCarryTheTimeOfTheirReport) {
   EXPECT_EQ(std::chrono::seconds(record.input_event_sec) + microseconds(record.input_event_usec), pressed);
 }
 
-TEST(Node, DropsWhatTheInputCoreDrops) {
-  Machine machine;
-  Node& node = machine.addNode("/dev/input/event0", Device::mouse());
-  const int fd = openNode("/dev/input/event0");
-  node.report(EV_REL, REL_X, 0);       // a zero step
-  node.report(EV_REL, REL_HWHEEL, 1);  // a code that the device does not have
-  node.report(EV_ABS, ABS_X, 1);       // a type that it does not have
-  node.report(EV_KEY, BTN_LEFT, 0);    // a state that it has already
-  node.report(EV_SYN, SYN_REPORT, 0);  // so nothing is reported
-  EXPECT_EQ(readRecords(fd), Lines({}));
-  node.report(EV_KEY, BTN_LEFT, 1);
-  node.report(EV_KEY, BTN_LEFT, 1);
-  node.report(EV_KEY, BTN_LEFT, 2);
-  node.report(EV_SYN, SYN_REPORT, 0);
-  EXPECT_EQ(readRecords(fd), Lines({"1 272 1", "1 272 2", "0 0 0"}));
-}
-
-TEST(Node, DropsARepeatedAbsoluteValueButNoRepeatedScanCode) {
-  Machine machine;
-  Device device = Device::touchscreen();
-  device.codes[EV_MSC] = {MSC_SCAN};
-  Node& node = machine.addNode("/dev/input/event0", device);
-  const int fd = openNode("/dev/input/event0");
-  for (int i = 0; i < 2; ++i) {
-    node.report(EV_ABS, ABS_X, 7);
-    node.report(EV_MSC, MSC_SCAN, 4);
-  }
-  node.report(EV_SYN, SYN_REPORT, 0);
-  EXPECT_EQ(readRecords(fd), Lines({"3 0 7", "4 4 4", "4 4 4", "0 0 0"}));
-}
-
-TEST(Node, CutsAPacketThatIsLongerThanExpected) {
-  Machine machine;
-  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());  // 8 records are expected
-  const int fd = openNode("/dev/input/event0");
-  for (int code = KEY_Q; code < KEY_Q + 8; ++code) node.report(EV_KEY, code, 1);
-  const Lines records = readRecords(fd);
-  ASSERT_EQ(records.size(), 9U);
-  EXPECT_EQ(records.back(), "0 0 1");
-}
-
 TEST(Node, InjectsExactlyTheRecordThatIsAskedFor) {
   Machine machine;
   Node& node = machine.addNode("/dev/input/event0", Device::mouse());
@@ -327,17 +297,6 @@ TEST(Node, InjectsExactlyTheRecordThatIsAskedFor) {
   node.inject(EV_ABS, ABS_X, 0);
   for (int i = 0; i < 2; ++i) node.inject(EV_SYN, SYN_REPORT, 0);
   EXPECT_EQ(readRecords(fd), Lines({"3 0 0", "0 0 0", "0 0 0"}));
-}
-
-TEST(Node, EachDescriptorHasItsOwnBufferFromItsOpening) {
-  Machine machine;
-  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
-  const int first = openNode("/dev/input/event0");
-  node.press(KEY_A);
-  const int second = openNode("/dev/input/event0");
-  node.release(KEY_A);
-  EXPECT_EQ(readRecords(first), Lines({"1 30 1", "0 0 0", "1 30 0", "0 0 0"}));
-  EXPECT_EQ(readRecords(second), Lines({"1 30 0", "0 0 0"}));
 }
 
 // A press and a release are four records. The ring holds one less than its size, since a full one counts as overrun.
@@ -385,31 +344,6 @@ TEST(Node, AfterAnOverflowNothingIsReadableBeforeTheNextReport) {
   EXPECT_EQ(readRecords(fd), Lines({"1 48 1", "0 0 0"}));
 }
 
-TEST(Node, AnUnpluggedOneIsReadableAndGivesEnodev) {
-  Machine machine;
-  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
-  const int fd = openNode("/dev/input/event0");
-  node.press(KEY_A);
-  node.unplug();
-  timeval timeout = {1, 0};
-  EXPECT_EQ(waitFor(fd, &timeout), 1);
-  EXPECT_EQ(readRecords(fd), Lines({}));
-  EXPECT_EQ(errno, ENODEV);
-  EXPECT_EQ(ioctl(fd, EVIOCGRAB, 1L), -1);
-  EXPECT_EQ(errno, ENODEV);
-  EXPECT_EQ(openNode("/dev/input/event0"), -1);
-  EXPECT_EQ(errno, ENOENT);
-}
-
-TEST(Node, TheNextDeviceTakesThePathWhileTheOldDescriptorStaysDead) {
-  Machine machine;
-  machine.addNode("/dev/input/event0", Device::keyboard()).unplug();
-  Node& next = machine.addNode("/dev/input/event0", Device::keyboard());
-  const int fd = openNode("/dev/input/event0");
-  next.press(KEY_A);
-  EXPECT_EQ(readRecords(fd), Lines({"1 30 1", "0 0 0"}));
-}
-
 TEST(Node, OneDescriptorGrabsAndOnlyItReads) {
   Machine machine;
   Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
@@ -428,29 +362,6 @@ TEST(Node, OneDescriptorGrabsAndOnlyItReads) {
   EXPECT_FALSE(node.isGrabbed());
 }
 
-TEST(Node, HeldByAnotherProcessItCannotBeGrabbedAndSendsNothing) {
-  Machine machine;
-  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
-  const int fd = openNode("/dev/input/event0");
-  node.setGrabbedElsewhere(true);
-  EXPECT_EQ(ioctl(fd, EVIOCGRAB, 1L), -1);
-  EXPECT_EQ(errno, EBUSY);
-  node.press(KEY_A);
-  EXPECT_EQ(readRecords(fd), Lines({}));
-}
-
-TEST(Node, CutsANameWithoutANul) {
-  Machine machine;
-  machine.addNode("/dev/input/event0", Device::keyboard("Keyboard"));
-  const int fd = openNode("/dev/input/event0");
-  char name[16];
-  std::memset(name, '#', sizeof name);
-  EXPECT_EQ(ioctl(fd, EVIOCGNAME(3), name), 3);
-  EXPECT_EQ(std::string(name, 4), "Key#");
-  EXPECT_EQ(ioctl(fd, EVIOCGNAME(16), name), 9);
-  EXPECT_STREQ(name, "Keyboard");
-}
-
 TEST(Node, AnswersItsEventTypesInWholeLongs) {
   Machine machine;
   machine.addNode("/dev/input/event0", Device::keyboard());
@@ -463,16 +374,6 @@ TEST(Node, AnswersItsEventTypesInWholeLongs) {
   EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_REP, 8), bits), -1);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(ioctl(fd, EVIOCGVERSION, bits), -1);
-  EXPECT_EQ(errno, EINVAL);
-}
-
-TEST(Node, ReadOfLessThanARecordIsInvalid) {
-  Machine machine;
-  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
-  const int fd = openNode("/dev/input/event0");
-  node.press(KEY_A);
-  char buffer[8];
-  EXPECT_EQ(read(fd, buffer, sizeof buffer), -1);
   EXPECT_EQ(errno, EINVAL);
 }
 

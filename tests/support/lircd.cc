@@ -1,4 +1,4 @@
-#include "tests/live/lircd.h"
+#include "tests/support/lircd.h"
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -12,8 +12,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -21,7 +23,15 @@ namespace quarlo::test {
 namespace {
 
 const std::string kRoot = QUARLO_LIRC_ROOT;
-const std::string kLibraries = kRoot + "/usr/lib/x86_64-linux-gnu";
+
+// The folder below usr/lib that has the packages' libraries: it is named after their architecture.
+std::string librariesFolder() {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(kRoot + "/usr/lib", error)) {
+    if (std::filesystem::exists(entry.path() / "lirc/plugins", error)) return entry.path();
+  }
+  return "";
+}
 
 constexpr char kConfiguration[] = R"(begin remote
   name           myremote
@@ -48,7 +58,9 @@ pid_t start(const std::vector<std::string>& command) {
   arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
-  setenv("LD_LIBRARY_PATH", (kLibraries + ":" + kRoot + "/lib/x86_64-linux-gnu").c_str(), 1);
+  const std::string libraries = librariesFolder();
+  const std::string triplet = std::filesystem::path(libraries).filename();
+  setenv("LD_LIBRARY_PATH", (libraries + ":" + kRoot + "/lib/" + triplet).c_str(), 1);
   execv(arguments[0], arguments.data());
   _exit(127);
 }
@@ -63,11 +75,6 @@ int freePort() {
   EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
   close(fd);
   return ntohs(address.sin_port);
-}
-
-bool endsWell(pid_t pid) {
-  int status = 0;
-  return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 std::string contents(const std::string& path) {
@@ -88,7 +95,7 @@ Lircd::~Lircd() { stop(); }
 bool Lircd::start() {
   pid_ = test::start({kRoot + "/usr/sbin/lircd", "--options-file=/dev/null", "--nodaemon", "--allow-simulate",
                       "--driver=udp", "--device=" + std::to_string(freePort()), "--immediate-init",
-                      "--plugindir=" + kLibraries + "/lirc/plugins", "--output=" + socketPath(),
+                      "--plugindir=" + librariesFolder() + "/lirc/plugins", "--output=" + socketPath(),
                       "--pidfile=" + file("lircd.pid"), "--logfile=" + file("lircd.log"), file("lircd.conf")});
   // The socket's file is there before it listens, so only a connection tells. It takes some 20 ms.
   constexpr int kTries = 1000;
@@ -115,18 +122,32 @@ void Lircd::stop() {
 void Lircd::reload() { kill(pid_, SIGHUP); }
 
 bool Lircd::simulate(const std::string& button, const std::string& repeatCount) {
-  return endsWell(test::start({kRoot + "/usr/bin/irsend", "-d", socketPath(), "SIMULATE",
-                               "0000000000f40bf0 " + repeatCount + " " + button + " myremote"}));
+  const int fd = connectToDaemon();
+  const std::string command = "SIMULATE 0000000000f40bf0 " + repeatCount + " " + button + " myremote\n";
+  EXPECT_EQ(write(fd, command.data(), command.size()), static_cast<ssize_t>(command.size()));
+  // The line itself comes before the reply, to this client as to all others.
+  std::string reply;
+  char byte;
+  while (reply.find("\nEND\n") == std::string::npos && read(fd, &byte, 1) == 1) reply += byte;
+  close(fd);
+  return reply.find("\nSUCCESS\n") != std::string::npos;
 }
 
-bool Lircd::accepts() const {
+// Returns a descriptor, or -1.
+int Lircd::connectToDaemon() const {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, socketPath().c_str(), sizeof address.sun_path - 1);
-  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  const bool connected = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
   close(fd);
-  return connected;
+  return -1;
+}
+
+bool Lircd::accepts() const {
+  const int fd = connectToDaemon();
+  if (fd != -1) close(fd);
+  return fd != -1;
 }
 
 }  // namespace quarlo::test

@@ -26,13 +26,15 @@ class Lircd {
 
   void reload();
 
-  // Has the daemon send a line as if it had decoded this button, with irsend.
+  // Has the daemon send a line as if it had decoded this button (lircd's command SIMULATE). Returns when all clients
+  // that were connected before have it; false if the daemon refuses.
   bool simulate(const std::string& button, const std::string& repeatCount);
 
   std::string socketPath() const { return file("lircd"); }
 
  private:
   std::string file(const char* name) const { return folder_ + "/" + name; }
+  int connectToDaemon() const;
   bool accepts() const;
 
   std::string folder_;
