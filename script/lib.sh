@@ -57,11 +57,12 @@ install_packages() {
     fail "apt-get could not install: $*"
 }
 
-# Configures and builds a preset, quietly unless it fails.
+# Configures and builds a preset, or only the given targets of it, quietly unless it fails.
 build_preset() {
-  local log
+  local preset=$1 log
+  shift
   log=$(mktemp)
-  if cmake --preset "$1" >"$log" 2>&1 && cmake --build "build/$1" >>"$log" 2>&1; then
+  if cmake --preset "$preset" >"$log" 2>&1 && cmake --build "build/$preset" ${1+--target "$@"} >>"$log" 2>&1; then
     rm "$log"
   else
     tail -n 60 "$log" >&2
