@@ -39,6 +39,10 @@ bool parseTime(std::string_view field, microseconds& time) {
 
 }  // namespace
 
+std::string pathIn(const std::string& folder, const char* file) {
+  return (folder.empty() || folder.back() == '/' ? folder : folder + "/") + file;
+}
+
 Lines::Lines(std::FILE* file, std::string name) : file_(file), name_(std::move(name)) {}
 
 bool Lines::next() {

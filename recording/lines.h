@@ -1,4 +1,4 @@
-// What the files of a session have in common: lines, numbers and times, and errors that say where.
+// What the files of a session have in common: names, lines, numbers and times, and errors that say where.
 #pragma once
 
 #include <cstddef>
@@ -10,6 +10,14 @@
 #include "recording/session.h"
 
 namespace quarlo::recording {
+
+// The files of a session that is a folder.
+constexpr char kMouseFile[] = "mouse.evemu";
+constexpr char kKeyboardFile[] = "keyboard.evemu";
+constexpr char kRemoteFile[] = "remote.lirc";
+
+// The path of a file of the folder.
+std::string pathIn(const std::string& folder, const char* file);
 
 // Bounds that no sensible file reaches, so that a wrong one ends with an error instead of exhausting memory.
 constexpr std::size_t kLongestLine = 4096;  // bytes, without the newline

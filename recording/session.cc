@@ -19,9 +19,6 @@
 namespace quarlo::recording {
 namespace {
 
-constexpr char kMouseFile[] = "mouse.evemu";
-constexpr char kKeyboardFile[] = "keyboard.evemu";
-constexpr char kRemoteFile[] = "remote.lirc";
 constexpr std::string_view kRemoteSuffix = ".lirc";
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
@@ -41,11 +38,10 @@ std::optional<Recording> readIfThere(const std::string& path,
 }
 
 Session readFolder(const std::string& path) {
-  const std::string folder = path.back() == '/' ? path : path + "/";
   Session session;
-  session.mouse = readIfThere(folder + kMouseFile, readEvemu);
-  session.keyboard = readIfThere(folder + kKeyboardFile, readEvemu);
-  session.remote = readIfThere(folder + kRemoteFile, readRemote);
+  session.mouse = readIfThere(pathIn(path, kMouseFile), readEvemu);
+  session.keyboard = readIfThere(pathIn(path, kKeyboardFile), readEvemu);
+  session.remote = readIfThere(pathIn(path, kRemoteFile), readRemote);
   if (!session.mouse && !session.keyboard && !session.remote) {
     throw Error(path + ": the folder has none of " + kMouseFile + ", " + kKeyboardFile + " and " + kRemoteFile);
   }

@@ -146,13 +146,6 @@ void addMouse(nlohmann::ordered_json& json, const MouseData& mouse) {
   json["clicks"] = mouse.clicks;
 }
 
-bool showsWhatWasTyped(const KeyData& key) {
-  const int number = characterNumber(key);
-  const bool visible = (number >= kFirstPrintable && number <= kLastPrintable) || number >= kFirstPrintableLatin;
-  // The reader starts with Num Lock off, whatever the keyboard has: what it takes for silent may have typed a digit.
-  return visible || (key.key >= KeyInput::kKeypad0 && key.key <= KeyInput::kKeypad9);
-}
-
 }  // namespace
 
 std::string keyName(LinuxInputReader::Key key) {
@@ -186,6 +179,13 @@ nlohmann::ordered_json toJson(microseconds time, const InputEvent& event) {
     addMouse(json, event.mouseData);
   }
   return json;
+}
+
+bool showsWhatWasTyped(const KeyData& key) {
+  const int number = characterNumber(key);
+  const bool visible = (number >= kFirstPrintable && number <= kLastPrintable) || number >= kFirstPrintableLatin;
+  // The reader starts with Num Lock off, whatever the keyboard has: what it takes for silent may have typed a digit.
+  return visible || (key.key >= KeyInput::kKeypad0 && key.key <= KeyInput::kKeypad9);
 }
 
 InputEvent masked(const InputEvent& event) {

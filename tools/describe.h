@@ -32,8 +32,10 @@ std::string describeTime(microseconds time);
 // `time` is in seconds.
 nlohmann::ordered_json toJson(microseconds time, const InputEvent& event);
 
-// The event without what was typed: a key that types something that can be seen, or a digit of the keypad with or
-// without Num Lock, becomes A.
+// Whether a key types something that can be seen; the digits of the keypad do, with or without Num Lock.
+bool showsWhatWasTyped(const InputEvent::KeyData& key);
+
+// The event without what was typed: such a key becomes A.
 InputEvent masked(const InputEvent& event);
 
 }  // namespace quarlo::tools

@@ -2,14 +2,9 @@
 
 #include <string>
 
+#include "tools/output.h"
+
 namespace quarlo::tools {
-namespace {
-
-std::string counted(long number, const char* what) {
-  return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
-}
-
-}  // namespace
 
 bool EventPrinter::print(microseconds time, const InputEvent& event) {
   count(event);

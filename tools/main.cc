@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <functional>
@@ -12,6 +14,7 @@
 #include "tools/list.h"
 #include "tools/monitor.h"
 #include "tools/output.h"
+#include "tools/record.h"
 #include "tools/replay.h"
 
 namespace {
@@ -60,6 +63,23 @@ void parseCount(const std::string& text, MonitorOptions& options) {
   throw CLI::ValidationError("--count", text + " is no number of events from 1 to " + std::to_string(kMostEvents));
 }
 
+void parseDuration(const std::string& text, RecordOptions& options) {
+  constexpr double kShortest = 0.1;
+  constexpr double kLongest = 86400;
+  double seconds;
+  const char* last = text.data() + text.size();
+  const auto [end, error] = std::from_chars(text.data(), last, seconds, std::chars_format::fixed);
+  if (error != std::errc() || end != last || !(seconds >= kShortest && seconds <= kLongest)) {
+    throw CLI::ValidationError("--duration", text + " is no number of seconds from 0.1 to 86400");
+  }
+  options.duration = std::chrono::microseconds(std::llround(seconds * 1e6));
+}
+
+void parseSession(const std::string& text, RecordOptions& options) {
+  if (text.empty()) throw CLI::ValidationError("--output", "the name is empty");
+  options.session = text;
+}
+
 void checkLircPath(const std::string& path) {
   if (path.size() <= kLongestLircPath) return;
   throw CLI::ValidationError("--lirc", "the path has " + std::to_string(path.size()) +
@@ -97,13 +117,17 @@ void addSource(CLI::App& command, const std::string& option, SourcePath& source,
       ->type_name("PATH");
 }
 
+void addSources(CLI::App& command, SourcePaths& sources) {
+  const auto anyPath = [](const std::string&) {};
+  addSource(command, "--mouse", sources.mouse, "The mouse's evdev node, or \"none\"; default: searched for", anyPath);
+  addSource(command, "--keyboard", sources.keyboard, "The same for the keyboard", anyPath);
+  addSource(command, "--lirc", sources.lirc, "The LIRC daemon's socket, or \"none\"; default: searched for",
+            checkLircPath);
+}
+
 CLI::App* addMonitor(CLI::App& app, MonitorOptions& options) {
   CLI::App* command = app.add_subcommand("monitor", "Print the events of this machine's input devices as they come.");
-  const auto anyPath = [](const std::string&) {};
-  addSource(*command, "--mouse", options.mouse, "The mouse's evdev node, or \"none\"; default: searched for", anyPath);
-  addSource(*command, "--keyboard", options.keyboard, "The same for the keyboard", anyPath);
-  addSource(*command, "--lirc", options.lirc, "The LIRC daemon's socket, or \"none\"; default: searched for",
-            checkLircPath);
+  addSources(*command, options);
   addReaderOptions(*command, options);
   command
       ->add_option_function<std::string>(
@@ -136,6 +160,37 @@ CLI::App* addList(CLI::App& app, ListOptions& options) {
   return command;
 }
 
+CLI::App* addRecord(CLI::App& app, RecordOptions& options) {
+  CLI::App* command = app.add_subcommand("record", "Record what this machine's input devices send, as a session.");
+  addSources(*command, options);
+  command
+      ->add_option_function<std::string>(
+          "-o,--output", [&options](const std::string& text) { parseSession(text, options); },
+          "The folder to make, which must not exist yet")
+      ->required()
+      ->type_name("SESSION");
+  command
+      ->add_option_function<std::string>(
+          "--duration", [&options](const std::string& text) { parseDuration(text, options); },
+          "End after so many seconds; default: with Ctrl-C")
+      ->type_name("SECONDS");
+  command->add_flag("--show-keycodes", options.showKeycodes,
+                    "Record what is typed, too; only the owner can then read the session");
+  command->footer(
+      "Says first which of mouse, keyboard and remote are open, and why each other one is not and what\n"
+      "to do. Then records until Ctrl-C; other programs get the input as well. What came is in the files at\n"
+      "once, and stays there when the disk gets full, a device is unplugged, or the daemon ends. A source\n"
+      "that sent nothing has no file.\n"
+      "Keys that type are recorded as A, the remote's digits and letters as 1, and scan codes as 0, so that\n"
+      "no password ends up in a file. How long one is, and when it was typed, can still be seen.\n\n"
+      "Example: record for ten seconds what a remote sends, and play it\n"
+      "  quarlo-input record --mouse none --keyboard none --duration 10 -o sofa && quarlo-input replay sofa\n\n"
+      "Exit status: 0 after Ctrl-C or the duration; 1 if SESSION exists, no source could be opened, a path\n"
+      "is no evdev node, nothing came, no source was left, or not all could be written; 2 for wrong\n"
+      "arguments.");
+  return command;
+}
+
 CLI::App* addReplay(CLI::App& app, ReplayOptions& options) {
   CLI::App* command = app.add_subcommand("replay", "Play a recorded session, and print its events.");
   command->add_option("session", options.session, "A folder or a file")->required()->type_name("SESSION");
@@ -163,9 +218,11 @@ int run(int argc, char** argv) {
   app.footer("Each command has its own --help. Exit status: 0 done, 1 failed, 2 wrong arguments.");
   MonitorOptions monitorOptions;
   ListOptions listOptions;
+  RecordOptions recordOptions;
   ReplayOptions replayOptions;
   const CLI::App* monitorCommand = addMonitor(app, monitorOptions);
   const CLI::App* listCommand = addList(app, listOptions);
+  const CLI::App* recordCommand = addRecord(app, recordOptions);
   const CLI::App* replayCommand = addReplay(app, replayOptions);
   try {
     app.parse(argc, argv);
@@ -180,8 +237,9 @@ int run(int argc, char** argv) {
   }
   if (monitorCommand->parsed()) return monitor(monitorOptions);
   if (listCommand->parsed()) return list(listOptions);
+  if (recordCommand->parsed()) return record(recordOptions);
   if (replayCommand->parsed()) return replay(replayOptions);
-  return fail("a command is required: monitor, list or replay (see quarlo-input --help)", kUsage);
+  return fail("a command is required: monitor, list, record or replay (see quarlo-input --help)", kUsage);
 }
 
 }  // namespace

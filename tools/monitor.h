@@ -2,16 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string>
+
+#include "tools/sources.h"
 
 namespace quarlo::tools {
-
-// The path of a source; none: the reader is to search for it.
-using SourcePath = std::optional<std::string>;
-
-// In place of a path: leave this source out.
-constexpr char kLeaveOut[] = "none";
 
 // What every subcommand that runs the reader lets one choose.
 struct ReaderOptions {
@@ -22,11 +16,8 @@ struct ReaderOptions {
   int verbosity = 0;  // how often -v was given
 };
 
-struct MonitorOptions : ReaderOptions {
-  SourcePath mouse;
-  SourcePath keyboard;
-  SourcePath lirc;  // REQUIRES: at most 107 characters
-  long count = 0;   // end after so many events; 0: go on until a stop is requested
+struct MonitorOptions : ReaderOptions, SourcePaths {
+  long count = 0;  // end after so many events; 0: go on until a stop is requested
   bool showKeycodes = false;
 };
 

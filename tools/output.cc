@@ -24,9 +24,17 @@ std::string printable(const std::string& text) {
   return escaped;
 }
 
-int fail(const std::string& message, int status) {
+std::string counted(long number, const char* what) {
+  return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+void complain(const std::string& message) {
   std::fflush(stdout);
   std::fprintf(stderr, "quarlo-input: %s\n", printable(message).c_str());
+}
+
+int fail(const std::string& message, int status) {
+  complain(message);
   return status;
 }
 

@@ -17,7 +17,13 @@ constexpr int kRemoteTimingLevel = 10;
 // `text` with everything escaped that is not printable ASCII.
 std::string printable(const std::string& text);
 
-// Writes the one line that says what went wrong to standard error. Returns `status`.
+// "1 event", "2 events".
+std::string counted(long number, const char* what);
+
+// Writes a line that says what went wrong to standard error.
+void complain(const std::string& message);
+
+// Writes the one line that says why the program ends without success. Returns `status`.
 int fail(const std::string& message, int status = kFailed);
 
 // Sets what the reader logs for -v given `times` times: only errors for 0.

@@ -10,10 +10,6 @@ namespace quarlo::recording {
 
 using namespace std::chrono_literals;
 
-bool operator==(const Record& a, const Record& b) {
-  return a.time == b.time && a.type == b.type && a.code == b.code && a.value == b.value;
-}
-
 namespace {
 
 using Codes = std::map<int, std::set<int>>;

@@ -12,6 +12,12 @@
 
 namespace quarlo::recording {
 
+inline bool operator==(const Record& a, const Record& b) {
+  return a.time == b.time && a.type == b.type && a.code == b.code && a.value == b.value;
+}
+
+inline bool operator==(const RemoteLine& a, const RemoteLine& b) { return a.time == b.time && a.text == b.text; }
+
 // `read` of a file with this text, which errors call "file".
 template <typename Recording>
 Recording readText(const std::string& text, Recording (*read)(std::FILE*, const std::string&, Start),

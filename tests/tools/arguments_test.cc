@@ -16,11 +16,13 @@ std::string usageError(const Arguments& arguments) {
 }
 
 TEST(Arguments, ThatAreNonsenseAreNamed) {
-  EXPECT_EQ(usageError({}), "quarlo-input: a command is required: monitor, list or replay" + kHint);
+  EXPECT_EQ(usageError({}), "quarlo-input: a command is required: monitor, list, record or replay" + kHint);
   EXPECT_EQ(usageError({"sing"}), "quarlo-input: The following argument was not expected: sing" + kHint);
   EXPECT_EQ(usageError({"monitor", "--loud"}), "quarlo-input: The following argument was not expected: --loud" + kHint);
   EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse: 1 required PATH missing" + kHint);
   EXPECT_EQ(usageError({"replay"}), "quarlo-input: session is required" + kHint);
+  EXPECT_EQ(usageError({"record"}), "quarlo-input: --output is required" + kHint);
+  EXPECT_EQ(usageError({"record", "-o", ""}), "quarlo-input: --output: the name is empty" + kHint);
 }
 
 TEST(Arguments, AreEscaped) {
@@ -55,6 +57,13 @@ TEST(Arguments, CountIsAPositiveNumber) {
   }
 }
 
+TEST(Arguments, DurationIsANumberOfSeconds) {
+  for (const std::string text : {"0", "0.09", "-1", "86400.1", "x", "5s", "1e1", "inf", "nan", ""}) {
+    EXPECT_EQ(usageError({"record", "-o", "x", "--duration", text}),
+              "quarlo-input: --duration: " + text + " is no number of seconds from 0.1 to 86400" + kHint);
+  }
+}
+
 TEST(Arguments, LircPathHasAtMost107Characters) {
   EXPECT_EQ(usageError({"monitor", "--lirc", std::string(108, 'a')}),
             "quarlo-input: --lirc: the path has 108 characters, and a socket's can have 107; use a shorter one, such "
@@ -66,7 +75,7 @@ TEST(Arguments, LircPathHasAtMost107Characters) {
 }
 
 TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
-  for (const std::string command : {"monitor", "list", "replay"}) {
+  for (const std::string command : {"monitor", "list", "record", "replay"}) {
     const Result result = run({command, "--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
@@ -80,7 +89,7 @@ TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
 TEST(Help, NamesTheCommands) {
   const Result result = run({"--help"});
   EXPECT_EQ(result.status, 0);
-  for (const std::string command : {"  monitor  ", "  list  ", "  replay  "}) {
+  for (const std::string command : {"  monitor  ", "  list  ", "  record  ", "  replay  "}) {
     EXPECT_NE(result.out.find(command), std::string::npos) << command;
   }
 }

@@ -1,48 +1,15 @@
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <nlohmann/json.hpp>
 
+#include "tests/tools/daemon.h"
 #include "tests/tools/program.h"
 
 namespace quarlo::tools {
 namespace {
-
-// A LIRC daemon for one client.
-class Daemon {
- public:
-  explicit Daemon(const std::string& path) : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(listen(listener_, 1), 0);
-  }
-  ~Daemon() {
-    hangUp();
-    close(listener_);
-  }
-  Daemon(const Daemon&) = delete;
-  Daemon& operator=(const Daemon&) = delete;
-
-  void send(const std::string& line) {
-    if (client_ == -1) client_ = accept(listener_, nullptr, nullptr);
-    EXPECT_EQ(write(client_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
-  }
-
-  void hangUp() {
-    if (client_ != -1) close(client_);
-    client_ = -1;
-  }
-
- private:
-  int listener_;
-  int client_ = -1;
-};
 
 class MonitorTest : public testing::Test {
  protected:

@@ -1,0 +1,237 @@
+#include "recording/writer.h"
+
+#include <fcntl.h>
+#include <linux/input-event-codes.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "recording/lines.h"
+
+namespace quarlo::recording {
+namespace {
+
+constexpr char kEnd[] = ": the recording ends here, and what came before is kept";
+
+// ---- evemu's format -----------------------------------------------------------------------------
+
+constexpr std::size_t kBytesPerLine = 8;
+
+// The event types that have capability lines, in their order, and how many bytes each one has.
+struct TypeSize {
+  int type;
+  std::size_t bytes;
+};
+constexpr TypeSize kTypeSizes[] = {{EV_SYN, 8}, {EV_KEY, 96}, {EV_REL, 8}, {EV_ABS, 8}, {EV_MSC, 8},
+                                   {EV_SW, 8},  {EV_LED, 8},  {EV_SND, 8}, {EV_REP, 8}, {EV_FF, 16}};
+
+template <typename... Arguments>
+std::string format(const char* pattern, Arguments... arguments) {
+  char text[96];
+  std::snprintf(text, sizeof text, pattern, arguments...);
+  return text;
+}
+
+// Eight bytes a line, each line after `label`.
+std::string bitLines(const std::string& label, const std::set<int>& bits, std::size_t size) {
+  std::vector<unsigned> bytes(size);
+  for (const int bit : bits) {
+    const auto index = static_cast<std::size_t>(bit) / 8;
+    if (index < size) bytes[index] |= 1U << (bit % 8);
+  }
+  std::string text;
+  for (std::size_t i = 0; i < size; ++i) {
+    if (i % kBytesPerLine == 0) text += label;
+    text += format(" %02x", bytes[i]);
+    if (i % kBytesPerLine == kBytesPerLine - 1) text += '\n';
+  }
+  return text;
+}
+
+std::string capabilityLines(std::map<int, std::set<int>> codes) {
+  std::set<int> types = {EV_SYN};
+  for (const auto& [type, typeCodes] : codes) types.insert(type);
+  codes[EV_SYN] = types;
+  std::string text;
+  for (const auto& [type, size] : kTypeSizes) {
+    text += bitLines(format("B: %02x", static_cast<unsigned>(type)), codes[type], size);
+  }
+  return text;
+}
+
+bool isControl(char character) {
+  constexpr char kDelete = 0x7f;
+  return (character >= 0 && character < ' ') || character == kDelete;
+}
+
+// A device can call itself anything, but in a file its name is one line, and evemu wants one.
+std::string nameText(std::string name) {
+  std::replace_if(name.begin(), name.end(), isControl, '?');
+  name.erase(0, name.find_first_not_of(' '));
+  return name.empty() ? "unnamed" : name;
+}
+
+std::string stateLines(const char* label, const std::set<int>& on) {
+  std::string text;
+  for (const int code : on) text += format("%s: %02x 1\n", label, static_cast<unsigned>(code));
+  return text;
+}
+
+std::string descriptionText(const DeviceDescription& device) {
+  std::string text = "N: " + nameText(device.name) + "\n";
+  text += format("I: %04x %04x %04x %04x\n", device.bus, device.vendor, device.product, device.version);
+  text += bitLines("P:", device.properties, kBytesPerLine);
+  text += capabilityLines(device.codes);
+  for (const auto& [code, axis] : device.axes) {
+    text += format("A: %02x %d %d %d %d %d\n", static_cast<unsigned>(code), axis.minimum, axis.maximum, axis.fuzz,
+                   axis.flat, axis.resolution);
+  }
+  return text + stateLines("L", device.ledsOn) + stateLines("S", device.switchesOn);
+}
+
+// ---- Lines --------------------------------------------------------------------------------------
+
+std::string timeText(microseconds time) {
+  return format("%" PRId64 ".%06" PRId64, std::int64_t{time.count() / 1'000'000},
+                std::int64_t{time.count() % 1'000'000});
+}
+
+long newlinesIn(std::string_view text) { return std::count(text.begin(), text.end(), '\n'); }
+
+}  // namespace
+
+// ---- A file -------------------------------------------------------------------------------------
+
+FileWriter::FileWriter(const std::string& folder, const char* name, const std::string& head, Access access)
+    : name_(name),
+      path_(pathIn(folder, name)),
+      mode_(access == Access::kOwnerOnly ? 0600 : 0666),
+      headSize_(head.size()),
+      pending_(head),
+      lines_(newlinesIn(head)) {}
+
+FileWriter::~FileWriter() {
+  if (fd_ != -1) ::close(fd_);
+}
+
+void FileWriter::write(const Record& record) {
+  addLine("E: " + timeText(nextTime(record.time)) + format(" %04x %04x %04d", record.type, record.code, record.value));
+}
+
+void FileWriter::write(const RemoteLine& line) {
+  addLine((timeText(nextTime(line.time)) + " " + line.text).substr(0, kLongestLine));
+}
+
+// A time can go back: the daemon's lines are stamped here, and a device's records before they are read.
+microseconds FileWriter::nextTime(microseconds time) {
+  if (time > kLongestSession) {
+    throw Error(path_ + ": a session has at most " + std::to_string(kLongestSession.count()) + " hours" + kEnd);
+  }
+  last_ = std::max(last_, time);
+  return last_;
+}
+
+void FileWriter::addLine(const std::string& line) {
+  if (lines_ == kMostLines) {
+    throw Error(path_ + ": a file of a session has at most " + std::to_string(kMostLines) + " lines" + kEnd);
+  }
+  pending_ += line + '\n';
+  ++lines_;
+  ++count_;
+}
+
+std::string FileWriter::flush() {
+  if (count_ == 0 || pending_.empty()) return "";
+  if (fd_ == -1) fd_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode_);
+  if (fd_ != -1) return writeOut();
+  const int error = errno;
+  pending_.clear();
+  count_ = 0;
+  return path_ + ": " + std::strerror(error) + kEnd;
+}
+
+std::string FileWriter::writeOut() {
+  std::size_t written = 0;
+  while (written < pending_.size()) {
+    const ssize_t size = ::write(fd_, pending_.data() + written, pending_.size() - written);
+    if (size != -1) {
+      written += static_cast<std::size_t>(size);
+    } else if (errno != EINTR) {
+      return cutBack(written, errno);
+    }
+  }
+  size_ += static_cast<off_t>(written);
+  pending_.clear();
+  return "";
+}
+
+// A file without a record is none of a session, so it goes.
+std::string FileWriter::cutBack(std::size_t written, int error) {
+  const std::size_t kept = std::string_view(pending_).substr(0, written).rfind('\n') + 1;
+  size_ += static_cast<off_t>(kept);
+  const bool hasLines = size_ > static_cast<off_t>(headSize_);
+  count_ = hasLines ? count_ - newlinesIn(std::string_view(pending_).substr(kept)) : 0;
+  const bool done = hasLines ? ftruncate(fd_, size_) == 0 : unlink(path_.c_str()) == 0;
+  pending_.clear();
+  ::close(std::exchange(fd_, -1));
+  return path_ + ": " + std::strerror(error) + kEnd + (done ? "" : ", but this file ends with a line that is cut off");
+}
+
+std::string FileWriter::close() {
+  std::string problem = flush();
+  if (fd_ == -1 || ::close(std::exchange(fd_, -1)) == 0) return problem;
+  return path_ + ": " + std::strerror(errno) + ": the end of the recording may be missing";
+}
+
+// ---- A session ----------------------------------------------------------------------------------
+
+SessionWriter::SessionWriter(std::string folder, const std::string& comment, Access access)
+    : folder_(std::move(folder)), comment_("# " + comment + "\n"), access_(access) {
+  if (mkdir(folder_.c_str(), access == Access::kOwnerOnly ? 0700 : 0777) == 0) return;
+  if (errno == EEXIST) throw Error(folder_ + " exists already: give another name, or remove it");
+  throw Error(folder_ + ": the folder cannot be made: " + std::strerror(errno));
+}
+
+FileWriter& SessionWriter::addMouse(const DeviceDescription& device) {
+  return addFile(kMouseFile, "# EVEMU 1.3\n" + comment_ + descriptionText(device));
+}
+
+FileWriter& SessionWriter::addKeyboard(const DeviceDescription& device) {
+  return addFile(kKeyboardFile, "# EVEMU 1.3\n" + comment_ + descriptionText(device));
+}
+
+FileWriter& SessionWriter::addRemote() { return addFile(kRemoteFile, comment_); }
+
+FileWriter& SessionWriter::addFile(const char* name, const std::string& head) {
+  return files_.emplace_back(folder_, name, head, access_);
+}
+
+void SessionWriter::flush() {
+  const std::string problem = firstProblem(&FileWriter::flush);
+  if (!problem.empty()) throw Error(problem);
+}
+
+void SessionWriter::close() {
+  const std::string problem = firstProblem(&FileWriter::close);
+  rmdir(folder_.c_str());  // fails, as it should, while there is a file in it
+  if (!problem.empty()) throw Error(problem);
+}
+
+std::string SessionWriter::firstProblem(std::string (FileWriter::*action)()) {
+  std::string first;
+  for (FileWriter& file : files_) {
+    const std::string problem = (file.*action)();
+    if (first.empty()) first = problem;
+  }
+  return first;
+}
+
+}  // namespace quarlo::recording

@@ -1,0 +1,119 @@
+// Writes a session while it is being recorded. After each flush(), the files on disk are a session of what came so far.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <set>
+#include <string>
+
+#include "recording/session.h"
+
+namespace quarlo::recording {
+
+// What an evdev node says about itself, as far as evemu's format has it. The numbers are those of
+// linux/input-event-codes.h.
+struct DeviceDescription {
+  // The kernel's struct input_absinfo, but for the value.
+  struct Axis {
+    std::int32_t minimum = 0;
+    std::int32_t maximum = 0;
+    std::int32_t fuzz = 0;
+    std::int32_t flat = 0;
+    std::int32_t resolution = 0;
+  };
+
+  std::string name;  // written without the blanks at its start, and with ? for each control character
+  std::uint16_t bus = 0;
+  std::uint16_t vendor = 0;
+  std::uint16_t product = 0;
+  std::uint16_t version = 0;
+  std::set<int> properties;
+  std::map<int, std::set<int>> codes;  // the event codes that the device can send, by event type; without EV_SYN
+  std::map<int, Axis> axes;            // by absolute axis
+  std::set<int> ledsOn;
+  std::set<int> switchesOn;
+};
+
+// Who can read a recording: those whom the umask lets, or nobody but its owner.
+enum class Access { kByUmask, kOwnerOnly };
+
+// A file of a session. It appears with its first record or line, and ends with a whole one.
+class FileWriter {
+ public:
+  // `name` is that of the file in the folder, `head` the lines that it starts with.
+  FileWriter(const std::string& folder, const char* name, const std::string& head, Access access);
+  ~FileWriter();
+  FileWriter(const FileWriter&) = delete;
+  FileWriter& operator=(const FileWriter&) = delete;
+
+  // Takes what came next. A time before that of the last one, or before the start, counts as that of the last one, or
+  // as the start. A remote's line is cut if it is longer than a session's can be. Throws Error, and takes nothing, at
+  // the end of the longest session and of the longest file.
+  // REQUIRES: no flush() has failed; a remote's line comes from a LineSplitter, and is not empty.
+  void write(const Record& record);
+  void write(const RemoteLine& line);
+
+  // Puts on disk what was taken. If that fails, cuts the file back to its last whole line, or removes it if there is
+  // none but the head, and closes it. Returns what went wrong, for a person; empty if nothing did.
+  std::string flush();
+
+  // Does that, and closes the file.
+  std::string close();
+
+  const char* name() const { return name_; }
+
+  // How many records or lines it has, those not yet on disk included.
+  long count() const { return count_; }
+
+ private:
+  microseconds nextTime(microseconds time);
+  void addLine(const std::string& line);
+  std::string writeOut();
+  std::string cutBack(std::size_t written, int error);
+
+  const char* name_;
+  std::string path_;
+  mode_t mode_;
+  std::size_t headSize_;  // bytes
+  std::string pending_;   // lines that are not on disk yet, the head as the first ones
+  off_t size_ = 0;        // bytes on disk
+  long lines_;            // with the head
+  long count_ = 0;        // without it
+  microseconds last_{0};
+  int fd_ = -1;
+};
+
+// A session, in a new folder.
+class SessionWriter {
+ public:
+  // Makes the folder. `comment` is one line that stands at the top of each file. Throws Error if there is something of
+  // this name already, or the folder cannot be made.
+  SessionWriter(std::string folder, const std::string& comment, Access access);
+
+  // Each adds a file, at most once. The reference stays valid as long as the writer.
+  FileWriter& addMouse(const DeviceDescription& device);
+  FileWriter& addKeyboard(const DeviceDescription& device);
+  FileWriter& addRemote();
+
+  // Puts on disk what the files have taken. Throws Error if one could not be written; the others are, if they can.
+  void flush();
+
+  // Does that, closes the files, and removes the folder if there is none in it. To call at the end, also after an
+  // Error. Throws Error.
+  void close();
+
+ private:
+  FileWriter& addFile(const char* name, const std::string& head);
+  std::string firstProblem(std::string (FileWriter::*action)());
+
+  std::string folder_;
+  std::string comment_;
+  Access access_;
+  std::list<FileWriter> files_;
+};
+
+}  // namespace quarlo::recording

@@ -1,0 +1,349 @@
+#include "recording/writer.h"
+
+#include <linux/input.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <csignal>
+#include <sstream>
+
+#include "tests/recording/recording_test.h"
+
+namespace quarlo::recording {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char kFileTooLarge[] = ": File too large: the recording ends here, and what came before is kept";
+
+// What a device without any capability has in its file, before its records.
+constexpr char kEmptyHead[] =
+    "# EVEMU 1.3\n"
+    "# comment\n"
+    "N: Nothing\n"
+    "I: 0000 0000 0000 0000\n"
+    "P: 00 00 00 00 00 00 00 00\n"
+    "B: 00 01 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 02 00 00 00 00 00 00 00 00\n"
+    "B: 03 00 00 00 00 00 00 00 00\n"
+    "B: 04 00 00 00 00 00 00 00 00\n"
+    "B: 05 00 00 00 00 00 00 00 00\n"
+    "B: 11 00 00 00 00 00 00 00 00\n"
+    "B: 12 00 00 00 00 00 00 00 00\n"
+    "B: 14 00 00 00 00 00 00 00 00\n"
+    "B: 15 00 00 00 00 00 00 00 00\n"
+    "B: 15 00 00 00 00 00 00 00 00\n";
+constexpr char kRecordLine[] = "E: 0.000000 0001 001e 0001\n";
+constexpr Record kRecord = {0us, EV_KEY, KEY_A, 1};
+
+// The largest size that a file can get, as a stand-in for a full disk.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(std::size_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &limit_), 0);
+    const rlimit limit = {static_cast<rlim_t>(size), limit_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &limit_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  void (*handler_)(int);
+  rlimit limit_ = {};
+};
+
+DeviceDescription device(const std::string& name, const std::map<int, std::set<int>>& codes = {}) {
+  DeviceDescription description;
+  description.name = name;
+  description.codes = codes;
+  return description;
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status = {};
+  EXPECT_EQ(stat(path.c_str(), &status), 0);
+  return status.st_mode & 0777;
+}
+
+class WriterTest : public FolderTest {
+ protected:
+  std::string content(const std::string& file) const {
+    std::ostringstream text;
+    text << std::ifstream(folder_ + "/" + file).rdbuf();
+    return text.str();
+  }
+
+  bool exists(const std::string& file) const { return std::filesystem::exists(folder_ + "/" + file); }
+
+  FileWriter& addNothing() { return writer_.addKeyboard(device("Nothing")); }
+
+  std::string folder_ = path("session");
+  SessionWriter writer_{folder_, "comment", Access::kByUmask};
+};
+
+TEST_F(WriterTest, DescribesADeviceAsEvemuDoes) {
+  DeviceDescription tablet = device("Tablet", {{EV_KEY, {KEY_ESC, KEY_MAX}},
+                                               {EV_ABS, {ABS_X, ABS_Y}},
+                                               {EV_SW, {SW_LID}},
+                                               {EV_LED, {LED_NUML}},
+                                               {EV_REP, {REP_DELAY, REP_PERIOD}},
+                                               {EV_FF, {FF_RUMBLE}}});
+  tablet.bus = BUS_USB;
+  tablet.vendor = 0x46d;
+  tablet.product = 0xc077;
+  tablet.version = 0x111;
+  tablet.properties = {INPUT_PROP_POINTER, INPUT_PROP_BUTTONPAD};
+  tablet.axes = {{ABS_X, {0, 255, 1, 2, 12}}, {ABS_Y, {-5, 255, 0, 0, 0}}};
+  tablet.ledsOn = {LED_NUML};
+  tablet.switchesOn = {SW_LID};
+  writer_.addMouse(tablet).write({1250000us, EV_ABS, ABS_Y, -5});
+  writer_.flush();
+  EXPECT_EQ(content("mouse.evemu"),
+            "# EVEMU 1.3\n"
+            "# comment\n"
+            "N: Tablet\n"
+            "I: 0003 046d c077 0111\n"
+            "P: 05 00 00 00 00 00 00 00\n"
+            "B: 00 2b 00 32 00 00 00 00 00\n"
+            "B: 01 02 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 00\n"
+            "B: 01 00 00 00 00 00 00 00 80\n"
+            "B: 02 00 00 00 00 00 00 00 00\n"
+            "B: 03 03 00 00 00 00 00 00 00\n"
+            "B: 04 00 00 00 00 00 00 00 00\n"
+            "B: 05 01 00 00 00 00 00 00 00\n"
+            "B: 11 01 00 00 00 00 00 00 00\n"
+            "B: 12 00 00 00 00 00 00 00 00\n"
+            "B: 14 03 00 00 00 00 00 00 00\n"
+            "B: 15 00 00 00 00 00 00 00 00\n"
+            "B: 15 00 00 01 00 00 00 00 00\n"
+            "A: 00 0 255 1 2 12\n"
+            "A: 01 -5 255 0 0 0\n"
+            "L: 00 1\n"
+            "S: 00 1\n"
+            "E: 1.250000 0003 0001 -005\n");
+}
+
+TEST_F(WriterTest, WritesWhatTheReaderReads) {
+  const DeviceDescription mouse = device("Mouse #1", {{EV_KEY, {BTN_LEFT}}, {EV_REL, {REL_X, REL_Y}}});
+  const DeviceDescription keyboard = device("Keyboard", {{EV_KEY, {KEY_ESC, KEY_A}}, {EV_PWR, {}}});
+  const std::vector<Record> motion = {{0us, EV_REL, REL_X, INT32_MIN}, {1us, EV_REL, REL_Y, INT32_MAX}};
+  const std::vector<Record> keys = {{999999us, 0xffff, 0xffff, -1}, {24h, EV_SYN, SYN_REPORT, 0}};
+  const std::vector<RemoteLine> lines = {{500ms, "0000000000f40bf0 00 KEY_OK tv"}, {500ms, " # two  blanks "}};
+  FileWriter& mouseFile = writer_.addMouse(mouse);
+  FileWriter& keyboardFile = writer_.addKeyboard(keyboard);
+  FileWriter& remoteFile = writer_.addRemote();
+  for (const Record& record : motion) mouseFile.write(record);
+  for (const Record& record : keys) keyboardFile.write(record);
+  for (const RemoteLine& line : lines) remoteFile.write(line);
+  writer_.close();
+
+  const Session session = readSession(folder_);
+  EXPECT_EQ(session.mouse->name, mouse.name);
+  EXPECT_EQ(session.mouse->codes, mouse.codes);
+  EXPECT_EQ(session.mouse->records, motion);
+  EXPECT_EQ(session.keyboard->name, keyboard.name);
+  EXPECT_EQ(session.keyboard->codes, keyboard.codes);
+  EXPECT_EQ(session.keyboard->records, keys);
+  EXPECT_EQ(session.remote, lines);
+}
+
+TEST_F(WriterTest, MakesOneLineOfAnyName) {
+  writer_.addMouse(device("  a\nE: 0.0\t\x7f\r")).write(kRecord);
+  writer_.addKeyboard(device("  ")).write(kRecord);
+  writer_.flush();
+  const Session session = readSession(folder_);
+  EXPECT_EQ(session.mouse->name, "a?E: 0.0???");
+  EXPECT_EQ(session.keyboard->name, "unnamed");
+}
+
+TEST_F(WriterTest, StartsARemotesFileWithTheComment) {
+  writer_.addRemote().write({1us, "a"});
+  writer_.flush();
+  EXPECT_EQ(content("remote.lirc"), "# comment\n0.000001 a\n");
+}
+
+TEST_F(WriterTest, NeverGoesBackInTime) {
+  FileWriter& file = writer_.addRemote();
+  for (const microseconds time : {microseconds(-1), microseconds(2), microseconds(1), microseconds(3)}) {
+    file.write({time, "a"});
+  }
+  writer_.flush();
+  EXPECT_EQ(content("remote.lirc"), "# comment\n0.000000 a\n0.000002 a\n0.000002 a\n0.000003 a\n");
+}
+
+TEST_F(WriterTest, CutsALineThatIsTooLongForASession) {
+  writer_.addRemote().write({0us, std::string(kLongestLine, 'x')});
+  writer_.flush();
+  const std::string text = readSession(folder_).remote->at(0).text;
+  EXPECT_EQ(text, std::string(kLongestLine - std::string("0.000000 ").size(), 'x'));
+}
+
+TEST_F(WriterTest, MakesAFileWithItsFirstRecord) {
+  addNothing();
+  FileWriter& remote = writer_.addRemote();
+  writer_.flush();
+  EXPECT_FALSE(exists("remote.lirc"));
+  remote.write({0us, "a"});
+  writer_.close();
+  EXPECT_TRUE(exists("remote.lirc"));
+  EXPECT_FALSE(exists("keyboard.evemu"));
+  EXPECT_EQ(remote.count(), 1);
+}
+
+TEST_F(WriterTest, AppendsWithEachFlush) {
+  FileWriter& file = addNothing();
+  file.write(kRecord);
+  writer_.flush();
+  file.write(kRecord);
+  EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine);
+  writer_.flush();
+  writer_.flush();
+  EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine + kRecordLine);
+}
+
+TEST_F(WriterTest, RemovesTheFolderOfASessionWithoutFiles) {
+  addNothing();
+  writer_.close();
+  EXPECT_FALSE(exists(""));
+}
+
+TEST_F(WriterTest, RefusesAFolderThatExists) {
+  const std::string complaint = " exists already: give another name, or remove it";
+  for (const std::string& existing : {folder_, write("file", "")}) {
+    EXPECT_EQ(errorOf([&] { SessionWriter(existing, "", Access::kByUmask); }), existing + complaint);
+  }
+}
+
+TEST_F(WriterTest, NamesAFolderThatCannotBeMade) {
+  EXPECT_EQ(errorOf([&] { SessionWriter(path("no/session"), "", Access::kByUmask); }),
+            path("no/session") + ": the folder cannot be made: No such file or directory");
+}
+
+TEST_F(WriterTest, LetsTheUmaskSayWhoCanReadTheFiles) {
+  const mode_t old = umask(0026);
+  SessionWriter writer(path("another/"), "", Access::kByUmask);
+  writer.addRemote().write({0us, "a"});
+  writer.close();
+  umask(old);
+  EXPECT_EQ(modeOf(path("another")), 0751U);
+  EXPECT_EQ(modeOf(path("another/remote.lirc")), 0640U);
+}
+
+TEST_F(WriterTest, LetsNobodyElseReadWhatIsForTheOwner) {
+  const mode_t old = umask(0);
+  SessionWriter writer(path("another"), "", Access::kOwnerOnly);
+  writer.addRemote().write({0us, "a"});
+  writer.close();
+  umask(old);
+  EXPECT_EQ(modeOf(path("another")), 0700U);
+  EXPECT_EQ(modeOf(path("another/remote.lirc")), 0600U);
+}
+
+TEST_F(WriterTest, CutsAFileBackToItsLastWholeLineWhenTheDiskIsFull) {
+  FileWriter& file = addNothing();
+  const FileSizeLimit limit(sizeof kEmptyHead - 1 + 2 * (sizeof kRecordLine - 1) + 10);
+  for (int i = 0; i < 4; ++i) file.write(kRecord);
+  EXPECT_EQ(errorOf([&] { writer_.flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
+  writer_.close();
+  EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine + kRecordLine);
+  EXPECT_EQ(file.count(), 2);
+}
+
+TEST_F(WriterTest, KeepsWhatWasOnDiskBeforeItWasFull) {
+  FileWriter& file = writer_.addRemote();
+  const FileSizeLimit limit(std::string("# comment\n0.000000 a\n0.0").size());
+  file.write({0us, "a"});
+  writer_.flush();
+  file.write({0us, "b"});
+  EXPECT_EQ(errorOf([&] { writer_.close(); }), folder_ + "/remote.lirc" + kFileTooLarge);
+  EXPECT_EQ(content("remote.lirc"), "# comment\n0.000000 a\n");
+  EXPECT_EQ(file.count(), 1);
+}
+
+TEST_F(WriterTest, RemovesAFileOfWhichOnlyTheHeadFits) {
+  FileWriter& file = addNothing();
+  const FileSizeLimit limit(sizeof kEmptyHead + 10);
+  file.write(kRecord);
+  EXPECT_EQ(errorOf([&] { writer_.flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
+  EXPECT_FALSE(exists("keyboard.evemu"));
+  EXPECT_EQ(file.count(), 0);
+  writer_.close();
+  EXPECT_FALSE(exists(""));
+}
+
+TEST_F(WriterTest, StillWritesTheFilesThatFit) {
+  FileWriter& keyboard = addNothing();
+  FileWriter& remote = writer_.addRemote();
+  const FileSizeLimit limit(100);
+  keyboard.write(kRecord);
+  remote.write({0us, "a"});
+  EXPECT_EQ(errorOf([&] { writer_.flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
+  EXPECT_EQ(content("remote.lirc"), "# comment\n0.000000 a\n");
+}
+
+TEST_F(WriterTest, LeavesAFileAloneThatSomeoneElseHasMade) {
+  write("session/remote.lirc", "theirs");
+  FileWriter& file = writer_.addRemote();
+  file.write({0us, "a"});
+  EXPECT_EQ(errorOf([&] { writer_.flush(); }),
+            folder_ + "/remote.lirc: File exists: the recording ends here, and what came before is kept");
+  writer_.close();
+  EXPECT_EQ(content("remote.lirc"), "theirs");
+  EXPECT_EQ(file.count(), 0);
+}
+
+TEST_F(WriterTest, EndsWithTheLongestSession) {
+  FileWriter& file = writer_.addRemote();
+  file.write({24h, "a"});
+  EXPECT_EQ(
+      errorOf([&] {
+        file.write({24h + 1us, "b"});
+      }),
+      folder_ + "/remote.lirc: a session has at most 24 hours: the recording ends here, and what came before is kept");
+  writer_.close();
+  EXPECT_EQ(content("remote.lirc"), "# comment\n86400.000000 a\n");
+}
+
+TEST_F(WriterTest, EndsWithTheLongestFile) {
+  FileWriter& file = writer_.addRemote();
+  for (long line = 2; line <= kMostLines; ++line) file.write({0us, "a"});  // the comment is the first one
+  EXPECT_EQ(
+      errorOf([&] {
+        file.write({0us, "b"});
+      }),
+      folder_ +
+          "/remote.lirc: a file of a session has at most 5000000 lines: the recording ends here, and what came before "
+          "is kept");
+  writer_.close();
+  EXPECT_EQ(readSession(folder_).remote->size(), static_cast<std::size_t>(kMostLines - 1));
+}
+
+}  // namespace
+}  // namespace quarlo::recording

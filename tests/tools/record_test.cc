@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "tests/tools/daemon.h"
+#include "tests/tools/program.h"
+
+namespace quarlo::tools {
+namespace {
+
+const std::string kMaskedComment =
+    "# Keys and remote buttons that type are recorded as A and 1 (--show-keycodes keeps them).\n";
+const std::string kStarted = "Ctrl-C ends.\n";
+const std::string kVolume = "0000000000f40bf0 00 KEY_VOLUMEUP tv\n";
+const std::string kDigit = "0000000000f40bf1 00 KEY_5 tv\n";
+
+class RecordTest : public testing::Test {
+ protected:
+  // The arguments of `record` with these sources.
+  Arguments sources(const std::string& mouse, const std::string& keyboard, const std::string& lirc) const {
+    return {"record", "--mouse", mouse, "--keyboard", keyboard, "--lirc", lirc, "-o", session_};
+  }
+
+  // The same with the remote only, or with more arguments.
+  Arguments remote(const Arguments& more = {}) const {
+    Arguments arguments = sources("none", "none", socket_);
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+  }
+
+  // Records what the daemon sends, until a stop is requested.
+  Result record(const std::string& sent, const Arguments& more = {}, int signal = SIGINT) {
+    Program program(remote(more));
+    EXPECT_TRUE(program.waitFor(kStarted));
+    daemon_.send(sent);
+    program.signal(signal);
+    return program.finish();
+  }
+
+  // The lines of the remote's file, without the times.
+  std::string recorded() const {
+    std::ifstream file(session_ + "/remote.lirc");
+    std::string text;
+    for (std::string line; std::getline(file, line);) {
+      text += (line.front() == '#' ? line : line.substr(line.find(' ') + 1)) + "\n";
+    }
+    return text;
+  }
+
+  bool hasSession() const { return std::filesystem::exists(session_); }
+
+  Folder folder_;
+  std::string session_ = folder_.path("session");
+  std::string socket_ = folder_.path("lircd");
+  Daemon daemon_{socket_};
+};
+
+TEST_F(RecordTest, WritesWhatCameBeforeItWasAskedToStop) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    daemon_.hangUp();
+    std::filesystem::remove_all(session_);
+    const Result result = record(kVolume + kVolume, {}, signal);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(recorded(), kMaskedComment + kVolume + kVolume);
+  }
+}
+
+TEST_F(RecordTest, SaysWhatIsOpenAndInTheEndWhatItRecorded) {
+  const std::vector<std::string> lines = linesOf(record(kVolume).out);
+  ASSERT_EQ(lines.size(), 8U);
+  EXPECT_EQ(lines[0], "Sources: mouse none, keyboard none, remote " + socket_);
+  EXPECT_EQ(lines[1], "  mouse     left out");
+  EXPECT_EQ(lines[2], "  keyboard  left out");
+  EXPECT_EQ(lines[3], "  remote    " + socket_);
+  EXPECT_EQ("# " + lines[4] + "\n", kMaskedComment);
+  EXPECT_EQ(lines[5], "Recording to " + session_ + "; Ctrl-C ends.");
+  EXPECT_EQ(lines[6].rfind("Recorded for ", 0), 0U);
+  EXPECT_EQ(lines[7], "  remote.lirc     1 line");
+}
+
+TEST_F(RecordTest, CanBeReplayed) {
+  record(kVolume);
+  EXPECT_EQ(eventsOf(run({"replay", session_}).out), std::vector<std::string>{"key down    VolumeUp        0"});
+}
+
+TEST_F(RecordTest, HidesWhatWasTyped) {
+  record(kDigit + "0000000000f40bf2 00 KEY_OK tv\n");
+  EXPECT_EQ(recorded(), kMaskedComment + "0000000000000000 00 KEY_1 tv\n0000000000f40bf2 00 KEY_OK tv\n");
+}
+
+TEST_F(RecordTest, KeepsWhatWasTypedForItsOwnerWhenAskedTo) {
+  const Result result = record(kDigit, {"--show-keycodes"});
+  const std::string warning = "Keys and remote buttons are recorded as they were pressed: this can show passwords.\n";
+  EXPECT_EQ(recorded(), "# " + warning + kDigit);
+  EXPECT_NE(result.out.find(warning), std::string::npos);
+  struct stat status = {};
+  ASSERT_EQ(stat(session_.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0700U);
+}
+
+TEST_F(RecordTest, KeepsWhatItHasWhenTheDaemonGoesAway) {
+  Program program(remote());
+  daemon_.send(kVolume + "no newline");
+  daemon_.hangUp();
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: the LIRC daemon has closed the connection; no source is left\n");
+  EXPECT_EQ(recorded(), kMaskedComment + kVolume + "no newline\n");
+  EXPECT_EQ(linesOf(result.out).back(), "  remote.lirc     2 lines");
+}
+
+TEST_F(RecordTest, KeepsWhatCameWhenItIsKilled) {
+  Program program(remote());
+  daemon_.send(kVolume);
+  while (recorded() != kMaskedComment + kVolume) std::this_thread::yield();
+  program.signal(SIGKILL);
+  EXPECT_EQ(program.finish().status, 128 + SIGKILL);
+  EXPECT_EQ(run({"replay", session_}).status, 0);
+}
+
+TEST_F(RecordTest, KeepsTheWholeLinesWhenTheDiskIsFull) {
+  // A limit to the size of files is as good as a full disk.
+  const std::size_t two = kMaskedComment.size() + 2 * (std::string("0.000000 ").size() + kVolume.size());
+  Program program(remote(), Output::kPipe, {"prlimit", "--fsize=" + std::to_string(two + 5)});
+  daemon_.send(kVolume + kVolume + kVolume);
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: " + session_ +
+                            "/remote.lirc: File too large: the recording ends here, and what came before is kept\n");
+  EXPECT_EQ(recorded(), kMaskedComment + kVolume + kVolume);
+  EXPECT_EQ(linesOf(result.out).back(), "  remote.lirc     2 lines");
+}
+
+TEST_F(RecordTest, EndsAfterItsDurationAndMakesNoSessionOfNothing) {
+  const Result result = run(remote({"--duration", "0.1"}));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: nothing came from the remote, so there is no session\n");
+  EXPECT_FALSE(hasSession());
+}
+
+TEST_F(RecordTest, NeverOverwrites) {
+  const std::string file = folder_.write("file", "theirs");
+  for (const std::string& existing : {file, folder_.path()}) {
+    Arguments arguments = remote();
+    arguments.back() = existing;
+    const Result result = run(arguments);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "quarlo-input: " + existing + " exists already: give another name, or remove it\n");
+  }
+  std::ostringstream content;
+  content << std::ifstream(file).rdbuf();
+  EXPECT_EQ(content.str(), "theirs");
+}
+
+TEST_F(RecordTest, RefusesWhatIsNoEvdevNode) {
+  const Fifo fifo(folder_.path("fifo"));
+  for (const std::string& path : {folder_.path("fifo"), folder_.write("file", ""), std::string("/dev/null")}) {
+    for (const Arguments& arguments : {sources(path, "none", socket_), sources("none", path, socket_)}) {
+      const Result result = run(arguments);
+      EXPECT_EQ(result.status, 1);
+      EXPECT_EQ(result.err,
+                "quarlo-input: " + path + " is no evdev node; `quarlo-input list` shows the nodes that exist\n");
+    }
+  }
+  EXPECT_FALSE(hasSession());
+}
+
+TEST_F(RecordTest, GoesOnWithoutASourceThatCannotBeOpened) {
+  Program program(sources(folder_.path("nothing"), "none", socket_));
+  EXPECT_TRUE(program.waitFor(kStarted));
+  daemon_.send(kVolume);
+  program.signal(SIGINT);
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.out.find("  mouse     not open: " + folder_.path("nothing") +
+                            ": No such file or directory\n"
+                            "            `quarlo-input list` shows the nodes that exist\n"),
+            std::string::npos);
+}
+
+TEST_F(RecordTest, WithoutAnySourceFails) {
+  const Result result = run(sources(folder_.path("nothing"), "none", folder_.path("nobody")));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: no source is open\n");
+  EXPECT_FALSE(hasSession());
+}
+
+}  // namespace
+}  // namespace quarlo::tools

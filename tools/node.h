@@ -1,0 +1,20 @@
+// An evdev node, as a session has it.
+#pragma once
+
+#include <linux/input.h>
+
+#include "recording/writer.h"
+
+namespace quarlo::tools {
+
+// Asks the node what it says about itself. What it does not answer is left empty.
+recording::DeviceDescription describeNode(int fd);
+
+// Whose time the kernel is to put into the records that `fd` gives: CLOCK_MONOTONIC's, without which they could not be
+// compared with anything else. Returns false, with errno, if it does not.
+bool setMonotonicClock(int fd);
+
+// The record as a session has it, with its time since `start`; both are on the same clock.
+recording::Record toRecord(const input_event& event, recording::microseconds start);
+
+}  // namespace quarlo::tools
