@@ -10,10 +10,12 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <sstream>
 #include <system_error>
 #include <utility>
@@ -33,9 +35,11 @@ std::string librariesFolder() {
   return "";
 }
 
-constexpr char kConfiguration[] = R"(begin remote
+// A remote of the NEC protocol: a button is a header and 32 bits, the same for as long as it is held.
+constexpr char kInfraredRemote[] = R"(begin remote
   name           myremote
   bits           16
+  flags          SPACE_ENC|CONST_LENGTH
   eps            30
   aeps           100
   header         9000 4500
@@ -47,6 +51,26 @@ constexpr char kConfiguration[] = R"(begin remote
   gap            108000
   begin codes
     KEY_UP       0x0bf0
+  end codes
+end remote
+)";
+
+// A remote that the kernel decodes: its lines' codes are evdev's type, code and value.
+constexpr char kNodeRemote[] = R"(begin remote
+  name           devinput
+  bits           16
+  eps            30
+  aeps           100
+  pre_data_bits  16
+  pre_data       0x0001
+  post_data_bits 32
+  post_data      0x00000001
+  gap            132799
+  toggle_bit     0
+  driver         devinput
+  begin codes
+    KEY_OK       0x0160
+    KEY_UP       0x0067
   end codes
 end remote
 )";
@@ -65,7 +89,7 @@ pid_t start(const std::vector<std::string>& command) {
   _exit(127);
 }
 
-// A UDP port that nothing uses. The daemon listens on it for infrared signals; the tests send none.
+// A UDP port that nothing uses.
 int freePort() {
   sockaddr_in address = {};
   address.sin_family = AF_INET;
@@ -75,6 +99,28 @@ int freePort() {
   EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
   close(fd);
   return ntohs(address.sin_port);
+}
+
+// Sends spaces and marks in turn (us), in the form of lircd's udp driver: 16 bits each, little-endian, in units of
+// 1/16384 s, the highest bit for a space.
+void sendDurations(int port, const std::vector<unsigned>& durations) {
+  constexpr std::uint64_t kUnitsPerSecond = 16384;
+  constexpr std::uint64_t kMicroseconds = 1000000;
+  constexpr std::uint16_t kSpace = 0x8000;
+  std::vector<std::uint16_t> packet;
+  for (const unsigned duration : durations) {
+    const auto units = static_cast<std::uint16_t>(duration * kUnitsPerSecond / kMicroseconds);
+    packet.push_back(static_cast<std::uint16_t>(units | (packet.size() % 2 == 0 ? kSpace : 0)));
+  }
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const std::size_t size = packet.size() * sizeof packet[0];
+  EXPECT_EQ(sendto(fd, packet.data(), size, 0, reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            static_cast<ssize_t>(size));
+  close(fd);
 }
 
 std::string contents(const std::string& path) {
@@ -88,13 +134,21 @@ std::string contents(const std::string& path) {
 
 bool Lircd::isAvailable() { return access((kRoot + "/usr/sbin/lircd").c_str(), X_OK) == 0; }
 
-Lircd::Lircd(std::string folder) : folder_(std::move(folder)) { std::ofstream(file("lircd.conf")) << kConfiguration; }
+Lircd::Lircd(std::string folder) : folder_(std::move(folder)) {}
 
 Lircd::~Lircd() { stop(); }
 
 bool Lircd::start() {
+  port_ = freePort();
+  return start("udp", std::to_string(port_), kInfraredRemote);
+}
+
+bool Lircd::startOnNode(const std::string& path) { return start("devinput", path, kNodeRemote); }
+
+bool Lircd::start(const std::string& driver, const std::string& device, const char* configuration) {
+  std::ofstream(file("lircd.conf")) << configuration;
   pid_ = test::start({kRoot + "/usr/sbin/lircd", "--options-file=/dev/null", "--nodaemon", "--allow-simulate",
-                      "--driver=udp", "--device=" + std::to_string(freePort()), "--immediate-init",
+                      "--driver=" + driver, "--device=" + device, "--immediate-init",
                       "--plugindir=" + librariesFolder() + "/lirc/plugins", "--output=" + socketPath(),
                       "--pidfile=" + file("lircd.pid"), "--logfile=" + file("lircd.log"), file("lircd.conf")});
   // The socket's file is there before it listens, so only a connection tells. It takes some 20 ms.
@@ -120,6 +174,24 @@ void Lircd::stop() {
 }
 
 void Lircd::reload() { kill(pid_, SIGHUP); }
+
+void Lircd::receive(unsigned code) const {
+  constexpr unsigned kMark = 560;  // us
+  constexpr unsigned kShortSpace = 560;
+  constexpr unsigned kLongSpace = 1690;
+  constexpr unsigned kFrame = 108000;
+  std::vector<unsigned> durations = {9000, 4500};
+  for (int bit = 31; bit >= 0; --bit) {
+    durations.push_back(kMark);
+    durations.push_back((code >> bit & 1) != 0 ? kLongSpace : kShortSpace);
+  }
+  durations.push_back(kMark);
+  durations.push_back(kFrame - std::accumulate(durations.begin(), durations.end(), 0U));
+  // The daemon starts to decode after a pause.
+  constexpr unsigned kPause = 50000;
+  durations.insert(durations.begin(), kPause);
+  sendDurations(port_, durations);
+}
 
 bool Lircd::simulate(const std::string& button, const std::string& repeatCount) {
   const int fd = connectToDaemon();

@@ -18,8 +18,16 @@ class Lircd {
   Lircd(const Lircd&) = delete;
   Lircd& operator=(const Lircd&) = delete;
 
-  // Returns once the socket takes connections; false, with the daemon's log as a test failure, if it never does.
+  // Starts the daemon on a UDP port, where it expects what an infrared receiver sees. Returns once the socket takes
+  // connections; false, with the daemon's log as a test failure, if it never does.
   bool start();
+
+  // The same for a daemon that grabs an evdev node, and makes lines of its keys.
+  bool startOnNode(const std::string& path);
+
+  // What the receiver sees of a button of this code: marks and spaces of a 38 kHz light, and the pause after them. For a
+  // daemon that was started with start().
+  void receive(unsigned code) const;
 
   // Returns once the daemon has ended.
   void stop();
@@ -34,10 +42,12 @@ class Lircd {
 
  private:
   std::string file(const char* name) const { return folder_ + "/" + name; }
+  bool start(const std::string& driver, const std::string& device, const char* configuration);
   int connectToDaemon() const;
   bool accepts() const;
 
   std::string folder_;
+  int port_ = -1;
   pid_t pid_ = -1;
 };
 

@@ -1,0 +1,32 @@
+// How the kernel numbers nodes beyond the ones that the reader looks at.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "tests/scenario/uinput.h"
+#include "tests/unit/events.h"
+#include "tests/unit/test_log.h"
+
+namespace quarlo::test {
+namespace {
+
+TEST(NumberingTest, AfterEvent31ComesEvent256WhichIsFoundByItsPathOnly) {
+  std::vector<std::unique_ptr<UinputDevice>> buttons;
+  for (int number = 0; number < 32; ++number) {
+    buttons.push_back(std::make_unique<UinputDevice>(powerButton()));
+    EXPECT_EQ(buttons.back()->path(), "/dev/input/event" + std::to_string(number));
+  }
+  UinputDevice device(keyboard());
+  EXPECT_EQ(device.path(), "/dev/input/event256");
+  resetLog();
+  LinuxInputReader reader;
+  EXPECT_FALSE(reader.init(nullptr, nullptr, "/nowhere", 1280, 720));
+  LinuxInputReader byPath;
+  EXPECT_TRUE(byPath.init("/nowhere", device.path().c_str(), "/nowhere", 1280, 720));
+  device.press(KEY_A);
+  EXPECT_EQ(readAll(byPath), Lines({keyDown(65, 'a')}));
+}
+
+}  // namespace
+}  // namespace quarlo::test

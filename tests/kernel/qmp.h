@@ -1,0 +1,37 @@
+// The line from a guest to the QEMU that emulates it (script/guest): to plug devices in, and to move and press them, as
+// a host does. The protocol is QEMU's machine protocol, QMP.
+#pragma once
+
+#include <string>
+
+namespace quarlo::test {
+
+class Qmp {
+ public:
+  // REQUIRES: the guest has the port "qmp".
+  Qmp();
+  ~Qmp();
+  Qmp(const Qmp&) = delete;
+  Qmp& operator=(const Qmp&) = delete;
+
+  // Runs a command with its arguments (an object in JSON). An error is a test failure.
+  void execute(const std::string& command, const std::string& arguments = "{}");
+
+  // The USB devices "usb-kbd" and "usb-mouse".
+  void plug(const std::string& driver, const std::string& id);
+  void unplug(const std::string& id);
+
+  // A key by its name there, such as "a" or "shift"; a button such as "left"; a motion.
+  void setKey(const std::string& name, bool down);
+  void setButton(const std::string& name, bool down);
+  void move(int dx, int dy);
+
+ private:
+  std::string ask(const std::string& command, const std::string& arguments) const;
+  std::string readLine() const;
+  void sendEvents(const std::string& events);
+
+  int fd_;
+};
+
+}  // namespace quarlo::test

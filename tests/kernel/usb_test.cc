@@ -1,0 +1,112 @@
+// The reader on USB devices: those of QEMU, behind the kernel's own drivers.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "tests/kernel/qmp.h"
+#include "tests/unit/events.h"
+#include "tests/unit/test_log.h"
+
+namespace quarlo::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char kNowhere[] = "/nowhere";
+constexpr char kNode[] = "/dev/input/event0";
+
+class UsbTest : public testing::Test {
+ protected:
+  UsbTest() { resetLog(); }
+
+  ~UsbTest() override {
+    for (const std::string& id : plugged_) unplug(id);
+  }
+
+  UsbTest(const UsbTest&) = delete;
+  UsbTest& operator=(const UsbTest&) = delete;
+
+  // Plugs a device in, and returns when its node is there.
+  void plug(const std::string& driver) {
+    qmp.plug(driver, driver);
+    plugged_.push_back(driver);
+    waitForNode(true);
+  }
+
+  void unplug(const std::string& driver) {
+    qmp.unplug(driver);
+    waitForNode(false);
+  }
+
+  void unplugNow() {
+    unplug(plugged_.back());
+    plugged_.pop_back();
+  }
+
+  // The next event: the bus asks a device only every few milliseconds.
+  static std::string next(LinuxInputReader& reader) {
+    constexpr int kTries = 100;
+    std::string event = kNone;
+    for (int i = 0; i < kTries && event == kNone; ++i) event = readOne(reader, 10);
+    return event;
+  }
+  std::string next() { return next(reader); }
+
+  Qmp qmp;
+  LinuxInputReader reader;
+
+ private:
+  static void waitForNode(bool there) {
+    constexpr int kTries = 1000;
+    for (int i = 0; i < kTries && std::filesystem::exists(kNode) != there; ++i) std::this_thread::sleep_for(10ms);
+    EXPECT_EQ(std::filesystem::exists(kNode), there);
+  }
+
+  std::vector<std::string> plugged_;
+};
+
+TEST_F(UsbTest, AKeyboardIsFoundAndTypes) {
+  plug("usb-kbd");
+  reader.init(nullptr, nullptr, kNowhere, 1280, 720);
+  EXPECT_EQ(takeLog()[1], "INFO Found a keyboard: /dev/input/event0 - QEMU QEMU USB Keyboard");
+  qmp.setKey("shift", true);
+  EXPECT_EQ(next(), keyDown(16, 0, 2));
+  qmp.setKey("a", true);
+  EXPECT_EQ(next(), keyDown(65, 'A', 2));
+  qmp.setKey("a", false);
+  EXPECT_EQ(next(), keyUp(65, 'A', 2));
+  qmp.setKey("shift", false);
+  EXPECT_EQ(next(), keyUp(16));
+}
+
+TEST_F(UsbTest, AMouseIsFoundMovesAndClicks) {
+  plug("usb-mouse");
+  reader.init(nullptr, nullptr, kNowhere, 1280, 720);
+  EXPECT_EQ(takeLog()[0], "INFO Found a mouse: /dev/input/event0 - QEMU QEMU USB Mouse");
+  qmp.move(30, 40);
+  EXPECT_EQ(next(), moved(30, 40));
+  qmp.setButton("left", true);
+  EXPECT_EQ(next(), buttonDown(1, 30, 40, 1));
+  qmp.setButton("left", false);
+  EXPECT_EQ(next(), buttonUp(1, 30, 40, 1));
+}
+
+TEST_F(UsbTest, UnpluggedAndPluggedInAgainItNeedsANewReader) {
+  plug("usb-kbd");
+  reader.init(kNowhere, kNode, kNowhere, 1280, 720);
+  unplugNow();
+  takeLog();
+  EXPECT_EQ(readOne(reader), kNone);
+  EXPECT_EQ(takeLog(), Lines({"ERROR Reading from input device failed, errno = 19"}));
+  plug("usb-kbd");
+  LinuxInputReader again;
+  again.init(kNowhere, kNode, kNowhere, 1280, 720);
+  qmp.setKey("b", true);
+  EXPECT_EQ(next(again), keyDown(66, 'b'));
+  EXPECT_EQ(readOne(reader), kNone);
+}
+
+}  // namespace
+}  // namespace quarlo::test
