@@ -41,6 +41,7 @@ int create(const Description& device) {
   EXPECT_GE(fd, 0) << "/dev/uinput: is the module uinput loaded?";
   for (const auto& [type, codes] : device.codes) {
     EXPECT_EQ(ioctl(fd, UI_SET_EVBIT, type), 0);
+    if (type == EV_REP) continue;  // its codes are the kernel's own
     for (const int code : codes) declareCode(fd, type, code);
   }
   uinput_setup setup = {};

@@ -194,8 +194,12 @@ void Lircd::receive(unsigned code) const {
 }
 
 bool Lircd::simulate(const std::string& button, const std::string& repeatCount) {
+  return simulateLine("0000000000f40bf0 " + repeatCount + " " + button + " myremote");
+}
+
+bool Lircd::simulateLine(const std::string& line) {
   const int fd = connectToDaemon();
-  const std::string command = "SIMULATE 0000000000f40bf0 " + repeatCount + " " + button + " myremote\n";
+  const std::string command = "SIMULATE " + line + "\n";
   EXPECT_EQ(write(fd, command.data(), command.size()), static_cast<ssize_t>(command.size()));
   // The line itself comes before the reply, to this client as to all others.
   std::string reply;

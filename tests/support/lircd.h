@@ -37,6 +37,7 @@ class Lircd {
   // Has the daemon send a line as if it had decoded this button (lircd's command SIMULATE). Returns when all clients
   // that were connected before have it; false if the daemon refuses.
   bool simulate(const std::string& button, const std::string& repeatCount);
+  bool simulateLine(const std::string& line);
 
   std::string socketPath() const { return file("lircd"); }
 

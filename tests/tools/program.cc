@@ -7,6 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
@@ -143,6 +144,22 @@ std::vector<std::string> eventsOf(const std::string& out) {
     if (event.rfind("key ", 0) == 0 || event.rfind("mouse ", 0) == 0) events.push_back(event);
   }
   return events;
+}
+
+std::vector<std::string> withMovesMerged(const std::vector<std::string>& events) {
+  const auto isMove = [](const std::string& event) { return event.rfind("mouse move", 0) == 0; };
+  std::vector<std::string> merged;
+  for (const std::string& event : events) {
+    if (!merged.empty() && isMove(event) && isMove(merged.back())) merged.pop_back();
+    merged.push_back(event);
+  }
+  return merged;
+}
+
+std::vector<std::string> withRepeatsMerged(const std::vector<std::string>& events) {
+  std::vector<std::string> merged = withMovesMerged(events);
+  merged.erase(std::unique(merged.begin(), merged.end()), merged.end());
+  return merged;
 }
 
 }  // namespace quarlo::tools

@@ -60,4 +60,10 @@ std::vector<std::string> linesOf(const std::string& text);
 // The event lines of what `monitor` printed, each without its time.
 std::vector<std::string> eventsOf(const std::string& out);
 
+// Of moves that follow each other, the last: how many there are depends on when a loop comes by.
+std::vector<std::string> withMovesMerged(const std::vector<std::string>& events);
+
+// Besides, of an event that came several times in a row, one: how often a kernel repeats a held key depends on it.
+std::vector<std::string> withRepeatsMerged(const std::vector<std::string>& events);
+
 }  // namespace quarlo::tools

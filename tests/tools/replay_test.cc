@@ -185,7 +185,7 @@ TEST(Replay, TakesTheRemotesTimeoutsFromTheEnvironmentOnlyWhenAskedTo) {
 TEST(Replay, EndsAlsoIfTheRemotesKeyIsNeverForgotten) {
   setenv("LIRC_RELEASE_TIMEOUT", "2000000000", 1);
   EXPECT_EQ(linesOf(replayed({"--lirc-environment", sample("sofa")})).back(),
-            "7 events in 16.000 s: 7 keys, 0 moves, 0 buttons");
+            "7 events in 16.010 s: 7 keys, 0 moves, 0 buttons");
   unsetenv("LIRC_RELEASE_TIMEOUT");
 }
 
