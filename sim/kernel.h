@@ -36,7 +36,7 @@ struct DaemonState {
   std::vector<std::shared_ptr<Connection>> clients;
 };
 
-class Kernel : public Timers {
+class Kernel final : public Timers {
  public:
   Kernel();
   ~Kernel();

@@ -21,12 +21,9 @@ class UsbTest : public testing::Test {
  protected:
   UsbTest() { resetLog(); }
 
-  ~UsbTest() override {
+  void TearDown() override {
     for (const std::string& id : plugged_) unplug(id);
   }
-
-  UsbTest(const UsbTest&) = delete;
-  UsbTest& operator=(const UsbTest&) = delete;
 
   // Plugs a device in, and returns when its node is there.
   void plug(const std::string& driver) {

@@ -37,7 +37,7 @@ class KernelRemote : public Remote {
   Lircd daemon_;
 };
 
-class KernelWorld : public World {
+class KernelWorld final : public World {
  public:
   KernelWorld() {
     for (const auto& entry : std::filesystem::directory_iterator("/dev/input")) {

@@ -56,7 +56,8 @@ class SimWorld : public World {
  public:
   Plugged& plug(const Description& device) override {
     const std::string path = lowestFreePath();
-    plugged_.push_back(std::make_unique<SimPlugged>(machine_.addNode(path, {device.name, device.codes}), path));
+    sim::Node& node = machine_.addNode(path, {device.name, device.codes});
+    plugged_.push_back(std::make_unique<SimPlugged>(node, path));
     return *plugged_.back();
   }
 
@@ -76,7 +77,7 @@ class SimWorld : public World {
  private:
   std::string lowestFreePath() const {
     for (int number = 0;; ++number) {
-      const std::string path = "/dev/input/event" + std::to_string(number);
+      std::string path = "/dev/input/event" + std::to_string(number);
       bool taken = false;
       for (const auto& device : plugged_) taken = taken || (device->isPresent() && device->path() == path);
       if (!taken) return path;

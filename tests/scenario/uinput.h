@@ -7,7 +7,7 @@
 
 namespace quarlo::test {
 
-class UinputDevice : public Plugged {
+class UinputDevice final : public Plugged {
  public:
   // REQUIRES: /dev/uinput can be opened, and `device` has at most 79 characters in its name.
   explicit UinputDevice(const Description& device);
