@@ -68,8 +68,9 @@ std::string capabilityLines(std::map<int, std::set<int>> codes) {
 }
 
 bool isControl(char character) {
-  constexpr char kDelete = 0x7f;
-  return (character >= 0 && character < ' ') || character == kDelete;
+  constexpr unsigned char kDelete = 0x7f;
+  const auto byte = static_cast<unsigned char>(character);
+  return byte < ' ' || byte == kDelete;
 }
 
 // A device can call itself anything, but in a file its name is one line, and evemu wants one.
