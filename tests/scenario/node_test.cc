@@ -346,15 +346,5 @@ TEST_F(NodeTest, TheCodesOfAutoRepeatCannotBeAskedFor) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-// Nothing of the machine's own: a device of every Linux.
-TEST_F(NodeTest, WhatIsNoNodeRefusesToAnswer) {
-  const Client client("/dev/null");
-  unsigned char bits[2];
-  EXPECT_EQ(ioctl(client.fd(), EVIOCGBIT(EV_REL, sizeof bits), bits), -1);
-  EXPECT_EQ(errno, ENOTTY);
-  EXPECT_EQ(ioctl(client.fd(), EVIOCGRAB, kGrab), -1);
-  EXPECT_EQ(errno, ENOTTY);
-}
-
 }  // namespace
 }  // namespace quarlo::test

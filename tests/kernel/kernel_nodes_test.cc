@@ -1,6 +1,9 @@
-// How the kernel numbers nodes beyond the ones that the reader looks at.
+// Nodes beyond the ones that the reader looks at, and what is none.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 #include <vector>
 
@@ -11,7 +14,7 @@
 namespace quarlo::test {
 namespace {
 
-TEST(NumberingTest, AfterEvent31ComesEvent256WhichIsFoundByItsPathOnly) {
+TEST(KernelNodesTest, AfterEvent31ComesEvent256WhichIsFoundByItsPathOnly) {
   std::vector<std::unique_ptr<UinputDevice>> buttons;
   for (int number = 0; number < 32; ++number) {
     buttons.push_back(std::make_unique<UinputDevice>(powerButton()));
@@ -26,6 +29,16 @@ TEST(NumberingTest, AfterEvent31ComesEvent256WhichIsFoundByItsPathOnly) {
   EXPECT_TRUE(byPath.init("/nowhere", device.path().c_str(), "/nowhere", 1280, 720));
   device.press(KEY_A);
   EXPECT_EQ(readAll(byPath), Lines({keyDown(65, 'a')}));
+}
+
+TEST(KernelNodesTest, WhatIsNoNodeRefusesToAnswer) {
+  resetLog();
+  const LinuxInputReader reader;
+  const int fd = open("/dev/null", O_RDONLY);
+  EXPECT_FALSE(reader.hasRelEvent(fd));
+  EXPECT_EQ(errno, ENOTTY);
+  EXPECT_EQ(takeLog(), Lines({"ERROR evdev ioctl failed in testRel"}));
+  close(fd);
 }
 
 }  // namespace
