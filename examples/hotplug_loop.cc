@@ -1,0 +1,275 @@
+// The loop of an application whose devices come and go. It prints what happens, a line each, until SIGINT or SIGTERM:
+//
+//   sources: mouse yes, keyboard yes, remote no
+//   pointer 10,20
+//   button down 1
+//   key down 65 char 97
+//   key up 65
+//
+// A reader opens its sources once. So this makes a new one when /dev/input has changed, when a source has gone, and
+// when a LIRC daemon has come, and carries over what the application should not notice. What is typed between two
+// readers, for a tenth of a second or so, is lost.
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <set>
+
+#include "input/linux_input_reader.h"
+#include "logging/escape.h"
+#include "logging/logging.h"
+
+using quarlo::components::input::LinuxInputReader;
+using Event = LinuxInputReader::InputEvent;
+using KeyData = Event::KeyData;
+using MouseData = Event::MouseData;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr char kNodes[] = "/dev/input";
+constexpr char kLircSocket[] = "/var/run/lirc/lircd";
+constexpr std::uint32_t kMaxX = 1919;
+constexpr std::uint32_t kMaxY = 1079;
+
+constexpr int kWaitMs = 10;
+constexpr std::chrono::milliseconds kQuiet{100};  // a device that comes is several changes: nodes, then permissions
+constexpr std::chrono::seconds kLookAgain{1};     // for what no change announces
+
+constexpr Clock::time_point kAtOnce = Clock::time_point::min();
+constexpr Clock::time_point kNever = Clock::time_point::max();
+
+bool errorLogged = false;  // by the reader, since it was set up
+volatile std::sig_atomic_t stopRequested = 0;
+
+void requestStop(int /*signal*/) { stopRequested = 1; }
+
+}  // namespace
+
+// ---- The application's logging facility ---------------------------------------------------------
+
+namespace quarlo::logging {
+
+int GetMinLogLevel() { return kInfo; }
+
+int GetVlogLevelHelper(const char* /*file*/, std::size_t /*size*/) { return 0; }
+
+// readInput() logs one kind of error, that it could not read from a device, and tells of it in no other way.
+void LogMessage(const char* /*file*/, int /*line*/, int severity, const char* format, ...) {
+  if (severity == kError) errorLogged = true;
+  char message[1024];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(message, sizeof message, format, arguments);
+  va_end(arguments);
+  // A device can have any name, also one that controls a terminal.
+  char escaped[kLongestEscape * sizeof message];
+  Escape(message, std::strlen(message), escaped, sizeof escaped);
+  std::fprintf(stderr, "%s: %s\n", severity == kError ? "error" : "info", escaped);
+}
+
+}  // namespace quarlo::logging
+
+namespace {
+
+// ---- What the application does with an event ----------------------------------------------------
+
+void handleKey(const KeyData& data) {
+  if (data.action == KeyData::kUp) {
+    std::printf("key up %d\n", data.key);
+  } else {
+    std::printf("key down %d char %d\n", data.key, static_cast<unsigned char>(data.ch));
+  }
+}
+
+void handleMouse(const MouseData& data) {
+  if (data.action == MouseData::kMove) {
+    std::printf("pointer %d,%d\n", data.x, data.y);
+  } else {
+    std::printf("button %s %d\n", data.action == MouseData::kButtonUp ? "up" : "down", data.button);
+  }
+}
+
+// ---- The LIRC daemon ----------------------------------------------------------------------------
+
+// Takes nothing away: what the daemon has sent is for the reader.
+bool daemonHasGone(int fd) {
+  char byte;
+  return fd != -1 && recv(fd, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
+// The socket's file is there without a daemon, too; only a connection tells.
+bool daemonListens() {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  static_assert(sizeof kLircSocket <= sizeof address.sun_path);
+  std::memcpy(address.sun_path, kLircSocket, sizeof kLircSocket);
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd == -1) return false;
+  const bool connected = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  close(fd);
+  return connected;
+}
+
+// ---- The loop -----------------------------------------------------------------------------------
+
+class InputLoop {
+ public:
+  // `changes` is an inotify descriptor that does not block.
+  explicit InputLoop(int changes) : changes_(changes) {}
+
+  void run() {
+    while (stopRequested == 0) {
+      const Clock::time_point now = Clock::now();
+      if (now >= lookAgainAt_) lookAgain();
+      if (now >= openAt_) openSources();
+
+      if (reader_) {
+        readEvents();
+      } else {
+        waitForChange();
+      }
+      // Everything that was there has been read: draw, run timers, and come back.
+
+      // With a source that has gone, readInput() waits no longer. So that this loop does not spin, close it at once.
+      const bool sourceHasGone = reader_ && (errorLogged || daemonHasGone(reader_->lircFd));
+      if (sourceHasGone) closeSources();
+      if (nodesChanged() || sourceHasGone) openAt_ = Clock::now() + kQuiet;
+    }
+  }
+
+ private:
+  void readEvents() {
+    for (int timeoutMs = kWaitMs;; timeoutMs = 0) {
+      Event event;
+      event.kind = Event::kNoEvent;  // as a side button leaves it
+      // A wheel step delivers this one again.
+      if (!reader_->hasPendingEvent) reader_->pendingEvent.kind = Event::kNoEvent;
+      if (!reader_->readInput(event, timeoutMs)) return;
+      if (event.kind == Event::kKeyEvent) {
+        noteHeldKey(event.keyData);
+        handleKey(event.keyData);
+      } else if (event.kind == Event::kMouseEvent) {
+        noteHeldButton(event.mouseData);
+        handleMouse(event.mouseData);
+      }
+    }
+  }
+
+  // For when there is no source, and readInput() would return at once.
+  void waitForChange() const {
+    pollfd wait = {changes_, POLLIN, 0};
+    poll(&wait, 1, kWaitMs);
+  }
+
+  // Which nodes they are does not matter: a new reader looks at all.
+  bool nodesChanged() const {
+    bool changed = false;
+    char notices[4096];
+    while (read(changes_, notices, sizeof notices) > 0) changed = true;
+    return changed;
+  }
+
+  void lookAgain() {
+    lookAgainAt_ = Clock::now() + kLookAgain;
+    // Without a device there may be no /dev/input. A folder that is watched already keeps its number. IN_ATTRIB is for
+    // udev, which gives a node its permissions after it was made; before, the reader may not be allowed to open it.
+    const int watch = inotify_add_watch(changes_, kNodes, IN_CREATE | IN_DELETE | IN_ATTRIB);
+    if (watch != watch_) openAt_ = kAtOnce;
+    watch_ = watch;
+    const bool hasRemote = reader_ && reader_->lircFd != -1;
+    if (!hasRemote && daemonListens()) openAt_ = kAtOnce;
+  }
+
+  void openSources() {
+    openAt_ = kNever;
+    closeSources();
+    reader_.emplace();
+    const bool anySource = reader_->init(nullptr, nullptr, kLircSocket, kMaxX, kMaxY);
+    errorLogged = false;  // what cannot be opened is no source
+    reader_->pointerX = pointerX_;
+    reader_->pointerY = pointerY_;
+    reader_->numLock = numLock_;
+    std::printf("sources: mouse %s, keyboard %s, remote %s\n", reader_->mouseFd == -1 ? "no" : "yes",
+                reader_->keyboardFd == -1 ? "no" : "yes", reader_->lircFd == -1 ? "no" : "yes");
+    if (!anySource) reader_.reset();
+  }
+
+  void closeSources() {
+    if (!reader_) return;
+    pointerX_ = reader_->pointerX;
+    pointerY_ = reader_->pointerY;
+    numLock_ = reader_->numLock;
+    reader_.reset();
+    releaseHeld();
+  }
+
+  void noteHeldKey(const KeyData& data) {
+    if (data.action == KeyData::kUp) {
+      heldKeys_.erase(data.key);
+    } else if (data.key != reader_->lircKey) {  // the remote's, which never comes up; or 0, a key without a code
+      heldKeys_.insert(data.key);
+    }
+  }
+
+  void noteHeldButton(const MouseData& data) {
+    if (data.action == MouseData::kButtonUp) {
+      heldButtons_.erase(data.button);
+    } else if (data.action == MouseData::kButtonDown) {
+      heldButtons_.insert(data.button);
+    }
+  }
+
+  // The releases that the kernel makes when a device goes are lost if they are not read at once, and a new reader
+  // starts without modifiers. What is held on a device that stayed comes up once more when it is let go, which does no
+  // harm.
+  void releaseHeld() {
+    for (const LinuxInputReader::Key key : heldKeys_) handleKey({KeyData::kUp, key, 0, 0});
+    for (const std::int32_t button : heldButtons_) {
+      handleMouse({MouseData::kButtonUp, button, static_cast<std::uint16_t>(pointerX_),
+                   static_cast<std::uint16_t>(pointerY_), 0});
+    }
+    heldKeys_.clear();
+    heldButtons_.clear();
+  }
+
+  int changes_;
+  int watch_ = -1;  // inotify's number for /dev/input, -1: it is not there
+  Clock::time_point lookAgainAt_ = kAtOnce;
+  Clock::time_point openAt_ = kAtOnce;
+  std::optional<LinuxInputReader> reader_;  // only while a source is open
+  std::int32_t pointerX_ = 0;
+  std::int32_t pointerY_ = 0;
+  bool numLock_ = false;
+  std::set<LinuxInputReader::Key> heldKeys_;
+  std::set<std::int32_t> heldButtons_;
+};
+
+}  // namespace
+
+int main() {
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // each line at once, through a pipe as well
+  struct sigaction stop = {};
+  stop.sa_handler = requestStop;
+  stop.sa_flags = SA_RESTART;  // for output; a wait ends in any case
+  sigaction(SIGINT, &stop, nullptr);
+  sigaction(SIGTERM, &stop, nullptr);
+
+  const int changes = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (changes == -1) {
+    std::perror("cannot watch /dev/input: inotify_init1");
+    return 1;
+  }
+  InputLoop(changes).run();
+  close(changes);
+  return 0;
+}
