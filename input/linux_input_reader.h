@@ -8,7 +8,7 @@
 // you know and the pointer's bounds, then call readInput() again and again, then destroy the reader. Copying is
 // deleted. The five members that an application calls are the constructor, init(), readInput(), the destructor and, for
 // diagnosis, listLinuxInputReader(). All else is public for the application's diagnostics and for tests: look, but do
-// not touch (one exception, for wheels: docs/behaviour.md).
+// not touch (two exceptions, for wheels and for what a new reader carries over: docs/behaviour.md).
 //
 // The loop. Wait once, with a short finite timeout, and then take what is there without waiting:
 //
