@@ -25,8 +25,8 @@ class Lircd {
   // The same for a daemon that grabs an evdev node, and makes lines of its keys.
   bool startOnNode(const std::string& path);
 
-  // What the receiver sees of a button of this code: marks and spaces of a 38 kHz light, and the pause after them. For a
-  // daemon that was started with start().
+  // What the receiver sees of a button of this code: marks and spaces of a 38 kHz light, and the pause after them. For
+  // a daemon that was started with start().
   void receive(unsigned code) const;
 
   // Returns once the daemon has ended.
