@@ -309,7 +309,7 @@ ssize_t Kernel::readDescriptor(int fd, void* buffer, std::size_t size) {
   std::string& queued = descriptor.connection->queued;
   const std::size_t length = queued.copy(static_cast<char*>(buffer), size);
   queued.erase(0, length);
-  if (queued.empty()) descriptor.connection->unread = 0;
+  descriptor.connection->unread = static_cast<int>(std::count(queued.begin(), queued.end(), '\n'));
   return static_cast<ssize_t>(length);
 }
 

@@ -24,7 +24,7 @@ namespace quarlo::sim {
 // The client's end of a connection to a daemon.
 struct Connection {
   std::string queued;  // sent by the daemon, not yet read
-  int unread = 0;      // how often the daemon has sent something since all was read
+  int unread = 0;      // how many times the daemon has sent something of it
   bool connected = false;
   bool ended = false;  // the daemon's end is closed
 };

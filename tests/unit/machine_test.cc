@@ -438,6 +438,22 @@ TEST(LircDaemon, AfterItHangsUpComesEndOfStream) {
   EXPECT_EQ(read(fd, text, sizeof text), 0);
 }
 
+TEST(LircDaemon, KeepsAClientThatReadsThoughItIsAlwaysALineBehind) {
+  Machine machine;
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  ASSERT_EQ(connectTo(fd, "/dev/lircd"), 0);
+  daemon.sendText("a\n");
+  char text[2];
+  for (int i = 0; i < 400; ++i) {
+    daemon.sendText("a\n");
+    ASSERT_EQ(read(fd, text, sizeof text), 2);
+  }
+  EXPECT_EQ(read(fd, text, sizeof text), 2);
+  EXPECT_EQ(read(fd, text, sizeof text), -1);
+  EXPECT_EQ(errno, EAGAIN);
+}
+
 TEST(LircDaemon, LeavesAFileThatRefuses) {
   Machine machine;
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
