@@ -27,6 +27,10 @@ std::string event(const std::string& type, const std::string& data) {
 
 std::string downText(bool down) { return std::string(R"("down":)") + (down ? "true" : "false"); }
 
+std::string keyEvent(const std::string& name, bool down) {
+  return event("key", downText(down) + R"(,"key":{"type":"qcode","data":")" + name + R"("})");
+}
+
 }  // namespace
 
 Qmp::Qmp() : fd_(open(portNamed("qmp").c_str(), O_RDWR | O_CLOEXEC)) {
@@ -58,8 +62,14 @@ void Qmp::plug(const std::string& driver, const std::string& id) {
 
 void Qmp::unplug(const std::string& id) { execute("device_del", R"({"id":")" + id + R"("})"); }
 
-void Qmp::setKey(const std::string& name, bool down) {
-  sendEvents(event("key", downText(down) + R"(,"key":{"type":"qcode","data":")" + name + R"("})"));
+void Qmp::tapKeys(const std::vector<std::string>& names) {
+  std::string presses;
+  std::string releases;
+  for (const std::string& name : names) {
+    presses += keyEvent(name, true) + ",";
+    releases = keyEvent(name, false) + (releases.empty() ? "" : ",") + releases;
+  }
+  sendEvents(presses + releases);
 }
 
 void Qmp::setButton(const std::string& name, bool down) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace quarlo::test {
 
@@ -21,8 +22,11 @@ class Qmp {
   void plug(const std::string& driver, const std::string& id);
   void unplug(const std::string& id);
 
-  // A key by its name there, such as "a" or "shift"; a button such as "left"; a motion.
-  void setKey(const std::string& name, bool down);
+  // Presses keys by their names there, such as "shift" and "a", one after the other, and releases them, the last one
+  // first. QEMU gets all that at once: guest time passes while it answers, and a key held meanwhile could repeat.
+  void tapKeys(const std::vector<std::string>& names);
+
+  // A button such as "left"; a motion.
   void setButton(const std::string& name, bool down);
   void move(int dx, int dy);
 

@@ -68,13 +68,10 @@ TEST_F(UsbTest, AKeyboardIsFoundAndTypes) {
   plug("usb-kbd");
   reader.init(nullptr, nullptr, kNowhere, 1280, 720);
   EXPECT_EQ(takeLog()[1], "INFO Found a keyboard: /dev/input/event0 - QEMU QEMU USB Keyboard");
-  qmp.setKey("shift", true);
+  qmp.tapKeys({"shift", "a"});
   EXPECT_EQ(next(), keyDown(16, 0, 2));
-  qmp.setKey("a", true);
   EXPECT_EQ(next(), keyDown(65, 'A', 2));
-  qmp.setKey("a", false);
   EXPECT_EQ(next(), keyUp(65, 'A', 2));
-  qmp.setKey("shift", false);
   EXPECT_EQ(next(), keyUp(16));
 }
 
@@ -100,7 +97,7 @@ TEST_F(UsbTest, UnpluggedAndPluggedInAgainItNeedsANewReader) {
   plug("usb-kbd");
   LinuxInputReader again;
   again.init(kNowhere, kNode, kNowhere, 1280, 720);
-  qmp.setKey("b", true);
+  qmp.tapKeys({"b"});
   EXPECT_EQ(next(again), keyDown(66, 'b'));
   EXPECT_EQ(readOne(reader), kNone);
 }
