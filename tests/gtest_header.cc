@@ -1,0 +1,1 @@
+// The source of a target that is there for its precompiled header.
