@@ -103,6 +103,14 @@ std::int32_t getenvint(const char* name) {
 
 std::int32_t positiveOr(std::int32_t value, std::int32_t fallback) { return value > 0 ? value : fallback; }
 
+void logNotOpened(const char* what, const char* path) {
+  if (path != nullptr) {
+    LOG_ERROR("Could not open %s device %s", what, path);
+  } else {
+    LOG_INFO("Could not autodetect a suitable %s device", what);
+  }
+}
+
 }  // namespace
 
 LinuxInputReader::LinuxInputReader()
@@ -124,22 +132,9 @@ bool LinuxInputReader::init(const char* mouseDevice, const char* keyboardDevice,
   maxY = wrap(height);
 
   mouseFd = openDevice(mouseDevice, true);
-  if (mouseFd < 0) {
-    if (mouseDevice != nullptr) {
-      LOG_ERROR("Could not open mouse device %s", mouseDevice);
-    } else {
-      LOG_INFO("Could not autodetect a suitable mouse device");
-    }
-  }
-
+  if (mouseFd < 0) logNotOpened("mouse", mouseDevice);
   keyboardFd = openDevice(keyboardDevice, false);
-  if (keyboardFd < 0) {
-    if (keyboardDevice != nullptr) {
-      LOG_ERROR("Could not open keyboard device %s", keyboardDevice);
-    } else {
-      LOG_INFO("Could not autodetect a suitable keyboard device");
-    }
-  }
+  if (keyboardFd < 0) logNotOpened("keyboard", keyboardDevice);
 
   if (lircSocket != nullptr) {
     lircFd = openLircSocket(lircSocket);
@@ -222,6 +217,11 @@ constexpr long kReleaseGrab = 0;
 // Whether no other process holds the node exclusively. EINVAL is the answer of a node that cannot be grabbed.
 bool grabProbe(int fd) { return ioctl(fd, EVIOCGRAB, kGrab) != -1 || errno == EINVAL; }
 
+// Asks which codes of a type the device can send; `bits` stays as it is where there is no answer.
+void queryCodes(int fd, unsigned long request, std::uint8_t* bits, const char* failure) {
+  if (ioctl(fd, request, bits) == -1) LOG_ERROR("%s", failure);
+}
+
 bool hasBit(const std::uint8_t* bits, int bit) { return (bits[bit / 8] >> (bit % 8) & 1) != 0; }
 
 }  // namespace
@@ -242,7 +242,7 @@ int LinuxInputReader::openDevice(const char* path, bool mouse) {
     ioctl(probe, EVIOCGNAME(sizeof name - 1), name);
     const bool suits =
         mouse ? hasRelEvent(probe) && hasKeyEvent(probe, true) : !hasRelEvent(probe) && hasKeyEvent(probe, false);
-    if (suits) LOG_INFO(mouse ? "Found a mouse: %s - %s" : "Found a keyboard: %s - %s", node, name);
+    if (suits) LOG_INFO("Found a %s: %s - %s", mouse ? "mouse" : "keyboard", node, name);
     ioctl(probe, EVIOCGRAB, kReleaseGrab);
     close(probe);
     if (suits) return open(node, O_RDONLY | O_NONBLOCK);
@@ -252,19 +252,19 @@ int LinuxInputReader::openDevice(const char* path, bool mouse) {
 
 bool LinuxInputReader::hasRelEvent(int fd) const {
   std::uint8_t bits[2] = {};
-  if (ioctl(fd, EVIOCGBIT(EV_REL, sizeof bits), bits) == -1) LOG_ERROR("evdev ioctl failed in testRel");
+  queryCodes(fd, EVIOCGBIT(EV_REL, sizeof bits), bits, "evdev ioctl failed in testRel");
   return hasBit(bits, REL_X) && hasBit(bits, REL_Y);
 }
 
 bool LinuxInputReader::hasAbsEvent(int fd) const {
   std::uint8_t bits[8] = {};
-  if (ioctl(fd, EVIOCGBIT(EV_ABS, sizeof bits), bits) == -1) LOG_ERROR("evdev ioctl failed in testAbs");
+  queryCodes(fd, EVIOCGBIT(EV_ABS, sizeof bits), bits, "evdev ioctl failed in testAbs");
   return hasBit(bits, ABS_X) && hasBit(bits, ABS_Y);
 }
 
 bool LinuxInputReader::hasKeyEvent(int fd, bool pointer) const {
   std::uint8_t bits[(KEY_MAX + 1) / 8] = {};
-  if (ioctl(fd, EVIOCGBIT(EV_KEY, sizeof bits), bits) == -1) LOG_ERROR("evdev ioctl failed in testKey");
+  queryCodes(fd, EVIOCGBIT(EV_KEY, sizeof bits), bits, "evdev ioctl failed in testKey");
   if (pointer) return hasBit(bits, BTN_LEFT) || hasBit(bits, BTN_TOUCH);
   return hasBit(bits, KEY_UP) && hasBit(bits, KEY_LEFT) && hasBit(bits, KEY_RIGHT) && hasBit(bits, KEY_DOWN);
 }
@@ -536,25 +536,34 @@ void dropPrefix(const char*& name, const char* prefix, std::size_t length) {
   if (strncasecmp(name, prefix, length) == 0) name += length;
 }
 
-// The name stands in the row, so that the table needs no pointers.
+// The names behind each other, each with its NUL, and their keys in the same order: a pointer to each name, or room for
+// the longest in each row, would double this.
+constexpr char kLircButtonNames[] =
+#define LIRC_BUTTON(name, key, character) name "\0"
+#include "input/lirc_buttons.inc"
+#undef LIRC_BUTTON
+    ;
+
 struct LircButton {
-  char name[14];
   std::uint16_t key;
   std::uint16_t ch;
 };
 
 constexpr LircButton kLircButtons[] = {
-#define LIRC_BUTTON(name, key, character) {name, KeyInput::key, character},
+#define LIRC_BUTTON(name, key, character) {KeyInput::key, character},
 #include "input/lirc_buttons.inc"
 #undef LIRC_BUTTON
 };
 
 bool findLircButton(const char* name, LircPress& press) {
+  const char* candidate = kLircButtonNames;
   for (const LircButton& button : kLircButtons) {
-    if (strcasecmp(name, button.name) != 0) continue;
-    press.key = button.key;
-    press.ch = button.ch;
-    return true;
+    if (strcasecmp(name, candidate) == 0) {
+      press.key = button.key;
+      press.ch = button.ch;
+      return true;
+    }
+    candidate += strlen(candidate) + 1;
   }
   return false;
 }
@@ -591,6 +600,8 @@ namespace {
 
 constexpr int kListedNodes = 10;
 constexpr int kListedEventTypes = 31;
+
+void logGuess(const char* kind) { LOG_INFO("Probably a %s", kind); }
 
 const char* eventTypeLabel(int type) {
   switch (type) {
@@ -632,9 +643,9 @@ void LinuxInputReader::listLinuxInputReader() const {
     }
     ioctl(fd, EVIOCGNAME(sizeof name - 1), name);
     LOG_INFO("%s: %s", node, name);
-    if (hasRelEvent(fd) && hasKeyEvent(fd, true)) LOG_INFO("Probably a mouse");
-    if (hasAbsEvent(fd) && hasKeyEvent(fd, true)) LOG_INFO("Probably a touchscreen");
-    if (hasKeyEvent(fd, false)) LOG_INFO("Probably a keyboard");
+    if (hasRelEvent(fd) && hasKeyEvent(fd, true)) logGuess("mouse");
+    if (hasAbsEvent(fd) && hasKeyEvent(fd, true)) logGuess("touchscreen");
+    if (hasKeyEvent(fd, false)) logGuess("keyboard");
 
     std::uint8_t types[32] = {};
     if (ioctl(fd, EVIOCGBIT(0, kListedEventTypes), types) == -1) LOG_ERROR("evdev ioctl");
@@ -649,7 +660,7 @@ void LinuxInputReader::listLinuxInputReader() const {
 
 // ---- Key tables ---------------------------------------------------------------------------------
 
-// Three switches that hold only data, in the order of a keyboard. Without logic, and each over a range of its own, they
+// Switches that hold only data, in the order of a keyboard. Without logic, and each over a range of its own, they
 // compile to small tables. The codes are those of linux/input-event-codes.h.
 namespace {
 
@@ -810,10 +821,18 @@ Row mediaRow(int code) {
 Row remoteRow(int code) {
   // clang-format off
   switch (code) {
-    case KEY_OK:          return types(KeyInput::kEnter);
-    case KEY_SELECT:      return types(KeyInput::kEnter);
-    case KEY_CLEAR:       return types(KeyInput::kBackspace);
+    case KEY_OK:     return types(KeyInput::kEnter);
+    case KEY_SELECT: return types(KeyInput::kEnter);
+    case KEY_CLEAR:  return types(KeyInput::kBackspace);
 
+    default:         return 0;
+  }
+  // clang-format on
+}
+
+Row colourRow(int code) {
+  // clang-format off
+  switch (code) {
     case KEY_RED:         return silent(KeyInput::kRed);
     case KEY_GREEN:       return silent(KeyInput::kGreen);
     case KEY_YELLOW:      return silent(KeyInput::kYellow);
@@ -821,18 +840,26 @@ Row remoteRow(int code) {
     case KEY_CHANNELUP:   return silent(KeyInput::kChannelUp);
     case KEY_CHANNELDOWN: return silent(KeyInput::kChannelDown);
 
-    case KEY_NUMERIC_1:   return types(KeyInput::k1, '1', '!');
-    case KEY_NUMERIC_2:   return types(KeyInput::k2, '2', '@');
-    case KEY_NUMERIC_3:   return types(KeyInput::k3, '3', '#');
-    case KEY_NUMERIC_4:   return types(KeyInput::k4, '4', '$');
-    case KEY_NUMERIC_5:   return types(KeyInput::k5, '5', '%');
-    case KEY_NUMERIC_6:   return types(KeyInput::k6, '6', '^');
-    case KEY_NUMERIC_7:   return types(KeyInput::k7, '7', '&');
-    case KEY_NUMERIC_8:   return types(KeyInput::k8, '8', '*');
-    case KEY_NUMERIC_9:   return types(KeyInput::k9, '9', '(');
-    case KEY_NUMERIC_0:   return types(KeyInput::k0, '0', ')');
-
     default:              return 0;
+  }
+  // clang-format on
+}
+
+Row numericRow(int code) {
+  // clang-format off
+  switch (code) {
+    case KEY_NUMERIC_1: return types(KeyInput::k1, '1', '!');
+    case KEY_NUMERIC_2: return types(KeyInput::k2, '2', '@');
+    case KEY_NUMERIC_3: return types(KeyInput::k3, '3', '#');
+    case KEY_NUMERIC_4: return types(KeyInput::k4, '4', '$');
+    case KEY_NUMERIC_5: return types(KeyInput::k5, '5', '%');
+    case KEY_NUMERIC_6: return types(KeyInput::k6, '6', '^');
+    case KEY_NUMERIC_7: return types(KeyInput::k7, '7', '&');
+    case KEY_NUMERIC_8: return types(KeyInput::k8, '8', '*');
+    case KEY_NUMERIC_9: return types(KeyInput::k9, '9', '(');
+    case KEY_NUMERIC_0: return types(KeyInput::k0, '0', ')');
+
+    default:            return 0;
   }
   // clang-format on
 }
@@ -845,6 +872,8 @@ void LinuxInputReader::translateKey(int code, Modifier modifiers, bool numLock, 
   Row row = keyboardRow(code);
   if (row == 0) row = mediaRow(code);
   if (row == 0) row = remoteRow(code);
+  if (row == 0) row = colourRow(code);
+  if (row == 0) row = numericRow(code);
 
   const bool shift = (modifiers & KeyInput::kShiftModifier) != 0;
   key = static_cast<Key>(row & 0xffff);
