@@ -6,18 +6,26 @@
 namespace quarlo::logging {
 namespace {
 
+// The letter that stands for a byte behind a backslash, 0 if none does.
+char letterOf(unsigned char byte) {
+  switch (byte) {
+    case '\n': return 'n';
+    case '\r': return 'r';
+    case '\t': return 't';
+    case '\\': return '\\';
+    default: return 0;
+  }
+}
+
 // Writes the escape of one byte to `out`.
 void escapeByte(unsigned char byte, char (&out)[kLongestEscape + 1]) {
+  const char letter = letterOf(byte);
   const bool printable = byte >= 0x20 && byte < 0x7f;
-  const char* format = printable ? "%c" : "\\x%02x";
-  switch (byte) {
-    case '\n': format = "\\n"; break;
-    case '\r': format = "\\r"; break;
-    case '\t': format = "\\t"; break;
-    case '\\': format = "\\\\"; break;
-    default: break;
+  if (letter != 0) {
+    std::snprintf(out, sizeof out, "\\%c", letter);
+  } else {
+    std::snprintf(out, sizeof out, printable ? "%c" : "\\x%02x", byte);
   }
-  std::snprintf(out, sizeof out, format, byte);
 }
 
 }  // namespace

@@ -1,0 +1,88 @@
+#!/usr/bin/env python3
+"""Compiles the component for size, prints what it takes, and fails where that is more than its budget (budgets.ini)."""
+
+import argparse
+import configparser
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+OPTIONS = ("-std=c++17 -Os -fno-pie -fno-exceptions -fno-rtti -fno-asynchronous-unwind-tables "
+           "-fcallgraph-info=su").split()
+
+
+def section_sizes(readelf, object_file):
+    """The sizes of the object's sections by name, of those that take memory in a program."""
+    output = subprocess.run([readelf, "--sections", "--wide", object_file], check=True, capture_output=True, text=True)
+    row = re.compile(r"\] (\S+) +\S+ +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) [0-9a-f]+ +(\S*A\S*) ")
+    return {name: int(size, 16) for name, size, _ in row.findall(output.stdout)}
+
+
+def deepest_chain(call_graph):
+    """The hungriest function's stack and that of the deepest chain of calls with its functions, from GCC's graph."""
+    stacks = {}
+    names = {}
+    calls = {}
+    for title, label in re.findall(r'node: \{ title: "([^"]*)" label: "([^"]*)"', call_graph):
+        own = re.search(r"(\d+) bytes \((static|dynamic,bounded)\)", label)
+        if own:
+            stacks[title] = int(own[1])
+            names[title] = re.search(r"([\w~]+)\(", label)[1]
+        elif "bytes (" in label:
+            sys.exit(f"the stack of {label} has no bound")
+    for caller, callee in re.findall(r'edge: \{ sourcename: "([^"]*)" targetname: "([^"]*)"', call_graph):
+        if callee == "__indirect_call":
+            sys.exit(f"{caller} calls through a pointer: nobody knows how deep that is")
+        calls.setdefault(caller, set()).add(callee)
+
+    def below(function, callers):
+        if function in callers:
+            sys.exit(f"{function} can call itself: its stack has no bound")
+        chains = [below(callee, callers + [function]) for callee in calls.get(function, ())]
+        depth, functions = max(chains, default=(0, []))
+        own = stacks.get(function, 0)
+        return own + depth, ([names[function]] if own else []) + functions
+
+    if not stacks:
+        sys.exit("the compiler gave no call graph")
+    return max(stacks.values()), *max(below(function, []) for function in stacks)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--compiler", required=True)
+    parser.add_argument("--readelf", default="readelf")
+    parser.add_argument("--target", required=True, help="a section of budgets.ini")
+    arguments = parser.parse_args()
+
+    here = pathlib.Path(__file__).resolve().parent
+    root = here.parent.parent
+    budgets = configparser.ConfigParser()
+    budgets.read(here / "budgets.ini")
+    budget = budgets[arguments.target]
+
+    with tempfile.TemporaryDirectory() as folder:
+        object_file = pathlib.Path(folder) / "reader.o"
+        source = root / "input" / "linux_input_reader.cc"
+        subprocess.run([arguments.compiler, *OPTIONS, f"-I{root}", "-c", source, "-o", object_file], check=True)
+        sections = section_sizes(arguments.readelf, object_file)
+        call_graph = object_file.with_suffix(".ci").read_text(encoding="utf-8")
+
+    constructors = [name for name in sections if re.match(r"\.(init_array|ctors|preinit_array)", name)]
+    if constructors:
+        sys.exit(f"the component runs code before main(): {', '.join(constructors)}")
+    data = {name: size for name, size in sections.items() if re.match(r"\.(data|bss|tbss|tdata)", name)}
+    function, chain, functions = deepest_chain(call_graph)
+    figures = {"code": sum(sections.values()) - sum(data.values()), "data": sum(data.values()), "function": function,
+               "chain": chain}
+    print(f"{arguments.target}:", ", ".join(f"{name} {figure} bytes" for name, figure in figures.items()))
+    print("the deepest chain:", " > ".join(functions))
+    too_much = [name for name, figure in figures.items() if figure > budget.getint(name)]
+    for name in too_much:
+        print(f"{name}: {figures[name]} bytes are more than the budget of {budget[name]}", file=sys.stderr)
+    sys.exit(1 if too_much else 0)
+
+
+main()
