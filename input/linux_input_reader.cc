@@ -385,10 +385,11 @@ namespace {
 constexpr std::int32_t kClickWindowMs = 400;  // from press to press
 
 std::int32_t clampedStep(std::int32_t position, std::int32_t step, std::int32_t max) {
-  std::int64_t moved = std::int64_t{position} + step;
+  std::int32_t moved;
+  if (__builtin_add_overflow(position, step, &moved)) moved = step < 0 ? INT32_MIN : INT32_MAX;
   if (moved < 0) moved = 0;
   if (moved > max) moved = max;
-  return static_cast<std::int32_t>(moved);
+  return moved;
 }
 
 }  // namespace
@@ -536,8 +537,8 @@ void dropPrefix(const char*& name, const char* prefix, std::size_t length) {
   if (strncasecmp(name, prefix, length) == 0) name += length;
 }
 
-// The names behind each other, each with its NUL, and their keys in the same order: a pointer to each name, or room for
-// the longest in each row, would double this.
+// The names behind each other, each with its NUL: where one stands follows from the sizes of those before it. A pointer
+// to each, or room for the longest in each row, would double this.
 constexpr char kLircButtonNames[] =
 #define LIRC_BUTTON(name, key, character) name "\0"
 #include "input/lirc_buttons.inc"
@@ -547,23 +548,30 @@ constexpr char kLircButtonNames[] =
 struct LircButton {
   std::uint16_t key;
   std::uint16_t ch;
+  std::uint8_t nameSize;  // with the NUL
 };
 
 constexpr LircButton kLircButtons[] = {
-#define LIRC_BUTTON(name, key, character) {KeyInput::key, character},
+#define LIRC_BUTTON(name, key, character) {KeyInput::key, character, sizeof name},
 #include "input/lirc_buttons.inc"
 #undef LIRC_BUTTON
 };
 
+// The names stand there in capitals. Most differ from `name` in the first letter already.
+bool isButton(const char* name, const char* candidate) {
+  constexpr int kCaseBit = 'a' ^ 'A';
+  return (name[0] & ~kCaseBit) == candidate[0] && strcasecmp(name, candidate) == 0;
+}
+
 bool findLircButton(const char* name, LircPress& press) {
   const char* candidate = kLircButtonNames;
   for (const LircButton& button : kLircButtons) {
-    if (strcasecmp(name, candidate) == 0) {
+    if (isButton(name, candidate)) {
       press.key = button.key;
       press.ch = button.ch;
       return true;
     }
-    candidate += strlen(candidate) + 1;
+    candidate += button.nameSize;
   }
   return false;
 }
