@@ -127,7 +127,10 @@ bool Kernel::ownsPath(const std::string& path) const {
   return isBelowDevInput(path) || nodes_.count(path) != 0 || links_.count(path) != 0;
 }
 
-bool Kernel::ownsDescriptor(int fd) const { return fd == -1 || descriptors_.count(fd) != 0; }
+bool Kernel::ownsDescriptor(int fd) const {
+  if (fd == -1 || descriptors_.count(fd) != 0) return true;
+  return closed_.count(fd) != 0 && fcntl(fd, F_GETFD) == -1;
+}
 
 bool Kernel::ownsEnvironment(const std::string& name) {
   return name == "LIRC_REPEAT_TIMEOUT" || name == "LIRC_RELEASE_TIMEOUT";
@@ -238,7 +241,10 @@ int Kernel::close(int fd) {
   long result = -EBADF;
   if (const auto found = descriptors_.find(fd); found != descriptors_.end()) {
     if (found->second.node != nullptr) found->second.node->disconnect(found->second.client);
+    // The daemon finds out when it sends the next time.
+    if (found->second.connection != nullptr) found->second.connection->ended = true;
     descriptors_.erase(found);
+    closed_.insert(fd);
     result = 0;
   }
   result = finish(fault ? -fault->error : result);

@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,7 @@ struct Connection {
   std::string queued;  // sent by the daemon, not yet read
   int unread = 0;      // how many times the daemon has sent something of it
   bool connected = false;
-  bool ended = false;  // the daemon's end is closed
+  bool ended = false;  // one of the two ends is closed
 };
 
 struct DaemonState {
@@ -127,6 +128,7 @@ class Kernel final : public Timers {
   std::map<std::string, std::shared_ptr<DaemonState>> daemons_;
   std::map<std::string, std::string> environment_;
   std::map<int, Descriptor> descriptors_;
+  std::set<int> closed_;  // numbers that were descriptors
   int firstDescriptor_ = 100;
 
   std::map<Call, int> counts_;

@@ -176,6 +176,7 @@ class Machine {
   void setTracing(bool on);
 
   // Descriptors are numbered from 100, the lowest free number first; another start takes effect with the next one.
+  // What is done with one after its close() shows in the trace, as EBADF, unless libc has opened a file of that number.
   void setFirstDescriptor(int number);
 
   // How many descriptors are open on the machine.

@@ -558,6 +558,16 @@ TEST(Trace, ShowsEveryCallWithItsResult) {
                                  }));
 }
 
+TEST(Trace, ShowsThatADescriptorIsClosedTwice) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  machine.takeTrace();
+  EXPECT_EQ(close(fd), 0);
+  EXPECT_EQ(close(fd), -1);
+  EXPECT_EQ(machine.takeTrace(), Lines({"close(100) = 0", "close(100) = -1 EBADF"}));
+}
+
 TEST(Trace, CanBeTurnedOff) {
   Machine machine;
   machine.setTracing(false);
