@@ -57,12 +57,14 @@ bool Lines::readLine() {
   text_.clear();
   int byte = getc_unlocked(file_);
   if (byte == EOF) return false;
+  unfinished_ = false;
   if (++number_ > kMostLines) fail("the file has more than " + std::to_string(kMostLines) + " lines");
   for (; byte != EOF && byte != '\n'; byte = getc_unlocked(file_)) {
     if (byte == '\0') fail("a NUL byte: this is not a text file");
     if (text_.size() == kLongestLine) fail("the line has more than " + std::to_string(kLongestLine) + " bytes");
     text_.push_back(static_cast<char>(byte));
   }
+  unfinished_ = byte == EOF;
   if (!text_.empty() && text_.back() == '\r') text_.pop_back();
   return true;
 }
@@ -70,7 +72,8 @@ bool Lines::readLine() {
 bool Lines::isComment() const { return text_.find_first_not_of(kBlanks) == std::string::npos || text_.front() == '#'; }
 
 void Lines::fail(const std::string& problem) const {
-  throw Error(name_ + ":" + std::to_string(number_) + ": " + problem);
+  const char* hint = "; no newline ends this line, the last: if it was cut off, remove it to use the rest";
+  throw Error(name_ + ":" + std::to_string(number_) + ": " + problem + (unfinished_ ? hint : ""));
 }
 
 void Lines::failWhole(const std::string& problem) const { throw Error(name_ + ": " + problem); }

@@ -22,6 +22,7 @@ std::string pathIn(const std::string& folder, const char* file);
 // Bounds that no sensible file reaches, so that a wrong one ends with an error instead of exhausting memory.
 constexpr std::size_t kLongestLine = 4096;  // bytes, without the newline
 constexpr long kMostLines = 5'000'000;
+constexpr std::int64_t kLargestFile = 256 << 20;  // bytes
 
 // The lines of a file that are not comments, one at a time.
 class Lines {
@@ -36,7 +37,7 @@ class Lines {
   // The line, without its end.
   std::string_view text() const { return text_; }
 
-  // Throws Error with the file's name, the line's number, and `problem`.
+  // Throws Error with the file's name, the line's number, and `problem`. Says, too, if the line may have been cut off.
   [[noreturn]] void fail(const std::string& problem) const;
 
   // Throws Error with the file's name and `problem`, for what is wrong with no line in particular.
@@ -50,6 +51,7 @@ class Lines {
   std::string name_;
   std::string text_;
   long number_ = 0;
+  bool unfinished_ = false;  // no newline ends the line
 };
 
 // Splits off the first field of `rest`, which spaces or tabs end. Empty at the end of the line.

@@ -25,7 +25,34 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 [[noreturn]] void failToOpen(const std::string& path) { throw Error(path + ": " + std::strerror(errno)); }
 
-File openFile(const std::string& path) { return {std::fopen(path.c_str(), "re"), std::fclose}; }
+const char* kindOf(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFDIR: return "folder";
+    case S_IFIFO: return "pipe";
+    case S_IFSOCK: return "socket";
+    default: return "device";
+  }
+}
+
+void check(const std::string& path, const struct stat& status) {
+  if (!S_ISREG(status.st_mode)) throw Error(path + ": this is a " + kindOf(status.st_mode) + ", expected a file");
+  if (status.st_size > kLargestFile) {
+    throw Error(path + ": the file has more than " + std::to_string(kLargestFile) + " bytes");
+  }
+}
+
+// Null, with errno, if it cannot be opened. Looks first: to open a pipe can take for ever, and to open a device can set
+// it to work.
+File openFile(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) == 0) check(path, status);
+  return {std::fopen(path.c_str(), "re"), std::fclose};
+}
+
+bool isLink(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
 
 // What `read` makes of the file, or nothing if there is no such file.
 template <typename Recording>
@@ -34,6 +61,7 @@ std::optional<Recording> readIfThere(const std::string& path,
   const File file = openFile(path);
   if (file != nullptr) return read(file.get(), path, Start::kZero);
   if (errno != ENOENT) failToOpen(path);
+  if (isLink(path)) throw Error(path + ": a link to a file that does not exist");
   return std::nullopt;
 }
 

@@ -74,10 +74,10 @@ bool isControl(char character) {
 }
 
 // A device can call itself anything, but in a file its name is one line, and evemu wants one.
-std::string nameText(std::string name) {
+std::string nameLine(std::string name) {
   std::replace_if(name.begin(), name.end(), isControl, '?');
   name.erase(0, name.find_first_not_of(' '));
-  return name.empty() ? "unnamed" : name;
+  return ("N: " + (name.empty() ? "unnamed" : name)).substr(0, kLongestLine) + "\n";
 }
 
 std::string stateLines(const char* label, const std::set<int>& on) {
@@ -87,7 +87,7 @@ std::string stateLines(const char* label, const std::set<int>& on) {
 }
 
 std::string descriptionText(const DeviceDescription& device) {
-  std::string text = "N: " + nameText(device.name) + "\n";
+  std::string text = nameLine(device.name);
   text += format("I: %04x %04x %04x %04x\n", device.bus, device.vendor, device.product, device.version);
   text += bitLines("P:", device.properties, kBytesPerLine);
   text += capabilityLines(device.codes);
@@ -144,6 +144,9 @@ void FileWriter::addLine(const std::string& line) {
   if (lines_ == kMostLines) {
     throw Error(path_ + ": a file of a session has at most " + std::to_string(kMostLines) + " lines" + kEnd);
   }
+  if (size_ + static_cast<std::int64_t>(pending_.size() + line.size()) >= kLargestFile) {
+    throw Error(path_ + ": a file of a session has at most " + std::to_string(kLargestFile) + " bytes" + kEnd);
+  }
   pending_ += line + '\n';
   ++lines_;
   ++count_;
@@ -169,7 +172,7 @@ std::string FileWriter::writeOut() {
       return cutBack(written, errno);
     }
   }
-  size_ += static_cast<off_t>(written);
+  size_ += static_cast<std::int64_t>(written);
   pending_.clear();
   return "";
 }
@@ -177,8 +180,8 @@ std::string FileWriter::writeOut() {
 // A file without a record is none of a session, so it goes.
 std::string FileWriter::cutBack(std::size_t written, int error) {
   const std::size_t kept = std::string_view(pending_).substr(0, written).rfind('\n') + 1;
-  size_ += static_cast<off_t>(kept);
-  const bool hasLines = size_ > static_cast<off_t>(headSize_);
+  size_ += static_cast<std::int64_t>(kept);
+  const bool hasLines = size_ > static_cast<std::int64_t>(headSize_);
   count_ = hasLines ? count_ - newlinesIn(std::string_view(pending_).substr(kept)) : 0;
   const bool done = hasLines ? ftruncate(fd_, size_) == 0 : unlink(path_.c_str()) == 0;
   pending_.clear();

@@ -26,7 +26,7 @@ struct DeviceDescription {
     std::int32_t resolution = 0;
   };
 
-  std::string name;  // written without the blanks at its start, and with ? for each control character
+  std::string name;  // written without the blanks at its start, with ? for each control character, and cut to a line
   std::uint16_t bus = 0;
   std::uint16_t vendor = 0;
   std::uint16_t product = 0;
@@ -78,11 +78,11 @@ class FileWriter {
   const char* name_;
   std::string path_;
   mode_t mode_;
-  std::size_t headSize_;  // bytes
-  std::string pending_;   // lines that are not on disk yet, the head as the first ones
-  off_t size_ = 0;        // bytes on disk
-  long lines_;            // with the head
-  long count_ = 0;        // without it
+  std::size_t headSize_;   // bytes
+  std::string pending_;    // lines that are not on disk yet, the head as the first ones
+  std::int64_t size_ = 0;  // bytes on disk
+  long lines_;             // with the head
+  long count_ = 0;         // without it
   microseconds last_{0};
   int fd_ = -1;
 };

@@ -1,8 +1,10 @@
 #include "tools/output.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 
 #include "logging/escape.h"
@@ -10,6 +12,16 @@
 
 namespace quarlo::tools {
 namespace {
+
+// What is opened gets the lowest free number, which must not be that of a standard stream. The root folder is always
+// there, and cannot be written to.
+void occupyStandardDescriptors() {
+  int fd = -1;
+  do {
+    fd = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  close(fd);
+}
 
 bool readerHasGone() {
   pollfd look = {STDOUT_FILENO, 0, 0};
@@ -43,11 +55,17 @@ void setVerbosity(int times) {
   logging::SetVlogLevel(times > 1 ? kRemoteTimingLevel : times == 1 ? kRemoteLinesLevel : 0);
 }
 
+void prepareOutput() {
+  occupyStandardDescriptors();
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+}
+
 int finishOutput(int status) {
   const bool flushed = std::fflush(stdout) == 0;
   if (flushed && std::ferror(stdout) == 0) return status;
   if (readerHasGone()) return kFailed;
-  return fail("not everything could be written to standard output; is its disk full?");
+  return fail("not everything could be written to standard output; is it closed, or its disk full?");
 }
 
 }  // namespace quarlo::tools

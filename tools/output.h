@@ -29,6 +29,10 @@ int fail(const std::string& message, int status = kFailed);
 // Sets what the reader logs for -v given `times` times: only errors for 0.
 void setVerbosity(int times);
 
+// To call first: makes a closed pipe, and a file that may not get larger, an error of output instead of a signal; and
+// has what is printed go nowhere, with an error, if its stream is closed, instead of into a device or a session.
+void prepareOutput();
+
 // To call at the end: writes out what standard output still holds. Returns `status`, or kFailed if not all that was
 // printed could be written; says so, unless it was a pipe whose reader has gone.
 int finishOutput(int status);

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -278,7 +277,6 @@ int recordSources(const RecordOptions& options, Sources& sources) {
 
 int record(const RecordOptions& options) {
   catchStopRequests();
-  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not get larger is an error of writing instead
 
   printRequests(stdout, options);
   Sources sources;

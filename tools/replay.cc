@@ -7,7 +7,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <map>
+#include <new>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "input/linux_input_reader.h"
@@ -98,15 +100,16 @@ class Player {
  public:
   Player(const Session& session, const ReplayOptions& options, const Environment& environment)
       : session_(session), options_(options) {
-    machine_.setTracing(false);
     for (const auto& [name, value] : environment) machine_.setEnvironment(name, value);
   }
 
-  void play() {
+  // Returns false if the connection to the daemon was lost before the end.
+  bool play() {
     setUp();
-    while (!stopRequested() && playRound() && !hasEnded()) {
+    while (!stopRequested() && playRound() && !connectionIsLost() && !hasEnded()) {
     }
     printer_.printSummary(elapsed());
+    return !connectionIsLost();
   }
 
  private:
@@ -121,6 +124,7 @@ class Player {
     sim::Node* mouse = session_.mouse ? &addNode(kMousePath, *session_.mouse) : nullptr;
     sim::Node* keyboard = session_.keyboard ? &addNode(kKeyboardPath, *session_.keyboard) : nullptr;
     sim::LircDaemon* daemon = session_.remote ? &machine_.addLircDaemon(kLircPath) : nullptr;
+    machine_.setTracing(daemon != nullptr);
     reader_.emplace();
     reader_->init(mouse != nullptr ? kMousePath : nullptr, keyboard != nullptr ? kKeyboardPath : nullptr,
                   daemon != nullptr ? kLircPath : nullptr, options_.maxX, options_.maxY);
@@ -136,6 +140,7 @@ class Player {
   bool playRound() {
     const auto handle = [&](const InputEvent& event) { return printer_.print(elapsed(), event) && !stopRequested(); };
     const bool goOn = readRound(*reader_, options_.timeoutMs, handle);
+    calls_ = machine_.takeTrace();
     keepPace(elapsed());  // polls take some of the machine's time without a wait
     return goOn;
   }
@@ -166,10 +171,19 @@ class Player {
   }
 
   // Whether the last round found nothing at all: a drain that gives no event can have read something.
-  bool sourcesWereEmpty() {
-    const std::vector<std::string> calls = machine_.takeTrace();
-    return std::none_of(calls.begin(), calls.end(), [](const std::string& call) {
+  bool sourcesWereEmpty() const {
+    return std::none_of(calls_.begin(), calls_.end(), [](const std::string& call) {
       return call.rfind("read(", 0) == 0 && call.find("EAGAIN") == std::string::npos;
+    });
+  }
+
+  // The daemon closes the connection of a client that does not keep up. From then on, the reader finds the end of it at
+  // once in each round, and would never come to the end of the session.
+  bool connectionIsLost() const {
+    return std::any_of(calls_.begin(), calls_.end(), [](const std::string& call) {
+      constexpr std::string_view kEnd = ") = 0";
+      return call.rfind("read(", 0) == 0 && call.size() > kEnd.size() &&
+             call.compare(call.size() - kEnd.size(), kEnd.size(), kEnd) == 0;
     });
   }
 
@@ -180,21 +194,30 @@ class Player {
   std::optional<LinuxInputReader> reader_;
   microseconds start_{0};
   Pacer pacer_;
-  bool ending_ = false;  // everything has happened
+  std::vector<std::string> calls_;  // of the last round, if they are traced
+  bool ending_ = false;             // everything has happened
   microseconds ended_{0};
 };
 
 }  // namespace
+
+bool play(const Session& session, const ReplayOptions& options) {
+  return Player(session, options, options.lircEnvironment ? lircEnvironment() : Environment()).play();
+}
 
 int replay(const ReplayOptions& options) {
   setVerbosity(options.verbosity);
   try {
     const Session session = recording::readSession(options.session);
     catchStopRequests();
-    Player(session, options, options.lircEnvironment ? lircEnvironment() : Environment()).play();
-    return kDone;
+    if (play(session, options)) return kDone;
+    return fail(options.session +
+                ": the remote's lines come faster than the reader takes them, so that the LIRC daemon would close the "
+                "connection; the rest was not played");
   } catch (const recording::Error& error) {
     return fail(error.what());
+  } catch (const std::bad_alloc&) {
+    return fail(options.session + ": there is not enough memory for this session");
   }
 }
 

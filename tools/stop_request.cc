@@ -25,12 +25,19 @@ void catchOne(int signal, unsigned moreFlags) {
   sigaction(signal, &action, nullptr);
 }
 
+bool isIgnored(int signal) {
+  struct sigaction action = {};
+  sigaction(signal, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
+}
+
 }  // namespace
 
-// A second request ends the program at once.
+// A second request ends the program at once; but of a terminal that is closed, the shell and the kernel both tell.
 void catchStopRequests() {
   catchOne(SIGINT, SA_RESETHAND);
   catchOne(SIGTERM, SA_RESETHAND);
+  if (!isIgnored(SIGHUP)) catchOne(SIGHUP, 0);  // under nohup it is
   catchOne(SIGALRM, 0);
 }
 

@@ -1,9 +1,9 @@
-// Ctrl-C and SIGTERM as a request to stop.
+// Ctrl-C, SIGTERM, and a terminal that is closed (SIGHUP), as a request to stop.
 #pragma once
 
 namespace quarlo::tools {
 
-// To call once, before the loop. The second request ends the program as if the first had not been caught.
+// To call once, before the loop. The second Ctrl-C or SIGTERM ends the program as if the first had not been caught.
 void catchStopRequests();
 
 // Whether a stop was requested.

@@ -33,8 +33,9 @@ struct Link {
 std::vector<Link> linksIn(const std::string& folder) {
   std::vector<Link> links;
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-    links.push_back({entry.path().string(), std::filesystem::canonical(entry.path(), error).string()});
+  for (std::filesystem::directory_iterator entry(folder, error), end; entry != end; entry.increment(error)) {
+    std::error_code linkError;
+    links.push_back({entry->path().string(), std::filesystem::canonical(entry->path(), linkError).string()});
   }
   std::sort(links.begin(), links.end(), [](const Link& a, const Link& b) { return a.path < b.path; });
   return links;

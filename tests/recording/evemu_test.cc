@@ -129,6 +129,19 @@ TEST(Evemu, BoundsTheLine) {
   EXPECT_EQ(errorOfLine("#" + std::string(4096, 'x')), "file:2: the line has more than 4096 bytes");
 }
 
+TEST(Evemu, TellsALastLineThatWasCutOffHowToGetAtTheRest) {
+  const std::string hint = "; no newline ends this line, the last: if it was cut off, remove it to use the rest";
+  const std::string whole = std::string(kBits) + kRecord;
+  EXPECT_EQ(errorOf([&] { evemu(whole + "E: 0.00"); }),
+            "file:3: the time is \"0.00\", expected <seconds>.<microseconds>, the latter in six digits" + hint);
+  EXPECT_EQ(errorOf([&] { evemu(whole + "E: 0.000000 0001 001e"); }),
+            "file:3: the value is \"\", expected a decimal number from -2147483648 to 2147483647" + hint);
+}
+
+TEST(Evemu, NeedsNoNewlineAtTheEnd) {
+  EXPECT_EQ(evemu(std::string(kBits) + "E: 0.000000 0001 001e 1").records, (std::vector<Record>{{0us, EV_KEY, 30, 1}}));
+}
+
 TEST(Evemu, RejectsWhatIsNoText) {
   EXPECT_EQ(errorOfLine(std::string("N: a\0b", 6)), "file:2: a NUL byte: this is not a text file");
 }

@@ -1,6 +1,9 @@
 #include "recording/session.h"
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include "tests/recording/recording_test.h"
 
@@ -28,6 +31,16 @@ std::string sources(const Session& session) {
   if (session.keyboard) text += "keyboard ";
   if (session.remote) text += "remote ";
   return text;
+}
+
+// Makes a socket of this path. Returns its descriptor.
+int listenOn(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  return fd;
 }
 
 class SessionTest : public FolderTest {
@@ -80,9 +93,32 @@ TEST_F(SessionFolder, NamesAFileThatCannotBeOpened) {
   EXPECT_EQ(errorOf([&] { readSession(path()); }), path("mouse.evemu") + ": Too many levels of symbolic links");
 }
 
-TEST_F(SessionFolder, NamesAFileThatCannotBeRead) {
-  std::filesystem::create_directory(path("mouse.evemu"));
-  EXPECT_EQ(errorOf([&] { readSession(path()); }), path("mouse.evemu") + ": Is a directory");
+TEST_F(SessionFolder, NamesALinkToNothing) {
+  std::filesystem::create_symlink("nothing", path("mouse.evemu"));
+  write("remote.lirc", kLine);
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), path("mouse.evemu") + ": a link to a file that does not exist");
+}
+
+TEST_F(SessionFolder, TakesALinkForItsFile) {
+  std::filesystem::create_symlink(write("keys", std::string(kArrowKeys) + kRecord), path("keyboard.evemu"));
+  EXPECT_EQ(sources(readSession(path())), "keyboard ");
+}
+
+// Nobody has opened the pipe for writing: to open it for reading would take for ever.
+TEST_F(SessionFolder, OpensOnlyFiles) {
+  const std::string file = path("mouse.evemu");
+  EXPECT_EQ(mkfifo(file.c_str(), 0600), 0);
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), file + ": this is a pipe, expected a file");
+  std::filesystem::remove(file);
+  std::filesystem::create_directory(file);
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), file + ": this is a folder, expected a file");
+  std::filesystem::remove(file);
+  std::filesystem::create_symlink("/dev/zero", file);
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), file + ": this is a device, expected a file");
+  std::filesystem::remove(file);
+  const int listener = listenOn(file);
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), file + ": this is a socket, expected a file");
+  close(listener);
 }
 
 TEST_F(SessionFile, IsAMouseOrAKeyboardByTheReadersTests) {
@@ -108,6 +144,22 @@ TEST_F(SessionFile, StartsWithItsFirstRecord) {
   EXPECT_EQ(readSession(write("tv.lirc", kLine)).remote->at(0).time, microseconds(0));
   EXPECT_EQ(readSession(write("a.evemu", std::string(kArrowKeys) + kRecord)).keyboard->records[0].time,
             microseconds(0));
+}
+
+TEST_F(SessionFile, ThatIsAPipeIsAnError) {
+  EXPECT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+  EXPECT_EQ(errorOf([&] { readSession(path("pipe")); }), path("pipe") + ": this is a pipe, expected a file");
+}
+
+// A file with a hole takes no room.
+TEST_F(SessionFile, HasABoundThatKeepsItsLinesFromFillingTheMemory) {
+  const std::string file = write("tv.lirc", kLine);
+  std::filesystem::resize_file(file, kLargestFile + 1);
+  EXPECT_EQ(errorOf([&] { readSession(file); }), file + ": the file has more than 268435456 bytes");
+  std::filesystem::resize_file(file, 5'000'000'000);  // more than 32 bits can count
+  EXPECT_EQ(errorOf([&] { readSession(file); }), file + ": the file has more than 268435456 bytes");
+  std::filesystem::resize_file(file, kLargestFile);
+  EXPECT_EQ(errorOf([&] { readSession(file); }), file + ":2: a NUL byte: this is not a text file");
 }
 
 TEST_F(SessionFile, ThatIsMissingIsAnError) {

@@ -183,6 +183,12 @@ TEST_F(WriterTest, MakesOneLineOfAnyName) {
   EXPECT_EQ(session.keyboard->name, "unnamed");
 }
 
+TEST_F(WriterTest, CutsANameThatIsTooLongForASession) {
+  writer_.addMouse(device(std::string(kLongestLine, 'x'))).write(kRecord);
+  writer_.flush();
+  EXPECT_EQ(readSession(folder_).mouse->name, std::string(kLongestLine - std::string("N: ").size(), 'x'));
+}
+
 TEST_F(WriterTest, StartsARemotesFileWithTheComment) {
   writer_.addRemote().write({1us, "a"});
   writer_.flush();
@@ -329,6 +335,25 @@ TEST_F(WriterTest, EndsWithTheLongestSession) {
       folder_ + "/remote.lirc: a session has at most 24 hours: the recording ends here, and what came before is kept");
   writer_.close();
   EXPECT_EQ(content("remote.lirc"), "# comment\n86400.000000 a\n");
+}
+
+TEST_F(WriterTest, EndsWithTheLargestFile) {
+  FileWriter& file = writer_.addRemote();
+  const RemoteLine line = {0us, std::string(kLongestLine - 1 - std::string("0.000000 ").size(), 'x')};
+  constexpr std::int64_t kLines = kLargestFile / static_cast<std::int64_t>(kLongestLine) - 1;
+  for (std::int64_t i = 0; i < kLines; ++i) {
+    file.write(line);
+    if (i % 256 == 0) writer_.flush();
+  }
+  const std::size_t left = kLongestLine - std::string("# comment\n0.000000 \n").size();
+  const std::string problem = folder_ +
+                              "/remote.lirc: a file of a session has at most 268435456 bytes: the recording ends here, "
+                              "and what came before is kept";
+  EXPECT_EQ(errorOf([&] { file.write({0us, std::string(left + 1, 'x')}); }), problem);
+  file.write({0us, std::string(left, 'x')});
+  EXPECT_EQ(errorOf([&] { file.write({0us, "x"}); }), problem);
+  writer_.close();
+  EXPECT_EQ(std::filesystem::file_size(folder_ + "/remote.lirc"), static_cast<std::uintmax_t>(kLargestFile));
 }
 
 TEST_F(WriterTest, EndsWithTheLongestFile) {

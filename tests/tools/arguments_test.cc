@@ -26,7 +26,28 @@ TEST(Arguments, ThatAreNonsenseAreNamed) {
 }
 
 TEST(Arguments, AreEscaped) {
-  EXPECT_EQ(usageError({"\x1b[31m"}), "quarlo-input: The following argument was not expected: \\x1b[31m" + kHint);
+  for (const Arguments& arguments : {Arguments{kHostile},
+                                     {"-" + kHostile},
+                                     {"monitor", "--" + kHostile},
+                                     {"list", kHostile},
+                                     {"monitor", "--timeout", kHostile},
+                                     {"monitor", "--count", kHostile},
+                                     {"replay", "x", "--size", kHostile},
+                                     {"record", "-o", "x", "--duration", kHostile}}) {
+    const std::string error = usageError(arguments);
+    EXPECT_NE(error.find(kHostileEscaped), std::string::npos) << error;
+    EXPECT_TRUE(isHarmless(error)) << error;
+    EXPECT_EQ(linesOf(error).size(), 1U) << error;
+  }
+}
+
+TEST(Arguments, FlagsTakeNoValue) {
+  for (const std::string flag : {"json", "verbose", "show-keycodes"}) {
+    for (const std::string value : {"2", "false", "99999999999999999999"}) {
+      EXPECT_EQ(usageError({"monitor", "--" + flag + "=" + value}),
+                "quarlo-input: " + flag + " was given a disallowed flag override" + kHint);
+    }
+  }
 }
 
 TEST(Arguments, TimeoutWithoutALimitIsRefusedWithTheReason) {

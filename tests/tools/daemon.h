@@ -32,6 +32,14 @@ class Daemon {
     EXPECT_EQ(write(client_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
   }
 
+  // What the client, which has ended, had sent.
+  std::string received() {
+    if (client_ == -1) client_ = accept(listener_, nullptr, nullptr);
+    char bytes[4096];
+    const ssize_t size = recv(client_, bytes, sizeof bytes, MSG_DONTWAIT);
+    return size > 0 ? std::string(bytes, static_cast<std::size_t>(size)) : "";
+  }
+
   void hangUp() {
     if (client_ != -1) close(client_);
     client_ = -1;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "input/linux_input_reader.h"
@@ -210,11 +211,29 @@ TEST(List, GivesJsonTheTableOnly) {
 
 TEST(List, EscapesTheNameOfADevice) {
   sim::Machine machine;
-  machine.addNode("/dev/input/event0", Device::mouse("\x1b[31mRed\n\xff"));
-  EXPECT_NE(listed({}, 0).find("/dev/input/event0  \\x1b[31mRed\\n\\xff\n"), std::string::npos);
+  machine.addNode("/dev/input/event0", Device::mouse("\x1b[31mRed\n\xc2\x9b\xff"));
+  const std::string text = listed({}, 0);
+  EXPECT_NE(text.find("/dev/input/event0  \\x1b[31mRed\\n\\xc2\\x9b\\xff\n"), std::string::npos);
+  EXPECT_NE(text.find("INFO /dev/input/event0: \\x1b[31mRed\\n\\xc2\\x9b\\xff\n"), std::string::npos);
   ListOptions options;
   options.json = true;
-  EXPECT_NE(listed(options, 0).find(R"("name":"\u001b[31mRed\n\ufffd")"), std::string::npos);
+  EXPECT_NE(listed(options, 0).find(R"("name":"\u001b[31mRed\n\u009b\ufffd")"), std::string::npos);
+}
+
+TEST(List, PrintsNothingButAsciiWhateverADeviceIsCalled) {
+  std::string name;
+  for (int byte = 1; byte <= 0xff; ++byte) name += static_cast<char>(byte);
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::mouse(name));
+  machine.addNode("/dev/input/event1", Device::keyboard(name.substr(0x7f)));
+  for (const bool json : {false, true}) {
+    ListOptions options;
+    options.json = json;
+    const std::string text = listed(options, 0);
+    EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char byte) {
+      return byte == '\n' || (byte >= ' ' && byte <= '~');
+    })) << text;
+  }
 }
 
 TEST(List, FailsWhereThereIsNoNode) {

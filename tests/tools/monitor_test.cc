@@ -132,7 +132,7 @@ TEST_F(MonitorTest, EndsWhenASourceIsGone) {
 }
 
 TEST_F(MonitorTest, EndsWithItsSummaryWhenAskedToStop) {
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     // Without the signal, the wait would last for more than half an hour.
     Program program(keyboard({"--timeout", "2147483"}));
     node_.send({{EV_KEY, KEY_UP, 1}});
@@ -143,6 +143,39 @@ TEST_F(MonitorTest, EndsWithItsSummaryWhenAskedToStop) {
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(linesOf(result.out).back().rfind("1 event in ", 0), 0U) << result.out;
   }
+}
+
+TEST_F(MonitorTest, OutlivesItsTerminalUnderNohup) {
+  Program program(keyboard(), Output::kPipe, {"nohup"});
+  node_.send({{EV_KEY, KEY_UP, 1}});
+  ASSERT_TRUE(program.waitFor("key down    Up              0\n"));
+  program.signal(SIGHUP);
+  node_.send({{EV_KEY, KEY_DOWN, 1}});
+  ASSERT_TRUE(program.waitFor("key down    Down            0\n"));
+  node_.send({{EV_KEY, KEY_LEFT, 1}});
+  ASSERT_TRUE(program.waitFor("key down    Left            0\n"));
+}
+
+TEST_F(MonitorTest, PrintsNothingIntoTheDaemonsSocketWhenItsOutputIsClosed) {
+  const std::string socket = folder_.path("lircd");
+  Daemon daemon(socket);
+  for (const std::string redirection : {">&-", ">&- 2>&-"}) {
+    const Result result = run({"monitor", "-v", "--mouse", "none", "--keyboard", "none", "--lirc", socket},
+                              Output::kPipe, redirected(redirection));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(daemon.received(), "");
+    daemon.hangUp();
+  }
+}
+
+TEST_F(MonitorTest, ShowsTheRemotesLinesEscaped) {
+  const std::string socket = folder_.path("lircd");
+  Daemon daemon(socket);
+  Program program({"monitor", "-vv", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "1"});
+  daemon.send("0 00 KEY_UP " + kHostile + "\n");
+  const Result result = program.finish();
+  EXPECT_NE(result.err.find(kHostileEscaped), std::string::npos) << result.err;
+  EXPECT_TRUE(isHarmless(result.out + result.err)) << result.out << result.err;
 }
 
 TEST_F(MonitorTest, IntoAClosedPipeFailsQuietly) {

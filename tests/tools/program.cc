@@ -95,6 +95,7 @@ Program::~Program() {
 }
 
 bool Program::readSome() {
+  if (out_ == -1 && err_ == -1) return false;
   pollfd sources[] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
   if (poll(sources, 2, -1) < 1) return false;
   for (const auto& [source, fd, text] :
@@ -103,7 +104,7 @@ bool Program::readSome() {
     close(*fd);
     *fd = -1;
   }
-  return out_ != -1 || err_ != -1;
+  return true;
 }
 
 bool Program::waitFor(const std::string& text) {
@@ -127,6 +128,14 @@ Result Program::finish() {
 
 Result run(const Arguments& arguments, Output output, const Arguments& launcher) {
   return Program(arguments, output, launcher).finish();
+}
+
+Arguments redirected(const std::string& redirection, const std::string& file) {
+  return {"sh", "-c", "exec \"$@\" " + redirection, file};
+}
+
+bool isHarmless(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), [](char byte) { return byte == '\n' || (byte >= ' ' && byte <= '~'); });
 }
 
 std::vector<std::string> linesOf(const std::string& text) {

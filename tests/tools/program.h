@@ -55,6 +55,21 @@ class Program {
 
 Result run(const Arguments& arguments, Output output = Output::kPipe, const Arguments& launcher = {});
 
+// A launcher that has a shell redirect the program's streams, such as ">&-", or >"$0" for `file`.
+Arguments redirected(const std::string& redirection, const std::string& file = "");
+
+// What a terminal or a log could take for commands: escape sequences, also those of one byte (C1), as such and in
+// UTF-8; a backspace, a return, a new line, a byte that is no text.
+inline const std::string kHostile =
+    "\x1b]0;x\x07\x9b"
+    "2J\xc2\x9b"
+    "2J\b\r\n\x7f\xff";
+// The same, escaped.
+inline const std::string kHostileEscaped = R"(\x1b]0;x\x07\x9b2J\xc2\x9b2J\x08\r\n\x7f\xff)";
+
+// Whether a terminal can show it: printable ASCII in lines.
+bool isHarmless(const std::string& text);
+
 std::vector<std::string> linesOf(const std::string& text);
 
 // The event lines of what `monitor` printed, each without its time.

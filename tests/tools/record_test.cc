@@ -60,7 +60,7 @@ class RecordTest : public testing::Test {
 };
 
 TEST_F(RecordTest, WritesWhatCameBeforeItWasAskedToStop) {
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     daemon_.hangUp();
     std::filesystem::remove_all(session_);
     const Result result = record(kVolume + kVolume, {}, signal);
@@ -121,6 +121,36 @@ TEST_F(RecordTest, KeepsWhatCameWhenItIsKilled) {
   program.signal(SIGKILL);
   EXPECT_EQ(program.finish().status, 128 + SIGKILL);
   EXPECT_EQ(run({"replay", session_}).status, 0);
+}
+
+TEST_F(RecordTest, GoesOnWhenNobodyReadsWhatItSays) {
+  Program program(remote(), Output::kClosedPipe);
+  daemon_.send(kVolume);
+  while (recorded() != kMaskedComment + kVolume) std::this_thread::yield();
+  daemon_.send(kVolume);
+  program.signal(SIGINT);
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(recorded(), kMaskedComment + kVolume + kVolume);
+}
+
+TEST_F(RecordTest, PrintsNothingIntoTheSessionWhenItsOutputIsClosed) {
+  Program program(remote(), Output::kPipe, redirected(">&- 2>&-"));
+  daemon_.send(kVolume);
+  daemon_.hangUp();
+  EXPECT_EQ(program.finish().status, 1);
+  EXPECT_EQ(recorded(), kMaskedComment + kVolume);
+}
+
+TEST_F(RecordTest, EscapesWhatItSays) {
+  session_ = folder_.path(kHostile);
+  const Result result = record("0 00 KEY_OK " + kHostile + kVolume);
+  EXPECT_NE(result.out.find("Recording to " + folder_.path(kHostileEscaped) + ";"), std::string::npos) << result.out;
+  EXPECT_TRUE(isHarmless(result.out + result.err)) << result.out << result.err;
+  const Result again = run(remote());
+  EXPECT_EQ(again.err,
+            "quarlo-input: " + folder_.path(kHostileEscaped) + " exists already: give another name, or remove it\n");
 }
 
 TEST_F(RecordTest, KeepsTheWholeLinesWhenTheDiskIsFull) {

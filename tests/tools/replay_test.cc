@@ -44,6 +44,9 @@ std::string record(const std::string& time, int type, int code, int value) {
   return text;
 }
 
+const std::string kNotWritten =
+    "quarlo-input: not everything could be written to standard output; is it closed, or its disk full?\n";
+
 class SampleSession : public testing::TestWithParam<const char*> {};
 
 TEST_P(SampleSession, GivesTheEventsOfItsGoldenFile) {
@@ -220,6 +223,48 @@ TEST(Replay, NamesTheFileAndLineOfABrokenRecord) {
             "quarlo-input: " + file + ":5: the type is \"\\x1b[31m\", expected a hexadecimal number from 0 to ffff\n");
 }
 
+TEST(Replay, EscapesTheNamesAndTheLinesOfASession) {
+  const Folder folder;
+  const std::string path = folder.write(kHostile + ".lirc", "0.000000 0 00 KEY_UP " + kHostile + "more\n");
+  const Result result = run({"replay", path});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: " + folder.path(kHostileEscaped) +
+                            R"(.lirc:2: the time is "\x7f\xffmore", expected <seconds>.<microseconds>, the latter in )"
+                            "six digits\n");
+  for (const std::string option : {"-vv", "--json"}) {
+    const Result played = run({"replay", option, folder.write("tv.lirc", "0.000000 0 00 KEY_\x9b \x1b]0;x\x07\n")});
+    EXPECT_EQ(played.status, 0);
+    EXPECT_TRUE(isHarmless(played.out + played.err)) << played.out << played.err;
+  }
+}
+
+// The daemon closes the connection of a client that has 280 lines to read.
+TEST(Replay, EndsWhenTheDaemonWouldDropAReaderThatDoesNotKeepUp) {
+  const Folder folder;
+  std::string lines;
+  for (int i = 0; i < 300; ++i) lines += "0.000000 0 00 KEY_UP tv\n";
+  const std::string path = folder.write("tv.lirc", lines + "86400.000000 0 00 KEY_OK tv\n");
+  const Result result = run({"replay", path});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: " + path +
+                            ": the remote's lines come faster than the reader takes them, so that the LIRC daemon "
+                            "would close the connection; the rest was not played\n");
+  EXPECT_EQ(eventsOf(result.out).front(), "key down    Up              0");
+  EXPECT_EQ(result.out.find("Enter"), std::string::npos);
+}
+
+TEST(Replay, SaysThatThereIsNotEnoughMemory) {
+  const Folder folder;
+  std::string lines;
+  for (int i = 0; i < 1'000'000; ++i) lines += "0.000000 a\n";
+  const std::string path = folder.write("tv.lirc", lines);
+  const Arguments limit = {"prlimit", "--as=33554432"};
+  if (run({"--version"}, Output::kPipe, limit).status != 0) GTEST_SKIP() << "a sanitizer takes all addresses";
+  const Result result = run({"replay", path}, Output::kPipe, limit);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: " + path + ": there is not enough memory for this session\n");
+}
+
 TEST(Replay, NamesASessionThatIsMissing) {
   const Result result = run({"replay", "/nowhere/session"});
   EXPECT_EQ(result.status, 1);
@@ -235,7 +280,24 @@ TEST(Replay, IntoAClosedPipeFailsQuietly) {
 TEST(Replay, OntoAFullDiskSaysSo) {
   const Result result = run({"replay", sample("desk")}, Output::kFullDisk);
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.err, "quarlo-input: not everything could be written to standard output; is its disk full?\n");
+  EXPECT_EQ(result.err, kNotWritten);
+}
+
+TEST(Replay, IntoAFileThatMayNotGetLargerSaysSo) {
+  const Folder folder;
+  Arguments launcher = {"prlimit", "--fsize=100"};
+  for (const std::string& word : redirected(">\"$0\"", folder.path("out"))) launcher.push_back(word);
+  const Result result = run({"replay", sample("desk")}, Output::kPipe, launcher);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, kNotWritten);
+}
+
+TEST(Replay, WithoutAnOutputSaysSo) {
+  for (const std::string redirection : {">&-", "<&- >&-"}) {
+    const Result result = run({"replay", sample("desk")}, Output::kPipe, redirected(redirection));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, kNotWritten);
+  }
 }
 
 }  // namespace

@@ -1,0 +1,241 @@
+#include "tools/arguments.h"
+
+#include <sys/un.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <functional>
+
+namespace quarlo::tools {
+namespace {
+
+constexpr std::uint32_t kLargestSize = 65536;  // an event's coordinates have 16 bits
+constexpr int kLongestTimeoutMs = 2147483;     // the reader's, in 32-bit microseconds
+constexpr long kMostEvents = 2147483647;
+constexpr std::size_t kLongestLircPath = sizeof(sockaddr_un::sun_path) - 1;
+
+template <typename Number>
+bool parse(const std::string& text, Number least, Number most, Number& value) {
+  const char* last = text.data() + text.size();
+  const auto [end, error] = std::from_chars(text.data(), last, value);
+  return error == std::errc() && end == last && value >= least && value <= most;
+}
+
+void parseSize(const std::string& text, ReaderOptions& options) {
+  const std::size_t x = text.find('x');
+  std::uint32_t width;
+  std::uint32_t height;
+  if (x == std::string::npos || !parse(text.substr(0, x), 1U, kLargestSize, width) ||
+      !parse(text.substr(x + 1), 1U, kLargestSize, height)) {
+    throw CLI::ValidationError(
+        "--size", text + " is no size such as 1920x1080, of numbers from 1 to " + std::to_string(kLargestSize));
+  }
+  options.maxX = width - 1;
+  options.maxY = height - 1;
+}
+
+void parseTimeout(const std::string& text, ReaderOptions& options) {
+  if (text == "-1") {
+    throw CLI::ValidationError("--timeout",
+                               "-1 is refused: without a limit, the reader can sleep through input once a wait has "
+                               "ended; use a short time such as 10");
+  }
+  if (!parse(text, 1, kLongestTimeoutMs, options.timeoutMs)) {
+    throw CLI::ValidationError("--timeout",
+                               text + " is no number of milliseconds from 1 to " + std::to_string(kLongestTimeoutMs));
+  }
+}
+
+void parseCount(const std::string& text, MonitorOptions& options) {
+  if (parse(text, 1L, kMostEvents, options.count)) return;
+  throw CLI::ValidationError("--count", text + " is no number of events from 1 to " + std::to_string(kMostEvents));
+}
+
+void parseDuration(const std::string& text, RecordOptions& options) {
+  constexpr double kShortest = 0.1;
+  constexpr double kLongest = 86400;
+  double seconds;
+  const char* last = text.data() + text.size();
+  const auto [end, error] = std::from_chars(text.data(), last, seconds, std::chars_format::fixed);
+  if (error != std::errc() || end != last || !(seconds >= kShortest && seconds <= kLongest)) {
+    throw CLI::ValidationError("--duration", text + " is no number of seconds from 0.1 to 86400");
+  }
+  options.duration = std::chrono::microseconds(std::llround(seconds * 1e6));
+}
+
+void parseSession(const std::string& text, RecordOptions& options) {
+  if (text.empty()) throw CLI::ValidationError("--output", "the name is empty");
+  options.session = text;
+}
+
+void checkLircPath(const std::string& path) {
+  if (path.size() <= kLongestLircPath) return;
+  throw CLI::ValidationError("--lirc", "the path has " + std::to_string(path.size()) +
+                                           " characters, and a socket's can have " + std::to_string(kLongestLircPath) +
+                                           "; use a shorter one, such as a link");
+}
+
+// A flag takes no value: it is there or not, or counts how often it is there.
+template <typename Value>
+void addFlag(CLI::App& command, const std::string& name, Value& value, const std::string& description) {
+  command.add_flag(name, value, description)->disable_flag_override();
+}
+
+void addReaderOptions(CLI::App& command, ReaderOptions& options) {
+  command
+      .add_option_function<std::string>(
+          "--size", [&](const std::string& text) { parseSize(text, options); },
+          "The screen that the pointer moves on; default: 1920x1080")
+      ->type_name("WxH");
+  command
+      .add_option_function<std::string>(
+          "--timeout", [&](const std::string& text) { parseTimeout(text, options); },
+          "How long each round may wait for input, in milliseconds; default: 10")
+      ->type_name("MS");
+  addFlag(command, "--json", options.json, "Print one JSON object per event; all else goes to standard error");
+  addFlag(command, "-v,--verbose", options.verbosity,
+          "Show the reader's log with the remote's lines, and records without an event; -vv: the remote's "
+          "timing, too");
+}
+
+void addSource(CLI::App& command, const std::string& option, SourcePath& source, const std::string& description,
+               const std::function<void(const std::string&)>& check) {
+  command
+      .add_option_function<std::string>(
+          option,
+          [&source, check](const std::string& path) {
+            check(path);
+            source = path;
+          },
+          description)
+      ->type_name("PATH");
+}
+
+void addSources(CLI::App& command, SourcePaths& sources) {
+  const auto anyPath = [](const std::string&) {};
+  addSource(command, "--mouse", sources.mouse, "The mouse's evdev node, or \"none\"; default: searched for", anyPath);
+  addSource(command, "--keyboard", sources.keyboard, "The same for the keyboard", anyPath);
+  addSource(command, "--lirc", sources.lirc, "The LIRC daemon's socket, or \"none\"; default: searched for",
+            checkLircPath);
+}
+
+CLI::App* addMonitor(CLI::App& app, MonitorOptions& options) {
+  CLI::App* command = app.add_subcommand("monitor", "Print the events of this machine's input devices as they come.");
+  addSources(*command, options);
+  addReaderOptions(*command, options);
+  command
+      ->add_option_function<std::string>(
+          "--count", [&options](const std::string& text) { parseCount(text, options); }, "End after N events")
+      ->type_name("N");
+  addFlag(*command, "--show-keycodes", options.showKeycodes, "Show what is typed where the output is no terminal, too");
+  command->footer(
+      "Says first which of mouse, keyboard and remote are open, and why each other one is not and what\n"
+      "to do. Then prints one line per event, with the time since the start in seconds, until Ctrl-C.\n"
+      "Where the output is no terminal, keys that type are shown as A, so that no password ends up in\n"
+      "a file. (The remote's lines that -v shows are as they are.)\n\n"
+      "Example: watch one keyboard and nothing else\n"
+      "  quarlo-input monitor --keyboard /dev/input/event3 --mouse none --lirc none\n\n"
+      "Exit status: 0 after Ctrl-C or N events; 1 if no source could be opened, a path is no evdev node\n"
+      "and no FIFO, a source went away, or the output was closed; 2 for wrong arguments.");
+  return command;
+}
+
+CLI::App* addList(CLI::App& app, ListOptions& options) {
+  CLI::App* command = app.add_subcommand("list", "List the evdev nodes, and which ones autodetection takes and why.");
+  addFlag(*command, "--json", options.json, "Print one JSON object per node, without the reader's own listing");
+  command->footer(
+      "For each node: its name, its links, and whether autodetection takes it as the mouse or as the\n"
+      "keyboard, or why not and what to do. The reader's own listing of event0 to event9 follows.\n"
+      "To find out whether another program holds a node, each one is grabbed for a moment, as\n"
+      "autodetection does: what is typed in that moment reaches no other program.\n\n"
+      "Example: which node is the keyboard?\n"
+      "  quarlo-input list --json | grep '\"verdict\":\"keyboard\"'\n\n"
+      "Exit status: 0 if there is a node; 1 if there is none; 2 for wrong arguments.");
+  return command;
+}
+
+CLI::App* addRecord(CLI::App& app, RecordOptions& options) {
+  CLI::App* command = app.add_subcommand("record", "Record what this machine's input devices send, as a session.");
+  addSources(*command, options);
+  command
+      ->add_option_function<std::string>(
+          "-o,--output", [&options](const std::string& text) { parseSession(text, options); },
+          "The folder to make, which must not exist yet")
+      ->required()
+      ->type_name("SESSION");
+  command
+      ->add_option_function<std::string>(
+          "--duration", [&options](const std::string& text) { parseDuration(text, options); },
+          "End after so many seconds; default: with Ctrl-C")
+      ->type_name("SECONDS");
+  addFlag(*command, "--show-keycodes", options.showKeycodes,
+          "Record what is typed, too; only the owner can then read the session");
+  command->footer(
+      "Says first which of mouse, keyboard and remote are open, and why each other one is not and what\n"
+      "to do. Then records until Ctrl-C; other programs get the input as well. What came is in the files at\n"
+      "once, and stays there when the disk gets full, a device is unplugged, or the daemon ends. A source\n"
+      "that sent nothing has no file.\n"
+      "Keys that type are recorded as A, the remote's digits and letters as 1, and scan codes as 0, so that\n"
+      "no password ends up in a file. How long one is, and when it was typed, can still be seen.\n\n"
+      "Example: record for ten seconds what a remote sends, and play it\n"
+      "  quarlo-input record --mouse none --keyboard none --duration 10 -o sofa && quarlo-input replay sofa\n\n"
+      "Exit status: 0 after Ctrl-C or the duration; 1 if SESSION exists, no source could be opened, a path\n"
+      "is no evdev node, nothing came, no source was left, or not all could be written; 2 for wrong\n"
+      "arguments.");
+  return command;
+}
+
+CLI::App* addReplay(CLI::App& app, ReplayOptions& options) {
+  CLI::App* command = app.add_subcommand("replay", "Play a recorded session, and print its events.");
+  command->add_option("session", options.session, "A folder or a file")->required()->type_name("SESSION");
+  addReaderOptions(*command, options);
+  addFlag(*command, "--realtime", options.realtime, "Play as fast as it was recorded, not as fast as possible");
+  addFlag(*command, "--lirc-environment", options.lircEnvironment,
+          "Let LIRC_REPEAT_TIMEOUT and LIRC_RELEASE_TIMEOUT count; default: ignored");
+  command->footer(
+      "The records go through the real reader, on a simulated machine with a clock of its own: a replay\n"
+      "gives the same events (with the same --timeout). A session is a folder with any of mouse.evemu, keyboard.evemu "
+      "(as\n"
+      "evemu-record writes them) and remote.lirc (lines of \"<seconds>.<microseconds> <what lircd sent>\"),\n"
+      "or one such file.\n\n"
+      "Example: see someone use a remote\n"
+      "  quarlo-input replay --realtime sessions/sofa\n\n"
+      "Exit status: 0 when all was played, or after Ctrl-C; 1 if the session cannot be used (the message\n"
+      "names the file and the line) or the output was closed; 2 for wrong arguments.");
+  return command;
+}
+
+}  // namespace
+
+Request parseArguments(int argc, const char* const* argv) {
+  CLI::App app("Mouse, keyboard and infrared remote on Linux, as one stream of events.", "quarlo-input");
+  app.require_subcommand(0, 1);  // so that a word that is none gets named
+  app.set_version_flag("--version", QUARLO_VERSION, "Print the version and exit");
+  app.footer("Each command has its own --help. Exit status: 0 done, 1 failed, 2 wrong arguments.");
+  MonitorOptions monitorOptions;
+  ListOptions listOptions;
+  RecordOptions recordOptions;
+  ReplayOptions replayOptions;
+  const CLI::App* monitorCommand = addMonitor(app, monitorOptions);
+  const CLI::App* listCommand = addList(app, listOptions);
+  const CLI::App* recordCommand = addRecord(app, recordOptions);
+  const CLI::App* replayCommand = addReplay(app, replayOptions);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    return Information{app.help()};
+  } catch (const CLI::CallForVersion& version) {
+    return Information{std::string(version.what()) + "\n"};
+  } catch (const CLI::ParseError& error) {
+    return UsageError{error.what()};
+  }
+  if (monitorCommand->parsed()) return monitorOptions;
+  if (listCommand->parsed()) return listOptions;
+  if (recordCommand->parsed()) return recordOptions;
+  if (replayCommand->parsed()) return replayOptions;
+  return UsageError{"a command is required: monitor, list, record or replay"};
+}
+
+}  // namespace quarlo::tools
