@@ -9,11 +9,11 @@ namespace quarlo::test {
 namespace {
 
 // Ends the process with the click count of its first click, at this time on the clock.
-[[noreturn]] void exitWithFirstClick(std::chrono::seconds time) {
+[[noreturn]] void exitWithFirstClick(std::chrono::seconds time, int code = BTN_LEFT) {
   sim::Machine machine;
   machine.jumpClock(time - machine.now());
   LinuxInputReader reader;
-  input_event record = makeEvdevRecord(EV_KEY, BTN_LEFT, 1);
+  input_event record = makeEvdevRecord(EV_KEY, code, 1);
   InputEvent event = untouched();
   reader.handleKeyEvent(&record, event);
   std::exit(event.mouseData.clicks);
@@ -27,6 +27,11 @@ TEST(FirstClickDeathTest, IsASingleOneWhileTheWrappedTimeIsPositive) {
 TEST(FirstClickDeathTest, CountsAsTheSecondWhileItIsNegative) {
   EXPECT_EXIT(exitWithFirstClick(3'000'000s), testing::ExitedWithCode(2), "");
   EXPECT_EXIT(exitWithFirstClick(0s), testing::ExitedWithCode(2), "");
+}
+
+TEST(FirstClickDeathTest, CountsAsTheSecondWithEachButton) {
+  EXPECT_EXIT(exitWithFirstClick(0s, BTN_RIGHT), testing::ExitedWithCode(2), "");
+  EXPECT_EXIT(exitWithFirstClick(0s, BTN_MIDDLE), testing::ExitedWithCode(2), "");
 }
 
 }  // namespace

@@ -400,6 +400,10 @@ TEST_F(LircEnvironmentTest, AClockThatCannotBeReadIsZero) {
   machine.fail(Call::kGettimeofday, 1, EFAULT);
   EXPECT_EQ(line("KEY_OK", 1), kNone);
   EXPECT_EQ(log, Lines({kSkipped}));
+  reader.lircKeyTime = {};
+  machine.fail(Call::kGettimeofday, 1, EFAULT);
+  line("KEY_OK");
+  EXPECT_EQ(log, accepted(0, 300));
 }
 
 // ---- End to end ----

@@ -91,6 +91,9 @@ TEST_F(PointerTest, Motion_TheLargestStepsDoNotOverflow) {
   EXPECT_EQ(reader.pointerX, INT_MAX);
   step(REL_X, INT_MIN);
   EXPECT_EQ(reader.pointerX, 0);
+  reader.pointerX = INT_MIN;  // as negative bounds leave it
+  step(REL_X, -1);
+  EXPECT_EQ(reader.pointerX, 0);
 }
 
 TEST_F(PointerTest, Motion_WithinNegativeBoundsEndsAtTheBound) {

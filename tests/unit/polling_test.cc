@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 
 #include "tests/unit/reader_test.h"
 
@@ -68,6 +69,14 @@ TEST_F(PollingTest, InitFdSets_ADescriptorBeyondTheSetIsNotInItButIsWaitedFor) {
   EXPECT_TRUE(some.initFdSets());
   EXPECT_EQ(some.maxFd, 1023);
   EXPECT_TRUE(FD_ISSET(1023, &some.readSet));
+}
+
+TEST_F(PollingTest, InitFdSets_ADescriptorBeyondTheSetLeavesWhatLiesThereAlone) {
+  constexpr std::size_t kBytes = offsetof(LinuxInputReader, modifiers) - offsetof(LinuxInputReader, readSet);
+  LinuxInputReader some;
+  some.mouseFd = static_cast<int>(8 * kBytes);
+  EXPECT_TRUE(some.initFdSets());
+  EXPECT_EQ(some.modifiers, 0U);
 }
 
 // ---- fileSelect ----
@@ -163,6 +172,19 @@ TEST_F(PollingTest, ReadInput_DoesNotReadWhatIsNotOpen) {
   machine.takeTrace();
   EXPECT_EQ(readOne(mouseOnly), kNone);
   EXPECT_EQ(machine.takeTrace(), Lines({"select(104, [103], 0.000000) = 0", "read(103, 1 record) = -1 EAGAIN"}));
+}
+
+TEST_F(PollingTest, ReadInput_ReadsASourceWithDescriptorZero) {
+  const WithoutStandardInput without(machine);
+  const auto readWith = [](const char* mousePath, const char* keyboardPath, const char* lircPath, auto cause) {
+    LinuxInputReader one;
+    one.init(mousePath, keyboardPath, lircPath, kMaxX, kMaxY);
+    cause();
+    return readOne(one);
+  };
+  EXPECT_EQ(readWith("/none", "/dev/input/event1", "/none", [this] { keyboard.press(KEY_A); }), keyDown(65, 'a'));
+  EXPECT_EQ(readWith("/dev/input/event0", "/none", "/none", [this] { mouse.move(5, 0); }), moved(5, 0));
+  EXPECT_EQ(readWith("/none", "/none", "/run/lircd", [this] { daemon.send("KEY_OK"); }), keyDown(13, 13));
 }
 
 TEST_F(PollingTest, ReadInput_ReadsWhatSelectDidNotName) {

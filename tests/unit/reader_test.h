@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <initializer_list>
@@ -19,6 +20,24 @@ using sim::Device;
 
 // The descriptors in the order in which a machine hands them out.
 constexpr int kFirstDescriptor = 100;
+
+// While it lives, the process has no standard input, and a machine can hand out descriptor 0.
+class WithoutStandardInput {
+ public:
+  explicit WithoutStandardInput(sim::Machine& machine) : kept_(dup(STDIN_FILENO)) {
+    close(STDIN_FILENO);
+    machine.setFirstDescriptor(STDIN_FILENO);
+  }
+  ~WithoutStandardInput() {
+    dup2(kept_, STDIN_FILENO);
+    close(kept_);
+  }
+  WithoutStandardInput(const WithoutStandardInput&) = delete;
+  WithoutStandardInput& operator=(const WithoutStandardInput&) = delete;
+
+ private:
+  int kept_;
+};
 
 // A machine without anything on it.
 class MachineTest : public testing::Test {

@@ -103,6 +103,25 @@ TEST_F(SetupTest, Init_AMouseAloneIsEnough) {
   EXPECT_EQ(reader.lircFd, -1);
 }
 
+TEST_F(SetupTest, Init_ASourceWithDescriptorZeroIsOpen) {
+  const WithoutStandardInput without(machine);
+  machine.addNode("/dev/input/event5", Device::mouse());
+  machine.addNode("/dev/input/event6", Device::keyboard());
+  machine.addLircDaemon("/var/lircd");
+  const auto logOf = [](const char* mousePath, const char* keyboardPath, const char* lircPath) {
+    EXPECT_TRUE(LinuxInputReader().init(mousePath, keyboardPath, lircPath, 1280, 720));
+    return takeLog();
+  };
+  const std::string noMouse = "ERROR Could not open mouse device /none";
+  const std::string noKeyboard = "ERROR Could not open keyboard device /none";
+  const std::string noLirc = "ERROR Could not open LIRC socket /none";
+  const std::string foundLirc = "INFO Found a LIRC device: /var/lircd";
+  EXPECT_EQ(logOf("/dev/input/event5", "/none", "/none"), Lines({noKeyboard, noLirc}));
+  EXPECT_EQ(logOf("/none", "/dev/input/event6", "/none"), Lines({noMouse, noLirc}));
+  EXPECT_EQ(logOf("/none", "/none", "/var/lircd"), Lines({noMouse, noKeyboard, foundLirc}));
+  EXPECT_EQ(logOf("/none", "/none", nullptr), Lines({noMouse, noKeyboard, foundLirc}));
+}
+
 TEST_F(SetupTest, Init_FindsADaemonAtEachOfItsPlacesAndStopsThere) {
   const Lines places = {"/var/run/lirc/lircd", "/var/lircd", "/dev/lircd", "/dev/lirc/lircd"};
   for (std::size_t i = places.size(); i-- > 0;) {
