@@ -1,0 +1,76 @@
+// Command lines of the program: any arguments.
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "tests/fuzz/input_bytes.h"
+#include "tests/fuzz/rules.h"
+#include "tools/arguments.h"
+
+namespace quarlo::fuzz {
+namespace {
+
+using namespace tools;
+
+void checkSources(const SourcePaths& sources) {
+  require(!sources.lirc || sources.lirc->size() <= 107, "a socket's path has at most 107 characters");
+}
+
+void checkReader(const ReaderOptions& options) {
+  require(options.maxX <= 65535 && options.maxY <= 65535, "a size has at most 65536 pixels a side");
+  require(options.timeoutMs >= 1 && options.timeoutMs <= 2147483, "a timeout has from 1 to 2147483 ms");
+}
+
+void check(const UsageError& error) { require(!error.message.empty(), "a usage error says what is wrong"); }
+
+void check(const Information& information) {
+  require(!information.text.empty() && information.text.back() == '\n', "an information is a text of whole lines");
+}
+
+void check(const MonitorOptions& options) {
+  checkSources(options);
+  checkReader(options);
+  require(options.count >= 0, "a count is not negative");
+}
+
+void check(const ListOptions& /*options*/) {}
+
+void check(const RecordOptions& options) {
+  using namespace std::chrono_literals;
+  checkSources(options);
+  require(!options.session.empty(), "a recording has a name");
+  require(!options.duration || (*options.duration >= 100ms && *options.duration <= 24h),
+          "a duration has from 0.1 to 86400 s");
+}
+
+void check(const ReplayOptions& options) { checkReader(options); }
+
+// One argument a line: the input can hold every argument that main() can get, but for newlines.
+std::vector<std::string> argumentsOf(const std::string& text) {
+  std::vector<std::string> arguments = {"quarlo-input"};
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find('\n', start), text.size());
+    arguments.emplace_back(text.substr(start, end - start).c_str());
+    start = end + 1;
+  }
+  return arguments;
+}
+
+}  // namespace
+}  // namespace quarlo::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace quarlo;
+  const std::vector<std::string> arguments = fuzz::argumentsOf(fuzz::InputBytes(data, size).takeRest());
+  std::vector<const char*> argv;
+  argv.reserve(arguments.size() + 1);
+  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+  argv.push_back(nullptr);
+  const tools::Request request = tools::parseArguments(static_cast<int>(arguments.size()), argv.data());
+  std::visit([](const auto& asked) { fuzz::check(asked); }, request);
+  return 0;
+}

@@ -1,0 +1,186 @@
+// Sessions: files of any content are read; what is a session is played, and written again, which must change nothing.
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "recording/lines.h"
+#include "recording/remote.h"
+#include "recording/session.h"
+#include "recording/writer.h"
+#include "tests/fuzz/input_bytes.h"
+#include "tests/fuzz/rules.h"
+#include "tools/output.h"
+#include "tools/replay.h"
+
+namespace quarlo::fuzz {
+namespace {
+
+using recording::DeviceRecording;
+using recording::FileWriter;
+using recording::RemoteLine;
+using recording::Session;
+
+// A folder for the files of one input, removed at the end.
+class Folder {
+ public:
+  Folder() : path_((std::filesystem::temp_directory_path() / "quarlo-XXXXXX").string()) {
+    require(mkdtemp(path_.data()) != nullptr, "a folder for temporary files can be made");
+  }
+  ~Folder() { std::filesystem::remove_all(path_); }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  std::string path(const char* name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// ---- The input as a session ---------------------------------------------------------------------
+
+constexpr const char* kFiles[] = {recording::kMouseFile, recording::kKeyboardFile, recording::kRemoteFile};
+
+// The input is the content of a folder's three files, in which a form feed ends all but the last. An empty one is not
+// there.
+void writeFolder(const std::string& folder, std::string text) {
+  std::filesystem::create_directory(folder);
+  for (const char* file : kFiles) {
+    const std::size_t end = text.find('\f');
+    const std::string content = text.substr(0, end);
+    if (!content.empty()) writeFile(recording::pathIn(folder, file), content);
+    text.erase(0, end == std::string::npos ? end : end + 1);
+  }
+}
+
+// Writes the input as a folder or a file, and returns its path.
+std::string writeInput(const Folder& folder, InputBytes& input) {
+  const int shape = input.takeBelow(3);
+  std::string path = folder.path(shape == 2 ? "input.lirc" : "input");
+  if (shape == 0) {
+    writeFolder(path, input.takeRest());
+  } else {
+    writeFile(path, input.takeRest());
+  }
+  return path;
+}
+
+// ---- Written again ------------------------------------------------------------------------------
+
+using AddDevice = FileWriter& (recording::SessionWriter::*)(const recording::DeviceDescription&);
+
+void writeDevice(recording::SessionWriter& writer, AddDevice add, const DeviceRecording& device) {
+  recording::DeviceDescription description;
+  description.name = device.name;
+  description.codes = device.codes;
+  FileWriter& file = (writer.*add)(description);
+  for (const recording::Record& record : device.records) file.write(record);
+}
+
+// The lines as a daemon's client gets them.
+void writeRemote(recording::SessionWriter& writer, const std::vector<RemoteLine>& lines) {
+  FileWriter& file = writer.addRemote();
+  recording::LineSplitter splitter;
+  for (const RemoteLine& line : lines) {
+    for (const std::string& text : splitter.split(line.text + "\n")) file.write(RemoteLine{line.time, text});
+  }
+}
+
+void writeSession(const std::string& path, const Session& session) {
+  recording::SessionWriter writer(path, "comment", recording::Access::kOwnerOnly);
+  if (session.mouse) writeDevice(writer, &recording::SessionWriter::addMouse, *session.mouse);
+  if (session.keyboard) writeDevice(writer, &recording::SessionWriter::addKeyboard, *session.keyboard);
+  if (session.remote) writeRemote(writer, *session.remote);
+  writer.close();
+}
+
+void checkDevice(const std::optional<DeviceRecording>& device, const std::optional<DeviceRecording>& again) {
+  require(device.has_value() == again.has_value(), "a device that was written is there");
+  if (!device) return;
+  require(device->records.size() == again->records.size(), "as many records are read as were written");
+  for (std::size_t i = 0; i < device->records.size(); ++i) {
+    const recording::Record& a = device->records[i];
+    const recording::Record& b = again->records[i];
+    require(a.time == b.time && a.type == b.type && a.code == b.code && a.value == b.value,
+            "a record is read as it was written");
+  }
+}
+
+// What was written once is written the same a second time; names and capabilities that the format cannot hold are
+// mended the first time.
+void checkWriting(const Folder& folder, const Session& session) {
+  writeSession(folder.path("first"), session);
+  if (!std::filesystem::exists(folder.path("first"))) return;  // a remote's lines were all empty
+  const Session again = recording::readSession(folder.path("first"));
+  checkDevice(session.mouse, again.mouse);
+  checkDevice(session.keyboard, again.keyboard);
+  writeSession(folder.path("second"), again);
+  for (const char* file : kFiles) {
+    require(readFile(folder.path("first") + "/" + file) == readFile(folder.path("second") + "/" + file),
+            "what was read is written as it was");
+  }
+}
+
+// ---- Played -------------------------------------------------------------------------------------
+
+recording::microseconds lengthOf(const Session& session) {
+  recording::microseconds length(0);
+  for (const auto* device : {&session.mouse, &session.keyboard}) {
+    if (*device) length = std::max(length, (*device)->records.back().time);
+  }
+  if (session.remote) length = std::max(length, session.remote->back().time);
+  return length;
+}
+
+// In a number of rounds that does not depend on the session's length, which can be a day. The reader does not wait at
+// all from the release timeout of a remote's key to the end of the repeat timeout, so that one is short.
+void checkPlaying(const Session& session) {
+  constexpr int kRounds = 64;
+  setenv("LIRC_REPEAT_TIMEOUT", "1", 1);
+  tools::setVerbosity(0);
+  tools::ReplayOptions options;
+  options.lircEnvironment = true;
+  options.timeoutMs = 1 + static_cast<int>(lengthOf(session) / std::chrono::milliseconds(kRounds));
+  tools::play(session, options);
+}
+
+// ---- Read ---------------------------------------------------------------------------------------
+
+std::optional<Session> readSession(const std::string& path) {
+  try {
+    return recording::readSession(path);
+  } catch (const recording::Error& error) {
+    require(std::string(error.what()).rfind(path, 0) == 0, "an error starts with the path");
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+}  // namespace quarlo::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace quarlo::fuzz;
+  const Folder folder;
+  InputBytes input(data, size);
+  const std::optional<Session> session = readSession(writeInput(folder, input));
+  if (!session) return 0;
+  checkPlaying(*session);
+  checkWriting(folder, *session);
+  return 0;
+}
