@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -33,10 +34,9 @@ class CheckedReader {
 
  private:
   using InputEvent = LinuxInputReader::InputEvent;
-  using Bytes = std::array<std::uint8_t, sizeof(InputEvent)>;
 
-  // How often each call was made.
-  using Counts = std::array<int, 9>;
+  // How often each call was made; kGetenv is the last of them.
+  using Counts = std::array<int, static_cast<std::size_t>(sim::Call::kGetenv) + 1>;
 
   Counts counts() const;
   void checkCalls(const Counts& before, bool wasHeld) const;
