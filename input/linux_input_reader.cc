@@ -552,7 +552,7 @@ struct LircButton {
 };
 
 constexpr LircButton kLircButtons[] = {
-#define LIRC_BUTTON(name, key, character) {KeyInput::key, character, sizeof name},
+#define LIRC_BUTTON(name, key, character) {KeyInput::key, character, sizeof(name)},
 #include "input/lirc_buttons.inc"
 #undef LIRC_BUTTON
 };
