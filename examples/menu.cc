@@ -1,0 +1,32 @@
+#include "examples/menu.h"
+
+#include <algorithm>
+
+namespace example {
+
+using quarlo::components::input::LinuxInputReader;
+using quarlo::msg::KeyInput;
+using Event = LinuxInputReader::InputEvent;
+
+void Menu::readInput(LinuxInputReader& reader) {
+  Event event;
+  event.kind = Event::kNoEvent;
+  for (int timeoutMs = 10; reader.readInput(event, timeoutMs); timeoutMs = 0) {
+    handle(event);
+    event.kind = Event::kNoEvent;
+  }
+}
+
+void Menu::handle(const Event& event) {
+  if (event.kind != Event::kKeyEvent || event.keyData.action != Event::KeyData::kDown) return;
+  switch (event.keyData.key) {
+    case KeyInput::kUp: select(selected_ - 1); break;
+    case KeyInput::kDown: select(selected_ + 1); break;
+    case KeyInput::kEnter: chosen_ = true; break;
+    default: break;
+  }
+}
+
+void Menu::select(int entry) { selected_ = std::clamp(entry, 0, entries_ - 1); }
+
+}  // namespace example

@@ -1,0 +1,28 @@
+// A menu that one goes through with the arrow keys of a keyboard or a remote. Enter chooses.
+#pragma once
+
+#include "input/linux_input_reader.h"
+
+namespace example {
+
+class Menu {
+ public:
+  // REQUIRES: entries > 0
+  explicit Menu(int entries) : entries_(entries) {}
+
+  // One round of the application's loop: waits at most 10 ms, and then takes all that is there.
+  void readInput(quarlo::components::input::LinuxInputReader& reader);
+
+  int selected() const { return selected_; }  // 0 is the first entry
+  bool isChosen() const { return chosen_; }
+
+ private:
+  void handle(const quarlo::components::input::LinuxInputReader::InputEvent& event);
+  void select(int entry);
+
+  int entries_;
+  int selected_ = 0;
+  bool chosen_ = false;
+};
+
+}  // namespace example
