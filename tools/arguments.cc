@@ -156,6 +156,23 @@ CLI::App* addList(CLI::App& app, ListOptions& options) {
   return command;
 }
 
+CLI::App* addKeymap(CLI::App& app, KeymapOptions& options) {
+  CLI::App* command = app.add_subcommand("keymap", "Print what each key, mouse button and remote button gives.");
+  addFlag(*command, "--json", options.json, "Print one JSON object per key or button");
+  addFlag(*command, "--markdown", options.markdown, "Print docs/keymap.md: only what gives something");
+  command->get_option("--json")->excludes("--markdown");
+  command->footer(
+      "For every key code that Linux has a name for, and every remote button: the application's key and\n"
+      "its code, and the character that it types (or its number, if it cannot be shown). \"key 0\" is a key\n"
+      "event without a code, \"no event\" none at all.\n"
+      "The reader itself is asked, on a simulated machine. evtest tells the Linux name of what a device\n"
+      "sends, irw the name of a remote's button.\n\n"
+      "Example: which keys change the volume?\n"
+      "  quarlo-input keymap | grep -i volume\n\n"
+      "Exit status: 0 if all was printed; 1 if the output was closed; 2 for wrong arguments.");
+  return command;
+}
+
 CLI::App* addRecord(CLI::App& app, RecordOptions& options) {
   CLI::App* command = app.add_subcommand("record", "Record what this machine's input devices send, as a session.");
   addSources(*command, options);
@@ -216,10 +233,12 @@ Request parseArguments(int argc, const char* const* argv) {
   app.footer("Each command has its own --help. Exit status: 0 done, 1 failed, 2 wrong arguments.");
   MonitorOptions monitorOptions;
   ListOptions listOptions;
+  KeymapOptions keymapOptions;
   RecordOptions recordOptions;
   ReplayOptions replayOptions;
   const CLI::App* monitorCommand = addMonitor(app, monitorOptions);
   const CLI::App* listCommand = addList(app, listOptions);
+  const CLI::App* keymapCommand = addKeymap(app, keymapOptions);
   const CLI::App* recordCommand = addRecord(app, recordOptions);
   const CLI::App* replayCommand = addReplay(app, replayOptions);
   try {
@@ -233,9 +252,10 @@ Request parseArguments(int argc, const char* const* argv) {
   }
   if (monitorCommand->parsed()) return monitorOptions;
   if (listCommand->parsed()) return listOptions;
+  if (keymapCommand->parsed()) return keymapOptions;
   if (recordCommand->parsed()) return recordOptions;
   if (replayCommand->parsed()) return replayOptions;
-  return UsageError{"a command is required: monitor, list, record or replay"};
+  return UsageError{"a command is required: monitor, list, keymap, record or replay"};
 }
 
 }  // namespace quarlo::tools

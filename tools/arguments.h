@@ -4,6 +4,7 @@
 #include <string>
 #include <variant>
 
+#include "tools/keymap.h"
 #include "tools/list.h"
 #include "tools/monitor.h"
 #include "tools/record.h"
@@ -22,7 +23,8 @@ struct UsageError {
 };
 
 // A command is asked for by its options.
-using Request = std::variant<UsageError, Information, MonitorOptions, ListOptions, RecordOptions, ReplayOptions>;
+using Request =
+    std::variant<UsageError, Information, MonitorOptions, ListOptions, KeymapOptions, RecordOptions, ReplayOptions>;
 
 // Takes what main() gets. Prints nothing.
 Request parseArguments(int argc, const char* const* argv);

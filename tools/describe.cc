@@ -64,21 +64,7 @@ constexpr int kFirstPrintable = 0x20;
 constexpr int kLastPrintable = 0x7e;
 constexpr int kFirstPrintableLatin = 0xa0;  // of the upper half of ISO 8859-1
 
-int characterNumber(const KeyData& key) { return static_cast<unsigned char>(key.ch); }
-
-std::string describeCharacter(const KeyData& key) {
-  const int number = characterNumber(key);
-  if (number < kFirstPrintable || number > kLastPrintable) return std::to_string(number);
-  return {'\'', key.ch, '\''};
-}
-
-std::string describeModifiers(LinuxInputReader::Modifier modifiers) {
-  std::string text;
-  for (const ModifierName& entry : kModifierNames) {
-    if ((modifiers & entry.modifier) != 0) text += (text.empty() ? "" : "+") + std::string(entry.name);
-  }
-  return text;
-}
+int characterNumber(char ch) { return static_cast<unsigned char>(ch); }
 
 const char* keyAction(const KeyData& key) { return key.action == KeyData::kUp ? "up" : "down"; }
 
@@ -87,15 +73,6 @@ const char* mouseAction(const MouseData& mouse) {
     case MouseData::kMove: return "move";
     case MouseData::kButtonDown: return "down";
     default: return "up";
-  }
-}
-
-const char* buttonName(const MouseData& mouse) {
-  switch (mouse.button) {
-    case MouseData::kNoButton: return "none";
-    case MouseData::kLeft: return "left";
-    case MouseData::kRight: return "right";
-    default: return "middle";
   }
 }
 
@@ -110,7 +87,7 @@ std::string columns(const std::string& what, const std::string& subject, const s
 
 std::string describeKey(const KeyData& key) {
   char details[64];
-  std::snprintf(details, sizeof details, "%-3s  %s", describeCharacter(key).c_str(),
+  std::snprintf(details, sizeof details, "%-3s  %s", describeCharacter(key.ch).c_str(),
                 describeModifiers(key.modifiers).c_str());
   return columns(std::string("key ") + keyAction(key), keyName(key.key), details);
 }
@@ -119,10 +96,10 @@ std::string describeMouse(const MouseData& mouse) {
   const std::string what = std::string("mouse ") + mouseAction(mouse);
   const std::string position = std::to_string(mouse.x) + "," + std::to_string(mouse.y);
   if (mouse.action != MouseData::kMove) {
-    return columns(what, std::string(buttonName(mouse)) + " x" + std::to_string(mouse.clicks), position);
+    return columns(what, std::string(buttonName(mouse.button)) + " x" + std::to_string(mouse.clicks), position);
   }
   const bool held = mouse.button != MouseData::kNoButton;
-  return columns(what, position, held ? std::string(buttonName(mouse)) + " held" : "");
+  return columns(what, position, held ? std::string(buttonName(mouse.button)) + " held" : "");
 }
 
 void addKey(nlohmann::ordered_json& json, const KeyData& key) {
@@ -130,7 +107,7 @@ void addKey(nlohmann::ordered_json& json, const KeyData& key) {
   json["action"] = keyAction(key);
   json["key"] = keyName(key.key);
   json["code"] = key.key;
-  json["ch"] = characterNumber(key);
+  json["ch"] = characterNumber(key.ch);
   json["modifiers"] = nlohmann::ordered_json::array();
   for (const ModifierName& entry : kModifierNames) {
     if ((key.modifiers & entry.modifier) != 0) json["modifiers"].push_back(entry.name);
@@ -140,7 +117,7 @@ void addKey(nlohmann::ordered_json& json, const KeyData& key) {
 void addMouse(nlohmann::ordered_json& json, const MouseData& mouse) {
   json["kind"] = "mouse";
   json["action"] = mouseAction(mouse);
-  json["button"] = buttonName(mouse);
+  json["button"] = buttonName(mouse.button);
   json["x"] = mouse.x;
   json["y"] = mouse.y;
   json["clicks"] = mouse.clicks;
@@ -153,6 +130,29 @@ std::string keyName(LinuxInputReader::Key key) {
     if (entry.key == key) return entry.name;
   }
   return "key " + std::to_string(key);
+}
+
+const char* buttonName(std::int32_t button) {
+  switch (button) {
+    case MouseData::kNoButton: return "none";
+    case MouseData::kLeft: return "left";
+    case MouseData::kRight: return "right";
+    default: return "middle";
+  }
+}
+
+std::string describeCharacter(char ch) {
+  const int number = characterNumber(ch);
+  if (number < kFirstPrintable || number > kLastPrintable) return std::to_string(number);
+  return {'\'', ch, '\''};
+}
+
+std::string describeModifiers(LinuxInputReader::Modifier modifiers) {
+  std::string text;
+  for (const ModifierName& entry : kModifierNames) {
+    if ((modifiers & entry.modifier) != 0) text += (text.empty() ? "" : "+") + std::string(entry.name);
+  }
+  return text;
 }
 
 std::string describe(const InputEvent& event) {
@@ -182,7 +182,7 @@ nlohmann::ordered_json toJson(microseconds time, const InputEvent& event) {
 }
 
 bool showsWhatWasTyped(const KeyData& key) {
-  const int number = characterNumber(key);
+  const int number = characterNumber(key.ch);
   const bool visible = (number >= kFirstPrintable && number <= kLastPrintable) || number >= kFirstPrintableLatin;
   // The reader starts with Num Lock off, whatever the keyboard has: what it takes for silent may have typed a digit.
   return visible || (key.key >= KeyInput::kKeypad0 && key.key <= KeyInput::kKeypad9);

@@ -16,11 +16,19 @@ using InputEvent = LinuxInputReader::InputEvent;
 // The constant of msg/key_input.h with this value, without its k: "A", "PageUp"; "key 200" if there is none.
 std::string keyName(LinuxInputReader::Key key);
 
+// A mouse button's name: "none", "left", "right", "middle".
+const char* buttonName(std::int32_t button);
+
+// A character in quotes if it can be printed, and otherwise its number from 0 (none) to 255.
+std::string describeCharacter(char ch);
+
+// "ctrl+shift+alt", or those of them that are held.
+std::string describeModifiers(LinuxInputReader::Modifier modifiers);
+
 // The event in aligned columns, such as
 //   key down    A               'a'  shift
 //   mouse move  312,40          left held
 //   mouse down  left x2         312,40
-// The character is in quotes if it can be printed, and otherwise its number from 0 (none) to 255.
 std::string describe(const InputEvent& event);
 
 // `time` in seconds, as the text lines have it.

@@ -19,6 +19,7 @@ int run(const Information& information) {
 
 int run(const MonitorOptions& options) { return monitor(options); }
 int run(const ListOptions& options) { return list(options); }
+int run(const KeymapOptions& options) { return keymap(options); }
 int run(const RecordOptions& options) { return record(options); }
 int run(const ReplayOptions& options) { return replay(options); }
 

@@ -39,6 +39,8 @@ void check(const MonitorOptions& options) {
 
 void check(const ListOptions& /*options*/) {}
 
+void check(const KeymapOptions& options) { require(!options.json || !options.markdown, "a key map has one format"); }
+
 void check(const RecordOptions& options) {
   using namespace std::chrono_literals;
   checkSources(options);

@@ -16,12 +16,13 @@ std::string usageError(const Arguments& arguments) {
 }
 
 TEST(Arguments, ThatAreNonsenseAreNamed) {
-  EXPECT_EQ(usageError({}), "quarlo-input: a command is required: monitor, list, record or replay" + kHint);
+  EXPECT_EQ(usageError({}), "quarlo-input: a command is required: monitor, list, keymap, record or replay" + kHint);
   EXPECT_EQ(usageError({"sing"}), "quarlo-input: The following argument was not expected: sing" + kHint);
   EXPECT_EQ(usageError({"monitor", "--loud"}), "quarlo-input: The following argument was not expected: --loud" + kHint);
   EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse: 1 required PATH missing" + kHint);
   EXPECT_EQ(usageError({"replay"}), "quarlo-input: session is required" + kHint);
   EXPECT_EQ(usageError({"record"}), "quarlo-input: --output is required" + kHint);
+  EXPECT_EQ(usageError({"keymap", "--json", "--markdown"}), "quarlo-input: --json excludes --markdown" + kHint);
   EXPECT_EQ(usageError({"record", "-o", ""}), "quarlo-input: --output: the name is empty" + kHint);
 }
 
@@ -96,7 +97,7 @@ TEST(Arguments, LircPathHasAtMost107Characters) {
 }
 
 TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
-  for (const std::string command : {"monitor", "list", "record", "replay"}) {
+  for (const std::string command : {"monitor", "list", "keymap", "record", "replay"}) {
     const Result result = run({command, "--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
@@ -110,7 +111,7 @@ TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
 TEST(Help, NamesTheCommands) {
   const Result result = run({"--help"});
   EXPECT_EQ(result.status, 0);
-  for (const std::string command : {"  monitor  ", "  list  ", "  record  ", "  replay  "}) {
+  for (const std::string command : {"  monitor  ", "  list  ", "  keymap  ", "  record  ", "  replay  "}) {
     EXPECT_NE(result.out.find(command), std::string::npos) << command;
   }
 }
