@@ -84,6 +84,7 @@ namespace quarlo::components::input {
 
 class LinuxInputReader {
  public:
+  // A key code, and the modifiers held (msg/key_input.h).
   using Key = msg::KeyInput::Key;
   using Modifier = msg::KeyInput::Modifier;
 
@@ -95,34 +96,38 @@ class LinuxInputReader {
     static constexpr std::uint8_t kMouseEvent = 1;  // mouseData is valid
     static constexpr std::uint8_t kNoEvent = 255;   // never written: for callers to preset
 
+    // A key was pressed or released.
     struct KeyData {
       static constexpr std::int32_t kDown = 0;  // pressed, or repeated while held
       static constexpr std::int32_t kUp = 1;    // released; never from the remote
 
-      std::int32_t action;
-      Key key;             // 0 for a key that has no code here
-      char ch;             // the character typed, 0 for none: ASCII, but 153 for Power and any byte from the remote
-      Modifier modifiers;  // held on the keyboard, after this key; always 0 from the remote
+      std::int32_t action;  // kDown or kUp
+      Key key;              // 0 for a key that has no code here
+      char ch;              // the character typed, 0 for none: ASCII, but 153 for Power and any byte from the remote
+      Modifier modifiers;   // held on the keyboard, after this key; always 0 from the remote
     };
 
+    // The pointer moved, or a button was pressed or released.
     struct MouseData {
+      // action
       static constexpr std::int32_t kMove = 0;
       static constexpr std::int32_t kButtonDown = 1;
       static constexpr std::int32_t kButtonUp = 2;
 
+      // button
       static constexpr std::int32_t kNoButton = 0;
       static constexpr std::int32_t kLeft = 1;
       static constexpr std::int32_t kRight = 2;
       static constexpr std::int32_t kMiddle = 3;
 
-      std::int32_t action;
+      std::int32_t action;  // kMove, kButtonDown or kButtonUp
       std::int32_t button;  // the one pressed or released; in a move, the one held
       std::uint16_t x;      // pixels, 0 to the width given to init(), low 16 bits
       std::uint16_t y;      // pixels, 0 to the height given to init(), low 16 bits
       std::uint8_t clicks;  // presses of this button less than 400 ms apart: 1 single, 2 double, ...; 0 in a move
     };
 
-    std::uint8_t kind;
+    std::uint8_t kind;   // kKeyEvent or kMouseEvent
     std::uint8_t flags;  // always 0
     union {
       KeyData keyData;

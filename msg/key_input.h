@@ -11,7 +11,10 @@ struct KeyInput {
   // from 1 to 255 can occur.
   using Key = std::int32_t;
 
+  // No key.
   static constexpr Key kNone = 0;
+
+  // Keys that edit, move or modify, and Space.
   static constexpr Key kBackspace = 8;
   static constexpr Key kTab = 9;
   static constexpr Key kEnter = 13;
@@ -32,6 +35,7 @@ struct KeyInput {
   static constexpr Key kInsert = 45;
   static constexpr Key kDelete = 46;
 
+  // Digits, of the main block and of a remote.
   static constexpr Key k0 = 48;
   static constexpr Key k1 = 49;
   static constexpr Key k2 = 50;
@@ -43,6 +47,7 @@ struct KeyInput {
   static constexpr Key k8 = 56;
   static constexpr Key k9 = 57;
 
+  // Letters.
   static constexpr Key kA = 65;
   static constexpr Key kB = 66;
   static constexpr Key kC = 67;
@@ -70,6 +75,7 @@ struct KeyInput {
   static constexpr Key kY = 89;
   static constexpr Key kZ = 90;
 
+  // The keypad, with or without Num Lock.
   static constexpr Key kKeypad0 = 96;
   static constexpr Key kKeypad1 = 97;
   static constexpr Key kKeypad2 = 98;
@@ -86,6 +92,7 @@ struct KeyInput {
   static constexpr Key kKeypadDecimal = 110;
   static constexpr Key kKeypadDivide = 111;
 
+  // Function keys.
   static constexpr Key kF1 = 112;
   static constexpr Key kF2 = 113;
   static constexpr Key kF3 = 114;
@@ -99,8 +106,10 @@ struct KeyInput {
   static constexpr Key kF11 = 122;
   static constexpr Key kF12 = 123;
 
+  // The lock of the keypad.
   static constexpr Key kNumLock = 144;
 
+  // Punctuation, by what the key types on a US keyboard without Shift.
   static constexpr Key kSemicolon = 186;
   static constexpr Key kEquals = 187;
   static constexpr Key kComma = 188;
@@ -113,6 +122,7 @@ struct KeyInput {
   static constexpr Key kRightBracket = 221;
   static constexpr Key kApostrophe = 222;
 
+  // Keys of remotes and of multimedia keyboards.
   static constexpr Key kRed = 403;
   static constexpr Key kGreen = 404;
   static constexpr Key kYellow = 405;
@@ -136,6 +146,7 @@ struct KeyInput {
   // The modifier keys held, as a set of bits.
   using Modifier = std::uint32_t;
 
+  // The bits of a Modifier.
   static constexpr Modifier kNoModifier = 0;
   static constexpr Modifier kControlModifier = 1;
   static constexpr Modifier kShiftModifier = 2;

@@ -42,7 +42,7 @@ struct DaemonState;
 
 // What an evdev node says about itself.
 struct Device {
-  std::string name;
+  std::string name;                    // as EVIOCGNAME gives it
   std::map<int, std::set<int>> codes;  // the event codes it can send, by event type (EV_KEY, ...); EV_SYN is implied
 
   // The typical ones. A keyboard has the keys of a full PC keyboard with LEDs and auto-repeat; a mouse has three
