@@ -74,8 +74,12 @@ constexpr char kIntroduction[] =
 Which key code does this button give? `quarlo-input monitor` shows it as the button is pressed. This page has every key and
 button that gives something, and `quarlo-input keymap` prints them to be searched:
 
-```
-quarlo-input keymap | grep -i volume
+```console
+$ quarlo-input keymap | grep -i volume
+evdev     114  KEY_VOLUMEDOWN                            VolumeDown        448
+evdev     115  KEY_VOLUMEUP                              VolumeUp          447
+remote         VOLUMEUP, KEY_VOLUMEUP                    VolumeUp          447
+remote         VOLUMEDOWN, KEY_VOLUMEDOWN                VolumeDown        448
 ```
 
 It also has all other names of `linux/input-event-codes.h`: such a key is an event with key code 0 and no character. `evtest`
