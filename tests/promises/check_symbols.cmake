@@ -4,7 +4,7 @@ set(allowed
   abort close connect div getenv gettimeofday ioctl memcpy memset open printf putchar puts read select snprintf socket
   strcasecmp strchr strlen strncasecmp strspn strtol
   # what the compiler and libc's headers make of them
-  __errno_location _GLOBAL_OFFSET_TABLE_
+  __errno_location _GLOBAL_OFFSET_TABLE_ _gp_disp
   # the application's logging facility
   _ZN6quarlo7logging10LogMessageEPKciiS2_z _ZN6quarlo7logging14GetMinLogLevelEv
   _ZN6quarlo7logging18GetVlogLevelHelperEPKcm _ZN6quarlo7logging18GetVlogLevelHelperEPKcj)
