@@ -1,0 +1,69 @@
+# What `cmake --install` puts where. Of its components, dev is what an application builds with, and program is
+# quarlo-input with what belongs to it.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# ---- dev ----------------------------------------------------------------------------------------
+
+set(include_folder ${CMAKE_INSTALL_INCLUDEDIR}/quarlo-input)
+set(cmake_folder ${CMAKE_INSTALL_LIBDIR}/cmake/quarlo-input)
+set(pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+set_target_properties(quarlo_input PROPERTIES EXPORT_NAME input)
+set_target_properties(quarlo_stderr_logging PROPERTIES EXPORT_NAME stderr_logging)
+set_target_properties(quarlo_sim PROPERTIES EXPORT_NAME sim)
+install(TARGETS quarlo_input quarlo_stderr_logging quarlo_sim EXPORT quarlo
+  ARCHIVE COMPONENT dev
+  FILE_SET HEADERS DESTINATION ${include_folder} COMPONENT dev
+  INCLUDES DESTINATION ${include_folder})  # for users of a CMake that knows no file sets
+
+install(EXPORT quarlo NAMESPACE quarlo:: FILE quarlo-input-targets.cmake DESTINATION ${cmake_folder} COMPONENT dev)
+write_basic_package_version_file(quarlo-input-config-version.cmake COMPATIBILITY SameMinorVersion)
+install(FILES cmake/quarlo-input-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/quarlo-input-config-version.cmake
+  DESTINATION ${cmake_folder} COMPONENT dev)
+
+# Installs what pkg-config says of one library, from its own place, so that the whole can be moved.
+function(quarlo_install_pkg_config name target description)
+  set(NAME ${name})
+  set(DESCRIPTION ${description})
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+             OUTPUT_VARIABLE PREFIX)
+  set(INCLUDEDIR "\${prefix}")
+  set(LIBDIR "\${prefix}")
+  cmake_path(APPEND INCLUDEDIR ${include_folder})
+  cmake_path(APPEND LIBDIR ${CMAKE_INSTALL_LIBDIR})
+  get_target_property(options ${target} INTERFACE_LINK_OPTIONS)
+  set(LIBS -l${target})
+  if(options)
+    list(APPEND LIBS ${options})
+  endif()
+  string(REPLACE "LINKER:" "-Wl," LIBS "${LIBS}")
+  list(JOIN LIBS " " LIBS)
+  configure_file(cmake/pkg-config.pc.in ${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_folder} COMPONENT dev)
+endfunction()
+
+quarlo_install_pkg_config(quarlo-input quarlo_input
+  "Mouse, keyboard and infrared remote on Linux, as one stream of events")
+quarlo_install_pkg_config(quarlo-stderr-logging quarlo_stderr_logging
+  "Logging to standard error, for users of quarlo-input that have no other")
+quarlo_install_pkg_config(quarlo-sim quarlo_sim
+  "A simulated Linux machine to test input code on")
+
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev
+  FILES_MATCHING REGEX "\\.(md|svg|cc)$")
+
+# ---- program ------------------------------------------------------------------------------------
+
+if(QUARLO_BUILD_TOOLS)
+  install(TARGETS quarlo-input RUNTIME COMPONENT program)
+  install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/tools/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
+  install(FILES tools/completion.bash RENAME quarlo-input
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT program)
+  install(FILES tools/completion.zsh RENAME _quarlo-input
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT program)
+  install(FILES docs/70-quarlo-input.rules docs/permissions.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT program)
+  install(DIRECTORY sessions DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT program)
+endif()
