@@ -1,0 +1,26 @@
+# CPack runs this before it makes the packages: what Debian wants in each one, where and as it wants it.
+find_program(gzip gzip REQUIRED)
+set(sources ${CMAKE_CURRENT_LIST_DIR}/..)
+
+function(compress)
+  execute_process(COMMAND ${gzip} --best --no-name ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+function(add_documents share package)
+  set(documents ${share}/doc/${package})
+  file(COPY ${sources}/packaging/copyright DESTINATION ${documents})
+  file(COPY_FILE ${sources}/packaging/changelog ${documents}/changelog.Debian)
+  file(COPY_FILE ${sources}/CHANGELOG.md ${documents}/changelog)
+  compress(${documents}/changelog.Debian ${documents}/changelog)
+endfunction()
+
+set(dev ${CPACK_TEMPORARY_DIRECTORY}/dev/usr/share)
+file(RENAME ${dev}/doc/quarlo-input ${dev}/doc/libquarlo-input-dev)
+file(REMOVE ${dev}/doc/libquarlo-input-dev/CHANGELOG.md)
+add_documents(${dev} libquarlo-input-dev)
+
+set(program ${CPACK_TEMPORARY_DIRECTORY}/program/usr/share)
+file(GLOB pages ${program}/man/man1/*.1)
+compress(${pages})
+file(RENAME ${program}/zsh/site-functions ${program}/zsh/vendor-completions)
+add_documents(${program} quarlo-input)
