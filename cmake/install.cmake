@@ -52,7 +52,7 @@ quarlo_install_pkg_config(quarlo-sim quarlo_sim
 
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev
-  FILES_MATCHING REGEX "\\.(md|svg|cc)$")
+  FILES_MATCHING REGEX "\\.(md|svg|cc|h)$")
 
 # ---- program ------------------------------------------------------------------------------------
 
