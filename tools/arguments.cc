@@ -3,10 +3,13 @@
 #include <sys/un.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cmath>
 #include <functional>
+#include <optional>
+#include <vector>
 
 namespace quarlo::tools {
 namespace {
@@ -14,6 +17,9 @@ namespace {
 constexpr std::uint32_t kLargestSize = 65536;  // an event's coordinates have 16 bits
 constexpr int kLongestTimeoutMs = 2147483;     // the reader's, in 32-bit microseconds
 constexpr long kMostEvents = 2147483647;
+constexpr int kLongestLircTimeoutMs = 2147483647;
+constexpr std::size_t kMostValues = 8;  // of each timeout that `tune` tries
+constexpr std::size_t kMostSettings = 200;
 constexpr std::size_t kLongestLircPath = sizeof(sockaddr_un::sun_path) - 1;
 
 template <typename Number>
@@ -63,6 +69,103 @@ void parseDuration(const std::string& text, RecordOptions& options) {
     throw CLI::ValidationError("--duration", text + " is no number of seconds from 0.1 to 86400");
   }
   options.duration = std::chrono::microseconds(std::llround(seconds * 1e6));
+}
+
+// What the command line says of an imagined remote; the rest follows from its protocol.
+struct ImaginedRemote {
+  std::optional<std::string> protocol;
+  std::optional<int> periodMs;
+  std::optional<int> tapLines;
+  std::optional<int> holdMs;
+};
+
+void parseNumber(const std::string& option, const std::string& text, const std::string& what, int least, int most,
+                 std::optional<int>& number) {
+  int value;
+  if (!parse(text, least, most, value)) {
+    throw CLI::ValidationError(
+        option, text + " is no number of " + what + " from " + std::to_string(least) + " to " + std::to_string(most));
+  }
+  number = value;
+}
+
+void parseTimeouts(const std::string& option, const std::string& text, int most, std::vector<int>& values) {
+  values.clear();
+  for (std::size_t start = 0; start <= text.size();) {
+    const std::size_t end = std::min(text.find(',', start), text.size());
+    int value;
+    if (!parse(text.substr(start, end - start), 1, most, value)) {
+      throw CLI::ValidationError(
+          option, text + " is no list such as 50,100 of numbers of milliseconds from 1 to " + std::to_string(most));
+    }
+    values.push_back(value);
+    start = end + 1;
+  }
+  std::sort(values.begin(), values.end());
+  values.erase(std::unique(values.begin(), values.end()), values.end());
+  if (values.size() > kMostValues) {
+    throw CLI::ValidationError(option, "at most " + std::to_string(kMostValues) + " values can be tried at once");
+  }
+}
+
+std::string protocolNames() {
+  std::string names;
+  for (const Protocol& protocol : knownProtocols()) names += (names.empty() ? "" : ", ") + protocol.name;
+  return names;
+}
+
+void parseProtocol(const std::string& text, ImaginedRemote& remote) {
+  const std::vector<Protocol>& known = knownProtocols();
+  if (std::none_of(known.begin(), known.end(), [&](const Protocol& protocol) { return protocol.name == text; })) {
+    throw CLI::ValidationError(
+        "--protocol", text + " is none of " + protocolNames() + "; describe it by --period, --tap and --hold instead");
+  }
+  remote.protocol = text;
+}
+
+// What a remote's description lacks is taken from its protocol, or follows from the rest.
+void completeRemote(const ImaginedRemote& remote, TuneOptions& options) {
+  const std::vector<Protocol>& known = knownProtocols();
+  const std::string name = remote.protocol.value_or(known.front().name);
+  options.protocol =
+      *std::find_if(known.begin(), known.end(), [&](const Protocol& protocol) { return protocol.name == name; });
+  if (remote.periodMs) {
+    options.protocol.name.clear();
+    options.protocol.period = std::chrono::milliseconds(*remote.periodMs);
+    options.protocol.tapLines = linesOfATap(options.protocol.period);
+  }
+  if (remote.tapLines) options.protocol.tapLines = *remote.tapLines;
+  if (remote.holdMs) options.hold = std::chrono::milliseconds(*remote.holdMs);
+  const std::chrono::microseconds tap = (options.protocol.tapLines - 1) * options.protocol.period;
+  if (tap >= kShortestHold) {
+    throw CLI::ValidationError("--tap", std::to_string(options.protocol.tapLines) + " lines take " +
+                                            std::to_string(tap.count() / 1000) +
+                                            " ms: that is a held button, a tap takes less than 500 ms");
+  }
+}
+
+void parseSession(const std::string& text, TuneOptions& options) {
+  if (text.empty()) throw CLI::ValidationError("session", "the name is empty");
+  options.session = text;
+}
+
+void parsePlot(const std::string& text, TuneOptions& options) {
+  if (text.empty()) throw CLI::ValidationError("--plot", "the name is empty");
+  options.plot = text;
+}
+
+void checkTune(const ImaginedRemote& remote, TuneOptions& options) {
+  if (!options.session.empty() && (remote.protocol || remote.periodMs || remote.tapLines || remote.holdMs)) {
+    throw CLI::ValidationError(
+        "a session has a remote of its own: leave out --protocol, --period, --tap and --hold, or the session");
+  }
+  const Grid& grid = options.grid;
+  const std::size_t settings = grid.repeatMs.size() * grid.releaseMs.size() * grid.pollMs.size();
+  if (settings > kMostSettings) {
+    throw CLI::ValidationError("the lists make " + std::to_string(settings) + " settings, and at most " +
+                               std::to_string(kMostSettings) + " can be tried at once");
+  }
+  completeRemote(remote, options);
 }
 
 void parseSession(const std::string& text, RecordOptions& options) {
@@ -224,6 +327,69 @@ CLI::App* addReplay(CLI::App& app, ReplayOptions& options) {
   return command;
 }
 
+void addTextOption(CLI::App& command, const std::string& option, const char* type,
+                   const std::function<void(const std::string&)>& take, const std::string& description) {
+  command.add_option_function<std::string>(option, take, description)->type_name(type);
+}
+
+void addImaginedRemote(CLI::App& command, ImaginedRemote& remote) {
+  addTextOption(
+      command, "--protocol", "NAME", [&](const std::string& text) { parseProtocol(text, remote); },
+      "The remote's protocol: " + protocolNames() + "; default: " + knownProtocols().front().name);
+  addTextOption(
+      command, "--period", "MS",
+      [&](const std::string& text) { parseNumber("--period", text, "milliseconds", 10, 499, remote.periodMs); },
+      "How long from line to line while a button is held");
+  addTextOption(
+      command, "--tap", "LINES",
+      [&](const std::string& text) { parseNumber("--tap", text, "lines", 1, 50, remote.tapLines); },
+      "How many lines come of a tap; default: those of 250 ms");
+  addTextOption(
+      command, "--hold", "MS",
+      [&](const std::string& text) { parseNumber("--hold", text, "milliseconds", 500, 10000, remote.holdMs); },
+      "How long a button is held; default: 2000");
+}
+
+void addGrid(CLI::App& command, Grid& grid) {
+  addTextOption(
+      command, "--repeat-timeout", "LIST",
+      [&](const std::string& text) { parseTimeouts("--repeat-timeout", text, kLongestLircTimeoutMs, grid.repeatMs); },
+      "Values of LIRC_REPEAT_TIMEOUT to try; default: 50,75,100,150");
+  addTextOption(
+      command, "--release-timeout", "LIST",
+      [&](const std::string& text) { parseTimeouts("--release-timeout", text, kLongestLircTimeoutMs, grid.releaseMs); },
+      "Values of LIRC_RELEASE_TIMEOUT to try; default: 200,300,400");
+  addTextOption(
+      command, "--timeout", "LIST",
+      [&](const std::string& text) { parseTimeouts("--timeout", text, kLongestTimeoutMs, grid.pollMs); },
+      "How long each round of the application may wait for input; default: 10,20,50");
+}
+
+CLI::App* addTune(CLI::App& app, TuneOptions& options, ImaginedRemote& remote) {
+  CLI::App* command = app.add_subcommand("tune", "Find the remote's two timeouts: try settings, and recommend one.");
+  addTextOption(
+      *command, "session", "SESSION", [&options](const std::string& text) { parseSession(text, options); },
+      "A folder or a file with a remote's lines; default: imagined ones");
+  addImaginedRemote(*command, remote);
+  addGrid(*command, options.grid);
+  addFlag(*command, "--json", options.json, "Print one JSON object per setting, then the recommendation");
+  addTextOption(
+      *command, "--plot", "FILE.svg", [&options](const std::string& text) { parsePlot(text, options); },
+      "Draw the present and the recommended setting, and all of them, with gnuplot");
+  command->callback([&remote, &options] { checkTune(remote, options); });
+  command->footer(
+      "The lines of a tap and of a held button go through the real reader, on a simulated machine, with each\n"
+      "setting. When the reader gets a line depends on when the application polls: the press comes at eight\n"
+      "moments between two polls, while the application's own work takes 0.1, 1 and 3 ms a round, and the\n"
+      "worst counts. In a session, a press begins with a line whose repeat count is 0; it is a held button\n"
+      "from 500 ms on, and a tap otherwise. Both must be there. --plot needs gnuplot (package gnuplot-nox).\n\n"
+      "Example: a remote of which a tap sends three lines\n"
+      "  quarlo-input tune --period 108 --hold 2000 --tap 3\n\n"
+      "Exit status: 0 when done; 1 if the session cannot be used, or the picture not be made; 2 for wrong\n"
+      "arguments.");
+  return command;
+}
+
 }  // namespace
 
 Request parseArguments(int argc, const char* const* argv) {
@@ -236,11 +402,14 @@ Request parseArguments(int argc, const char* const* argv) {
   KeymapOptions keymapOptions;
   RecordOptions recordOptions;
   ReplayOptions replayOptions;
+  TuneOptions tuneOptions;
+  ImaginedRemote imaginedRemote;
   const CLI::App* monitorCommand = addMonitor(app, monitorOptions);
   const CLI::App* listCommand = addList(app, listOptions);
   const CLI::App* keymapCommand = addKeymap(app, keymapOptions);
   const CLI::App* recordCommand = addRecord(app, recordOptions);
   const CLI::App* replayCommand = addReplay(app, replayOptions);
+  const CLI::App* tuneCommand = addTune(app, tuneOptions, imaginedRemote);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
@@ -255,7 +424,8 @@ Request parseArguments(int argc, const char* const* argv) {
   if (keymapCommand->parsed()) return keymapOptions;
   if (recordCommand->parsed()) return recordOptions;
   if (replayCommand->parsed()) return replayOptions;
-  return UsageError{"a command is required: monitor, list, keymap, record or replay"};
+  if (tuneCommand->parsed()) return tuneOptions;
+  return UsageError{"a command is required: monitor, list, keymap, record, replay or tune"};
 }
 
 }  // namespace quarlo::tools

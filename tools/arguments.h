@@ -9,6 +9,7 @@
 #include "tools/monitor.h"
 #include "tools/record.h"
 #include "tools/replay.h"
+#include "tools/tune.h"
 
 namespace quarlo::tools {
 
@@ -23,8 +24,8 @@ struct UsageError {
 };
 
 // A command is asked for by its options.
-using Request =
-    std::variant<UsageError, Information, MonitorOptions, ListOptions, KeymapOptions, RecordOptions, ReplayOptions>;
+using Request = std::variant<UsageError, Information, MonitorOptions, ListOptions, KeymapOptions, RecordOptions,
+                             ReplayOptions, TuneOptions>;
 
 // Takes what main() gets. Prints nothing.
 Request parseArguments(int argc, const char* const* argv);

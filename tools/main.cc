@@ -22,6 +22,7 @@ int run(const ListOptions& options) { return list(options); }
 int run(const KeymapOptions& options) { return keymap(options); }
 int run(const RecordOptions& options) { return record(options); }
 int run(const ReplayOptions& options) { return replay(options); }
+int run(const TuneOptions& options) { return tune(options); }
 
 }  // namespace
 

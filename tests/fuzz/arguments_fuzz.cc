@@ -51,6 +51,23 @@ void check(const RecordOptions& options) {
 
 void check(const ReplayOptions& options) { checkReader(options); }
 
+void checkValues(const std::vector<int>& values, int most) {
+  require(!values.empty() && values.size() <= 8, "a setting has from 1 to 8 values");
+  require(std::is_sorted(values.begin(), values.end()) && values.front() >= 1 && values.back() <= most,
+          "values are in order and within their limits");
+}
+
+void check(const TuneOptions& options) {
+  using namespace std::chrono_literals;
+  checkValues(options.grid.repeatMs, 2147483647);
+  checkValues(options.grid.releaseMs, 2147483647);
+  checkValues(options.grid.pollMs, 2147483);
+  require(options.protocol.period >= 10ms && options.protocol.period < kShortestHold, "a remote repeats its lines");
+  require(options.protocol.tapLines >= 1 && (options.protocol.tapLines - 1) * options.protocol.period < kShortestHold,
+          "a tap is no held button");
+  require(options.hold >= kShortestHold && options.hold <= 10s, "a hold has from 0.5 to 10 s");
+}
+
 // One argument a line: the input can hold every argument that main() can get, but for newlines.
 std::vector<std::string> argumentsOf(const std::string& text) {
   std::vector<std::string> arguments = {"quarlo-input"};

@@ -16,7 +16,8 @@ std::string usageError(const Arguments& arguments) {
 }
 
 TEST(Arguments, ThatAreNonsenseAreNamed) {
-  EXPECT_EQ(usageError({}), "quarlo-input: a command is required: monitor, list, keymap, record or replay" + kHint);
+  EXPECT_EQ(usageError({}),
+            "quarlo-input: a command is required: monitor, list, keymap, record, replay or tune" + kHint);
   EXPECT_EQ(usageError({"sing"}), "quarlo-input: The following argument was not expected: sing" + kHint);
   EXPECT_EQ(usageError({"monitor", "--loud"}), "quarlo-input: The following argument was not expected: --loud" + kHint);
   EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse: 1 required PATH missing" + kHint);
@@ -34,6 +35,9 @@ TEST(Arguments, AreEscaped) {
                                      {"monitor", "--timeout", kHostile},
                                      {"monitor", "--count", kHostile},
                                      {"replay", "x", "--size", kHostile},
+                                     {"tune", "--protocol", kHostile},
+                                     {"tune", "--period", kHostile},
+                                     {"tune", "--repeat-timeout", kHostile},
                                      {"record", "-o", "x", "--duration", kHostile}}) {
     const std::string error = usageError(arguments);
     EXPECT_NE(error.find(kHostileEscaped), std::string::npos) << error;
@@ -86,6 +90,60 @@ TEST(Arguments, DurationIsANumberOfSeconds) {
   }
 }
 
+TEST(Arguments, TimeoutsToTryAreLists) {
+  for (const std::string text : {"0", "-1", "2147483648", "x", "10ms", "1,,2", "1,", ",", ""}) {
+    EXPECT_EQ(usageError({"tune", "--release-timeout", text}),
+              "quarlo-input: --release-timeout: " + text +
+                  " is no list such as 50,100 of numbers of milliseconds from 1 to 2147483647" + kHint);
+  }
+  EXPECT_EQ(
+      usageError({"tune", "--timeout", "10,2147484"}),
+      "quarlo-input: --timeout: 10,2147484 is no list such as 50,100 of numbers of milliseconds from 1 to 2147483" +
+          kHint);
+}
+
+TEST(Arguments, TooManySettingsAreRefused) {
+  EXPECT_EQ(usageError({"tune", "--repeat-timeout", "1,2,3,4,5,6,7,8,9"}),
+            "quarlo-input: --repeat-timeout: at most 8 values can be tried at once" + kHint);
+  EXPECT_EQ(usageError({"tune", "--repeat-timeout", "1,2,3,4,5,6,7", "--release-timeout", "1,2,3,4,5", "--timeout",
+                        "1,2,3,4,5,6"}),
+            "quarlo-input: the lists make 210 settings, and at most 200 can be tried at once" + kHint);
+}
+
+TEST(Arguments, ARemoteIsDescribedByNumbersWithinLimits) {
+  for (const std::string text : {"9", "500", "x", "108.5", ""}) {
+    EXPECT_EQ(usageError({"tune", "--period", text}),
+              "quarlo-input: --period: " + text + " is no number of milliseconds from 10 to 499" + kHint);
+  }
+  EXPECT_EQ(usageError({"tune", "--tap", "51"}), "quarlo-input: --tap: 51 is no number of lines from 1 to 50" + kHint);
+  EXPECT_EQ(usageError({"tune", "--hold", "499"}),
+            "quarlo-input: --hold: 499 is no number of milliseconds from 500 to 10000" + kHint);
+  EXPECT_EQ(usageError({"tune", "--protocol", "smoke"}),
+            "quarlo-input: --protocol: smoke is none of nec, rc-5, rc-6, sirc; describe it by --period, --tap and "
+            "--hold instead" +
+                kHint);
+}
+
+TEST(Arguments, ATapOfHalfASecondIsNone) {
+  EXPECT_EQ(usageError({"tune", "--tap", "6"}),
+            "quarlo-input: --tap: 6 lines take 540 ms: that is a held button, a tap takes less than 500 ms" + kHint);
+}
+
+TEST(Arguments, ASessionHasARemoteOfItsOwn) {
+  for (const Arguments& option :
+       {Arguments{"--protocol", "nec"}, {"--period", "108"}, {"--tap", "3"}, {"--hold", "2000"}}) {
+    EXPECT_EQ(usageError({"tune", "sofa", option[0], option[1]}),
+              "quarlo-input: a session has a remote of its own: leave out --protocol, --period, --tap and --hold, or "
+              "the session" +
+                  kHint);
+  }
+  EXPECT_EQ(usageError({"tune", ""}), "quarlo-input: session: the name is empty" + kHint);
+}
+
+TEST(Arguments, APictureHasAName) {
+  EXPECT_EQ(usageError({"tune", "--plot", ""}), "quarlo-input: --plot: the name is empty" + kHint);
+}
+
 TEST(Arguments, LircPathHasAtMost107Characters) {
   EXPECT_EQ(usageError({"monitor", "--lirc", std::string(108, 'a')}),
             "quarlo-input: --lirc: the path has 108 characters, and a socket's can have 107; use a shorter one, such "
@@ -97,7 +155,7 @@ TEST(Arguments, LircPathHasAtMost107Characters) {
 }
 
 TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
-  for (const std::string command : {"monitor", "list", "keymap", "record", "replay"}) {
+  for (const std::string command : {"monitor", "list", "keymap", "record", "replay", "tune"}) {
     const Result result = run({command, "--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
@@ -111,7 +169,7 @@ TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
 TEST(Help, NamesTheCommands) {
   const Result result = run({"--help"});
   EXPECT_EQ(result.status, 0);
-  for (const std::string command : {"  monitor  ", "  list  ", "  keymap  ", "  record  ", "  replay  "}) {
+  for (const std::string command : {"  monitor  ", "  list  ", "  keymap  ", "  record  ", "  replay  ", "  tune  "}) {
     EXPECT_NE(result.out.find(command), std::string::npos) << command;
   }
 }

@@ -1,0 +1,256 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tests/tools/program.h"
+
+namespace quarlo::tools {
+namespace {
+
+std::string sample(const std::string& name) { return std::string(QUARLO_SESSIONS) + "/" + name; }
+
+std::string contentOf(const std::string& path) {
+  std::ostringstream content;
+  content << std::ifstream(path).rdbuf();
+  return content.str();
+}
+
+// The whole output of a study that goes well, without messages.
+std::string tuned(Arguments arguments, const Arguments& launcher = {}) {
+  arguments.insert(arguments.begin(), "tune");
+  const Result result = run(arguments, Output::kPipe, launcher);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  return result.out;
+}
+
+// What a study that fails says.
+std::string failure(Arguments arguments, const Arguments& launcher = {}) {
+  arguments.insert(arguments.begin(), "tune");
+  const Result result = run(arguments, Output::kPipe, launcher);
+  EXPECT_EQ(result.status, 1);
+  return result.err;
+}
+
+// Few settings: the present one, and a better one.
+const Arguments kSmallGrid = {"--repeat-timeout", "75,100", "--release-timeout", "300", "--timeout", "10"};
+
+Arguments with(Arguments arguments, const Arguments& more) {
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return arguments;
+}
+
+TEST(Tune, SaysWhatEachSettingGivesAndWhatToSet) {
+  EXPECT_EQ(tuned(with({"--period", "108", "--hold", "2000", "--tap", "3"}, kSmallGrid)),
+            "Remote: a line every 108 ms; a tap of 3 lines, and a button held for 2000 ms.\n"
+            "Each setting is run 24 times: the press comes at 8 moments between two polls, and the application's\n"
+            "own work takes 0.1, 1 and 3 ms a round. Ranges are over all runs; times are in ms.\n"
+            "\n"
+            "   repeat release    poll downs    first   repeats  last down lines\n"
+            "  timeout timeout timeout a tap   repeat  a second  after end skip lost  faults\n"
+            " *     75     300      10     1  314-326       9.2     +6..+9    4    0  good\n"
+            ">     100     300      10     1  314-323   8.0-9.2     +6..+9    6    0  uneven\n"
+            "\n"
+            "> you are here, if you set nothing   * recommended\n"
+            "uneven: pauses between repeats differ 1.75-fold: take another repeat timeout, or poll more often\n"
+            "\n"
+            "Now: uneven. As recommended: no fault. A tap gives 1 key-down; a held button repeats after 314-326\n"
+            "ms, 9.2 times a second. Of the settings without a fault that repeat this soon, it has the longest\n"
+            "release timeout and the middle repeat timeout: the farthest from trouble.\n"
+            "\n"
+            "  export LIRC_REPEAT_TIMEOUT=75\n"
+            "  export LIRC_RELEASE_TIMEOUT=300\n"
+            "  and the first readInput() of each round of the loop waits 10 ms\n");
+}
+
+TEST(Tune, StudiesTheNecProtocolUnlessToldOtherwise) {
+  EXPECT_EQ(linesOf(tuned(kSmallGrid)).front(),
+            "Remote: nec, a line every 108 ms; a tap of 3 lines, and a button held for 2000 ms.");
+}
+
+TEST(Tune, KnowsProtocols) {
+  EXPECT_EQ(linesOf(tuned(with(kSmallGrid, {"--protocol", "rc-5"}))).front(),
+            "Remote: rc-5, a line every 114 ms; a tap of 3 lines, and a button held for 2000 ms.");
+  EXPECT_EQ(linesOf(tuned(with(kSmallGrid, {"--protocol", "rc-6"}))).front(),
+            "Remote: rc-6, a line every 107 ms; a tap of 3 lines, and a button held for 2000 ms.");
+  EXPECT_EQ(linesOf(tuned(with(kSmallGrid, {"--protocol", "sirc", "--tap", "3"}))).front(),
+            "Remote: sirc, a line every 45 ms; a tap of 3 lines, and a button held for 2000 ms.");
+}
+
+TEST(Tune, StudiesWhatWasRecorded) {
+  const std::string out = tuned(with({sample("sofa")}, kSmallGrid));
+  EXPECT_EQ(linesOf(out).front(), "Remote: " + sample("sofa") + ", a line every 110 ms; 6 taps, and 1 held button.");
+  EXPECT_NE(out.find("No other\nsetting is better: leave it as it is.\n"), std::string::npos) << out;
+}
+
+TEST(Tune, SaysWhenOnlyThePresentSettingIsWithoutAFault) {
+  const std::string out =
+      tuned({sample("sofa"), "--repeat-timeout", "50", "--release-timeout", "300", "--timeout", "10"});
+  EXPECT_NE(out.find("None of the settings to try is without a fault; the present one is. Of the others, this one has"),
+            std::string::npos)
+      << out;
+}
+
+TEST(Tune, SaysWhenNoSettingIsWithoutAFault) {
+  const std::string out = tuned({"--repeat-timeout", "100", "--release-timeout", "200,300", "--timeout", "10"});
+  EXPECT_NE(out.find("None of the settings to try is without a fault; this one has the least (uneven)."),
+            std::string::npos)
+      << out;
+}
+
+TEST(Tune, StudiesAFileAlone) {
+  const Result result = run(with({"tune", sample("sofa") + "/remote.lirc"}, kSmallGrid));
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST(Tune, CountsTheLinesThatItLeavesOut) {
+  const Folder folder;
+  const std::string session = contentOf(sample("sofa") + "/remote.lirc") + "9.000000 1 00 KEY_UNKNOWN sample\n";
+  EXPECT_NE(tuned(with({folder.write("remote.lirc", session)}, kSmallGrid)).find("1 held button; left out: 1 line.\n"),
+            std::string::npos);
+}
+
+TEST(Tune, IsTheSameEachTime) { EXPECT_EQ(tuned({"--timeout", "10"}), tuned({"--timeout", "10"})); }
+
+TEST(Tune, IgnoresTheEnvironment) {
+  EXPECT_EQ(tuned(kSmallGrid, {"env", "LIRC_REPEAT_TIMEOUT=1", "LIRC_RELEASE_TIMEOUT=1"}), tuned(kSmallGrid));
+}
+
+TEST(Tune, FitsATerminalOf100Columns) {
+  for (const std::string& line : linesOf(tuned({"--repeat-timeout", "25,75,100", "--protocol", "sirc"}))) {
+    EXPECT_LE(line.size(), 100U) << line;
+  }
+}
+
+TEST(Tune, GivesAnObjectForEachSettingAndTheRecommendation) {
+  const std::vector<std::string> lines = linesOf(tuned(with({"--json"}, kSmallGrid)));
+  ASSERT_EQ(lines.size(), 3U);
+  const auto best = nlohmann::json::parse(lines[0]);
+  EXPECT_EQ(best["kind"], "setting");
+  EXPECT_EQ(best["repeatTimeoutMs"], 75);
+  EXPECT_EQ(best["releaseTimeoutMs"], 300);
+  EXPECT_EQ(best["timeoutMs"], 10);
+  EXPECT_EQ(best["keyDownsPerTap"]["most"], 1);
+  EXPECT_NEAR(double{best["firstRepeatMs"]["least"]}, 314, 0.5);
+  EXPECT_NEAR(double{best["repeatsPerSecond"]["most"]}, 9.2, 0.05);
+  EXPECT_EQ(best["linesSkipped"], 4);
+  EXPECT_EQ(best["linesLost"], 0);
+  EXPECT_EQ(best["faults"], nlohmann::json::array());
+  EXPECT_EQ(best["present"], false);
+  const auto present = nlohmann::json::parse(lines[1]);
+  EXPECT_EQ(present["faults"], nlohmann::json({"uneven"}));
+  EXPECT_EQ(present["present"], true);
+  const auto recommendation = nlohmann::json::parse(lines[2]);
+  EXPECT_EQ(recommendation["kind"], "recommendation");
+  EXPECT_EQ(recommendation["repeatTimeoutMs"], 75);
+  EXPECT_EQ(std::string(recommendation["reason"]).substr(0, 12), "Now: uneven.");
+}
+
+TEST(Tune, OfWhatNeverCameIsNullInJson) {
+  const std::vector<std::string> lines =
+      linesOf(tuned({"--json", "--repeat-timeout", "75", "--release-timeout", "9000", "--timeout", "10"}));
+  const auto setting = nlohmann::json::parse(lines.at(1));
+  EXPECT_EQ(setting["releaseTimeoutMs"], 9000);
+  EXPECT_TRUE(setting["firstRepeatMs"].is_null());
+  EXPECT_EQ(setting["faults"], nlohmann::json({"no repeats"}));
+}
+
+TEST(Tune, NeedsARemoteInTheSession) {
+  EXPECT_EQ(failure({sample("desk")}),
+            "quarlo-input: " + sample("desk") + ": no remote was recorded in this session\n");
+  EXPECT_EQ(failure({"/nowhere"}), "quarlo-input: /nowhere: No such file or directory\n");
+}
+
+TEST(Tune, EscapesWhatASessionHolds) {
+  const Folder folder;
+  const std::string path = folder.write(kHostile + ".lirc", "1.0 1 00 " + kHostile + "\n");
+  const std::string error = failure({path});
+  EXPECT_TRUE(isHarmless(error)) << error;
+  EXPECT_EQ(linesOf(error).size(), 1U) << error;
+}
+
+TEST(Tune, StopsQuietlyWhenNobodyReads) {
+  const Result result = run(with({"tune"}, kSmallGrid), Output::kClosedPipe);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "");
+}
+
+// ---- The picture --------------------------------------------------------------------------------
+
+bool hasGnuplot() { return std::system("gnuplot --version >/dev/null 2>&1") == 0; }
+
+bool isXml(const std::string& path) {
+  return std::system(("python3 -c 'import sys, xml.dom.minidom as m; m.parse(sys.argv[1])' " + path).c_str()) == 0;
+}
+
+std::vector<std::string> filesIn(const Folder& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+    names.push_back(entry.path().filename().string());
+  }
+  return names;
+}
+
+// A launcher with which the program finds this for gnuplot.
+Arguments withGnuplot(const Folder& folder, const std::string& script) {
+  std::filesystem::permissions(folder.write("gnuplot", script), std::filesystem::perms::owner_all);
+  return {"env", "PATH=" + folder.path()};
+}
+
+TEST(TunePicture, ShowsTheTimelinesAndTheMap) {
+  if (!hasGnuplot()) GTEST_SKIP() << "gnuplot is not installed (package gnuplot-nox)";
+  const Folder folder;
+  const std::string path = folder.path("it's $(x).svg");
+  const std::string text = tuned(kSmallGrid);
+  EXPECT_EQ(tuned(with({"--plot", path}, kSmallGrid)), text);
+  EXPECT_EQ(filesIn(folder), std::vector<std::string>{"it's $(x).svg"});
+  const std::string picture = contentOf(path);
+  for (const char* part :
+       {"nec, a line every 108 ms: uneven now, no fault as recommended", "Now: repeat 100, release 300, poll 10 ms",
+        "Recommended: repeat 75, release 300, poll 10 ms", "ms of a held button", "polled every 10 ms",
+        "repeat timeout (ms)", "good", "</svg>"}) {
+    EXPECT_NE(picture.find(part), std::string::npos) << part;
+  }
+  std::filesystem::rename(path, folder.path("picture.svg"));
+  EXPECT_TRUE(isXml(folder.path("picture.svg")));
+}
+
+TEST(TunePicture, WithoutGnuplotIsAnErrorThatNamesThePackage) {
+  const Folder folder;
+  EXPECT_EQ(failure(with({"--plot", folder.path("a.svg")}, kSmallGrid), {"env", "PATH=" + folder.path()}),
+            "quarlo-input: " + folder.path("a.svg") +
+                ": gnuplot, which draws the picture, is not installed: install the package gnuplot-nox\n");
+  EXPECT_TRUE(filesIn(folder).empty());
+}
+
+TEST(TunePicture, ThatCouldNotBeDrawnLeavesTheOldOneAndSaysWhy) {
+  const Folder folder;
+  const Folder programs;
+  const std::string path = folder.write("a.svg", "old");
+  const Arguments launcher = withGnuplot(programs, "#!/bin/sh\necho half\nprintf '\\n broken\\n' >&2\nexit 3\n");
+  EXPECT_EQ(failure(with({"--plot", path}, kSmallGrid), launcher),
+            "quarlo-input: " + path + ": gnuplot did not draw the picture: broken\n");
+  EXPECT_EQ(contentOf(path), "old");
+  EXPECT_EQ(filesIn(folder).size(), 1U);
+}
+
+TEST(TunePicture, IntoAFolderThatDoesNotExistFailsBeforeTheStudy) {
+  const Result result = run(with({"tune", "--plot", "/nowhere/a.svg"}, kSmallGrid));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "quarlo-input: /nowhere/a.svg: the picture cannot be written: No such file or directory\n");
+}
+
+TEST(TunePicture, IntoAFolderIsAnError) {
+  const Folder folder;
+  EXPECT_EQ(failure({"--plot", folder.path()}),
+            "quarlo-input: " + folder.path() + ": the picture cannot be written: this is no file\n");
+}
+
+}  // namespace
+}  // namespace quarlo::tools

@@ -1,0 +1,22 @@
+// Pictures drawn by gnuplot, which is needed only when one is asked for.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace quarlo::tools {
+
+// Why there is no picture, for a person. It can hold a path as it was given: escape it before it reaches a terminal.
+class PictureError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Throws PictureError if the folder of `path` is not there, or no file can be made in it: to call before long work.
+void checkPicturePath(const std::string& path);
+
+// Has gnuplot run a script that draws on its standard output, and then puts the picture into a file, in the place of
+// one that is there. Throws PictureError, and leaves what is there, if it cannot.
+void drawPicture(const std::string& path, const std::string& script);
+
+}  // namespace quarlo::tools
