@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 #include "tools/describe.h"
 
@@ -13,6 +14,24 @@ struct PrintOptions {
   bool maskKeys = false;          // do not show what was typed
   bool showEmptyRecords = false;  // in text, also print records that gave no event
   long count = 0;                 // as many events are wanted; 0: any number
+};
+
+// How many events there were, of which kind.
+class EventCounts {
+ public:
+  // kNoEvent stands for a record without an event.
+  void add(const InputEvent& event);
+
+  long events() const { return keys_ + moves_ + buttons_; }
+
+  // "2 events in 1.500 s: 0 keys, 1 move, 1 button", and how many records gave no event, if that is wanted.
+  std::string summary(microseconds duration, bool withEmptyRecords) const;
+
+ private:
+  long keys_ = 0;
+  long moves_ = 0;
+  long buttons_ = 0;
+  long empty_ = 0;
 };
 
 class EventPrinter {
@@ -30,13 +49,8 @@ class EventPrinter {
   std::FILE* statusStream() const { return options_.json ? stderr : stdout; }
 
  private:
-  void count(const InputEvent& event);
-
   PrintOptions options_;
-  long keys_ = 0;
-  long moves_ = 0;
-  long buttons_ = 0;
-  long empty_ = 0;
+  EventCounts counts_;
 };
 
 // One round of the application's loop (input/linux_input_reader.h): waits up to `timeoutMs`, then takes everything that

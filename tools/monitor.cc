@@ -112,7 +112,7 @@ int monitor(const MonitorOptions& options) {
        {problemWith(options.mouse, reader.mouseFd), problemWith(options.keyboard, reader.keyboardFd)}) {
     if (!problem.empty()) return fail(problem);
   }
-  printSources(status, options, {reader.mouseFd, reader.keyboardFd, reader.lircFd});
+  printSources(status, reportSources(options, {reader.mouseFd, reader.keyboardFd, reader.lircFd}));
   if (!open) return fail("no source is open");
 
   if (print.maskKeys) {

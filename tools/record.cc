@@ -285,7 +285,7 @@ int record(const RecordOptions& options) {
        {prepareNode(options.mouse, sources.mouse), prepareNode(options.keyboard, sources.keyboard)}) {
     if (!problem.empty()) return fail(problem);
   }
-  printSources(stdout, options, {sources.mouse.fd, sources.keyboard.fd, sources.remote.fd});
+  printSources(stdout, reportSources(options, {sources.mouse.fd, sources.keyboard.fd, sources.remote.fd}));
   if (!sources.anyIsOpen()) return fail("no source is open");
   try {
     return recordSources(options, sources);

@@ -105,33 +105,32 @@ Obstacle whySocketIsNotOpen(const SourcePath& source) {
 
 std::string describeRequest(const SourcePath& source) { return source ? *source : "autodetected"; }
 
-void printSource(std::FILE* stream, const char* what, const std::string& state) {
-  std::fprintf(stream, "  %-8s  %s\n", what, printable(state).c_str());
+SourceReport reportObstacle(const char* what, const Obstacle& obstacle) {
+  return {what, SourceState::kNotOpen, obstacle.reason, obstacle.remedy};
 }
 
-void printObstacle(std::FILE* stream, const char* what, const Obstacle& obstacle) {
-  printSource(stream, what, "not open: " + obstacle.reason);
-  if (!obstacle.remedy.empty()) printSource(stream, "", obstacle.remedy);
+SourceReport reportNode(const char* what, const SourcePath& source, int fd) {
+  if (isLeftOut(source)) return {what, SourceState::kLeftOut, "", ""};
+  if (fd != -1) return {what, SourceState::kOpen, describeNode(source, fd), ""};
+  return reportObstacle(what, whyNodeIsNotOpen(source));
 }
 
-void printNode(std::FILE* stream, const char* what, const SourcePath& source, int fd) {
-  if (isLeftOut(source)) {
-    printSource(stream, what, "left out");
-  } else if (fd != -1) {
-    printSource(stream, what, describeNode(source, fd));
-  } else {
-    printObstacle(stream, what, whyNodeIsNotOpen(source));
+SourceReport reportSocket(const SourcePath& source, int fd) {
+  if (isLeftOut(source)) return {"remote", SourceState::kLeftOut, "", ""};
+  if (fd != -1) return {"remote", SourceState::kOpen, describeSocket(fd), ""};
+  return reportObstacle("remote", whySocketIsNotOpen(source));
+}
+
+std::string describeReport(const SourceReport& report) {
+  switch (report.state) {
+    case SourceState::kLeftOut: return "left out";
+    case SourceState::kNotOpen: return "not open: " + report.text;
+    default: return report.text;
   }
 }
 
-void printSocket(std::FILE* stream, const SourcePath& source, int fd) {
-  if (isLeftOut(source)) {
-    printSource(stream, "remote", "left out");
-  } else if (fd != -1) {
-    printSource(stream, "remote", describeSocket(fd));
-  } else {
-    printObstacle(stream, "remote", whySocketIsNotOpen(source));
-  }
+void printLine(std::FILE* stream, const char* what, const std::string& text) {
+  std::fprintf(stream, "  %-8s  %s\n", what, printable(text).c_str());
 }
 
 }  // namespace
@@ -153,10 +152,16 @@ void printRequests(std::FILE* stream, const SourcePaths& paths) {
   std::fflush(stream);
 }
 
-void printSources(std::FILE* stream, const SourcePaths& paths, const SourceDescriptors& descriptors) {
-  printNode(stream, "mouse", paths.mouse, descriptors.mouse);
-  printNode(stream, "keyboard", paths.keyboard, descriptors.keyboard);
-  printSocket(stream, paths.lirc, descriptors.lirc);
+std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDescriptors& descriptors) {
+  return {reportNode("mouse", paths.mouse, descriptors.mouse),
+          reportNode("keyboard", paths.keyboard, descriptors.keyboard), reportSocket(paths.lirc, descriptors.lirc)};
+}
+
+void printSources(std::FILE* stream, const std::vector<SourceReport>& reports) {
+  for (const SourceReport& report : reports) {
+    printLine(stream, report.what, describeReport(report));
+    if (!report.remedy.empty()) printLine(stream, "", report.remedy);
+  }
 }
 
 }  // namespace quarlo::tools

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quarlo::tools {
 
@@ -26,6 +27,16 @@ struct SourceDescriptors {
   int lirc = -1;
 };
 
+enum class SourceState { kLeftOut, kNotOpen, kOpen };
+
+// Of one source. It holds what paths and devices say, as it is: escape it before it reaches a terminal.
+struct SourceReport {
+  const char* what;  // "mouse", "keyboard" or "remote"
+  SourceState state = SourceState::kLeftOut;
+  std::string text;    // which it is, or why it is not open
+  std::string remedy;  // what to do if it is not open; empty if there is nothing
+};
+
 bool isLeftOut(const SourcePath& source);
 
 bool isEvdevNode(int fd);
@@ -36,7 +47,9 @@ void silenceReader();
 // Prints what is asked for, one line, before anything is opened.
 void printRequests(std::FILE* stream, const SourcePaths& paths);
 
-// Prints what is open; of what is not, why, and what to do about it.
-void printSources(std::FILE* stream, const SourcePaths& paths, const SourceDescriptors& descriptors);
+// Finds out what is open, and of what is not, why: the mouse, the keyboard, the remote.
+std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDescriptors& descriptors);
+
+void printSources(std::FILE* stream, const std::vector<SourceReport>& reports);
 
 }  // namespace quarlo::tools
