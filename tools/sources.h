@@ -27,7 +27,7 @@ struct SourceDescriptors {
   int lirc = -1;
 };
 
-enum class SourceState { kLeftOut, kNotOpen, kOpen };
+enum class SourceState { kLeftOut, kNotOpen, kOpen, kGone };
 
 // Of one source. It holds what paths and devices say, as it is: escape it before it reaches a terminal.
 struct SourceReport {
