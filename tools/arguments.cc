@@ -233,15 +233,21 @@ CLI::App* addMonitor(CLI::App& app, MonitorOptions& options) {
           "--count", [&options](const std::string& text) { parseCount(text, options); }, "End after N events")
       ->type_name("N");
   addFlag(*command, "--show-keycodes", options.showKeycodes, "Show what is typed where the output is no terminal, too");
+  command->add_flag("--tui", options.tui, "Show a screen that follows the devices, instead of lines")
+      ->disable_flag_override()
+      ->excludes("--json");
   command->footer(
       "Says first which of mouse, keyboard and remote are open, and why each other one is not and what\n"
       "to do. Then prints one line per event, with the time since the start in seconds, until Ctrl-C.\n"
       "Where the output is no terminal, keys that type are shown as A, so that no password ends up in\n"
-      "a file. (The remote's lines that -v shows are as they are.)\n\n"
+      "a file. (The remote's lines that -v shows are as they are.)\n"
+      "--tui shows the pointer in its bounds, what is held, the remote's timing and the last events on the\n"
+      "whole terminal, of at least 60x16. What is typed does not reach the shell; only Ctrl-C ends it.\n\n"
       "Example: watch one keyboard and nothing else\n"
       "  quarlo-input monitor --keyboard /dev/input/event3 --mouse none --lirc none\n\n"
       "Exit status: 0 after Ctrl-C or N events; 1 if no source could be opened, a path is no evdev node\n"
-      "and no FIFO, a source went away, or the output was closed; 2 for wrong arguments.");
+      "and no FIFO, a source (with --tui: the last one) went away, or the output was closed or, for --tui,\n"
+      "is no terminal; 2 for wrong arguments.");
   return command;
 }
 

@@ -6,6 +6,9 @@ namespace quarlo::tools {
 // To call once, before the loop. The second Ctrl-C or SIGTERM ends the program as if the first had not been caught.
 void catchStopRequests();
 
+// The second Ctrl-C or SIGTERM calls this signal handler instead; SIG_DFL: none.
+void onSecondStopRequest(void (*handler)(int));
+
 // Whether a stop was requested.
 bool stopRequested();
 

@@ -47,12 +47,16 @@ TEST(Arguments, AreEscaped) {
 }
 
 TEST(Arguments, FlagsTakeNoValue) {
-  for (const std::string flag : {"json", "verbose", "show-keycodes"}) {
+  for (const std::string flag : {"json", "verbose", "show-keycodes", "tui"}) {
     for (const std::string value : {"2", "false", "99999999999999999999"}) {
       EXPECT_EQ(usageError({"monitor", "--" + flag + "=" + value}),
                 "quarlo-input: " + flag + " was given a disallowed flag override" + kHint);
     }
   }
+}
+
+TEST(Arguments, JsonIsNotForAScreen) {
+  EXPECT_EQ(usageError({"monitor", "--tui", "--json"}), "quarlo-input: --json excludes --tui" + kHint);
 }
 
 TEST(Arguments, TimeoutWithoutALimitIsRefusedWithTheReason) {

@@ -1,0 +1,40 @@
+// The terminal of standard output while a screen is on it: what is typed neither shows nor reaches the shell, what the
+// program writes to standard error does not scribble over it, and it is given back as it was, even after a crash.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "recording/remote.h"
+
+namespace quarlo::tools {
+
+// There can be one at a time. REQUIRES: standard output is a terminal.
+class Terminal {
+ public:
+  // Remembers how the terminal is. If standard error is a terminal, too, what is written to it is kept from now on.
+  Terminal();
+
+  // Gives the terminal back, without what was typed and not discarded; writes what was kept to standard error.
+  ~Terminal();
+
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  // From now on, Ctrl-C (or what else is set as the interrupt character) is the only key that does something, and
+  // nothing that is typed is echoed. Whatever kills the program first writes `restore` to the terminal, and gives it
+  // back: a signal that dumps core, or the second Ctrl-C or SIGTERM.
+  // REQUIRES: catchStopRequests() was called.
+  void takeOver(const std::string& restore);
+
+  // Throws away what was typed.
+  void discardInput();
+
+  // The lines that were written to standard error since the last call.
+  std::vector<std::string> takeErrors();
+
+ private:
+  recording::LineSplitter errors_;
+};
+
+}  // namespace quarlo::tools
