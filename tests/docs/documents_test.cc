@@ -1,15 +1,20 @@
 // What the documents say, done.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "tests/docs/console.h"
 #include "tests/support/files.h"
+#include "tools/arguments.h"
 
 namespace quarlo::test {
 namespace {
@@ -30,6 +35,24 @@ std::vector<std::string> documents() {
     if (entry.path().extension() == ".md") paths.push_back(fs::relative(entry.path(), kRoot).string());
   }
   return paths;
+}
+
+// Where a document says something that a pattern's first group finds.
+struct Mention {
+  std::string document;
+  std::string text;
+};
+
+std::vector<Mention> mentionsOf(const std::string& pattern) {
+  const std::regex expression(pattern);
+  std::vector<Mention> mentions;
+  for (const std::string& document : documents()) {
+    const std::string text = contentsOf(kRoot / document);
+    for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match) {
+      mentions.push_back({document, (*match)[1]});
+    }
+  }
+  return mentions;
 }
 
 std::vector<ConsoleBlock> commandsIn(const std::string& document) {
@@ -111,6 +134,34 @@ TEST(ConsoleTest, ThreeDotsStandForAnyLinesOrForAnyTextInALine) {
   EXPECT_FALSE(isAsDocumented("abc\n", "a*\n"));
 }
 
+// The words of a command line, up to where the shell would do something else with it.
+std::vector<std::string> wordsOf(const std::string& command) {
+  std::istringstream stream(command.substr(0, command.find_first_of("|&;>")));
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+std::string complaintAbout(const std::vector<std::string>& words) {
+  std::vector<const char*> arguments;
+  for (const std::string& word : words) arguments.push_back(word.c_str());
+  const tools::Request request = tools::parseArguments(static_cast<int>(arguments.size()), arguments.data());
+  const tools::UsageError* error = std::get_if<tools::UsageError>(&request);
+  return error != nullptr ? error->message : "";
+}
+
+TEST(DocumentsTest, TheProgramUnderstandsTheCommandsThatTheyMention) {
+  const std::vector<Mention> commands = mentionsOf("`(quarlo-input [^`]*)`");
+  EXPECT_FALSE(commands.empty());
+  for (const auto& [document, command] : commands) {
+    EXPECT_EQ(complaintAbout(wordsOf(command)), "") << document << ": " << command;
+  }
+}
+
+TEST(DocumentsTest, TheScriptsThatTheyMentionExist) {
+  const std::vector<Mention> scripts = mentionsOf("`(script/[a-z-]+)");
+  EXPECT_FALSE(scripts.empty());
+  for (const auto& [document, script] : scripts) EXPECT_TRUE(fs::exists(kRoot / script)) << document << ": " << script;
+}
+
 // ---- Programs -----------------------------------------------------------------------------------
 
 // Without its indentation: a document can show a part of a function.
@@ -124,26 +175,52 @@ std::string allExamples() {
   return withoutIndentation(text);
 }
 
-std::vector<std::string> programsIn(const std::string& document) {
-  const std::string text = contentsOf(kRoot / document);
-  const std::regex block("```cpp\n([^`]*)```");
-  std::vector<std::string> programs;
-  for (std::sregex_iterator match(text.begin(), text.end(), block), end; match != end; ++match) {
-    programs.push_back(withoutIndentation((*match)[1]));
-  }
-  return programs;
-}
-
 TEST(DocumentsTest, TheirProgramsArePartsOfTheExamples) {
   const std::string examples = allExamples();
-  int count = 0;
-  for (const std::string& document : documents()) {
-    for (const std::string& program : programsIn(document)) {
-      EXPECT_NE(examples.find(program), std::string::npos) << document << " shows what no example has:\n" << program;
-      ++count;
+  const std::vector<Mention> programs = mentionsOf("```cpp\n([^`]*)```");
+  EXPECT_FALSE(programs.empty());
+  for (const auto& [document, program] : programs) {
+    EXPECT_NE(examples.find(withoutIndentation(program)), std::string::npos)
+        << document << " shows what no example has:\n"
+        << program;
+  }
+}
+
+// ---- Links --------------------------------------------------------------------------------------
+
+// As GitHub makes them of headings.
+std::string anchorOf(const std::string& heading) {
+  std::string anchor;
+  for (const char c : heading) {
+    if (c == ' ') anchor += '-';
+    if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_') {
+      anchor += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
   }
-  EXPECT_GT(count, 0);
+  return anchor;
+}
+
+bool hasHeading(const std::string& document, const std::string& anchor) {
+  std::istringstream stream(document);
+  for (std::string line; std::getline(stream, line);) {
+    const std::size_t level = line.find_first_not_of('#');
+    if (level != 0 && level != std::string::npos && line[level] == ' ' && anchorOf(line.substr(level + 1)) == anchor) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(DocumentsTest, TheirLinksLeadSomewhere) {
+  const std::vector<Mention> links = mentionsOf(R"(\]\(([^):]*)\))");
+  EXPECT_FALSE(links.empty());
+  for (const auto& [document, link] : links) {
+    const std::size_t hash = std::min(link.find('#'), link.size());
+    const fs::path target = hash == 0 ? kRoot / document : (kRoot / document).parent_path() / link.substr(0, hash);
+    EXPECT_TRUE(fs::exists(target)) << document << ": " << link;
+    EXPECT_TRUE(hash == link.size() || hasHeading(contentsOf(target), link.substr(hash + 1)))
+        << document << ": " << link;
+  }
 }
 
 }  // namespace
