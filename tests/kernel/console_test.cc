@@ -27,6 +27,8 @@ class ConsoleTest : public testing::Test {
     EXPECT_EQ(tcgetattr(console, &settings), 0);
     cfmakeraw(&settings);
     EXPECT_EQ(tcsetattr(console, TCSANOW, &settings), 0);
+    tcflush(console, TCIFLUSH);
+    typed();  // so that nothing is still on its way of what other tests have typed
     EXPECT_TRUE(reader.init(nullptr, keyboard.path().c_str(), "/nowhere", 1919, 1079));
   }
   ~ConsoleTest() override { close(console); }
