@@ -199,8 +199,7 @@ void addReaderOptions(CLI::App& command, ReaderOptions& options) {
       ->type_name("MS");
   addFlag(command, "--json", options.json, "Print one JSON object per event; all else goes to standard error");
   addFlag(command, "-v,--verbose", options.verbosity,
-          "Show the reader's log with the remote's lines, and records without an event; -vv: the remote's "
-          "timing, too");
+          "Show the reader's log, and records without an event; -vv: the remote's timing, too");
 }
 
 void addSource(CLI::App& command, const std::string& option, SourcePath& source, const std::string& description,
@@ -322,10 +321,9 @@ CLI::App* addReplay(CLI::App& app, ReplayOptions& options) {
           "Let LIRC_REPEAT_TIMEOUT and LIRC_RELEASE_TIMEOUT count; default: ignored");
   command->footer(
       "The records go through the real reader, on a simulated machine with a clock of its own: a replay\n"
-      "gives the same events (with the same --timeout). A session is a folder with any of mouse.evemu, keyboard.evemu "
-      "(as\n"
-      "evemu-record writes them) and remote.lirc (lines of \"<seconds>.<microseconds> <what lircd sent>\"),\n"
-      "or one such file.\n\n"
+      "gives the same events (with the same --timeout). A session is a folder with any of mouse.evemu and\n"
+      "keyboard.evemu (as evemu-record writes them) and remote.lirc (lines of \"<seconds>.<microseconds> <what\n"
+      "lircd sent>\"), or one such file.\n\n"
       "Example: see someone use a remote\n"
       "  quarlo-input replay --realtime sessions/sofa\n\n"
       "Exit status: 0 when all was played, or after Ctrl-C; 1 if the session cannot be used (the message\n"

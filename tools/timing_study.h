@@ -77,7 +77,7 @@ struct Circumstances {
   microseconds work;   // what the application does in each round, besides reading
 };
 
-// Those that a study looks at: four moments between two polls, for each of three loads of the application.
+// Those that a study looks at: eight moments between two polls, for each of three loads of the application.
 std::vector<Circumstances> studiedCircumstances(const Setting& setting);
 
 // What became of a line.
