@@ -38,6 +38,7 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS "evemu-tools, gnuplot-nox, lirc")
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "show, record and replay mouse, keyboard and infrared remote
 quarlo-input shows what the input devices of this machine send, says which
 ones are found and why others are not, and records and replays what they sent.
+It also finds out which timeouts suit a remote, and lists what each key gives.
 .
 It reads evdev nodes and the socket of the LIRC daemon in the same way as
 applications that are built with libquarlo-input-dev.")
