@@ -4,12 +4,12 @@
 #include <string>
 #include <variant>
 
-#include "tools/keymap.h"
-#include "tools/list.h"
-#include "tools/monitor.h"
-#include "tools/record.h"
-#include "tools/replay.h"
-#include "tools/tune.h"
+#include "tools/keymap/keymap.h"
+#include "tools/list/list.h"
+#include "tools/monitor/monitor.h"
+#include "tools/record/record.h"
+#include "tools/replay/replay.h"
+#include "tools/tune/tune.h"
 
 namespace quarlo::tools {
 

@@ -4,7 +4,7 @@
 #include <variant>
 
 #include "tools/arguments.h"
-#include "tools/output.h"
+#include "tools/common/output.h"
 
 namespace {
 

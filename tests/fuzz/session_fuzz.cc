@@ -17,8 +17,8 @@
 #include "recording/writer.h"
 #include "tests/fuzz/input_bytes.h"
 #include "tests/fuzz/rules.h"
-#include "tools/output.h"
-#include "tools/replay.h"
+#include "tools/common/output.h"
+#include "tools/replay/replay.h"
 
 namespace quarlo::fuzz {
 namespace {

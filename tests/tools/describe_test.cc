@@ -1,4 +1,4 @@
-#include "tools/describe.h"
+#include "tools/common/describe.h"
 
 #include <gtest/gtest.h>
 

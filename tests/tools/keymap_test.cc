@@ -1,4 +1,4 @@
-#include "tools/keymap.h"
+#include "tools/keymap/keymap.h"
 
 #include <gtest/gtest.h>
 #include <linux/input.h>
@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "sim/machine.h"
-#include "tools/mapping.h"
+#include "tools/keymap/mapping.h"
 
 namespace quarlo::tools {
 namespace {

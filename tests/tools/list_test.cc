@@ -1,4 +1,4 @@
-#include "tools/list.h"
+#include "tools/list/list.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 
 #include "input/linux_input_reader.h"
 #include "sim/machine.h"
-#include "tools/obstacle.h"
-#include "tools/survey.h"
+#include "tools/common/obstacle.h"
+#include "tools/common/survey.h"
 
 namespace quarlo::tools {
 namespace {

@@ -1,9 +1,9 @@
-#include "tools/mask.h"
+#include "tools/common/mask.h"
 
 #include <gtest/gtest.h>
 #include <linux/input-event-codes.h>
 
-#include "tools/describe.h"
+#include "tools/common/describe.h"
 
 namespace quarlo::tools {
 namespace {

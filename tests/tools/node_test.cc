@@ -1,4 +1,4 @@
-#include "tools/node.h"
+#include "tools/record/node.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

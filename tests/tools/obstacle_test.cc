@@ -1,4 +1,4 @@
-#include "tools/obstacle.h"
+#include "tools/common/obstacle.h"
 
 #include <grp.h>
 #include <gtest/gtest.h>

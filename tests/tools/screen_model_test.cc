@@ -1,4 +1,4 @@
-#include "tools/screen_model.h"
+#include "tools/monitor/screen_model.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/screen_picture.h"
+#include "tools/monitor/screen_picture.h"
 
 #include <gtest/gtest.h>
 

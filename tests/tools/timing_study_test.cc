@@ -1,4 +1,4 @@
-#include "tools/timing_study.h"
+#include "tools/tune/timing_study.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "sim/machine.h"
-#include "tools/sources.h"
-#include "tools/timing_plot.h"
+#include "tools/common/sources.h"
+#include "tools/tune/timing_plot.h"
 
 namespace quarlo::tools {
 namespace {

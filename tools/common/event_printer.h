@@ -1,0 +1,69 @@
+// Events on standard output, as `monitor` and `replay` print them: text lines or JSON objects, and a summary at the
+// end.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "tools/common/describe.h"
+
+namespace quarlo::tools {
+
+struct PrintOptions {
+  bool json = false;
+  bool maskKeys = false;          // do not show what was typed
+  bool showEmptyRecords = false;  // in text, also print records that gave no event
+  long count = 0;                 // as many events are wanted; 0: any number
+};
+
+// How many events there were, of which kind.
+class EventCounts {
+ public:
+  // kNoEvent stands for a record without an event.
+  void add(const InputEvent& event);
+
+  long events() const { return keys_ + moves_ + buttons_; }
+
+  // "2 events in 1.500 s: 0 keys, 1 move, 1 button", and how many records gave no event, if that is wanted.
+  std::string summary(microseconds duration, bool withEmptyRecords) const;
+
+ private:
+  long keys_ = 0;
+  long moves_ = 0;
+  long buttons_ = 0;
+  long empty_ = 0;
+};
+
+class EventPrinter {
+ public:
+  explicit EventPrinter(const PrintOptions& options) : options_(options) {}
+
+  // Prints an event that came `time` after the start; kNoEvent stands for a record without one. Returns whether more
+  // are wanted: false after the last of `count`, and when standard output cannot be written any more.
+  bool print(microseconds time, const InputEvent& event);
+
+  // Prints how many events there were, of which kind, and for how long.
+  void printSummary(microseconds duration) const;
+
+  // Where to print what is not an event: standard output too, but beside JSON standard error.
+  std::FILE* statusStream() const { return options_.json ? stderr : stdout; }
+
+ private:
+  PrintOptions options_;
+  EventCounts counts_;
+};
+
+// One round of the application's loop (input/linux_input_reader.h): waits up to `timeoutMs`, then takes everything that
+// is there. `handle` gets each event, kNoEvent included, and returns whether to go on. Returns what it returned last.
+template <typename Handler>
+bool readRound(LinuxInputReader& reader, int timeoutMs, Handler handle) {
+  InputEvent event = {};
+  for (;;) {
+    event.kind = InputEvent::kNoEvent;
+    if (!reader.readInput(event, timeoutMs)) return true;
+    if (!handle(event)) return false;
+    timeoutMs = 0;
+  }
+}
+
+}  // namespace quarlo::tools

@@ -1,0 +1,167 @@
+#include "tools/common/sources.h"
+
+#include <fcntl.h>
+#include <linux/input.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include "logging/logging.h"
+#include "logging/stderr_logging.h"
+#include "tools/common/obstacle.h"
+#include "tools/common/output.h"
+#include "tools/common/survey.h"
+
+namespace quarlo::tools {
+namespace {
+
+// ---- What is open -------------------------------------------------------------------------------
+
+// The path of an open descriptor: the reader does not tell which node it found.
+std::string pathOf(int fd) {
+  char path[PATH_MAX];
+  const ssize_t length = readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path);
+  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : "descriptor " + std::to_string(fd);
+}
+
+std::string describeNode(const SourcePath& source, int fd) {
+  char name[256] = {};
+  const bool named = ioctl(fd, EVIOCGNAME(sizeof name - 1), name) != -1;
+  return (source ? *source : pathOf(fd)) + (named ? std::string("  ") + name : "");
+}
+
+std::string describeSocket(int fd) {
+  sockaddr_un address = {};
+  socklen_t length = sizeof address;
+  getpeername(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  return {address.sun_path, strnlen(address.sun_path, sizeof address.sun_path)};
+}
+
+// ---- Why something is not open ------------------------------------------------------------------
+
+int errnoOfOpening(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  if (fd == -1) return errno;
+  close(fd);
+  return 0;
+}
+
+int errnoOfConnecting(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  const int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  const int error = result == -1 ? errno : 0;
+  close(fd);
+  return error;
+}
+
+Obstacle whyNoNodeFits() {
+  std::string existing;
+  for (int number = 0; number <= kHighestScannedNode; ++number) {
+    const std::string path = "/dev/input/event" + std::to_string(number);
+    if (access(path.c_str(), F_OK) == 0) existing += (existing.empty() ? "" : ", ") + path;
+  }
+  if (existing.empty()) return {"there is no /dev/input/event0 to event10", "Plug one in, or pass a path"};
+  return {"none fits among " + existing, "`quarlo-input list` says why each was not taken"};
+}
+
+Obstacle whyNoDaemonFound() {
+  Obstacle found = {"there is no socket at", ""};
+  for (const char* path : kLircSocketPaths) {
+    const int error = errnoOfConnecting(path);
+    if (error != ENOENT && error != ENOTDIR) {
+      const Obstacle obstacle = whyNotConnected(path, error);
+      return {std::string(path) + ": " + obstacle.reason, obstacle.remedy};
+    }
+    found.reason += std::string(path == kLircSocketPaths[0] ? " " : ", ") + path;
+  }
+  found.remedy = "Is lircd running (systemctl status lircd)? Pass another socket with --lirc";
+  return found;
+}
+
+Obstacle whyNodeIsNotOpen(const SourcePath& source) {
+  if (!source) return whyNoNodeFits();
+  Obstacle obstacle = whyNotOpened(*source, errnoOfOpening(*source));
+  obstacle.reason = *source + ": " + obstacle.reason;
+  return obstacle;
+}
+
+Obstacle whySocketIsNotOpen(const SourcePath& source) {
+  if (!source) return whyNoDaemonFound();
+  Obstacle obstacle = whyNotConnected(*source, errnoOfConnecting(*source));
+  obstacle.reason = *source + ": " + obstacle.reason;
+  return obstacle;
+}
+
+// ---- The report of the sources ------------------------------------------------------------------
+
+std::string describeRequest(const SourcePath& source) { return source ? *source : "autodetected"; }
+
+SourceReport reportObstacle(const char* what, const Obstacle& obstacle) {
+  return {what, SourceState::kNotOpen, obstacle.reason, obstacle.remedy};
+}
+
+SourceReport reportNode(const char* what, const SourcePath& source, int fd) {
+  if (isLeftOut(source)) return {what, SourceState::kLeftOut, "", ""};
+  if (fd != -1) return {what, SourceState::kOpen, describeNode(source, fd), ""};
+  return reportObstacle(what, whyNodeIsNotOpen(source));
+}
+
+SourceReport reportSocket(const SourcePath& source, int fd) {
+  if (isLeftOut(source)) return {"remote", SourceState::kLeftOut, "", ""};
+  if (fd != -1) return {"remote", SourceState::kOpen, describeSocket(fd), ""};
+  return reportObstacle("remote", whySocketIsNotOpen(source));
+}
+
+std::string describeReport(const SourceReport& report) {
+  switch (report.state) {
+    case SourceState::kLeftOut: return "left out";
+    case SourceState::kNotOpen: return "not open: " + report.text;
+    default: return report.text;
+  }
+}
+
+void printLine(std::FILE* stream, const char* what, const std::string& text) {
+  std::fprintf(stream, "  %-8s  %s\n", what, printable(text).c_str());
+}
+
+}  // namespace
+
+bool isLeftOut(const SourcePath& source) { return source == kLeaveOut; }
+
+bool isEvdevNode(int fd) {
+  struct stat status;
+  int version;
+  return fstat(fd, &status) == 0 && S_ISCHR(status.st_mode) && ioctl(fd, EVIOCGVERSION, &version) != -1;
+}
+
+void silenceReader() { logging::SetMinLogLevel(logging::kError + 1); }
+
+void printRequests(std::FILE* stream, const SourcePaths& paths) {
+  const std::string requests = "mouse " + describeRequest(paths.mouse) + ", keyboard " +
+                               describeRequest(paths.keyboard) + ", remote " + describeRequest(paths.lirc);
+  std::fprintf(stream, "Sources: %s\n", printable(requests).c_str());
+  std::fflush(stream);
+}
+
+std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDescriptors& descriptors) {
+  return {reportNode("mouse", paths.mouse, descriptors.mouse),
+          reportNode("keyboard", paths.keyboard, descriptors.keyboard), reportSocket(paths.lirc, descriptors.lirc)};
+}
+
+void printSources(std::FILE* stream, const std::vector<SourceReport>& reports) {
+  for (const SourceReport& report : reports) {
+    printLine(stream, report.what, describeReport(report));
+    if (!report.remedy.empty()) printLine(stream, "", report.remedy);
+  }
+}
+
+}  // namespace quarlo::tools

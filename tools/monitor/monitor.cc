@@ -1,0 +1,265 @@
+#include "tools/monitor/monitor.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "input/linux_input_reader.h"
+#include "tools/common/event_printer.h"
+#include "tools/common/output.h"
+#include "tools/common/stop_request.h"
+#include "tools/monitor/screen.h"
+#include "tools/monitor/screen_model.h"
+
+namespace quarlo::tools {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Nothing can ever be opened here: what the reader is given for a source that is left out.
+constexpr char kNowhere[] = "/dev/null/left-out";
+
+const char* readerArgument(const SourcePath& source) {
+  if (!source) return nullptr;
+  return isLeftOut(source) ? kNowhere : source->c_str();
+}
+
+// ---- Opening ------------------------------------------------------------------------------------
+
+// The report of the sources says more than the reader's log, which comes with -v.
+bool openSources(const MonitorOptions& options, LinuxInputReader& reader) {
+  if (options.verbosity == 0) silenceReader();
+  const bool open = reader.init(readerArgument(options.mouse), readerArgument(options.keyboard),
+                                readerArgument(options.lirc), options.maxX, options.maxY);
+  setVerbosity(options.verbosity);
+  return open;
+}
+
+// The reader opens whatever it is told to. What is no source of records would make it spin, or log an error each time.
+bool sendsRecords(int fd) {
+  struct stat status;
+  return isEvdevNode(fd) || (fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode));
+}
+
+// Says what is wrong with a node that was passed by its path, and is open; empty if nothing is.
+std::string problemWith(const SourcePath& source, int fd) {
+  if (!source || fd == -1 || sendsRecords(fd)) return "";
+  return *source + " is no evdev node and no FIFO; `quarlo-input list` shows the nodes that exist";
+}
+
+// ---- The loop -----------------------------------------------------------------------------------
+
+bool nodeHasGone(int fd) {
+  if (fd == -1) return false;
+  pollfd look = {fd, POLLIN, 0};
+  if (poll(&look, 1, 0) < 1) return false;
+  return (look.revents & POLLERR) != 0 || (look.revents & (POLLHUP | POLLIN)) == POLLHUP;
+}
+
+bool daemonHasGone(int fd) {
+  char byte;
+  return fd != -1 && recv(fd, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
+// Of the mouse, the keyboard and the remote. The reader would not tell: it goes on with the others, without waiting any
+// more.
+constexpr std::size_t kSources = 3;
+
+constexpr const char* kGoneMessages[kSources] = {
+    "the mouse is gone: it was unplugged, or what wrote to it has ended",
+    "the keyboard is gone: it was unplugged, or what wrote to it has ended",
+    "the LIRC daemon has closed the connection: start it again, then this",
+};
+
+using Gone = std::array<bool, kSources>;
+
+Gone goneSources(const LinuxInputReader& reader) {
+  return {nodeHasGone(reader.mouseFd), nodeHasGone(reader.keyboardFd), daemonHasGone(reader.lircFd)};
+}
+
+// What shows the events.
+class View {
+ public:
+  View() = default;
+  virtual ~View() = default;
+  View(const View&) = delete;
+  View& operator=(const View&) = delete;
+
+  // Shows an event, or with kNoEvent a record without one. Returns whether to go on.
+  virtual bool show(microseconds time, const InputEvent& event) = 0;
+
+  // Called after each round, with the sources that are gone. Returns why it cannot go on; null if it can.
+  virtual const char* endRound(microseconds time, const Gone& gone) = 0;
+
+  // Called at the end.
+  virtual void finish(microseconds time) = 0;
+};
+
+microseconds since(Clock::time_point start) { return std::chrono::duration_cast<microseconds>(Clock::now() - start); }
+
+// Returns the exit status.
+int showEvents(const MonitorOptions& options, LinuxInputReader& reader, View& view) {
+  const Clock::time_point start = Clock::now();
+  const auto handle = [&](const InputEvent& event) { return view.show(since(start), event) && !stopRequested(); };
+  const char* ended = nullptr;
+  while (!stopRequested() && ended == nullptr && std::ferror(stdout) == 0 &&
+         readRound(reader, options.timeoutMs, handle)) {
+    ended = view.endRound(since(start), goneSources(reader));
+  }
+  view.finish(since(start));
+  return ended == nullptr ? kDone : fail(ended);
+}
+
+// ---- Lines --------------------------------------------------------------------------------------
+
+PrintOptions printOptions(const MonitorOptions& options) {
+  PrintOptions result;
+  result.json = options.json;
+  result.maskKeys = !options.showKeycodes && isatty(STDOUT_FILENO) == 0;
+  result.showEmptyRecords = options.verbosity > 0;
+  result.count = options.count;
+  return result;
+}
+
+// Ends when a source is gone.
+class Lines : public View {
+ public:
+  explicit Lines(const PrintOptions& options) : printer_(options) {}
+
+  bool show(microseconds time, const InputEvent& event) override { return printer_.print(time, event); }
+
+  const char* endRound(microseconds /*time*/, const Gone& gone) override {
+    std::fflush(stdout);
+    for (std::size_t i = 0; i < kSources; ++i) {
+      if (gone[i]) return kGoneMessages[i];
+    }
+    return nullptr;
+  }
+
+  void finish(microseconds time) override {
+    if (stopRequested() && isatty(STDOUT_FILENO) != 0) std::fputc('\n', printer_.statusStream());  // after the ^C
+    printer_.printSummary(time);
+  }
+
+ private:
+  EventPrinter printer_;
+};
+
+// ---- The screen ---------------------------------------------------------------------------------
+
+constexpr std::chrono::milliseconds kFrame{33};
+
+// Shows what is gone, and ends when nothing is left.
+class FullScreen : public View {
+ public:
+  FullScreen(const MonitorOptions& options, const std::vector<SourceReport>& reports, const LinuxInputReader& reader)
+      : options_(options),
+        reader_(reader),
+        model_(reports, {static_cast<int>(options.maxX), static_cast<int>(options.maxY)}),
+        screen_(openScreen()) {
+    screen_->draw(model_);
+  }
+
+  bool show(microseconds time, const InputEvent& event) override {
+    takeLog();
+    if (event.kind != InputEvent::kNoEvent || options_.verbosity > 0) model_.addEvent(time, event);
+    model_.look(time, reader_);
+    return options_.count == 0 || model_.counts().events() < options_.count;
+  }
+
+  const char* endRound(microseconds time, const Gone& gone) override {
+    takeLog();
+    model_.look(time, reader_);
+    takeOverGone(gone);
+    draw(time);
+    return anyIsLeft() ? nullptr : "no source is left: each is gone";
+  }
+
+  void finish(microseconds time) override {
+    screen_.reset();
+    std::printf("%s\n", model_.counts().summary(time, options_.verbosity > 0).c_str());
+  }
+
+ private:
+  void takeLog() {
+    for (const std::string& line : screen_->takeErrors()) model_.addLogLine(line);
+  }
+
+  // From then on, the reader does not wait any more, and would log an error in each round.
+  void takeOverGone(const Gone& gone) {
+    constexpr int kPauseMs = 10;
+    bool anyIsGone = false;
+    for (std::size_t i = 0; i < kSources; ++i) {
+      if (gone[i]) model_.setGone(i);
+      anyIsGone = anyIsGone || gone[i];
+    }
+    if (!anyIsGone) return;
+    silenceReader();
+    poll(nullptr, 0, kPauseMs);
+  }
+
+  bool anyIsLeft() const {
+    const std::vector<SourceReport>& sources = model_.sources();
+    return std::any_of(sources.begin(), sources.end(),
+                       [](const SourceReport& source) { return source.state == SourceState::kOpen; });
+  }
+
+  // Not after each round, unless the next one may last longer than a frame: then it would not be drawn for as long.
+  void draw(microseconds time) {
+    if (options_.timeoutMs < kFrame.count() && time < drawn_ + kFrame) return;
+    screen_->draw(model_);
+    drawn_ = time;
+  }
+
+  const MonitorOptions& options_;
+  const LinuxInputReader& reader_;
+  ScreenModel model_;
+  std::unique_ptr<Screen> screen_;
+  microseconds drawn_{0};
+};
+
+std::unique_ptr<View> openView(const MonitorOptions& options, const std::vector<SourceReport>& reports,
+                               const LinuxInputReader& reader) {
+  if (options.tui) return std::make_unique<FullScreen>(options, reports, reader);
+  return std::make_unique<Lines>(printOptions(options));
+}
+
+}  // namespace
+
+int monitor(const MonitorOptions& options) {
+  catchStopRequests();
+  if (options.tui) {
+    const std::string problem = whyNoScreen();
+    if (!problem.empty()) return fail(problem);
+  }
+  std::FILE* status = options.json ? stderr : stdout;
+
+  printRequests(status, options);
+  LinuxInputReader reader;
+  const bool open = openSources(options, reader);
+  for (const std::string& problem :
+       {problemWith(options.mouse, reader.mouseFd), problemWith(options.keyboard, reader.keyboardFd)}) {
+    if (!problem.empty()) return fail(problem);
+  }
+  const std::vector<SourceReport> reports = reportSources(options, {reader.mouseFd, reader.keyboardFd, reader.lircFd});
+  printSources(status, reports);
+  if (!open) return fail("no source is open");
+
+  if (printOptions(options).maskKeys) {
+    std::fprintf(status, "Keys that type are shown as A, since this is no terminal; --show-keycodes shows them.\n");
+  }
+  if (options.count == 0) std::fprintf(status, "Ctrl-C ends.\n");
+  std::fflush(status);
+  return showEvents(options, reader, *openView(options, reports, reader));
+}
+
+}  // namespace quarlo::tools

@@ -1,0 +1,21 @@
+// The subcommand `record`.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "tools/common/sources.h"
+
+namespace quarlo::tools {
+
+struct RecordOptions : SourcePaths {
+  std::string session;                                // the path of the folder to make
+  std::optional<std::chrono::microseconds> duration;  // none: record until a stop is requested
+  bool showKeycodes = false;
+};
+
+// Returns the exit status.
+int record(const RecordOptions& options);
+
+}  // namespace quarlo::tools

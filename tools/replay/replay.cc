@@ -1,0 +1,224 @@
+#include "tools/replay/replay.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <map>
+#include <new>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "input/linux_input_reader.h"
+#include "recording/session.h"
+#include "sim/machine.h"
+#include "tools/common/event_printer.h"
+#include "tools/common/output.h"
+#include "tools/common/stop_request.h"
+
+namespace quarlo::tools {
+namespace {
+
+using recording::DeviceRecording;
+using recording::Record;
+using recording::RemoteLine;
+using recording::Session;
+
+// The paths on the simulated machine: no nodes that autodetection would find.
+constexpr char kMousePath[] = "mouse.evemu";
+constexpr char kKeyboardPath[] = "keyboard.evemu";
+constexpr char kLircPath[] = "remote.lirc";
+
+// How long a replay waits for the remote's key to be forgotten: timeouts from the environment can be days.
+constexpr std::chrono::seconds kLongestRelease{10};
+
+// ---- Recordings into the machine ----------------------------------------------------------------
+
+// One record at a time is scheduled: each, when it happens, schedules the next. `start` is on the machine's clock.
+void scheduleRecords(sim::Machine& machine, sim::Node& node, const std::vector<Record>& records, microseconds start,
+                     std::size_t index = 0) {
+  if (index == records.size()) return;
+  const Record& record = records[index];
+  machine.after(start + record.time - machine.now(), [&machine, &node, &records, &record, start, index] {
+    node.inject(record.type, record.code, record.value);
+    scheduleRecords(machine, node, records, start, index + 1);
+  });
+}
+
+void scheduleLines(sim::Machine& machine, sim::LircDaemon& daemon, const std::vector<RemoteLine>& lines,
+                   microseconds start, std::size_t index = 0) {
+  if (index == lines.size()) return;
+  machine.after(start + lines[index].time - machine.now(), [&machine, &daemon, &lines, start, index] {
+    daemon.sendText(lines[index].text + "\n");
+    scheduleLines(machine, daemon, lines, start, index + 1);
+  });
+}
+
+// ---- The environment ----------------------------------------------------------------------------
+
+constexpr const char* kLircVariables[] = {"LIRC_REPEAT_TIMEOUT", "LIRC_RELEASE_TIMEOUT"};
+
+using Environment = std::map<std::string, std::string>;
+
+// The variables that are set, by name. REQUIRES: there is no machine yet, which has an environment of its own.
+Environment lircEnvironment() {
+  Environment environment;
+  for (const char* name : kLircVariables) {
+    if (const char* value = std::getenv(name)) environment[name] = value;
+  }
+  return environment;
+}
+
+// ---- The clock on the wall ----------------------------------------------------------------------
+
+// Sleeps until the wall clock has caught up with the machine's.
+class Pacer {
+ public:
+  Pacer() { clock_gettime(CLOCK_MONOTONIC, &start_); }
+
+  // `elapsed` is the machine's time since this was made.
+  void sleepUntil(microseconds elapsed) const {
+    const std::int64_t total = start_.tv_nsec / 1000 + elapsed.count();
+    timespec deadline = {};
+    deadline.tv_sec = start_.tv_sec + static_cast<std::time_t>(total / 1'000'000);
+    deadline.tv_nsec = static_cast<long>(total % 1'000'000 * 1000);
+    while (!stopRequested() && clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
+    }
+  }
+
+ private:
+  timespec start_ = {};
+};
+
+// ---- The player ---------------------------------------------------------------------------------
+
+// A simulated machine with the session's devices, and the real reader on it.
+class Player {
+ public:
+  Player(const Session& session, const ReplayOptions& options, const Environment& environment)
+      : session_(session), options_(options) {
+    for (const auto& [name, value] : environment) machine_.setEnvironment(name, value);
+  }
+
+  // Returns false if the connection to the daemon was lost before the end.
+  bool play() {
+    setUp();
+    while (!stopRequested() && playRound() && !connectionIsLost() && !hasEnded()) {
+    }
+    printer_.printSummary(elapsed());
+    return !connectionIsLost();
+  }
+
+ private:
+  static PrintOptions printOptions(const ReplayOptions& options) {
+    PrintOptions result;
+    result.json = options.json;
+    result.showEmptyRecords = options.verbosity > 0;
+    return result;
+  }
+
+  void setUp() {
+    sim::Node* mouse = session_.mouse ? &addNode(kMousePath, *session_.mouse) : nullptr;
+    sim::Node* keyboard = session_.keyboard ? &addNode(kKeyboardPath, *session_.keyboard) : nullptr;
+    sim::LircDaemon* daemon = session_.remote ? &machine_.addLircDaemon(kLircPath) : nullptr;
+    machine_.setTracing(daemon != nullptr);
+    reader_.emplace();
+    reader_->init(mouse != nullptr ? kMousePath : nullptr, keyboard != nullptr ? kKeyboardPath : nullptr,
+                  daemon != nullptr ? kLircPath : nullptr, options_.maxX, options_.maxY);
+    start_ = machine_.now();
+    pacer_ = Pacer();
+    if (mouse != nullptr) scheduleRecords(machine_, *mouse, session_.mouse->records, start_);
+    if (keyboard != nullptr) scheduleRecords(machine_, *keyboard, session_.keyboard->records, start_);
+    if (daemon != nullptr) scheduleLines(machine_, *daemon, *session_.remote, start_);
+    machine_.onWait([this](microseconds step) { keepPace(elapsed() + step); });
+  }
+
+  // Returns whether to go on.
+  bool playRound() {
+    const auto handle = [&](const InputEvent& event) { return printer_.print(elapsed(), event) && !stopRequested(); };
+    const bool goOn = readRound(*reader_, options_.timeoutMs, handle);
+    calls_ = machine_.takeTrace();
+    keepPace(elapsed());  // polls take some of the machine's time without a wait
+    return goOn;
+  }
+
+  void keepPace(microseconds until) const {
+    if (!options_.realtime) return;
+    std::fflush(stdout);
+    pacer_.sleepUntil(until);
+  }
+
+  sim::Node& addNode(const char* path, const DeviceRecording& device) {
+    return machine_.addNode(path, {device.name, device.codes});
+  }
+
+  microseconds elapsed() const { return machine_.now() - start_; }
+
+  // Everything has happened and was read, and the remote's key is forgotten.
+  bool hasEnded() {
+    if (machine_.hasScheduled()) return false;
+    if (!ending_) {
+      ending_ = true;
+      ended_ = elapsed();
+      machine_.setTracing(true);
+      return false;
+    }
+    const bool keyHeld = reader_->lircKey != msg::KeyInput::kNone && elapsed() < ended_ + kLongestRelease;
+    return sourcesWereEmpty() && !keyHeld;
+  }
+
+  // Whether the last round found nothing at all: a drain that gives no event can have read something.
+  bool sourcesWereEmpty() const {
+    return std::none_of(calls_.begin(), calls_.end(), [](const std::string& call) {
+      return call.rfind("read(", 0) == 0 && call.find("EAGAIN") == std::string::npos;
+    });
+  }
+
+  // The daemon closes the connection of a client that does not keep up. From then on, the reader finds the end of it at
+  // once in each round, and would never come to the end of the session.
+  bool connectionIsLost() const {
+    return std::any_of(calls_.begin(), calls_.end(), [](const std::string& call) {
+      constexpr std::string_view kEnd = ") = 0";
+      return call.rfind("read(", 0) == 0 && call.size() > kEnd.size() &&
+             call.compare(call.size() - kEnd.size(), kEnd.size(), kEnd) == 0;
+    });
+  }
+
+  const Session& session_;
+  const ReplayOptions& options_;
+  EventPrinter printer_{printOptions(options_)};
+  sim::Machine machine_;
+  std::optional<LinuxInputReader> reader_;
+  microseconds start_{0};
+  Pacer pacer_;
+  std::vector<std::string> calls_;  // of the last round, if they are traced
+  bool ending_ = false;             // everything has happened
+  microseconds ended_{0};
+};
+
+}  // namespace
+
+bool play(const Session& session, const ReplayOptions& options) {
+  return Player(session, options, options.lircEnvironment ? lircEnvironment() : Environment()).play();
+}
+
+int replay(const ReplayOptions& options) {
+  setVerbosity(options.verbosity);
+  try {
+    const Session session = recording::readSession(options.session);
+    catchStopRequests();
+    if (play(session, options)) return kDone;
+    return fail(options.session +
+                ": the remote's lines come faster than the reader takes them, so that the LIRC daemon would close the "
+                "connection; the rest was not played");
+  } catch (const recording::Error& error) {
+    return fail(error.what());
+  } catch (const std::bad_alloc&) {
+    return fail(options.session + ": there is not enough memory for this session");
+  }
+}
+
+}  // namespace quarlo::tools

@@ -1,0 +1,25 @@
+// The subcommand `replay`.
+#pragma once
+
+#include <string>
+
+#include "recording/session.h"
+#include "tools/monitor/monitor.h"
+
+namespace quarlo::tools {
+
+struct ReplayOptions : ReaderOptions {
+  std::string session;           // the path of a folder or a file
+  bool realtime = false;         // at the speed of the recording
+  bool lircEnvironment = false;  // take the remote's two timeouts from the environment
+};
+
+// Plays a session that was read, and prints its events, until its end or until a stop is requested. Does not look at
+// `options.session`. Returns false if it ended early, because the remote's lines came too fast for the reader.
+// REQUIRES: no simulated machine exists.
+bool play(const recording::Session& session, const ReplayOptions& options);
+
+// Returns the exit status.
+int replay(const ReplayOptions& options);
+
+}  // namespace quarlo::tools
