@@ -4,7 +4,7 @@
 #include <string>
 
 #include "recording/session.h"
-#include "tools/monitor/monitor.h"
+#include "tools/common/reader_options.h"
 
 namespace quarlo::tools {
 

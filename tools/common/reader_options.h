@@ -1,0 +1,16 @@
+// What every subcommand that runs the reader lets one choose.
+#pragma once
+
+#include <cstdint>
+
+namespace quarlo::tools {
+
+struct ReaderOptions {
+  std::uint32_t maxX = 1919;  // the largest coordinates of the pointer
+  std::uint32_t maxY = 1079;
+  int timeoutMs = 10;  // of the first wait in each round
+  bool json = false;
+  int verbosity = 0;  // how often -v was given
+};
+
+}  // namespace quarlo::tools
