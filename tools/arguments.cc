@@ -231,15 +231,19 @@ CLI::App* addMonitor(CLI::App& app, MonitorOptions& options) {
       ->add_option_function<std::string>(
           "--count", [&options](const std::string& text) { parseCount(text, options); }, "End after N events")
       ->type_name("N");
-  addFlag(*command, "--show-keycodes", options.showKeycodes, "Show what is typed where the output is no terminal, too");
+  addFlag(*command, "--show-keycodes", options.shown.showKeycodes,
+          "Show what is typed where the output is no terminal, too");
+  addFlag(*command, "--show-modifiers", options.shown.showModifiers,
+          "There, show modifiers and editing keys, but not what is typed");
   command->add_flag("--tui", options.tui, "Show a screen that follows the devices, instead of lines")
       ->disable_flag_override()
       ->excludes("--json");
   command->footer(
       "Says first which of mouse, keyboard and remote are open, and why each other one is not and what\n"
       "to do. Then prints one line per event, with the time since the start in seconds, until Ctrl-C.\n"
-      "Where the output is no terminal, keys that type are shown as A, so that no password ends up in\n"
-      "a file. (The remote's lines that -v shows are as they are.)\n"
+      "Where the output is no terminal, only keys that are known not to type are shown; all others, modifiers\n"
+      "and editing keys are shown as A. Not hidden are: how many keys were pressed, and when; arrows, OK and\n"
+      "clicks, which type on an on-screen keyboard; the remote's lines, which -v writes to standard error.\n"
       "--tui shows the pointer in its bounds, what is held, the remote's timing and the last events on the\n"
       "whole terminal, of at least 60x16. What is typed does not reach the shell; only Ctrl-C ends it.\n\n"
       "Example: watch one keyboard and nothing else\n"
@@ -295,15 +299,18 @@ CLI::App* addRecord(CLI::App& app, RecordOptions& options) {
           "--duration", [&options](const std::string& text) { parseDuration(text, options); },
           "End after so many seconds; default: with Ctrl-C")
       ->type_name("SECONDS");
-  addFlag(*command, "--show-keycodes", options.showKeycodes,
+  addFlag(*command, "--show-keycodes", options.shown.showKeycodes,
           "Record what is typed, too; only the owner can then read the session");
+  addFlag(*command, "--show-modifiers", options.shown.showModifiers,
+          "Record modifiers and editing keys, but not what is typed");
   command->footer(
       "Says first which of mouse, keyboard and remote are open, and why each other one is not and what\n"
       "to do. Then records until Ctrl-C; other programs get the input as well. What came is in the files at\n"
       "once, and stays there when the disk gets full, a device is unplugged, or the daemon ends. A source\n"
       "that sent nothing has no file.\n"
-      "Keys that type are recorded as A, the remote's digits and letters as 1, and scan codes as 0, so that\n"
-      "no password ends up in a file. How long one is, and when it was typed, can still be seen.\n\n"
+      "Only keys and remote buttons that are known not to type are recorded as they are. All others, modifiers\n"
+      "and editing keys are recorded as A, a remote's as 1, and their codes as 0. Not hidden are: how many keys\n"
+      "were pressed, and when; arrows, OK and clicks, which type on an on-screen keyboard.\n\n"
       "Example: record for ten seconds what a remote sends, and play it\n"
       "  quarlo-input record --mouse none --keyboard none --duration 10 -o sofa && quarlo-input replay sofa\n\n"
       "Exit status: 0 after Ctrl-C or the duration; 1 if SESSION exists, no source could be opened, a path\n"

@@ -31,8 +31,6 @@ InputEvent mouseEvent(std::int32_t action, std::int32_t button, std::uint16_t x,
   return event;
 }
 
-std::string maskedText(const InputEvent& event) { return describe(masked(event)); }
-
 TEST(Describe, ShowsAKeyWithItsCharacterAndModifiers) {
   const LinuxInputReader::Modifier all = KeyInput::kControlModifier | KeyInput::kShiftModifier | KeyInput::kAltModifier;
   EXPECT_EQ(describe(keyDown(KeyInput::kA, 'a')), "key down    A               'a'");
@@ -112,29 +110,6 @@ TEST(Describe, NamesEveryKeyThatTheReaderProducesAndNoTwoAlike) {
   }
   EXPECT_EQ(names.size(), keys.size());
   EXPECT_GT(keys.size(), 100U);
-}
-
-TEST(Masked, HidesWhatCanBeSeen) {
-  EXPECT_EQ(maskedText(keyDown(KeyInput::kX, 'x')), "key down    A               'a'");
-  EXPECT_EQ(maskedText(keyEvent(KeyData::kUp, KeyInput::k1, '!', KeyInput::kShiftModifier)),
-            "key up      A               'A'  shift");
-  EXPECT_EQ(maskedText(keyDown(KeyInput::kSpace, ' ', KeyInput::kControlModifier)),
-            "key down    A               'a'  ctrl");
-  EXPECT_EQ(maskedText(keyDown(255, 255)), "key down    A               'a'");
-  EXPECT_EQ(maskedText(keyDown(160, 160)), "key down    A               'a'");
-}
-
-TEST(Masked, HidesTheKeypadsDigitsAlsoWithoutNumLock) {
-  EXPECT_EQ(maskedText(keyDown(KeyInput::kKeypad0, 0)), "key down    A               'a'");
-  EXPECT_EQ(maskedText(keyDown(KeyInput::kKeypad9, 0)), "key down    A               'a'");
-}
-
-TEST(Masked, KeepsTheRest) {
-  for (const InputEvent& event :
-       {keyDown(KeyInput::kEnter, 13), keyDown(KeyInput::kLeft, 0), keyDown(KeyInput::kDelete, 127),
-        keyDown(KeyInput::kPower, 153), keyDown(0, 0), mouseEvent(MouseData::kMove, MouseData::kLeft, 3, 4, 0)}) {
-    EXPECT_EQ(maskedText(event), describe(event));
-  }
 }
 
 }  // namespace

@@ -3,101 +3,317 @@
 #include <gtest/gtest.h>
 #include <linux/input-event-codes.h>
 
-#include "tools/common/describe.h"
+#include <algorithm>
+#include <iterator>
 
 namespace quarlo::tools {
 namespace {
 
 using msg::KeyInput;
+using KeyData = InputEvent::KeyData;
+using Key = LinuxInputReader::Key;
+using Modifier = LinuxInputReader::Modifier;
 
-int maskedCode(int code) {
-  return masked(recording::Record{microseconds(0), EV_KEY, static_cast<std::uint16_t>(code), 1}).code;
+constexpr Mask kMasks[] = {Mask::kTyping, Mask::kTypingAndModifiers};
+
+constexpr int kModifiers[] = {KEY_LEFTSHIFT, KEY_RIGHTSHIFT, KEY_LEFTCTRL,  KEY_RIGHTCTRL, KEY_LEFTALT,
+                              KEY_RIGHTALT,  KEY_LEFTMETA,   KEY_RIGHTMETA, KEY_CAPSLOCK,  KEY_NUMLOCK};
+constexpr int kEditingKeys[] = {KEY_BACKSPACE, KEY_DELETE, KEY_INSERT, KEY_CUT, KEY_COPY, KEY_PASTE, KEY_UNDO};
+
+bool isModifier(int code) { return std::count(std::begin(kModifiers), std::end(kModifiers), code) != 0; }
+
+// ---- Records ------------------------------------------------------------------------------------
+
+recording::Record record(int type, int code, int value) {
+  return {microseconds(5), static_cast<std::uint16_t>(type), static_cast<std::uint16_t>(code), value};
 }
 
-int maskedValue(int type, int code, int value) {
-  return masked(recording::Record{microseconds(0), static_cast<std::uint16_t>(type), static_cast<std::uint16_t>(code),
-                                  value})
-      .value;
+int maskedCode(Mask mask, int code) { return masked(mask, record(EV_KEY, code, 1)).code; }
+
+int maskedValue(Mask mask, int type, int code, int value) { return masked(mask, record(type, code, value)).value; }
+
+constexpr int kTypingKeys[] = {
+#define TYPES(name) name,
+#include "tests/tools/typing_keys.inc"
+#undef TYPES
+};
+
+TEST(MaskedRecord, HidesEveryKeyThatTypesAnywhere) {
+  for (const int code : kTypingKeys) {
+    EXPECT_EQ(maskedCode(Mask::kTypingAndModifiers, code), KEY_A) << code;
+    EXPECT_EQ(maskedCode(Mask::kTyping, code), isModifier(code) ? code : KEY_A) << code;
+  }
 }
 
-std::set<int> maskedKeys(const std::set<int>& keys) {
-  recording::DeviceDescription device;
-  device.codes[EV_KEY] = keys;
-  return masked(device).codes[EV_KEY];
-}
-
-TEST(MaskedRecord, HidesEveryKeyThatMonitorHides) {
+TEST(MaskedRecord, HidesEveryKeyThatTypesForTheReader) {
   int hidden = 0;
   for (int code = 0; code <= KEY_MAX; ++code) {
-    bool shows = false;
-    for (const LinuxInputReader::Modifier modifiers : {KeyInput::kNoModifier, KeyInput::kShiftModifier}) {
+    bool types = false;
+    for (const Modifier modifiers : {KeyInput::kNoModifier, KeyInput::kShiftModifier}) {
       for (const bool numLock : {false, true}) {
-        InputEvent::KeyData key = {};
+        KeyData key = {};
         LinuxInputReader::translateKey(code, modifiers, numLock, key.key, key.ch);
-        shows = shows || showsWhatWasTyped(key);
+        types = types || (key.ch >= ' ' && key.ch <= '~');
       }
     }
-    if (!shows) continue;
-    EXPECT_EQ(maskedCode(code), KEY_A) << code;
+    if (!types) continue;
+    for (const Mask mask : kMasks) EXPECT_EQ(maskedCode(mask, code), KEY_A) << code;
     ++hidden;
   }
   EXPECT_GT(hidden, 70);
 }
 
-TEST(MaskedRecord, HidesKeysThatTypeElsewhere) {
-  for (const int code : {KEY_102ND, KEY_KPDOT, KEY_YEN, KEY_NUMERIC_POUND, KEY_BRL_DOT1, KEY_BRL_DOT10}) {
-    EXPECT_EQ(maskedCode(code), KEY_A) << code;
+TEST(MaskedRecord, HidesWhatIsNotKnown) {
+  constexpr int kNobodysCode = KEY_MAX;
+  for (const int code :
+       {KEY_RESERVED, KEY_UNKNOWN, KEY_MACRO1, KEY_HANGEUL, KEY_TEEN, KEY_EMOJI_PICKER, kNobodysCode}) {
+    for (const Mask mask : kMasks) EXPECT_EQ(maskedCode(mask, code), KEY_A) << code;
   }
 }
 
-TEST(MaskedRecord, KeepsTheOtherKeys) {
-  for (const int code : {KEY_ENTER, KEY_BACKSPACE, KEY_TAB, KEY_UP, KEY_F1, KEY_LEFTSHIFT, KEY_RIGHTALT, KEY_NUMLOCK,
-                         KEY_POWER, KEY_DELETE, KEY_VOLUMEUP, BTN_LEFT, KEY_MAX}) {
-    EXPECT_EQ(maskedCode(code), code);
+TEST(MaskedRecord, ShowsWhatIsKnownNotToType) {
+  for (const int code : {KEY_ENTER, KEY_TAB, KEY_ESC, KEY_UP, KEY_F1, KEY_F24, KEY_POWER, KEY_VOLUMEUP, KEY_MENU,
+                         KEY_RED, KEY_EPG, KEY_OK, BTN_LEFT, BTN_TASK, BTN_TOUCH}) {
+    for (const Mask mask : kMasks) EXPECT_EQ(maskedCode(mask, code), code);
   }
 }
 
-TEST(MaskedRecord, KeepsItsValue) {
-  for (const int value : {0, 1, 2}) EXPECT_EQ(maskedValue(EV_KEY, KEY_X, value), value);
+TEST(MaskedRecord, ShowsModifiersAndEditingKeysOnlyWhenAskedTo) {
+  for (const auto& keys : {std::vector<int>(std::begin(kModifiers), std::end(kModifiers)),
+                           std::vector<int>(std::begin(kEditingKeys), std::end(kEditingKeys))}) {
+    for (const int code : keys) {
+      EXPECT_EQ(maskedCode(Mask::kTypingAndModifiers, code), KEY_A) << code;
+      EXPECT_EQ(maskedCode(Mask::kTyping, code), code);
+    }
+  }
 }
 
-TEST(MaskedRecord, HidesScanCodes) {
-  EXPECT_EQ(maskedValue(EV_MSC, MSC_SCAN, 458763), 0);
-  EXPECT_EQ(maskedValue(EV_MSC, MSC_RAW, 30), 0);
-  EXPECT_EQ(maskedValue(EV_MSC, MSC_TIMESTAMP, 7), 7);
+TEST(MaskedRecord, KeepsTheValueOfAKey) {
+  for (const int value : {0, 1, 2}) EXPECT_EQ(maskedValue(Mask::kTypingAndModifiers, EV_KEY, KEY_X, value), value);
 }
 
-TEST(MaskedRecord, KeepsOtherTypesWithAKeysCode) {
-  const recording::Record wheel = masked(recording::Record{microseconds(5), EV_REL, KEY_7, -1});
-  EXPECT_EQ(wheel.code, KEY_7);
-  EXPECT_EQ(wheel.value, -1);
-  EXPECT_EQ(wheel.time, microseconds(5));
+TEST(MaskedRecord, HidesScanCodesAndWhatElseADeviceSaysOfItsKeys) {
+  for (const Mask mask : kMasks) {
+    for (const int code : {MSC_SCAN, MSC_RAW, MSC_SERIAL, MSC_PULSELED, MSC_GESTURE, MSC_MAX}) {
+      EXPECT_EQ(maskedValue(mask, EV_MSC, code, 458763), 0) << code;
+    }
+    EXPECT_EQ(maskedValue(mask, EV_MSC, MSC_TIMESTAMP, 7), 7);
+    constexpr int kNobodysType = 0x1e;
+    EXPECT_EQ(maskedValue(mask, kNobodysType, 0, 30), 0);
+  }
+}
+
+TEST(MaskedRecord, HidesLightsWithTheModifiers) {
+  EXPECT_EQ(maskedValue(Mask::kTypingAndModifiers, EV_LED, LED_CAPSL, 1), 0);
+  EXPECT_EQ(maskedValue(Mask::kTyping, EV_LED, LED_CAPSL, 1), 1);
+}
+
+TEST(MaskedRecord, KeepsMotionAndItsTime) {
+  for (const int type : {EV_SYN, EV_REL, EV_ABS, EV_SW, EV_REP, EV_SND, EV_FF, EV_PWR, EV_FF_STATUS}) {
+    const recording::Record kept = masked(Mask::kTypingAndModifiers, record(type, KEY_7, -1));
+    EXPECT_EQ(kept.code, KEY_7);
+    EXPECT_EQ(kept.value, -1);
+    EXPECT_EQ(kept.time, microseconds(5));
+  }
+}
+
+TEST(MaskedRecord, IsAsItWasWhenNothingIsHidden) {
+  for (int code = 0; code <= KEY_MAX; ++code) EXPECT_EQ(maskedCode(Mask::kNothing, code), code);
+  EXPECT_EQ(maskedValue(Mask::kNothing, EV_MSC, MSC_SCAN, 458763), 458763);
+}
+
+// ---- Devices ------------------------------------------------------------------------------------
+
+std::set<int> maskedKeys(const std::set<int>& keys) {
+  recording::DeviceDescription device;
+  device.codes[EV_KEY] = keys;
+  return masked(Mask::kTypingAndModifiers, device).codes[EV_KEY];
 }
 
 TEST(MaskedDevice, HasAIfAKeyBecomesThat) {
   EXPECT_EQ(maskedKeys({KEY_ENTER, KEY_5}), (std::set<int>{KEY_ENTER, KEY_5, KEY_A}));
   EXPECT_EQ(maskedKeys({KEY_ENTER, BTN_LEFT}), (std::set<int>{KEY_ENTER, BTN_LEFT}));
-  EXPECT_TRUE(masked(recording::DeviceDescription()).codes.empty());
+  EXPECT_TRUE(masked(Mask::kTypingAndModifiers, recording::DeviceDescription()).codes.empty());
 }
 
-TEST(MaskedLine, HidesDigitsAndSingleCharacters) {
-  for (const std::string button : {"5", "KEY_5", "key_numeric_5", "KEY_NUMERIC_0", "KEY_KP7", "KEY_Q", "x", "KEY_?"}) {
-    EXPECT_EQ(maskedLine("0000000000f40bf0 0a " + button + " my tv"), "0000000000000000 0a KEY_1 my tv") << button;
+TEST(MaskedDevice, HidesItsLightsWithTheModifiers) {
+  recording::DeviceDescription device;
+  device.ledsOn = {LED_CAPSL};
+  EXPECT_TRUE(masked(Mask::kTypingAndModifiers, device).ledsOn.empty());
+  EXPECT_EQ(masked(Mask::kTyping, device).ledsOn, std::set<int>{LED_CAPSL});
+}
+
+// ---- The remote's lines -------------------------------------------------------------------------
+
+std::string lineOf(const std::string& button) { return "0000000000f40bf0 0a " + button + " my tv"; }
+
+const std::string kHidden = "0000000000000000 0a KEY_1 my tv";
+
+std::string maskedButton(const std::string& button) { return maskedLine(Mask::kTypingAndModifiers, lineOf(button)); }
+
+struct LircName {
+  std::string name;
+  int code;  // Linux has a key of the same name
+};
+
+const LircName kLircNames[] = {
+#define LIRC_NAME(name) {#name, name},
+#include "tests/tools/lirc_names.inc"
+#undef LIRC_NAME
+};
+
+TEST(MaskedLine, HidesEachOfLircsNamesWhoseKeyTypesAnywhere) {
+  int hidden = 0;
+  for (const LircName& button : kLircNames) {
+    const bool typesAnywhere = std::count(std::begin(kTypingKeys), std::end(kTypingKeys), button.code) != 0;
+    if (!typesAnywhere) continue;
+    EXPECT_EQ(maskedButton(button.name), kHidden) << button.name;
+    ++hidden;
+  }
+  EXPECT_GT(hidden, 110);
+}
+
+// As its node would be recorded if the kernel decoded it; so the two sides hide the same. LIRC has several names for
+// some codes: letters that are buttons of a gamepad, for one.
+TEST(MaskedLine, ShowsNoneOfLircsNamesWhoseKeyIsHidden) {
+  int shown = 0;
+  for (const LircName& button : kLircNames) {
+    if (maskedButton(button.name) != lineOf(button.name)) continue;
+    EXPECT_EQ(maskedCode(Mask::kTypingAndModifiers, button.code), button.code) << button.name;
+    ++shown;
+  }
+  EXPECT_GT(shown, 200);
+}
+
+TEST(MaskedLine, HidesWhatIsNotOneOfLircsNames) {
+  for (const std::string button :
+       {"5",         "KEY_5", "key_numeric_5", "KEY_NUMERIC_0", "KEY_KP7",  "KEY_Q",   "x",        "KEY_?",
+        "num_1",     "Num1",  "BTN_1",         "one",           "digit_1",  "Key5",    "REMOTE_5", "KEY_1-up",
+        "key_5EVUP", "BTN_A", "KEY_",          "KEY_FOO",       "\xc3\xa4", "KEY_\xe4"}) {
+    EXPECT_EQ(maskedButton(button), kHidden) << button;
   }
 }
 
-TEST(MaskedLine, HidesTheReleaseOfAButton) {
-  EXPECT_EQ(maskedLine("0000000000f40bf0 00 KEY_5_UP tv"), "0000000000000000 00 KEY_1_UP tv");
+TEST(MaskedLine, ShowsTheReadersOwnButtonsHoweverTheyAreWritten) {
+  for (const std::string button : {"KEY_OK", "ok", "key_volumeup", "KEY_NUMERIC_KEY_UP", "CURSOR_LEFT", "TRACK_NEXT",
+                                   "Power", "FASTFORWARD", "KEY_MENU", "key_epg"}) {
+    EXPECT_EQ(maskedButton(button), lineOf(button));
+  }
 }
 
-TEST(MaskedLine, HidesALineThatIsCutOff) { EXPECT_EQ(maskedLine("f40bf0 00 KEY_5"), "0000000000000000 00 KEY_1"); }
-
-TEST(MaskedLine, KeepsTheRest) {
-  for (const std::string line :
-       {"0000000000f40bf0 00 KEY_VOLUMEUP tv", "0000000000f40bf0 00 KEY_OK tv", "f40bf0 00 KEY_ tv", "f40bf0 00  tv",
-        "BEGIN", "SIGHUP", "END", "5", "5 5", "", " ", "  "}) {
-    EXPECT_EQ(maskedLine(line), line);
+TEST(MaskedLine, ShowsModifiersAndEditingButtonsOnlyWhenAskedTo) {
+  for (const std::string button : {"KEY_LEFTSHIFT", "KEY_BACKSPACE", "KEY_CLEAR"}) {
+    EXPECT_EQ(maskedButton(button), kHidden);
+    EXPECT_EQ(maskedLine(Mask::kTyping, lineOf(button)), lineOf(button));
   }
+}
+
+TEST(MaskedLine, KeepsThatALineIsARelease) {
+  EXPECT_EQ(maskedButton("KEY_5_EVUP"), "0000000000000000 0a KEY_1_EVUP my tv");
+  EXPECT_EQ(maskedButton("key_5_up"), "0000000000000000 0a KEY_1_up my tv");
+  EXPECT_EQ(maskedButton("KEY_OK_EVUP"), lineOf("KEY_OK_EVUP"));
+}
+
+TEST(MaskedLine, HidesALineThatIsCutOff) {
+  EXPECT_EQ(maskedLine(Mask::kTyping, "f40bf0 00 KEY_5"), "0000000000000000 00 KEY_1");
+  EXPECT_EQ(maskedLine(Mask::kTyping, "f40bf0 00 KEY_VOL"), "0000000000000000 00 KEY_1");
+}
+
+TEST(MaskedLine, HidesWhatIsNoLineOfTheDaemons) {
+  for (const std::string line : {"5", "5 5", "KEY_5", "", " ", "begin"}) {
+    EXPECT_EQ(maskedLine(Mask::kTyping, line), "0000000000000000");
+  }
+  EXPECT_EQ(maskedLine(Mask::kTyping, "hunter2 00 KEY_OK tv"), "0000000000000000 00 KEY_1 tv");
+  EXPECT_EQ(maskedLine(Mask::kTyping, "f4 hunter2 KEY_OK tv"), "0000000000000000 00 KEY_1 tv");
+  EXPECT_EQ(maskedLine(Mask::kTyping, "00000000000000001 00 KEY_OK tv"), "0000000000000000 00 KEY_1 tv");
+}
+
+TEST(MaskedLine, KeepsWhatTheReaderRejects) {
+  EXPECT_EQ(maskedLine(Mask::kTyping, "f40bf0 00  tv"), "0000000000000000 00  tv");
+  EXPECT_EQ(maskedLine(Mask::kTyping, "f40bf0  KEY_5 tv"), "0000000000000000  KEY_1 tv");
+}
+
+TEST(MaskedLine, ShowsWhatTheDaemonSaysOfAReload) {
+  for (const std::string line : {"BEGIN", "SIGHUP", "END"}) EXPECT_EQ(maskedLine(Mask::kTyping, line), line);
+}
+
+TEST(MaskedLine, IsAsItWasWhenNothingIsHidden) {
+  for (const std::string line : {"f4 00 KEY_5 tv", "5", ""}) EXPECT_EQ(maskedLine(Mask::kNothing, line), line);
+}
+
+// ---- Events -------------------------------------------------------------------------------------
+
+InputEvent keyEvent(Key key, int ch, Modifier modifiers = KeyInput::kNoModifier, std::int32_t action = KeyData::kDown) {
+  InputEvent event = {};
+  event.kind = InputEvent::kKeyEvent;
+  event.keyData = {action, key, static_cast<char>(ch), modifiers};
+  return event;
+}
+
+std::string maskedText(Mask mask, const InputEvent& event) { return describe(masked(mask, event)); }
+
+const std::string kHiddenKey = "key down    A               'a'";
+
+TEST(MaskedEvent, HidesWhatMayType) {
+  for (const InputEvent& event :
+       {keyEvent(KeyInput::kX, 'x'), keyEvent(KeyInput::kSpace, ' '), keyEvent(KeyInput::kKeypad0, 0),
+        keyEvent(KeyInput::kKeypad9, 0), keyEvent(KeyInput::kKeypadDecimal, '.'), keyEvent(255, 255),
+        keyEvent(160, 160), keyEvent(KeyInput::kNone, 0)}) {
+    for (const Mask mask : kMasks) EXPECT_EQ(maskedText(mask, event), kHiddenKey) << describe(event);
+  }
+}
+
+TEST(MaskedEvent, HidesTheKeysOfEveryCodeThatIsHiddenInARecord) {
+  for (int code = 0; code <= KEY_MAX; ++code) {
+    if (maskedCode(Mask::kTypingAndModifiers, code) == code) continue;
+    KeyData key = {};
+    LinuxInputReader::translateKey(code, KeyInput::kNoModifier, false, key.key, key.ch);
+    EXPECT_EQ(maskedText(Mask::kTypingAndModifiers, keyEvent(key.key, key.ch)), kHiddenKey) << code;
+  }
+}
+
+// Such as "%", whose number is that of Left.
+TEST(MaskedEvent, HidesARemotesCharacterWhateverKeyHasItsNumber) {
+  for (int character = ' '; character <= '~'; ++character) {
+    EXPECT_EQ(maskedText(Mask::kTyping, keyEvent(character, character)), kHiddenKey) << character;
+  }
+}
+
+TEST(MaskedEvent, ShowsWhatIsKnownNotToType) {
+  for (const InputEvent& event :
+       {keyEvent(KeyInput::kEnter, 13), keyEvent(KeyInput::kTab, 9), keyEvent(KeyInput::kLeft, 0),
+        keyEvent(KeyInput::kPower, 153), keyEvent(KeyInput::kChannelUp, 0), keyEvent(KeyInput::kF12, 0)}) {
+    for (const Mask mask : kMasks) EXPECT_EQ(maskedText(mask, event), describe(event));
+  }
+}
+
+TEST(MaskedEvent, ShowsModifiersAndEditingKeysOnlyWhenAskedTo) {
+  for (const InputEvent& event : {keyEvent(KeyInput::kShift, 0), keyEvent(KeyInput::kNumLock, 0),
+                                  keyEvent(KeyInput::kBackspace, 8), keyEvent(KeyInput::kDelete, 127)}) {
+    EXPECT_EQ(maskedText(Mask::kTypingAndModifiers, event), kHiddenKey);
+    EXPECT_EQ(maskedText(Mask::kTyping, event), describe(event));
+  }
+}
+
+TEST(MaskedEvent, HidesThatAModifierWasHeld) {
+  const InputEvent typed = keyEvent(KeyInput::k1, '!', KeyInput::kShiftModifier, KeyData::kUp);
+  EXPECT_EQ(maskedText(Mask::kTypingAndModifiers, typed), "key up      A               'a'");
+  EXPECT_EQ(maskedText(Mask::kTyping, typed), "key up      A               'A'  shift");
+  const InputEvent shown = keyEvent(KeyInput::kUp, 0, KeyInput::kControlModifier);
+  EXPECT_EQ(maskedText(Mask::kTypingAndModifiers, shown), "key down    Up              0");
+  EXPECT_EQ(maskedText(Mask::kTyping, shown), "key down    Up              0    ctrl");
+}
+
+TEST(MaskedEvent, KeepsThePointer) {
+  InputEvent event = {};
+  event.kind = InputEvent::kMouseEvent;
+  event.mouseData = {InputEvent::MouseData::kMove, InputEvent::MouseData::kLeft, 3, 4, 0};
+  EXPECT_EQ(maskedText(Mask::kTypingAndModifiers, event), describe(event));
+}
+
+TEST(MaskedEvent, IsAsItWasWhenNothingIsHidden) {
+  const InputEvent event = keyEvent(KeyInput::k1, '!', KeyInput::kShiftModifier);
+  EXPECT_EQ(maskedText(Mask::kNothing, event), describe(event));
 }
 
 }  // namespace

@@ -43,7 +43,9 @@ TEST_F(MonitorTest, SaysWhatIsOpenPrintsTheEventsAndEndsAfterTheLastOneWanted) {
   EXPECT_EQ(lines[1], "  mouse     " + path_);
   EXPECT_EQ(lines[2], "  keyboard  left out");
   EXPECT_EQ(lines[3], "  remote    left out");
-  EXPECT_EQ(lines[4], "Keys that type are shown as A, since this is no terminal; --show-keycodes shows them.");
+  EXPECT_EQ(lines[4],
+            "Keys that may type, modifiers and editing keys are shown as A, since this is no terminal; --show-keycodes "
+            "shows them.");
   EXPECT_EQ(eventsOf(result.out), (Events{"mouse move  5,7", "mouse up    right x1        5,7"}));
   EXPECT_EQ(lines[7].rfind("2 events in ", 0), 0U);
   EXPECT_NE(lines[7].find(" s: 0 keys, 1 move, 1 button"), std::string::npos);
@@ -73,11 +75,20 @@ TEST_F(MonitorTest, MasksWhatWasTypedWhereTheOutputIsNoTerminal) {
       (Events{"key down    A               'a'", "key down    A               'a'", "key down    Enter           13"}));
 }
 
+TEST_F(MonitorTest, ShowsModifiersThereWhenAskedTo) {
+  node_.send({{EV_KEY, KEY_LEFTSHIFT, 1}});
+  node_.send({{EV_KEY, KEY_H, 1}});
+  const Result result = run(keyboard({"--count", "2", "--show-modifiers"}));
+  EXPECT_EQ(eventsOf(result.out),
+            (Events{"key down    Shift           0    shift", "key down    A               'A'  shift"}));
+  EXPECT_NE(result.out.find("Keys that may type are shown as A, since this is no terminal; "), std::string::npos);
+}
+
 TEST_F(MonitorTest, ShowsWhatWasTypedWhenAskedTo) {
   node_.send({{EV_KEY, KEY_H, 1}});
   const Result result = run(keyboard({"--count", "1", "--show-keycodes"}));
   EXPECT_EQ(eventsOf(result.out), Events{"key down    H               'h'"});
-  EXPECT_EQ(result.out.find("Keys that type"), std::string::npos);
+  EXPECT_EQ(result.out.find("shown as A"), std::string::npos);
 }
 
 TEST_F(MonitorTest, ShowsWhatWasTypedOnATerminal) {

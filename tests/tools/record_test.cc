@@ -13,7 +13,9 @@ namespace quarlo::tools {
 namespace {
 
 const std::string kMaskedComment =
-    "# Keys and remote buttons that type are recorded as A and 1 (--show-keycodes keeps them).\n";
+    "# Keys and remote buttons that may type, modifiers and editing keys are recorded as A and 1 (--show-keycodes "
+    "keeps "
+    "them).\n";
 const std::string kStarted = "Ctrl-C ends.\n";
 const std::string kVolume = "0000000000f40bf0 00 KEY_VOLUMEUP tv\n";
 const std::string kDigit = "0000000000f40bf1 00 KEY_5 tv\n";
@@ -93,6 +95,15 @@ TEST_F(RecordTest, HidesWhatWasTyped) {
   EXPECT_EQ(recorded(), kMaskedComment + "0000000000000000 00 KEY_1 tv\n0000000000f40bf2 00 KEY_OK tv\n");
 }
 
+TEST_F(RecordTest, ShowsModifiersAndEditingButtonsWhenAskedTo) {
+  const std::string shift = "0000000000f40bf3 00 KEY_LEFTSHIFT tv\n";
+  record(kDigit + shift, {"--show-modifiers"});
+  EXPECT_EQ(recorded(),
+            "# Keys and remote buttons that may type are recorded as A and 1 (--show-keycodes keeps them).\n"
+            "0000000000000000 00 KEY_1 tv\n" +
+                shift);
+}
+
 TEST_F(RecordTest, KeepsWhatWasTypedForItsOwnerWhenAskedTo) {
   const Result result = record(kDigit, {"--show-keycodes"});
   const std::string warning = "Keys and remote buttons are recorded as they were pressed: this can show passwords.\n";
@@ -105,12 +116,13 @@ TEST_F(RecordTest, KeepsWhatWasTypedForItsOwnerWhenAskedTo) {
 
 TEST_F(RecordTest, KeepsWhatItHasWhenTheDaemonGoesAway) {
   Program program(remote());
-  daemon_.send(kVolume + "no newline");
+  const std::string unfinished = "0000000000f40bf0 01 KEY_VOLUMEUP tv";  // no newline
+  daemon_.send(kVolume + unfinished);
   daemon_.hangUp();
   const Result result = program.finish();
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "quarlo-input: the LIRC daemon has closed the connection; no source is left\n");
-  EXPECT_EQ(recorded(), kMaskedComment + kVolume + "no newline\n");
+  EXPECT_EQ(recorded(), kMaskedComment + kVolume + unfinished + "\n");
   EXPECT_EQ(linesOf(result.out).back(), "  remote.lirc     2 lines");
 }
 

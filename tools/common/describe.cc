@@ -62,7 +62,6 @@ constexpr ModifierName kModifierNames[] = {
 
 constexpr int kFirstPrintable = 0x20;
 constexpr int kLastPrintable = 0x7e;
-constexpr int kFirstPrintableLatin = 0xa0;  // of the upper half of ISO 8859-1
 
 int characterNumber(char ch) { return static_cast<unsigned char>(ch); }
 
@@ -179,21 +178,6 @@ nlohmann::ordered_json toJson(microseconds time, const InputEvent& event) {
     addMouse(json, event.mouseData);
   }
   return json;
-}
-
-bool showsWhatWasTyped(const KeyData& key) {
-  const int number = characterNumber(key.ch);
-  const bool visible = (number >= kFirstPrintable && number <= kLastPrintable) || number >= kFirstPrintableLatin;
-  // The reader starts with Num Lock off, whatever the keyboard has: what it takes for silent may have typed a digit.
-  return visible || (key.key >= KeyInput::kKeypad0 && key.key <= KeyInput::kKeypad9);
-}
-
-InputEvent masked(const InputEvent& event) {
-  if (event.kind != InputEvent::kKeyEvent || !showsWhatWasTyped(event.keyData)) return event;
-  InputEvent result = event;
-  result.keyData.key = KeyInput::kA;
-  result.keyData.ch = (event.keyData.modifiers & KeyInput::kShiftModifier) != 0 ? 'A' : 'a';
-  return result;
 }
 
 }  // namespace quarlo::tools

@@ -40,10 +40,4 @@ std::string describeTime(microseconds time);
 // `time` is in seconds.
 nlohmann::ordered_json toJson(microseconds time, const InputEvent& event);
 
-// Whether a key types something that can be seen; the digits of the keypad do, with or without Num Lock.
-bool showsWhatWasTyped(const InputEvent::KeyData& key);
-
-// The event without what was typed: such a key becomes A.
-InputEvent masked(const InputEvent& event);
-
 }  // namespace quarlo::tools

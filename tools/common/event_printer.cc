@@ -25,7 +25,7 @@ std::string EventCounts::summary(microseconds duration, bool withEmptyRecords) c
 
 bool EventPrinter::print(microseconds time, const InputEvent& event) {
   counts_.add(event);
-  const InputEvent shown = options_.maskKeys ? masked(event) : event;
+  const InputEvent shown = masked(options_.mask, event);
   if (!options_.json) {
     if (event.kind != InputEvent::kNoEvent || options_.showEmptyRecords) {
       std::printf("%7s  %s\n", describeTime(time).c_str(), describe(shown).c_str());

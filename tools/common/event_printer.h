@@ -6,12 +6,13 @@
 #include <string>
 
 #include "tools/common/describe.h"
+#include "tools/common/mask.h"
 
 namespace quarlo::tools {
 
 struct PrintOptions {
   bool json = false;
-  bool maskKeys = false;          // do not show what was typed
+  Mask mask = Mask::kNothing;
   bool showEmptyRecords = false;  // in text, also print records that gave no event
   long count = 0;                 // as many events are wanted; 0: any number
 };

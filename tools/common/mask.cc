@@ -1,99 +1,207 @@
 #include "tools/common/mask.h"
 
 #include <linux/input-event-codes.h>
-#include <strings.h>
 
 #include <algorithm>
+#include <set>
 #include <string_view>
-
-#include "tools/common/describe.h"
 
 namespace quarlo::tools {
 namespace {
 
 using msg::KeyInput;
+using Key = LinuxInputReader::Key;
 
-bool typesForTheReader(int code, LinuxInputReader::Modifier modifiers) {
-  constexpr bool kNumLock = true;
-  InputEvent::KeyData key = {};
-  LinuxInputReader::translateKey(code, modifiers, kNumLock, key.key, key.ch);
-  return showsWhatWasTyped(key);
+// ---- What is shown ------------------------------------------------------------------------------
+
+struct ShownKey {
+  std::string_view name;  // also LIRC's
+  int code;
+  bool changesTyping;
+};
+
+constexpr ShownKey kShownKeys[] = {
+#define DOES_NOT_TYPE(name) {#name, name, false},
+#define CHANGES_TYPING(name) {#name, name, true},
+#include "tools/common/shown_keys.inc"
+#undef DOES_NOT_TYPE
+#undef CHANGES_TYPING
+};
+
+struct LircButton {
+  std::string_view name;
+  Key key;
+};
+
+// All of them are shown: none has a character that can be seen.
+constexpr LircButton kLircButtons[] = {
+#define LIRC_BUTTON(name, key, character) {name, KeyInput::key},
+#include "input/lirc_buttons.inc"
+#undef LIRC_BUTTON
+};
+
+bool isShown(Mask mask, const ShownKey& key) { return mask != Mask::kTypingAndModifiers || !key.changesTyping; }
+
+bool isCodeShown(Mask mask, int code) {
+  return mask == Mask::kNothing || std::any_of(std::begin(kShownKeys), std::end(kShownKeys), [&](const ShownKey& key) {
+           return key.code == code && isShown(mask, key);
+         });
 }
 
-// Keys that the reader has no character for, but other programs do.
-bool typesElsewhere(int code) {
-  switch (code) {
-    case KEY_102ND:
-    case KEY_RO:
-    case KEY_YEN:
-    case KEY_DOLLAR:
-    case KEY_EURO:
-    case KEY_QUESTION:
-    case KEY_KPDOT:
-    case KEY_KPEQUAL:
-    case KEY_KPJPCOMMA:
-    case KEY_KPLEFTPAREN:
-    case KEY_KPPLUSMINUS:
-    case KEY_KPRIGHTPAREN:
-    case KEY_NUMERIC_A:
-    case KEY_NUMERIC_B:
-    case KEY_NUMERIC_C:
-    case KEY_NUMERIC_D:
-    case KEY_NUMERIC_11:
-    case KEY_NUMERIC_12:
-    case KEY_NUMERIC_POUND:
-    case KEY_NUMERIC_STAR: return true;
-    default: return code >= KEY_BRL_DOT1 && code <= KEY_BRL_DOT10;
+// The application's keys that the shown keys and buttons give.
+std::set<Key> findShownKeys(Mask mask) {
+  std::set<Key> keys;
+  for (const ShownKey& shown : kShownKeys) {
+    InputEvent::KeyData data = {};
+    LinuxInputReader::translateKey(shown.code, KeyInput::kNoModifier, /*numLock=*/false, data.key, data.ch);
+    if (data.key != KeyInput::kNone && isShown(mask, shown)) keys.insert(data.key);
   }
+  for (const LircButton& button : kLircButtons) keys.insert(button.key);
+  return keys;
 }
 
-bool types(int code) {
-  return typesForTheReader(code, KeyInput::kNoModifier) || typesForTheReader(code, KeyInput::kShiftModifier) ||
-         typesElsewhere(code);
+// A remote's button that is called by one character gives that character's number as its key, which may be that of
+// another key: "%" is 37, as Left is.
+bool canBeSeen(char ch) {
+  constexpr int kFirstPrintable = 0x20;
+  constexpr int kFirstAfterAscii = 0x7f;
+  constexpr int kFirstPrintableLatin = 0xa0;  // of the upper half of ISO 8859-1
+  const int number = static_cast<unsigned char>(ch);
+  return (number >= kFirstPrintable && number < kFirstAfterAscii) || number >= kFirstPrintableLatin;
 }
 
-bool isScanCode(const recording::Record& record) {
-  return record.type == EV_MSC && (record.code == MSC_SCAN || record.code == MSC_RAW);
+bool isKeyShown(Mask mask, const InputEvent::KeyData& data) {
+  static const std::set<Key> withModifiers = findShownKeys(Mask::kTyping);
+  static const std::set<Key> withoutModifiers = findShownKeys(Mask::kTypingAndModifiers);
+  if (mask == Mask::kNothing) return true;
+  const std::set<Key>& shown = mask == Mask::kTyping ? withModifiers : withoutModifiers;
+  return !canBeSeen(data.ch) && shown.count(data.key) != 0;
 }
 
-// What is left of a button's name without the prefixes that the reader drops, and that of the keypad.
+// ---- The remote's lines -------------------------------------------------------------------------
+
+// Whatever the locale: in the Turkish one, I is no capital i.
+char lower(char byte) { return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte; }
+
+bool isSame(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return lower(x) == lower(y); });
+}
+
+bool startsWith(std::string_view text, std::string_view start) { return isSame(text.substr(0, start.size()), start); }
+
+bool endsWith(std::string_view text, std::string_view end) {
+  return text.size() >= end.size() && isSame(text.substr(text.size() - end.size()), end);
+}
+
+// What is left of a button's name without the prefixes that the reader drops.
 std::string_view withoutPrefixes(std::string_view name) {
-  for (const std::string_view prefix : {"KEY_NUMERIC_", "KEY_", "KP"}) {
-    const bool fits = name.size() >= prefix.size();
-    if (fits && strncasecmp(name.data(), prefix.data(), prefix.size()) == 0) name.remove_prefix(prefix.size());
+  for (const std::string_view prefix : {"KEY_NUMERIC_", "KEY_"}) {
+    if (startsWith(name, prefix)) name.remove_prefix(prefix.size());
   }
   return name;
 }
 
+std::string_view releaseSuffix(std::string_view name) {
+  for (const std::string_view suffix : {"_EVUP", "_UP"}) {
+    if (endsWith(name, suffix)) return name.substr(name.size() - suffix.size());
+  }
+  return {};
+}
+
+bool isNameShown(Mask mask, std::string_view name) {
+  return std::any_of(std::begin(kShownKeys), std::end(kShownKeys),
+                     [&](const ShownKey& key) { return isShown(mask, key) && isSame(key.name, name); }) ||
+         std::any_of(std::begin(kLircButtons), std::end(kLircButtons),
+                     [&](const LircButton& button) { return isSame(button.name, withoutPrefixes(name)); });
+}
+
+bool isButtonShown(Mask mask, std::string_view name) {
+  return isNameShown(mask, name) || isNameShown(mask, name.substr(0, name.size() - releaseSuffix(name).size()));
+}
+
+bool isHexadecimal(std::string_view text) {
+  constexpr std::size_t kDigitsOfTheLongestCode = 16;
+  return text.size() <= kDigitsOfTheLongestCode &&
+         text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+}
+
+// What the daemon says when it has read its configuration again.
+bool isBroadcast(std::string_view line) { return line == "BEGIN" || line == "SIGHUP" || line == "END"; }
+
+// Splits off what is before the first space of `rest`, and the space. Returns whether there was one.
+bool takeField(std::string_view& rest, std::string_view& field) {
+  const std::size_t end = rest.find(' ');
+  field = rest.substr(0, end);
+  if (end == std::string_view::npos) return false;
+  rest.remove_prefix(end + 1);
+  return true;
+}
+
 }  // namespace
 
-recording::Record masked(recording::Record record) {
-  if (record.type == EV_KEY && types(record.code)) record.code = KEY_A;
-  if (isScanCode(record)) record.value = 0;
+InputEvent masked(Mask mask, const InputEvent& event) {
+  if (event.kind != InputEvent::kKeyEvent) return event;
+  InputEvent result = event;
+  InputEvent::KeyData& key = result.keyData;
+  if (mask == Mask::kTypingAndModifiers) key.modifiers = KeyInput::kNoModifier;
+  if (isKeyShown(mask, event.keyData)) return result;
+  key.key = KeyInput::kA;
+  key.ch = (key.modifiers & KeyInput::kShiftModifier) != 0 ? 'A' : 'a';
+  return result;
+}
+
+recording::Record masked(Mask mask, recording::Record record) {
+  if (mask == Mask::kNothing) return record;
+  switch (record.type) {
+    case EV_SYN:
+    case EV_REL:
+    case EV_ABS:
+    case EV_SW:
+    case EV_SND:
+    case EV_REP:
+    case EV_FF:
+    case EV_PWR:
+    case EV_FF_STATUS: break;
+    case EV_KEY:
+      if (!isCodeShown(mask, record.code)) record.code = KEY_A;
+      break;
+    case EV_MSC:
+      if (record.code != MSC_TIMESTAMP) record.value = 0;
+      break;
+    case EV_LED:
+      if (mask == Mask::kTypingAndModifiers) record.value = 0;
+      break;
+    default: record.value = 0;
+  }
   return record;
 }
 
-recording::DeviceDescription masked(recording::DeviceDescription device) {
-  const auto found = device.codes.find(EV_KEY);
-  if (found != device.codes.end() && std::any_of(found->second.begin(), found->second.end(), types)) {
-    found->second.insert(KEY_A);
+recording::DeviceDescription masked(Mask mask, recording::DeviceDescription device) {
+  const auto keys = device.codes.find(EV_KEY);
+  if (keys != device.codes.end() &&
+      std::any_of(keys->second.begin(), keys->second.end(), [&](int code) { return !isCodeShown(mask, code); })) {
+    keys->second.insert(KEY_A);
   }
+  if (mask == Mask::kTypingAndModifiers) device.ledsOn.clear();
   return device;
 }
 
-// "<code> <repeat count> <button> <remote>". A daemon that sends releases, too, adds to their buttons _UP or what else
-// it was told to, which stays.
-std::string maskedLine(const std::string& line) {
-  const std::size_t repeat = line.find(' ');
-  if (repeat == std::string::npos) return line;
-  const std::size_t name = line.find(' ', repeat + 1) + 1;
-  if (name == 0) return line;
-  const std::size_t end = std::min(line.find(' ', name), line.size());
-  const std::string_view character = withoutPrefixes(std::string_view(line).substr(name, end - name));
-  const bool single = character.size() == 1 || (character.size() > 1 && character[1] == '_');
-  if (!single) return line;
-  return "0000000000000000" + line.substr(repeat, name - repeat) + "KEY_1" + std::string(character.substr(1)) +
-         line.substr(end);
+// "<code> <repeat count> <button> <remote>"; what is not of that form gives no event, and may hold anything.
+std::string maskedLine(Mask mask, const std::string& line) {
+  constexpr char kNoCode[] = "0000000000000000";
+  if (mask == Mask::kNothing || isBroadcast(line)) return line;
+  std::string_view rest = line;
+  std::string_view code;
+  std::string_view repeat;
+  std::string_view button;
+  if (!takeField(rest, code) || !takeField(rest, repeat)) return kNoCode;
+  const bool hasRemote = takeField(rest, button);
+  const bool wellFormed = isHexadecimal(code) && isHexadecimal(repeat);
+  if (wellFormed && isButtonShown(mask, button)) return line;
+  std::string text = kNoCode;
+  text += " " + (isHexadecimal(repeat) ? std::string(repeat) : "00") + " ";
+  if (!button.empty()) text += "KEY_1" + std::string(releaseSuffix(button));
+  return hasRemote ? text + " " + std::string(rest) : text;
 }
 
 }  // namespace quarlo::tools

@@ -1,24 +1,43 @@
-// What was typed, hidden from a recording: passwords and PINs.
+// What was typed, hidden from what is kept or passed on: passwords and PINs.
 //
-// Keys that type become KEY_A, so that records and their order stay: two of them held at the same time are pressed
-// twice, and released twice.
+// What is known not to type (tools/common/shown_keys.inc) stays as it is; all else becomes the key A, and of a remote
+// the button 1, so that records and their order stay: two keys held at the same time are pressed twice, and released
+// twice.
 #pragma once
 
 #include <string>
 
 #include "recording/writer.h"
+#include "tools/common/describe.h"
 
 namespace quarlo::tools {
 
-// The record without what was typed: a key that types something that can be seen, here or on another country's
-// keyboard, becomes KEY_A, and a scan code 0.
-recording::Record masked(recording::Record record);
+// What is hidden: nothing; what may type; that, and what tells about it: modifiers, lights, editing keys.
+enum class Mask { kNothing, kTyping, kTypingAndModifiers };
 
-// The device with KEY_A among its keys, if one of them becomes that.
-recording::DeviceDescription masked(recording::DeviceDescription device);
+// What the command line says of it.
+struct MaskOptions {
+  bool showKeycodes = false;
+  bool showModifiers = false;
 
-// The LIRC daemon's line without what was typed: the button of a digit or any other single character, as the reader
-// takes it for one, becomes KEY_1, and its code 0.
-std::string maskedLine(const std::string& line);
+  Mask mask() const {
+    if (showKeycodes) return Mask::kNothing;
+    return showModifiers ? Mask::kTyping : Mask::kTypingAndModifiers;
+  }
+};
+
+// The event without what was typed. An event without a key is hidden as well: a key that the reader does not know may
+// type elsewhere.
+InputEvent masked(Mask mask, const InputEvent& event);
+
+// The record without what was typed. Scan codes become 0, also those of keys that stay: they come before their key.
+recording::Record masked(Mask mask, recording::Record record);
+
+// The device with KEY_A among its keys, if one of them becomes that, and without lights if those are hidden.
+recording::DeviceDescription masked(Mask mask, recording::DeviceDescription device);
+
+// The LIRC daemon's line without what was typed. Of a button that is hidden, the raw code becomes 0. It stays visible
+// that a line is the release of a button, by the ending that lircd gives it (_EVUP, or _UP).
+std::string maskedLine(Mask mask, const std::string& line);
 
 }  // namespace quarlo::tools

@@ -124,10 +124,23 @@ int showEvents(const MonitorOptions& options, LinuxInputReader& reader, View& vi
 PrintOptions printOptions(const MonitorOptions& options) {
   PrintOptions result;
   result.json = options.json;
-  result.maskKeys = !options.showKeycodes && isatty(STDOUT_FILENO) == 0;
+  if (isatty(STDOUT_FILENO) == 0) result.mask = options.shown.mask();
   result.showEmptyRecords = options.verbosity > 0;
   result.count = options.count;
   return result;
+}
+
+// For a person; null if nothing is.
+const char* whatIsHidden(Mask mask) {
+  switch (mask) {
+    case Mask::kNothing: return nullptr;
+    case Mask::kTyping:
+      return "Keys that may type are shown as A, since this is no terminal; --show-keycodes shows them.";
+    default:
+      return "Keys that may type, modifiers and editing keys are shown as A, since this is no terminal; "
+             "--show-keycodes "
+             "shows them.";
+  }
 }
 
 // Ends when a source is gone.
@@ -254,9 +267,7 @@ int monitor(const MonitorOptions& options) {
   printSources(status, reports);
   if (!open) return fail("no source is open");
 
-  if (printOptions(options).maskKeys) {
-    std::fprintf(status, "Keys that type are shown as A, since this is no terminal; --show-keycodes shows them.\n");
-  }
+  if (const char* hidden = whatIsHidden(printOptions(options).mask)) std::fprintf(status, "%s\n", hidden);
   if (options.count == 0) std::fprintf(status, "Ctrl-C ends.\n");
   std::fflush(status);
   return showEvents(options, reader, *openView(options, reports, reader));

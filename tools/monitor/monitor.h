@@ -1,6 +1,7 @@
 // The subcommand `monitor`.
 #pragma once
 
+#include "tools/common/mask.h"
 #include "tools/common/reader_options.h"
 #include "tools/common/sources.h"
 
@@ -8,7 +9,7 @@ namespace quarlo::tools {
 
 struct MonitorOptions : ReaderOptions, SourcePaths {
   long count = 0;  // end after so many events; 0: go on until a stop is requested
-  bool showKeycodes = false;
+  MaskOptions shown;  // where the output is no terminal
   bool tui = false;  // a screen instead of lines; not together with json
 };
 

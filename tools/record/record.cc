@@ -168,7 +168,7 @@ class Recorder {
   void writeRecord(Source& node, const input_event& event) {
     const recording::Record record = toRecord(event, start_);
     if (record.type == EV_SYN && record.code == SYN_DROPPED) ++node.overflows;
-    node.file->write(options_.showKeycodes ? record : masked(record));
+    node.file->write(masked(mask_, record));
   }
 
   void readRemote() {
@@ -181,7 +181,7 @@ class Recorder {
 
   void writeLine(const std::string& line) {
     if (line.empty()) return;
-    sources_.remote.file->write({received_, options_.showKeycodes ? line : maskedLine(line)});
+    sources_.remote.file->write({received_, maskedLine(mask_, line)});
   }
 
   // What read() gave instead of input.
@@ -199,10 +199,7 @@ class Recorder {
     }
   }
 
-  recording::DeviceDescription description(const Source& node) const {
-    const recording::DeviceDescription device = describeNode(node.fd);
-    return options_.showKeycodes ? device : masked(device);
-  }
+  recording::DeviceDescription description(const Source& node) const { return masked(mask_, describeNode(node.fd)); }
 
   microseconds elapsed() const { return now() - start_; }
 
@@ -253,20 +250,27 @@ class Recorder {
   const RecordOptions& options_;
   Sources& sources_;
   SessionWriter& writer_;
+  const Mask mask_ = options_.shown.mask();
   recording::LineSplitter lines_;
   microseconds start_ = now();
   microseconds received_{0};  // when the remote's last bytes came
 };
 
 const char* comment(const RecordOptions& options) {
-  return options.showKeycodes ? "Keys and remote buttons are recorded as they were pressed: this can show passwords."
-                              : "Keys and remote buttons that type are recorded as A and 1 (--show-keycodes keeps "
-                                "them).";
+  switch (options.shown.mask()) {
+    case Mask::kNothing: return "Keys and remote buttons are recorded as they were pressed: this can show passwords.";
+    case Mask::kTyping:
+      return "Keys and remote buttons that may type are recorded as A and 1 (--show-keycodes keeps them).";
+    default:
+      return "Keys and remote buttons that may type, modifiers and editing keys are recorded as A and 1 "
+             "(--show-keycodes keeps them).";
+  }
 }
 
 int recordSources(const RecordOptions& options, Sources& sources) {
   using recording::Access;
-  SessionWriter writer(options.session, comment(options), options.showKeycodes ? Access::kOwnerOnly : Access::kByUmask);
+  SessionWriter writer(options.session, comment(options),
+                       options.shown.showKeycodes ? Access::kOwnerOnly : Access::kByUmask);
   Recorder recorder(options, sources, writer);
   std::printf("%s\nRecording to %s; Ctrl-C ends.\n", comment(options), printable(options.session).c_str());
   std::fflush(stdout);

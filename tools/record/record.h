@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/common/mask.h"
 #include "tools/common/sources.h"
 
 namespace quarlo::tools {
@@ -12,7 +13,7 @@ namespace quarlo::tools {
 struct RecordOptions : SourcePaths {
   std::string session;                                // the path of the folder to make
   std::optional<std::chrono::microseconds> duration;  // none: record until a stop is requested
-  bool showKeycodes = false;
+  MaskOptions shown;
 };
 
 // Returns the exit status.
