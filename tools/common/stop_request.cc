@@ -2,11 +2,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 
 namespace quarlo::tools {
 namespace {
+
+constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGALRM};
 
 volatile std::sig_atomic_t requested = 0;
 
@@ -40,14 +44,15 @@ bool isIgnored(int signal) {
 }  // namespace
 
 void catchStopRequests() {
-  catchOne(SIGINT);
-  catchOne(SIGTERM);
-  if (!isIgnored(SIGHUP)) catchOne(SIGHUP);  // under nohup it is
-  catchOne(SIGALRM);
+  for (const int signal : kSignals) {
+    if (signal != SIGHUP || !isIgnored(signal)) catchOne(signal);  // under nohup it is
+  }
 }
 
 void onSecondStopRequest(void (*handler)(int)) { secondAction = handler; }
 
 bool stopRequested() { return requested != 0; }
+
+bool isStopRequest(int signal) { return std::find(kSignals.begin(), kSignals.end(), signal) != kSignals.end(); }
 
 }  // namespace quarlo::tools

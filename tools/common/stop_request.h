@@ -12,4 +12,7 @@ void onSecondStopRequest(void (*handler)(int));
 // Whether a stop was requested.
 bool stopRequested();
 
+// Whether this signal is such a request, or belongs to one.
+bool isStopRequest(int signal);
+
 }  // namespace quarlo::tools

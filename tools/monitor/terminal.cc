@@ -4,35 +4,18 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <array>
-#include <csignal>
 #include <utility>
-
-#include "tools/common/stop_request.h"
 
 namespace quarlo::tools {
 namespace {
 
-// Those whose default action dumps core; but SIGXFSZ is ignored.
-constexpr std::array kFatalSignals = {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGQUIT, SIGSEGV, SIGSYS, SIGTRAP, SIGXCPU};
-
-// What the handler of those signals needs. It may call little, and must find all of it ready.
+// What the handlers of fatal signals need. They may call little, and must find all of it ready.
 struct {
-  termios settings;
   char restore[256];
   std::size_t restoreSize = 0;
   int keptErrors = -1;  // the end of the pipe that is read; -1: standard error is not kept
   int standardError = -1;
 } shared;
-
-// What is put back at the end.
-struct {
-  std::array<struct sigaction, kFatalSignals.size()> actions;
-  stack_t stack;
-} before;
-
-// The handler's own stack: the program's may be what has overflowed.
-char handlerStack[1 << 16];
 
 void writeAll(int fd, const char* bytes, std::size_t size) {
   while (size > 0) {
@@ -43,11 +26,8 @@ void writeAll(int fd, const char* bytes, std::size_t size) {
   }
 }
 
-// Safe in a signal handler, as are those below, up to the handler itself.
-void giveBackSettings() {
-  tcsetattr(STDOUT_FILENO, TCSANOW, &shared.settings);
-  tcflush(STDOUT_FILENO, TCIFLUSH);
-}
+// Safe in a signal handler, as is what follows.
+void restoreScreen() { writeAll(STDOUT_FILENO, shared.restore, shared.restoreSize); }
 
 void giveBackStandardError() {
   if (shared.keptErrors == -1) return;
@@ -58,46 +38,9 @@ void giveBackStandardError() {
   dup2(shared.standardError, STDERR_FILENO);
 }
 
-void setDefaultAction(int signal) {
-  std::signal(signal, SIG_DFL);
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, signal);
-  sigprocmask(SIG_UNBLOCK, &set, nullptr);
-}
-
-// If the terminal takes nothing any more, a third Ctrl-C ends this, too.
-void giveBackAndDie(int signal) {
-  setDefaultAction(signal);
-  writeAll(STDOUT_FILENO, shared.restore, shared.restoreSize);
-  giveBackSettings();
-  giveBackStandardError();
-  raise(signal);
-}
-
-void catchFatalSignals() {
-  stack_t stack = {};
-  stack.ss_sp = handlerStack;
-  stack.ss_size = sizeof handlerStack;
-  sigaltstack(&stack, &before.stack);
-  struct sigaction action = {};
-  action.sa_handler = giveBackAndDie;
-  action.sa_flags = SA_ONSTACK;
-  for (std::size_t i = 0; i < kFatalSignals.size(); ++i) sigaction(kFatalSignals[i], &action, &before.actions[i]);
-  onSecondStopRequest(giveBackAndDie);
-}
-
-void leaveFatalSignals() {
-  onSecondStopRequest(SIG_DFL);
-  for (std::size_t i = 0; i < kFatalSignals.size(); ++i) sigaction(kFatalSignals[i], &before.actions[i], nullptr);
-  sigaltstack(&before.stack, nullptr);
-}
-
 // Besides Ctrl-C, no key of the keyboard that is tried out may stop the program (Ctrl-Z, Ctrl-\) or its output
 // (Ctrl-S).
-void quieten() {
-  termios settings;
-  if (tcgetattr(STDOUT_FILENO, &settings) == -1) return;
+void quieten(termios& settings) {
   settings.c_iflag &= ~static_cast<tcflag_t>(IXON);
   settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
   settings.c_lflag |= ISIG | NOFLSH;  // what a Ctrl-C flushes is output, too
@@ -105,7 +48,6 @@ void quieten() {
   settings.c_cc[VTIME] = 0;
   settings.c_cc[VQUIT] = _POSIX_VDISABLE;
   settings.c_cc[VSUSP] = _POSIX_VDISABLE;
-  tcsetattr(STDOUT_FILENO, TCSANOW, &settings);
 }
 
 // A pipe that is full loses what comes, instead of waiting for this process itself.
@@ -121,15 +63,9 @@ void keepStandardError() {
 
 }  // namespace
 
-Terminal::Terminal() {
-  tcgetattr(STDOUT_FILENO, &shared.settings);
-  keepStandardError();
-}
+Terminal::Terminal() : loan_(STDOUT_FILENO) { keepStandardError(); }
 
 Terminal::~Terminal() {
-  giveBackSettings();
-  if (shared.restoreSize != 0) leaveFatalSignals();
-  shared.restoreSize = 0;
   giveBackStandardError();
   if (shared.keptErrors == -1) return;
   close(shared.keptErrors);
@@ -139,8 +75,7 @@ Terminal::~Terminal() {
 
 void Terminal::takeOver(const std::string& restore) {
   shared.restoreSize = restore.copy(shared.restore, sizeof shared.restore);
-  catchFatalSignals();
-  quieten();
+  loan_.take(quieten, {restoreScreen, giveBackStandardError});
 }
 
 // It is read, for a flush can take a Ctrl-C with it that has not become a signal yet.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "recording/remote.h"
+#include "tools/common/terminal_loan.h"
 
 namespace quarlo::tools {
 
@@ -15,16 +16,15 @@ class Terminal {
   // Remembers how the terminal is. If standard error is a terminal, too, what is written to it is kept from now on.
   Terminal();
 
-  // Gives the terminal back, without what was typed and not discarded; writes what was kept to standard error.
+  // Writes what was kept to standard error, and gives the terminal back, without what was typed and not discarded.
   ~Terminal();
 
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
 
   // From now on, Ctrl-C (or what else is set as the interrupt character) is the only key that does something, and
-  // nothing that is typed is echoed. Whatever kills the program first writes `restore` to the terminal, and gives it
-  // back: a signal that dumps core, or the second Ctrl-C or SIGTERM.
-  // REQUIRES: catchStopRequests() was called.
+  // nothing that is typed is echoed. A signal that kills the program, the second Ctrl-C included, first writes
+  // `restore` to the terminal, and gives it back. REQUIRES: catchStopRequests() was called.
   void takeOver(const std::string& restore);
 
   // Throws away what was typed.
@@ -34,6 +34,7 @@ class Terminal {
   std::vector<std::string> takeErrors();
 
  private:
+  TerminalLoan loan_;
   recording::LineSplitter errors_;
 };
 

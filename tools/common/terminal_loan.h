@@ -1,0 +1,42 @@
+// A terminal with other settings for a while. It is given back as it was, without what was typed meanwhile, at every
+// end of the program that can be caught, a crash included.
+#pragma once
+
+#include <termios.h>
+
+namespace quarlo::tools {
+
+// What is done when a signal kills the program. Called in a signal handler.
+struct LastActs {
+  void (*before)() = nullptr;  // before the terminal is given back; null: nothing
+  void (*after)() = nullptr;
+};
+
+// There can be one at a time.
+class TerminalLoan {
+ public:
+  // Remembers how the terminal is. The caller keeps `fd` open.
+  explicit TerminalLoan(int fd);
+
+  // Gives the terminal back.
+  ~TerminalLoan();
+
+  TerminalLoan(const TerminalLoan&) = delete;
+  TerminalLoan& operator=(const TerminalLoan&) = delete;
+
+  // Changes the settings, unless the program runs in the background: then the terminal is another program's.
+  // REQUIRES: catchStopRequests() was called. `change` is safe in a signal handler.
+  void take(void (*change)(termios&), const LastActs& lastActs = {});
+
+  // From now on, gives the terminal back when the program is stopped (Ctrl-Z), and takes it again when it goes on.
+  // REQUIRES: take() was called.
+  void followStops();
+
+  // Takes the terminal if the program has come to the foreground. REQUIRES: followStops() was called.
+  void takeAgain();
+
+  // Whether the settings are changed now.
+  bool isTaken() const;
+};
+
+}  // namespace quarlo::tools
