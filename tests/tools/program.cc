@@ -46,7 +46,9 @@ Pipe makeOutput(Output output) {
   }
 }
 
+// In a session of its own, so that it does not take the terminal of whoever runs the tests.
 [[noreturn]] void execute(const Arguments& command, int out, int err) {
+  setsid();
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
   std::vector<char*> words;

@@ -15,6 +15,7 @@
 
 #include "input/linux_input_reader.h"
 #include "tools/common/event_printer.h"
+#include "tools/common/hidden_typing.h"
 #include "tools/common/output.h"
 #include "tools/common/stop_request.h"
 #include "tools/monitor/screen.h"
@@ -152,18 +153,17 @@ class Lines : public View {
 
   const char* endRound(microseconds /*time*/, const Gone& gone) override {
     std::fflush(stdout);
+    typing_.discard();
     for (std::size_t i = 0; i < kSources; ++i) {
       if (gone[i]) return kGoneMessages[i];
     }
     return nullptr;
   }
 
-  void finish(microseconds time) override {
-    if (stopRequested() && isatty(STDOUT_FILENO) != 0) std::fputc('\n', printer_.statusStream());  // after the ^C
-    printer_.printSummary(time);
-  }
+  void finish(microseconds time) override { printer_.printSummary(time); }
 
  private:
+  HiddenTyping typing_;
   EventPrinter printer_;
 };
 

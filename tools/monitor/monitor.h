@@ -8,9 +8,9 @@
 namespace quarlo::tools {
 
 struct MonitorOptions : ReaderOptions, SourcePaths {
-  long count = 0;  // end after so many events; 0: go on until a stop is requested
+  long count = 0;     // end after so many events; 0: go on until a stop is requested
   MaskOptions shown;  // where the output is no terminal
-  bool tui = false;  // a screen instead of lines; not together with json
+  bool tui = false;   // a screen instead of lines; not together with json
 };
 
 // Returns the exit status.

@@ -17,6 +17,7 @@
 #include "recording/remote.h"
 #include "recording/writer.h"
 #include "tools/common/describe.h"
+#include "tools/common/hidden_typing.h"
 #include "tools/common/mask.h"
 #include "tools/common/obstacle.h"
 #include "tools/common/output.h"
@@ -115,7 +116,6 @@ class Recorder {
     const bool recorded = withoutError([this] { recordAll(); });
     const microseconds duration = elapsed();
     const bool closed = withoutError([this] { writer_.close(); });
-    if (stopRequested() && isatty(STDOUT_FILENO) != 0) std::fputc('\n', stdout);  // after the ^C
     const bool done = recorded && closed;
     if (!isEmpty()) {
       printSummary(duration);
@@ -146,10 +146,13 @@ class Recorder {
 
   // Waits for at most `timeoutMs` (-1: without a limit, but for a signal), and records what is there.
   void recordRound(int timeoutMs) {
-    const std::array<Source*, 3> sources = sources_.all();
-    std::array<pollfd, 3> looks = {};
-    for (std::size_t i = 0; i < looks.size(); ++i) looks[i] = {sources[i]->fd, POLLIN, 0};
-    if (poll(looks.data(), looks.size(), timeoutMs) < 1) return;
+    std::array<pollfd, 4> looks = {{{sources_.mouse.fd, POLLIN, 0},
+                                    {sources_.keyboard.fd, POLLIN, 0},
+                                    {sources_.remote.fd, POLLIN, 0},
+                                    {typing_.descriptor(), POLLIN, 0}}};
+    const int ready = poll(looks.data(), looks.size(), timeoutMs);
+    typing_.discard();
+    if (ready < 1) return;
     if (looks[0].revents != 0) readNode(sources_.mouse);
     if (looks[1].revents != 0) readNode(sources_.keyboard);
     if (looks[2].revents != 0) readRemote();
@@ -251,6 +254,7 @@ class Recorder {
   Sources& sources_;
   SessionWriter& writer_;
   const Mask mask_ = options_.shown.mask();
+  HiddenTyping typing_;
   recording::LineSplitter lines_;
   microseconds start_ = now();
   microseconds received_{0};  // when the remote's last bytes came

@@ -1,0 +1,189 @@
+// What is typed at the terminal while `record` or `monitor` runs, and how they leave the terminal.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "tests/tools/daemon.h"
+#include "tests/tools/program.h"
+#include "tests/tools/tmux.h"
+
+namespace quarlo::tools {
+namespace {
+
+class HiddenTypingTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!hasTmux()) GTEST_SKIP() << "there is no tmux (package tmux)";
+    terminal_ = std::make_unique<Tmux>(folder_);
+    terminal_->enter("stty -g >" + folder_.path("before") + "; cd " + folder_.path() + "; clear");
+    ASSERT_TRUE(terminal_->waitUntilGone("stty"));
+  }
+
+  // The command line of the program, which leaves its process id behind. `command` is record or monitor.
+  std::string commandLine(const std::string& command) const {
+    const std::string output = command == "record" ? " -o session" : "";
+    return "sh -c 'echo $$ >pid; exec " QUARLO_PROGRAM " " + command + " --mouse none --keyboard none --lirc lircd" +
+           output + "'";
+  }
+
+  void start(const std::string& command, const std::string& end = "; echo status $?") {
+    terminal_->enter(commandLine(command) + end);
+    ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
+    ASSERT_TRUE(waitForEcho(false));
+  }
+
+  // Has the daemon go away, whose client there must be.
+  void loseSource() {
+    daemon_.send("0 00 KEY_OK tv\n");
+    daemon_.hangUp();
+  }
+
+  // Waits until what is typed shows, or shows no more. Returns whether it came to that.
+  bool waitForEcho(bool wanted) const {
+    const int tty = open(terminal_->tty().c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    bool echo = !wanted;
+    while (echo != wanted && std::chrono::steady_clock::now() < deadline) {
+      termios settings = {};
+      tcgetattr(tty, &settings);
+      echo = (settings.c_lflag & ECHO) != 0;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    close(tty);
+    return echo == wanted;
+  }
+
+  void signal(int number) const {
+    int pid = 0;
+    std::ifstream(folder_.path("pid")) >> pid;
+    ASSERT_EQ(kill(pid, number), 0);
+  }
+
+  // What a shell would run, and would show.
+  void typeSecret() const {
+    terminal_->enter("touch hunter2");
+    terminal_->enter("");
+  }
+
+  // After the end: the terminal is as it was, and the shell got nothing of what was typed.
+  void expectSecretKept(int status) const {
+    ASSERT_TRUE(terminal_->waitFor("status " + std::to_string(status)));
+    expectSettingsAsBefore();
+    EXPECT_FALSE(std::filesystem::exists(folder_.path("hunter2")));
+    for (const std::string& row : terminal_->rows()) EXPECT_EQ(row.find("hunter2"), std::string::npos) << row;
+  }
+
+  void expectSettingsAsBefore() const {
+    terminal_->enter("stty -g | cmp - before && echo 'settings 'same");
+    EXPECT_TRUE(terminal_->waitFor("settings same"));
+  }
+
+  Folder folder_;
+  Daemon daemon_{folder_.path("lircd")};
+  std::unique_ptr<Tmux> terminal_;
+};
+
+class CommandTest : public HiddenTypingTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(CommandTest, WhatIsTypedUntilASourceIsLostReachesNoShell) {
+  start(GetParam());
+  typeSecret();
+  loseSource();
+  expectSecretKept(1);
+}
+
+TEST_P(CommandTest, WhatIsTypedUntilCtrlCReachesNoShell) {
+  start(GetParam());
+  daemon_.send("0 00 KEY_OK tv\n");
+  typeSecret();
+  terminal_->press("C-c");
+  expectSecretKept(0);
+}
+
+TEST_P(CommandTest, CtrlCEndsItHoweverMuchWasTyped) {
+  start(GetParam());
+  daemon_.send("0 00 KEY_OK tv\n");
+  constexpr int kMoreThanATerminalKeeps = 60;
+  for (int i = 0; i < kMoreThanATerminalKeeps; ++i) terminal_->enter(std::string(100, 'x'));
+  terminal_->press("C-c");
+  EXPECT_TRUE(terminal_->waitFor("status 0"));
+}
+
+TEST_P(CommandTest, AStopGivesTheTerminalBackAndGoingOnTakesIt) {
+  start(GetParam(), "");
+  terminal_->press("C-z");
+  ASSERT_TRUE(terminal_->waitFor("Stopped"));
+  expectSettingsAsBefore();
+  terminal_->enter("clear; fg; echo status $?");
+  ASSERT_TRUE(waitForEcho(false));
+  typeSecret();
+  loseSource();
+  expectSecretKept(1);
+}
+
+INSTANTIATE_TEST_SUITE_P(HiddenTyping, CommandTest, testing::Values("record", "monitor"),
+                         [](const auto& test) { return test.param; });
+
+TEST_F(HiddenTypingTest, GoingOnAfterAStopThatCannotBeCaughtHidesAgain) {
+  start("record", "");
+  signal(SIGSTOP);
+  ASSERT_TRUE(terminal_->waitFor("Stopped"));
+  terminal_->enter("stty $(cat before); fg; echo status $?");
+  ASSERT_TRUE(waitForEcho(false));
+  typeSecret();
+  loseSource();
+  expectSecretKept(1);
+}
+
+TEST_F(HiddenTypingTest, InTheBackgroundTheTerminalIsTheShells) {
+  terminal_->enter(commandLine("monitor") + " >out &");
+  while (!std::filesystem::exists(folder_.path("pid"))) std::this_thread::yield();
+  terminal_->enter("echo typed 'at the shell'");
+  EXPECT_TRUE(terminal_->waitFor("typed at the shell"));
+  EXPECT_TRUE(waitForEcho(true));
+  terminal_->enter("clear; fg; echo status $?");
+  ASSERT_TRUE(waitForEcho(false));
+  typeSecret();
+  loseSource();
+  expectSecretKept(1);
+}
+
+TEST_F(HiddenTypingTest, AProgramThatSharesATerminalThatControlsNobodyHidesToo) {
+  terminal_->enter("setsid -w sh -c \"" + commandLine("record") + "; echo status \\$?\"");
+  ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
+  ASSERT_TRUE(waitForEcho(false));
+  typeSecret();
+  loseSource();
+  expectSecretKept(1);
+}
+
+TEST_F(HiddenTypingTest, AProgramWithASessionOfItsOwnLeavesTheTerminalAlone) {
+  terminal_->enter("setsid " QUARLO_PROGRAM " record --mouse none --keyboard none --lirc lircd -o session &");
+  ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
+  terminal_->enter("echo typed 'at the shell'");
+  EXPECT_TRUE(terminal_->waitFor("typed at the shell"));
+  EXPECT_TRUE(waitForEcho(true));
+  loseSource();
+  EXPECT_TRUE(terminal_->waitFor("remote.lirc     1 line"));
+}
+
+class DeathTest : public HiddenTypingTest, public testing::WithParamInterface<int> {};
+
+TEST_P(DeathTest, LeavesTheTerminalAsItWas) {
+  start("record");
+  typeSecret();
+  signal(GetParam());
+  expectSecretKept(128 + GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(HiddenTyping, DeathTest,
+                         testing::Values(SIGABRT, SIGSEGV, SIGQUIT, SIGUSR1, SIGUSR2, SIGIO, SIGPWR, SIGRTMIN));
+}  // namespace
+}  // namespace quarlo::tools

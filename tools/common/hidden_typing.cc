@@ -1,0 +1,60 @@
+#include "tools/common/hidden_typing.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace quarlo::tools {
+namespace {
+
+// A shell on the console of a small system often has no controlling terminal, and neither have its programs: then it is
+// that of standard input. But what leads a session of its own has left its terminal to others.
+bool sharesStandardInput() { return isatty(STDIN_FILENO) != 0 && getsid(0) != getpid(); }
+
+// A way of its own to the terminal, so that reads do not wait.
+int openTerminal() {
+  constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const int fd = open("/dev/tty", kFlags);
+  return fd == -1 && sharesStandardInput() ? open("/proc/self/fd/0", kFlags) : fd;
+}
+
+// Whoever asks for single characters reads them; a long line of a terminal could be full. Signals stay.
+void hideTyping(termios& settings) {
+  settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHONL);
+  settings.c_cc[VMIN] = 1;
+  settings.c_cc[VTIME] = 0;
+}
+
+}  // namespace
+
+HiddenTyping::HiddenTyping() : fd_(openTerminal()) {
+  if (fd_ == -1) return;
+  loan_ = std::make_unique<TerminalLoan>(fd_);
+  loan_->take(hideTyping);
+  loan_->followStops();
+}
+
+HiddenTyping::~HiddenTyping() { close(); }
+
+void HiddenTyping::close() {
+  loan_.reset();
+  if (fd_ != -1) ::close(std::exchange(fd_, -1));
+}
+
+void HiddenTyping::discard() {
+  if (fd_ == -1) return;
+  loan_->takeAgain();
+  if (!loan_->isTaken()) return;
+  char bytes[256];
+  ssize_t size = 0;
+  while ((size = read(fd_, bytes, sizeof bytes)) > 0) {
+  }
+  const bool goesOn = size == -1 && (errno == EAGAIN || errno == EINTR);
+  if (!goesOn) close();  // it was closed, and would be readable for ever
+}
+
+int HiddenTyping::descriptor() const { return loan_ != nullptr && loan_->isTaken() ? fd_ : -1; }
+
+}  // namespace quarlo::tools
