@@ -41,6 +41,8 @@ class Program {
 
   void signal(int number) const;
 
+  pid_t pid() const { return pid_; }
+
   // Waits for the end, and returns what was read since the start.
   Result finish();
 

@@ -1,6 +1,10 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <sstream>
@@ -112,6 +116,51 @@ TEST_F(RecordTest, KeepsWhatWasTypedForItsOwnerWhenAskedTo) {
   struct stat status = {};
   ASSERT_EQ(stat(session_.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0700U);
+}
+
+// Whether another process of the same user can read the memory of this one.
+bool canReadMemory(pid_t pid, uid_t user) {
+  const pid_t reader = fork();
+  if (reader == 0) {
+    if (setresuid(user, user, user) != 0) _exit(2);
+    _exit(open(("/proc/" + std::to_string(pid) + "/environ").c_str(), O_RDONLY | O_CLOEXEC) == -1 ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(reader, &status, 0);
+  return status == 0;
+}
+
+TEST_F(RecordTest, LetsNoOtherProcessReadItsMemoryWhileItHides) {
+  constexpr uid_t kNobody = 65534;
+  const bool isRoot = geteuid() == 0;
+  const Arguments launcher = isRoot ? Arguments{"setpriv", "--reuid=" + std::to_string(kNobody)} : Arguments{};
+  chmod(folder_.path().c_str(), 0777);
+  chmod(socket_.c_str(), 0777);
+  for (const Arguments& options : {Arguments{}, Arguments{"--show-keycodes"}}) {
+    Program program(remote(options), Output::kPipe, launcher);
+    ASSERT_TRUE(program.waitFor(kStarted));
+    EXPECT_EQ(canReadMemory(program.pid(), isRoot ? kNobody : getuid()), !options.empty());
+    program.signal(SIGINT);
+    program.finish();
+  }
+}
+
+TEST_F(RecordTest, LeavesNoCoreDumpWhileItHides) {
+  const auto leavesCoreDump = [&](const Arguments& options) {
+    Program program(remote(options), Output::kPipe,
+                    {"sh", "-c", "cd \"$0\" && ulimit -c unlimited && exec \"$@\"", folder_.path()});
+    EXPECT_TRUE(program.waitFor(kStarted));
+    daemon_.send(kDigit);
+    program.signal(SIGABRT);
+    program.finish();
+    daemon_.hangUp();
+    std::filesystem::remove_all(session_);
+    const std::filesystem::directory_iterator files(folder_.path());
+    return std::any_of(begin(files), end(files),
+                       [](const auto& file) { return file.path().filename().string().rfind("core", 0) == 0; });
+  };
+  EXPECT_FALSE(leavesCoreDump({}));
+  if (!leavesCoreDump({"--show-keycodes"})) GTEST_SKIP() << "core dumps go elsewhere here, or nowhere";
 }
 
 TEST_F(RecordTest, KeepsWhatItHasWhenTheDaemonGoesAway) {

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include "tools/common/hidden_typing.h"
 #include "tools/common/output.h"
 #include "tools/common/stop_request.h"
+#include "tools/common/undumpable.h"
 #include "tools/monitor/screen.h"
 #include "tools/monitor/screen_model.h"
 
@@ -250,6 +252,9 @@ std::unique_ptr<View> openView(const MonitorOptions& options, const std::vector<
 
 int monitor(const MonitorOptions& options) {
   catchStopRequests();
+  const Mask mask = printOptions(options).mask;
+  std::optional<Undumpable> undumpable;
+  if (mask != Mask::kNothing) undumpable.emplace();
   if (options.tui) {
     const std::string problem = whyNoScreen();
     if (!problem.empty()) return fail(problem);
@@ -267,7 +272,7 @@ int monitor(const MonitorOptions& options) {
   printSources(status, reports);
   if (!open) return fail("no source is open");
 
-  if (const char* hidden = whatIsHidden(printOptions(options).mask)) std::fprintf(status, "%s\n", hidden);
+  if (const char* hidden = whatIsHidden(mask)) std::fprintf(status, "%s\n", hidden);
   if (options.count == 0) std::fprintf(status, "Ctrl-C ends.\n");
   std::fflush(status);
   return showEvents(options, reader, *openView(options, reports, reader));

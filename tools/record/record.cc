@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <optional>
 #include <string_view>
 
 #include "input/linux_input_reader.h"
@@ -22,6 +23,7 @@
 #include "tools/common/obstacle.h"
 #include "tools/common/output.h"
 #include "tools/common/stop_request.h"
+#include "tools/common/undumpable.h"
 #include "tools/record/node.h"
 
 namespace quarlo::tools {
@@ -285,6 +287,8 @@ int recordSources(const RecordOptions& options, Sources& sources) {
 
 int record(const RecordOptions& options) {
   catchStopRequests();
+  std::optional<Undumpable> undumpable;
+  if (options.shown.mask() != Mask::kNothing) undumpable.emplace();
 
   printRequests(stdout, options);
   Sources sources;
