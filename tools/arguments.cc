@@ -9,6 +9,7 @@
 #include <cmath>
 #include <functional>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace quarlo::tools {
@@ -150,7 +151,10 @@ void parseSession(const std::string& text, TuneOptions& options) {
 }
 
 void parsePlot(const std::string& text, TuneOptions& options) {
-  if (text.empty()) throw CLI::ValidationError("--plot", "the name is empty");
+  constexpr std::string_view kEnding = ".svg";
+  if (text.size() <= kEnding.size() || text.substr(text.size() - kEnding.size()) != kEnding) {
+    throw CLI::ValidationError("--plot", "\"" + text + "\" does not end in .svg: pictures are SVG, such as remote.svg");
+  }
   options.plot = text;
 }
 

@@ -144,8 +144,12 @@ TEST(Arguments, ASessionHasARemoteOfItsOwn) {
   EXPECT_EQ(usageError({"tune", ""}), "quarlo-input: session: the name is empty" + kHint);
 }
 
-TEST(Arguments, APictureHasAName) {
-  EXPECT_EQ(usageError({"tune", "--plot", ""}), "quarlo-input: --plot: the name is empty" + kHint);
+TEST(Arguments, APictureIsAnSvg) {
+  for (const std::string name : {"", ".svg", "a.png", "a.svg.gz", "svg"}) {
+    EXPECT_EQ(
+        usageError({"tune", "--plot", name}),
+        "quarlo-input: --plot: \"" + name + "\" does not end in .svg: pictures are SVG, such as remote.svg" + kHint);
+  }
 }
 
 TEST(Arguments, LircPathHasAtMost107Characters) {
