@@ -239,6 +239,17 @@ TEST(TunePicture, ThatCouldNotBeDrawnLeavesTheOldOneAndSaysWhy) {
   EXPECT_EQ(filesIn(folder).size(), 1U);
 }
 
+TEST(TunePicture, IsAsPrivateAsTheOldOne) {
+  const Folder folder;
+  const Folder programs;
+  const std::string path = folder.write("a.svg", "old");
+  using std::filesystem::perms;
+  std::filesystem::permissions(path, perms::owner_read | perms::owner_write);
+  tuned(with({"--plot", path}, kSmallGrid), withGnuplot(programs, "#!/bin/sh\necho new\n"));
+  EXPECT_EQ(contentOf(path), "new\n");
+  EXPECT_EQ(std::filesystem::status(path).permissions(), perms::owner_read | perms::owner_write);
+}
+
 TEST(TunePicture, IntoAFolderThatDoesNotExistFailsBeforeTheStudy) {
   const Result result = run(with({"tune", "--plot", "/nowhere/a.svg"}, kSmallGrid));
   EXPECT_EQ(result.status, 1);
@@ -248,8 +259,9 @@ TEST(TunePicture, IntoAFolderThatDoesNotExistFailsBeforeTheStudy) {
 
 TEST(TunePicture, IntoAFolderIsAnError) {
   const Folder folder;
-  EXPECT_EQ(failure({"--plot", folder.path()}),
-            "quarlo-input: " + folder.path() + ": the picture cannot be written: this is no file\n");
+  const std::string path = folder.path("a.svg");
+  std::filesystem::create_directory(path);
+  EXPECT_EQ(failure({"--plot", path}), "quarlo-input: " + path + ": the picture cannot be written: this is no file\n");
 }
 
 }  // namespace

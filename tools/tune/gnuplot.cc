@@ -91,13 +91,21 @@ std::string folderOf(const std::string& path) {
   throw PictureError(path + ": the picture cannot be written: " + std::strerror(error));
 }
 
+// Makes a new file as private as the one in whose place it comes. Returns false, with errno, if it cannot.
+bool takeModeOf(const std::string& path, std::FILE* file) {
+  constexpr mode_t kPermissions = 07777;
+  struct stat status;
+  return stat(path.c_str(), &status) == -1 || fchmod(fileno(file), status.st_mode & kPermissions) == 0;
+}
+
 // A file that is read meanwhile is the old one or the new one, and never a part.
 void replace(const std::string& path, const std::string& content) {
   const std::string unfinished = path + "." + std::to_string(getpid());
   const File file(std::fopen(unfinished.c_str(), "wxe"), std::fclose);
   if (file == nullptr) failToWrite(path, errno);
-  const bool written =
-      std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() && std::fflush(file.get()) == 0;
+  const bool written = takeModeOf(path, file.get()) &&
+                       std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
+                       std::fflush(file.get()) == 0;
   if (written && std::rename(unfinished.c_str(), path.c_str()) == 0) return;
   const int error = errno;
   unlink(unfinished.c_str());

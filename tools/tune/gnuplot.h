@@ -16,7 +16,7 @@ class PictureError : public std::runtime_error {
 void checkPicturePath(const std::string& path);
 
 // Has gnuplot run a script that draws on its standard output, and then puts the picture into a file, in the place of
-// one that is there. Throws PictureError, and leaves what is there, if it cannot.
+// one that is there, whose mode it takes. Throws PictureError, and leaves what is there, if it cannot.
 void drawPicture(const std::string& path, const std::string& script);
 
 }  // namespace quarlo::tools
