@@ -44,8 +44,9 @@ enum class Access { kByUmask, kOwnerOnly };
 // A file of a session. It appears with its first record or line, and ends with a whole one.
 class FileWriter {
  public:
-  // `name` is that of the file in the folder, `head` the lines that it starts with.
-  FileWriter(const std::string& folder, const char* name, const std::string& head, Access access);
+  // `name` is that of the file in the folder, `head` the lines that it starts with. The caller keeps the folder's
+  // descriptor open.
+  FileWriter(const std::string& folder, int folderFd, const char* name, const std::string& head, Access access);
   ~FileWriter();
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
@@ -75,8 +76,9 @@ class FileWriter {
   std::string writeOut();
   std::string cutBack(std::size_t written, int error);
 
+  int folderFd_;
   const char* name_;
-  std::string path_;
+  std::string path_;  // for a person
   mode_t mode_;
   std::size_t headSize_;   // bytes
   std::string pending_;    // lines that are not on disk yet, the head as the first ones
@@ -87,12 +89,15 @@ class FileWriter {
   int fd_ = -1;
 };
 
-// A session, in a new folder.
+// A session, in a new folder. It stays with the folder that it has made, whatever is found at its path later.
 class SessionWriter {
  public:
   // Makes the folder. `comment` is one line that stands at the top of each file. Throws Error if there is something of
   // this name already, or the folder cannot be made.
   SessionWriter(std::string folder, const std::string& comment, Access access);
+  ~SessionWriter();
+  SessionWriter(const SessionWriter&) = delete;
+  SessionWriter& operator=(const SessionWriter&) = delete;
 
   // Each adds a file, at most once. The reference stays valid as long as the writer.
   FileWriter& addMouse(const DeviceDescription& device);
@@ -111,6 +116,7 @@ class SessionWriter {
   std::string firstProblem(std::string (FileWriter::*action)());
 
   std::string folder_;
+  int folderFd_;
   std::string comment_;
   Access access_;
   std::list<FileWriter> files_;

@@ -234,6 +234,27 @@ TEST_F(WriterTest, AppendsWithEachFlush) {
   EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine + kRecordLine);
 }
 
+// Who may write to the folder above could have a recording of root go where they cannot write themselves.
+TEST_F(WriterTest, StaysInItsFolderWhenALinkTakesItsPlace) {
+  FileWriter& file = addNothing();
+  std::filesystem::rename(folder_, path("moved"));
+  std::filesystem::create_directory(path("theirs"));
+  std::filesystem::create_symlink(path("theirs"), folder_);
+  file.write(kRecord);
+  writer_.close();
+  EXPECT_TRUE(std::filesystem::is_empty(path("theirs")));
+  std::filesystem::remove(folder_);
+  std::filesystem::rename(path("moved"), folder_);
+  EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine);
+}
+
+TEST_F(WriterTest, RemovesOnlyTheFolderThatItHasMade) {
+  std::filesystem::remove(folder_);
+  std::filesystem::create_directory(folder_);
+  writer_.close();
+  EXPECT_TRUE(std::filesystem::exists(folder_));
+}
+
 TEST_F(WriterTest, RemovesTheFolderOfASessionWithoutFiles) {
   addNothing();
   writer_.close();
