@@ -1,6 +1,5 @@
 #include "tools/common/sources.h"
 
-#include <fcntl.h>
 #include <linux/input.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -46,7 +45,7 @@ std::string describeSocket(int fd) {
 // ---- Why something is not open ------------------------------------------------------------------
 
 int errnoOfOpening(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  const int fd = openForReading(path);
   if (fd == -1) return errno;
   close(fd);
   return 0;

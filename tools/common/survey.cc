@@ -1,6 +1,5 @@
 #include "tools/common/survey.h"
 
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -89,7 +88,7 @@ void probeOpenNode(const LinuxInputReader& reader, int fd, NodeReport& report) {
 
 // Returns false if there is no such node.
 bool probeNode(const LinuxInputReader& reader, NodeReport& report) {
-  const int fd = open(report.path.c_str(), O_RDONLY | O_NONBLOCK);
+  const int fd = openForReading(report.path);
   if (fd != -1) {
     probeOpenNode(reader, fd, report);
     close(fd);  // lets go of the node, too

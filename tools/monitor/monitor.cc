@@ -17,6 +17,7 @@
 #include "input/linux_input_reader.h"
 #include "tools/common/event_printer.h"
 #include "tools/common/hidden_typing.h"
+#include "tools/common/obstacle.h"
 #include "tools/common/output.h"
 #include "tools/common/stop_request.h"
 #include "tools/common/undumpable.h"
@@ -47,15 +48,21 @@ bool openSources(const MonitorOptions& options, LinuxInputReader& reader) {
   return open;
 }
 
-// The reader opens whatever it is told to. What is no source of records would make it spin, or log an error each time.
-bool sendsRecords(int fd) {
+// A FIFO is not opened, for what writes to it would take that for its reader.
+bool sendsRecords(const std::string& path) {
   struct stat status;
-  return isEvdevNode(fd) || (fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode));
+  if (stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode)) return true;
+  const int fd = openForReading(path);
+  if (fd == -1) return true;  // the report of the sources will say why
+  const bool isNode = isEvdevNode(fd);
+  close(fd);
+  return isNode;
 }
 
-// Says what is wrong with a node that was passed by its path, and is open; empty if nothing is.
-std::string problemWith(const SourcePath& source, int fd) {
-  if (!source || fd == -1 || sendsRecords(fd)) return "";
+// The reader opens whatever it is told to. What is no source of records would make it spin, or log an error each time,
+// and a terminal would become the program's own. Says what is wrong with a path that was passed; empty if nothing is.
+std::string problemWith(const SourcePath& source) {
+  if (!source || isLeftOut(source) || sendsRecords(*source)) return "";
   return *source + " is no evdev node and no FIFO; `quarlo-input list` shows the nodes that exist";
 }
 
@@ -262,12 +269,11 @@ int monitor(const MonitorOptions& options) {
   std::FILE* status = options.json ? stderr : stdout;
 
   printRequests(status, options);
-  LinuxInputReader reader;
-  const bool open = openSources(options, reader);
-  for (const std::string& problem :
-       {problemWith(options.mouse, reader.mouseFd), problemWith(options.keyboard, reader.keyboardFd)}) {
+  for (const std::string& problem : {problemWith(options.mouse), problemWith(options.keyboard)}) {
     if (!problem.empty()) return fail(problem);
   }
+  LinuxInputReader reader;
+  const bool open = openSources(options, reader);
   const std::vector<SourceReport> reports = reportSources(options, {reader.mouseFd, reader.keyboardFd, reader.lircFd});
   printSources(status, reports);
   if (!open) return fail("no source is open");

@@ -1,6 +1,5 @@
 #include "tools/record/record.h"
 
-#include <fcntl.h>
 #include <linux/input.h>
 #include <poll.h>
 #include <unistd.h>
@@ -72,7 +71,7 @@ struct Sources {
 
 int openNode(LinuxInputReader& reader, const SourcePath& path, bool mouse) {
   if (isLeftOut(path)) return -1;
-  return path ? open(path->c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : reader.openDevice(nullptr, mouse);
+  return path ? openForReading(*path) : reader.openDevice(nullptr, mouse);
 }
 
 int openRemote(LinuxInputReader& reader, const SourcePath& path) {
