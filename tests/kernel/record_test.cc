@@ -133,7 +133,7 @@ TEST_F(RecordTest, HidesWhatWasTypedAndChangesNothingElse) {
   }
   EXPECT_EQ(withMovesMerged(replayed), withMovesMerged(live));
   const std::string keys = contents(session + "/keyboard.evemu");
-  for (const char* code : {"0023", "0017", "0047"}) {  // H, I, and 7 on the keypad
+  for (const char* code : {"0023", "0017", "0047", "002a", "000e"}) {  // H, I, 7 on the keypad, Shift, Backspace
     EXPECT_EQ(keys.find(std::string(" 0001 ") + code), std::string::npos) << code;
   }
   EXPECT_EQ(contents(session + "/remote.lirc").find("KEY_5"), std::string::npos);
