@@ -15,8 +15,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <string_view>
 #include <type_traits>
 
+#include "input/linux_input_reader_limits.h"
 #include "logging/logging.h"
 
 namespace quarlo::components::input {
@@ -31,24 +33,25 @@ static_assert(sizeof(input_event) == (sizeof(long) == 4 ? 16 : 24), "a record is
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the kernel's capability bitmaps are read byte by byte");
 static_assert(sizeof(InputEvent) == 20 && offsetof(InputEvent, keyData) == 4 && offsetof(InputEvent, mouseData) == 4);
 static_assert(std::is_trivially_copyable_v<InputEvent> && std::is_standard_layout_v<LinuxInputReader>);
+static_assert(kLongestLircPath == sizeof(sockaddr_un::sun_path) - 1, "a path is stored with its NUL");
 
 namespace {
 
-constexpr char kLogFile[] = "input/linux_input_reader";
+constexpr std::string_view kLogFile = "input/linux_input_reader";
 
 }  // namespace
 
 // The level is asked before an argument is evaluated, so a message that nobody wants costs a comparison.
-#define LOG_IF(wanted, severity, ...)                                   \
-  do {                                                                  \
-    if (wanted) {                                                       \
-      logging::LogMessage(kLogFile, __LINE__, (severity), __VA_ARGS__); \
-    }                                                                   \
+#define LOG_IF(wanted, severity, ...)                                          \
+  do {                                                                         \
+    if (wanted) {                                                              \
+      logging::LogMessage(kLogFile.data(), __LINE__, (severity), __VA_ARGS__); \
+    }                                                                          \
   } while (false)
 #define LOG_INFO(...) LOG_IF(logging::GetMinLogLevel() <= logging::kInfo, logging::kInfo, __VA_ARGS__)
 #define LOG_ERROR(...) LOG_IF(logging::GetMinLogLevel() <= logging::kError, logging::kError, __VA_ARGS__)
 #define LOG_VERBOSE(level, ...) \
-  LOG_IF(logging::GetVlogLevelHelper(kLogFile, sizeof kLogFile) >= (level), -(level), __VA_ARGS__)
+  LOG_IF(logging::GetVlogLevelHelper(kLogFile.data(), kLogFile.size() + 1) >= (level), -(level), __VA_ARGS__)
 
 // ---- Arithmetic of the 32-bit target ------------------------------------------------------------
 
@@ -85,12 +88,6 @@ std::int32_t elapsedMs(const timeval& then, const timeval& now) {
 
 namespace {
 
-constexpr std::int32_t kDefaultRepeatTimeoutMs = 100;
-constexpr std::int32_t kDefaultReleaseTimeoutMs = 300;
-
-// Where the LIRC daemon's socket is found on the distributions, the present place first.
-constexpr const char* kLircSocketPaths[] = {"/var/run/lirc/lircd", "/var/lircd", "/dev/lircd", "/dev/lirc/lircd"};
-
 // The variable as a number, 0 if it is not set or not a number; a larger number than the target's becomes its limit.
 std::int32_t getenvint(const char* name) {
   const char* text = getenv(name);
@@ -114,8 +111,8 @@ void logNotOpened(const char* what, const char* path) {
 }  // namespace
 
 LinuxInputReader::LinuxInputReader()
-    : lircRepeatTimeout(positiveOr(getenvint("LIRC_REPEAT_TIMEOUT"), kDefaultRepeatTimeoutMs)),
-      lircReleaseTimeout(positiveOr(getenvint("LIRC_RELEASE_TIMEOUT"), kDefaultReleaseTimeoutMs)) {
+    : lircRepeatTimeout(positiveOr(getenvint(kRepeatTimeoutVariable), kDefaultRepeatTimeoutMs)),
+      lircReleaseTimeout(positiveOr(getenvint(kReleaseTimeoutVariable), kDefaultReleaseTimeoutMs)) {
   // Byte by byte: a wheel can deliver the slot before anything was written to it, padding included.
   memset(&pendingEvent, 0, sizeof pendingEvent);
 }
@@ -205,8 +202,6 @@ bool LinuxInputReader::initFdSets() {
 
 namespace {
 
-constexpr int kHighestScannedNode = 10;
-
 constexpr std::size_t kNodePathSize = 24;
 constexpr std::size_t kDeviceNameSize = 100;  // one more than is asked for: the kernel cuts a long name without a NUL
 
@@ -288,16 +283,10 @@ int LinuxInputReader::openLircSocket(const char* path) {
 
 // ---- Evdev: one drain ---------------------------------------------------------------------------
 
-namespace {
-
-// So that a mouse that never rests cannot keep the other sources waiting.
-constexpr int kRecordsPerDrain = 20;
-
-}  // namespace
-
 bool LinuxInputReader::getInputEvent(int fd, InputEvent& event) {
   pointerMoved = false;
   input_event record = {};
+  // A budget, so that a mouse that never rests cannot keep the other sources waiting.
   for (int budget = kRecordsPerDrain; budget > 0; --budget) {
     if (read(fd, &record, sizeof record) == -1) {
       const int error = errno;
@@ -382,8 +371,6 @@ LinuxInputReader::Modifier LinuxInputReader::getModifier(int code) {
 
 namespace {
 
-constexpr std::int32_t kClickWindowMs = 400;  // from press to press
-
 std::int32_t clampedStep(std::int32_t position, std::int32_t step, std::int32_t max) {
   std::int32_t moved;
   if (__builtin_add_overflow(position, step, &moved)) moved = step < 0 ? INT32_MIN : INT32_MAX;
@@ -459,8 +446,6 @@ bool LinuxInputReader::handleButtonEvent(const input_event& ev, InputEvent& out)
 
 namespace {
 
-constexpr std::size_t kLircTextSize = 128;
-
 struct LircPress {
   LinuxInputReader::Key key;
   std::uint16_t ch;
@@ -472,7 +457,7 @@ bool parseLircLine(char* text, LircPress& press);
 }  // namespace
 
 bool LinuxInputReader::getLircEvent(int fd, InputEvent& event) {
-  char text[kLircTextSize];
+  char text[kLircReadSize + 1];
   const ssize_t length = read(fd, text, sizeof text - 1);
   const std::int32_t elapsed = elapsedMs(lircKeyTime, currentTime());
 
@@ -533,8 +518,8 @@ char* endField(char* field) {
   return space + 1;
 }
 
-void dropPrefix(const char*& name, const char* prefix, std::size_t length) {
-  if (strncasecmp(name, prefix, length) == 0) name += length;
+void dropPrefix(const char*& name, std::string_view prefix) {
+  if (strncasecmp(name, prefix.data(), prefix.size()) == 0) name += prefix.size();
 }
 
 // The names behind each other, each with its NUL: where one stands follows from the sizes of those before it. A pointer
@@ -588,8 +573,7 @@ bool parseLircLine(char* text, LircPress& press) {
   press.fresh = repeatCount[strspn(repeatCount, "0")] == '\0';
 
   const char* name = nameField;
-  dropPrefix(name, "KEY_NUMERIC_", 12);
-  dropPrefix(name, "KEY_", 4);
+  for (const std::string_view prefix : kLircButtonPrefixes) dropPrefix(name, prefix);
   if (name[0] != '\0' && name[1] == '\0') {
     press.ch = static_cast<unsigned char>(name[0]);
     press.key = press.ch;
@@ -606,7 +590,6 @@ bool parseLircLine(char* text, LircPress& press) {
 
 namespace {
 
-constexpr int kListedNodes = 10;
 constexpr int kListedEventTypes = 31;
 
 void logGuess(const char* kind) { LOG_INFO("Probably a %s", kind); }
@@ -638,7 +621,7 @@ void printEventType(int type) {
 void LinuxInputReader::listLinuxInputReader() const {
   char node[kNodePathSize];
   char name[kDeviceNameSize] = {};
-  for (int n = 0; n < kListedNodes; ++n) {
+  for (int n = 0; n <= kHighestListedNode; ++n) {
     snprintf(node, sizeof node, "/dev/input/event%d", n);
     const int fd = open(node, O_RDONLY);
     if (fd == -1) {
