@@ -6,12 +6,12 @@
 
 #include "bench/contestant.h"
 #include "bench/opening.h"
+#include "input/linux_input_reader_limits.h"
 
 namespace quarlo::bench {
 namespace {
 
-constexpr int kRecordsPerDrain = 20;
-constexpr int kReleaseTimeoutMs = 300;
+using namespace components::input;
 
 // The floor: makes the calls that the component makes, with the same arguments and in the same order, looks only at
 // what decides on the next call, and fills no event.
@@ -47,7 +47,7 @@ class Bare final : public Contestant {
       timeval now;
       gettimeofday(&now, nullptr);
       const long elapsed = (now.tv_sec - keyTime_.tv_sec) * 1000 + (now.tv_usec - keyTime_.tv_usec) / 1000;
-      const long remaining = elapsed < kReleaseTimeoutMs ? kReleaseTimeoutMs - elapsed : 0;
+      const long remaining = elapsed < kDefaultReleaseTimeoutMs ? kDefaultReleaseTimeoutMs - elapsed : 0;
       if (remaining < timeoutMs) timeoutMs = static_cast<int>(remaining);
     }
     timeval interval = {timeoutMs / 1000, timeoutMs % 1000 * 1000L};
@@ -69,9 +69,9 @@ class Bare final : public Contestant {
   }
 
   bool readRemote() {
-    char text[128];
+    char text[kLircReadSize];
     timeval now;
-    const ssize_t length = read(remote_, text, sizeof text - 1);
+    const ssize_t length = read(remote_, text, sizeof text);
     gettimeofday(&now, nullptr);
     if (length < 1) return false;
     gettimeofday(&keyTime_, nullptr);

@@ -1,7 +1,5 @@
 #include "tools/arguments.h"
 
-#include <sys/un.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
@@ -12,16 +10,20 @@
 #include <string_view>
 #include <vector>
 
+#include "input/linux_input_reader_limits.h"
+
 namespace quarlo::tools {
 namespace {
 
+using components::input::kLongestLircPath;
+using components::input::kLongestTimeoutMs;
+
 constexpr std::uint32_t kLargestSize = 65536;  // an event's coordinates have 16 bits
-constexpr int kLongestTimeoutMs = 2147483;     // the reader's, in 32-bit microseconds
 constexpr long kMostEvents = 2147483647;
 constexpr int kLongestLircTimeoutMs = 2147483647;
 constexpr std::size_t kMostValues = 8;  // of each timeout that `tune` tries
 constexpr std::size_t kMostSettings = 200;
-constexpr std::size_t kLongestLircPath = sizeof(sockaddr_un::sun_path) - 1;
+constexpr int kShortestHoldMs = kShortestHold.count();
 
 template <typename Number>
 bool parse(const std::string& text, Number least, Number most, Number& value) {
@@ -109,6 +111,12 @@ void parseTimeouts(const std::string& option, const std::string& text, int most,
   }
 }
 
+std::string listed(const std::vector<int>& values) {
+  std::string text;
+  for (const int value : values) text += (text.empty() ? "" : ",") + std::to_string(value);
+  return text;
+}
+
 std::string protocolNames() {
   std::string names;
   for (const Protocol& protocol : knownProtocols()) names += (names.empty() ? "" : ", ") + protocol.name;
@@ -141,7 +149,8 @@ void completeRemote(const ImaginedRemote& remote, TuneOptions& options) {
   if (tap >= kShortestHold) {
     throw CLI::ValidationError("--tap", std::to_string(options.protocol.tapLines) + " lines take " +
                                             std::to_string(tap.count() / 1000) +
-                                            " ms: that is a held button, a tap takes less than 500 ms");
+                                            " ms: that is a held button, a tap takes less than " +
+                                            std::to_string(kShortestHold.count()) + " ms");
   }
 }
 
@@ -263,7 +272,9 @@ CLI::App* addList(CLI::App& app, ListOptions& options) {
   addFlag(*command, "--json", options.json, "Print one JSON object per node, without the reader's own listing");
   command->footer(
       "For each node: its name, its links, and whether autodetection takes it as the mouse or as the\n"
-      "keyboard, or why not and what to do. The reader's own listing of event0 to event9 follows.\n"
+      "keyboard, or why not and what to do. The reader's own listing of event0 to event" +
+      std::to_string(components::input::kHighestListedNode) +
+      " follows.\n"
       "To find out whether another program holds a node, each one is grabbed for a moment, as\n"
       "autodetection does: what is typed in that moment reaches no other program.\n\n"
       "Example: which node is the keyboard?\n"
@@ -353,31 +364,35 @@ void addImaginedRemote(CLI::App& command, ImaginedRemote& remote) {
       "The remote's protocol: " + protocolNames() + "; default: " + knownProtocols().front().name);
   addTextOption(
       command, "--period", "MS",
-      [&](const std::string& text) { parseNumber("--period", text, "milliseconds", 10, 499, remote.periodMs); },
+      [&](const std::string& text) {
+        parseNumber("--period", text, "milliseconds", 10, kShortestHoldMs - 1, remote.periodMs);
+      },
       "How long from line to line while a button is held");
   addTextOption(
       command, "--tap", "LINES",
       [&](const std::string& text) { parseNumber("--tap", text, "lines", 1, 50, remote.tapLines); },
-      "How many lines come of a tap; default: those of 250 ms");
+      "How many lines come of a tap; default: those of " + std::to_string(kSlowTap.count()) + " ms");
   addTextOption(
       command, "--hold", "MS",
-      [&](const std::string& text) { parseNumber("--hold", text, "milliseconds", 500, 10000, remote.holdMs); },
-      "How long a button is held; default: 2000");
+      [&](const std::string& text) {
+        parseNumber("--hold", text, "milliseconds", kShortestHoldMs, 10000, remote.holdMs);
+      },
+      "How long a button is held; default: " + std::to_string(TuneOptions().hold.count()));
 }
 
 void addGrid(CLI::App& command, Grid& grid) {
   addTextOption(
       command, "--repeat-timeout", "LIST",
       [&](const std::string& text) { parseTimeouts("--repeat-timeout", text, kLongestLircTimeoutMs, grid.repeatMs); },
-      "Values of LIRC_REPEAT_TIMEOUT to try; default: 50,75,100,150");
+      "Values of LIRC_REPEAT_TIMEOUT to try; default: " + listed(grid.repeatMs));
   addTextOption(
       command, "--release-timeout", "LIST",
       [&](const std::string& text) { parseTimeouts("--release-timeout", text, kLongestLircTimeoutMs, grid.releaseMs); },
-      "Values of LIRC_RELEASE_TIMEOUT to try; default: 200,300,400");
+      "Values of LIRC_RELEASE_TIMEOUT to try; default: " + listed(grid.releaseMs));
   addTextOption(
       command, "--timeout", "LIST",
       [&](const std::string& text) { parseTimeouts("--timeout", text, kLongestTimeoutMs, grid.pollMs); },
-      "How long each round of the application may wait for input; default: 10,20,50");
+      "How long each round of the application may wait for input; default: " + listed(grid.pollMs));
 }
 
 CLI::App* addTune(CLI::App& app, TuneOptions& options, ImaginedRemote& remote) {
@@ -397,7 +412,9 @@ CLI::App* addTune(CLI::App& app, TuneOptions& options, ImaginedRemote& remote) {
       "setting. When the reader gets a line depends on when the application polls: the press comes at eight\n"
       "moments between two polls, while the application's own work takes 0.1, 1 and 3 ms a round, and the\n"
       "worst counts. In a session, a press begins with a line whose repeat count is 0; it is a held button\n"
-      "from 500 ms on, and a tap otherwise. Both must be there. --plot needs gnuplot (package gnuplot-nox).\n\n"
+      "from " +
+      std::to_string(kShortestHoldMs) +
+      " ms on, and a tap otherwise. Both must be there. --plot needs gnuplot (package gnuplot-nox).\n\n"
       "Example: a remote of which a tap sends three lines\n"
       "  quarlo-input tune --period 108 --hold 2000 --tap 3\n\n"
       "Exit status: 0 when done; 1 if the session cannot be used, or the picture not be made; 2 for wrong\n"

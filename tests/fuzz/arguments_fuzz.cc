@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include "input/linux_input_reader_limits.h"
 #include "tests/fuzz/input_bytes.h"
 #include "tests/fuzz/rules.h"
 #include "tools/arguments.h"
@@ -17,12 +18,14 @@ namespace {
 using namespace tools;
 
 void checkSources(const SourcePaths& sources) {
-  require(!sources.lirc || sources.lirc->size() <= 107, "a socket's path has at most 107 characters");
+  require(!sources.lirc || sources.lirc->size() <= components::input::kLongestLircPath,
+          "a socket's path is not too long");
 }
 
 void checkReader(const ReaderOptions& options) {
   require(options.maxX <= 65535 && options.maxY <= 65535, "a size has at most 65536 pixels a side");
-  require(options.timeoutMs >= 1 && options.timeoutMs <= 2147483, "a timeout has from 1 to 2147483 ms");
+  require(options.timeoutMs >= 1 && options.timeoutMs <= components::input::kLongestTimeoutMs,
+          "a timeout is one that the reader waits for");
 }
 
 void check(const UsageError& error) { require(!error.message.empty(), "a usage error says what is wrong"); }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
 #include "tests/fuzz/checked_reader.h"
 #include "tests/fuzz/fresh_machine.h"
@@ -60,18 +61,21 @@ void step(FreshMachine& machine, sim::LircDaemon& daemon, CheckedReader& reader,
 }  // namespace quarlo::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace quarlo::components::input;
   using namespace quarlo::fuzz;
   InputBytes input(data, size);
   FreshMachine machine;
   quarlo::sim::LircDaemon& daemon = machine.addLircDaemon(kSocket);
   const std::string repeat = takeVariable(input);
   const std::string release = takeVariable(input);
-  machine.setEnvironment("LIRC_REPEAT_TIMEOUT", repeat);
-  machine.setEnvironment("LIRC_RELEASE_TIMEOUT", release);
+  machine.setEnvironment(kRepeatTimeoutVariable, repeat);
+  machine.setEnvironment(kReleaseTimeoutVariable, release);
 
   CheckedReader reader(machine);
-  require(reader.reader().lircRepeatTimeout == timeoutOf(repeat, 100), "the repeat timeout is the variable's");
-  require(reader.reader().lircReleaseTimeout == timeoutOf(release, 300), "the release timeout is the variable's");
+  require(reader.reader().lircRepeatTimeout == timeoutOf(repeat, kDefaultRepeatTimeoutMs),
+          "the repeat timeout is the variable's");
+  require(reader.reader().lircReleaseTimeout == timeoutOf(release, kDefaultReleaseTimeoutMs),
+          "the release timeout is the variable's");
   reader.init("/dev/input/none", "/dev/input/none", kSocket, 1919, 1079);
   while (!input.isEmpty()) step(machine, daemon, reader, input);
   return 0;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
 #include "tests/fuzz/checked_reader.h"
 #include "tests/fuzz/fresh_machine.h"
@@ -20,11 +21,9 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kNodes = 2;
-constexpr int kScannedPaths = 12;  // with one that is not scanned any more
-constexpr int kMostSteps = 400;    // so that no input takes long
-constexpr int kFaultsAhead = 24;   // calls
-
-constexpr const char* kSockets[] = {"/var/run/lirc/lircd", "/var/lircd", "/dev/lircd", "/dev/lirc/lircd"};
+constexpr int kScannedPaths = components::input::kHighestScannedNode + 2;  // with one that is not scanned any more
+constexpr int kMostSteps = 400;                                            // so that no input takes long
+constexpr int kFaultsAhead = 24;                                           // calls
 
 constexpr const char* kButtons[] = {"KEY_OK", "KEY_UP",      "KEY_VOLUMEUP", "KEY_NUMERIC_7", "KEY_A",
                                     "ok",     "cursor_left", "KEY_POWER",    "KEY_NOSUCH",    "\xff"};
@@ -82,7 +81,7 @@ class World {
   explicit World(InputBytes& input) : input_(input) {
     machine_.setFirstDescriptor(input_.pick(kFirstDescriptors));
     for (int i = 0; i < kNodes; ++i) plugIn(i);
-    socket_ = input_.pick(kSockets);
+    socket_ = input_.pick(components::input::kLircSocketPaths);
     daemon_ = &machine_.addLircDaemon(socket_);
     makeReader();
   }
@@ -109,7 +108,7 @@ class World {
 
   void restartDaemon() {
     daemon_->stop();
-    if (input_.takeBool()) socket_ = input_.pick(kSockets);
+    if (input_.takeBool()) socket_ = input_.pick(components::input::kLircSocketPaths);
     daemon_ = &machine_.addLircDaemon(socket_);
   }
 

@@ -6,13 +6,14 @@
 #include <cerrno>
 
 #include "input/linux_input_reader.h"
+#include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
-#include "tools/common/obstacle.h"
 #include "tools/common/survey.h"
 
 namespace quarlo::tools {
 namespace {
 
+using components::input::kLircSocketPaths;
 using components::input::LinuxInputReader;
 using sim::Device;
 

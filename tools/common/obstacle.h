@@ -5,9 +5,6 @@
 
 namespace quarlo::tools {
 
-// Where the reader looks for the LIRC daemon's socket, in its order.
-constexpr const char* kLircSocketPaths[] = {"/var/run/lirc/lircd", "/var/lircd", "/dev/lircd", "/dev/lirc/lircd"};
-
 struct Obstacle {
   std::string reason;  // "Permission denied (owner root, group input, mode 0660)"
   std::string remedy;  // what a person can do, as a sentence without its full stop; empty if there is nothing

@@ -5,10 +5,13 @@
 
 namespace quarlo::tools {
 
+// The first wait of a round in the loop that input/linux_input_reader.h teaches.
+constexpr int kRoundTimeoutMs = 10;
+
 struct ReaderOptions {
   std::uint32_t maxX = 1919;  // the largest coordinates of the pointer
   std::uint32_t maxY = 1079;
-  int timeoutMs = 10;  // of the first wait in each round
+  int timeoutMs = kRoundTimeoutMs;  // of the first wait in each round
   bool json = false;
   int verbosity = 0;  // how often -v was given
 };

@@ -11,14 +11,17 @@
 #include <climits>
 #include <cstring>
 
+#include "input/linux_input_reader_limits.h"
 #include "logging/logging.h"
 #include "logging/stderr_logging.h"
 #include "tools/common/obstacle.h"
 #include "tools/common/output.h"
-#include "tools/common/survey.h"
 
 namespace quarlo::tools {
 namespace {
+
+using components::input::kHighestScannedNode;
+using components::input::kLircSocketPaths;
 
 // ---- What is open -------------------------------------------------------------------------------
 
@@ -68,7 +71,10 @@ Obstacle whyNoNodeFits() {
     const std::string path = "/dev/input/event" + std::to_string(number);
     if (access(path.c_str(), F_OK) == 0) existing += (existing.empty() ? "" : ", ") + path;
   }
-  if (existing.empty()) return {"there is no /dev/input/event0 to event10", "Plug one in, or pass a path"};
+  if (existing.empty()) {
+    return {"there is no /dev/input/event0 to event" + std::to_string(kHighestScannedNode),
+            "Plug one in, or pass a path"};
+  }
   return {"none fits among " + existing, "`quarlo-input list` says why each was not taken"};
 }
 

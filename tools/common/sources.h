@@ -17,7 +17,7 @@ constexpr char kLeaveOut[] = "none";
 struct SourcePaths {
   SourcePath mouse;
   SourcePath keyboard;
-  SourcePath lirc;  // REQUIRES: at most 107 characters
+  SourcePath lirc;  // REQUIRES: at most kLongestLircPath characters
 };
 
 // -1: not open.

@@ -12,11 +12,13 @@
 #include <utility>
 
 #include "input/linux_input_reader.h"
+#include "input/linux_input_reader_limits.h"
 #include "tools/common/obstacle.h"
 
 namespace quarlo::tools {
 namespace {
 
+using components::input::kHighestScannedNode;
 using components::input::LinuxInputReader;
 
 constexpr int kHighestNode = 1023;
@@ -112,13 +114,13 @@ void passOver(NodeReport& report, const std::string& reason) {
   report.verdict = Verdict::kNotTaken;
 }
 
-// The scan goes down from event10 and takes the first mouse and the first keyboard.
+// The scan goes down and takes the first mouse and the first keyboard.
 void choose(std::vector<NodeReport>& reports) {
   std::map<Verdict, std::string> taken;
   for (auto report = reports.rbegin(); report != reports.rend(); ++report) {
     if (report->verdict == Verdict::kNotTaken) continue;
     if (report->number > kHighestScannedNode) {
-      passOver(*report, "above event10, where autodetection does not look");
+      passOver(*report, "above event" + std::to_string(kHighestScannedNode) + ", where autodetection does not look");
     } else if (const auto [higher, first] = taken.emplace(report->verdict, report->path); !first) {
       passOver(*report, higher->second + " fits too, and the highest number is taken");
     }

@@ -7,9 +7,6 @@
 
 namespace quarlo::tools {
 
-// Autodetection looks at event10 to event0.
-constexpr int kHighestScannedNode = 10;
-
 enum class Verdict { kMouse, kKeyboard, kNotTaken };
 
 struct NodeReport {

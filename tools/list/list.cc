@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "input/linux_input_reader.h"
+#include "input/linux_input_reader_limits.h"
 #include "logging/stderr_logging.h"
 #include "tools/common/output.h"
 #include "tools/common/survey.h"
@@ -42,7 +43,7 @@ void printJson(const NodeReport& report) {
 // The reader prints half of its listing and logs the other half. The two come out as one stream, in their order, also
 // where standard output goes to a file.
 void printReadersListing() {
-  std::printf("\nThe reader's own listing (event0 to event9):\n");
+  std::printf("\nThe reader's own listing (event0 to event%d):\n", components::input::kHighestListedNode);
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   std::fflush(stdout);
   const int savedError = dup(STDERR_FILENO);

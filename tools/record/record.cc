@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "input/linux_input_reader.h"
+#include "input/linux_input_reader_limits.h"
 #include "recording/remote.h"
 #include "recording/writer.h"
 #include "tools/common/describe.h"
@@ -77,7 +78,7 @@ int openNode(LinuxInputReader& reader, const SourcePath& path, bool mouse) {
 int openRemote(LinuxInputReader& reader, const SourcePath& path) {
   if (isLeftOut(path)) return -1;
   if (path) return reader.openLircSocket(path->c_str());
-  for (const char* usual : kLircSocketPaths) {
+  for (const char* usual : components::input::kLircSocketPaths) {
     const int fd = reader.openLircSocket(usual);
     if (fd != -1) return fd;
   }

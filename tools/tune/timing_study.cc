@@ -25,6 +25,8 @@ constexpr microseconds kPauseBetweenPresses = 1s;
 
 double toMs(microseconds time) { return static_cast<double>(time.count()) / 1000; }
 
+std::string inMs(std::chrono::milliseconds time) { return std::to_string(time.count()) + " ms"; }
+
 }  // namespace
 
 // ---- Protocols ----------------------------------------------------------------------------------
@@ -42,10 +44,7 @@ const std::vector<Protocol>& knownProtocols() {
   return protocols;
 }
 
-int linesOfATap(microseconds period) {
-  constexpr microseconds kSlowTap = 250ms;
-  return static_cast<int>(kSlowTap / period) + 1;
-}
+int linesOfATap(microseconds period) { return static_cast<int>(kSlowTap / period) + 1; }
 
 // ---- Remotes ------------------------------------------------------------------------------------
 
@@ -157,12 +156,13 @@ Remote recordedRemote(const std::vector<RemoteLine>& lines, const std::string& n
   remote.leftOut = lines.size() - remote.lines.size();
   const auto isHeld = [](const Press& press) { return press.held; };
   if (std::none_of(remote.presses.begin(), remote.presses.end(), isHeld)) {
-    throw recording::Error(name +
-                           ": no button is held for 500 ms or more: record some taps and one that is. If one was, "
+    throw recording::Error(name + ": no button is held for " + inMs(kShortestHold) +
+                           " or more: record some taps and one that is. If one was, "
                            "the daemon does not count its lines: mend the remote's file for lircd");
   }
   if (std::all_of(remote.presses.begin(), remote.presses.end(), isHeld)) {
-    throw recording::Error(name + ": no button is tapped (for less than 500 ms): record some taps, too");
+    throw recording::Error(name + ": no button is tapped (for less than " + inMs(kShortestHold) +
+                           "): record some taps, too");
   }
   remote.period = medianPeriod(remote);
   return remote;
@@ -192,8 +192,8 @@ class Run {
   Run(const Remote& remote, const Setting& setting, const Circumstances& circumstances)
       : setting_(setting), work_(circumstances.work) {
     machine_.setTracing(false);
-    machine_.setEnvironment("LIRC_REPEAT_TIMEOUT", std::to_string(setting.repeatMs));
-    machine_.setEnvironment("LIRC_RELEASE_TIMEOUT", std::to_string(setting.releaseMs));
+    machine_.setEnvironment(components::input::kRepeatTimeoutVariable, std::to_string(setting.repeatMs));
+    machine_.setEnvironment(components::input::kReleaseTimeoutVariable, std::to_string(setting.releaseMs));
     sim::LircDaemon& daemon = machine_.addLircDaemon(kLircPath);
     reader_.emplace();
     reader_->init(nullptr, nullptr, kLircPath, 0, 0);
@@ -246,12 +246,11 @@ class Run {
 
   // A call reads once, what has come until then, and looks at the first line of it alone.
   void takeLines(bool keyDown) {
-    constexpr std::size_t kBytesPerRead = 127;  // LinuxInputReader::getLircEvent()
     if (waiting_.empty()) return;
     if (keyDown) timeline_.keyDowns.push_back({elapsed(), waiting_.front().line});
     if (!waiting_.front().begun)
       timeline_.lines[waiting_.front().line].fate = keyDown ? Fate::kKeyDown : Fate::kSkipped;
-    for (std::size_t left = kBytesPerRead; left > 0 && !waiting_.empty();) {
+    for (std::size_t left = components::input::kLircReadSize; left > 0 && !waiting_.empty();) {
       Waiting& first = waiting_.front();
       const std::size_t taken = std::min(left, first.bytes);
       left -= taken;
@@ -296,23 +295,12 @@ constexpr double kFastestPerSecond = 12;
 constexpr double kMostUneven = 1.75;  // the longest pause, in shortest ones; a line that is skipped makes it 2
 constexpr double kLatestAfterMs = 100;
 
-struct FaultText {
-  const char* name;
-  const char* meaning;
-};
-
-// In the order of Fault.
-constexpr FaultText kFaultTexts[] = {
-    {"ghosts", "a tap gives more than one key-down: take a longer release timeout"},
-    {"misses", "a press gives no key-down: poll more often"},
-    {"no repeats", "a held button does not repeat: take a shorter release timeout"},
-    {"uneven", "pauses between repeats differ 1.75-fold: take another repeat timeout, or poll more often"},
-    {"hasty", "the first repeat comes within 250 ms: a slow tap would be two; take a longer release timeout"},
-    {"slow start", "the first repeat comes after more than 500 ms: take a shorter release timeout"},
-    {"fast", "more than 12 repeats a second: take a longer repeat timeout"},
-    {"slow", "fewer than 4 repeats a second: take another repeat timeout"},
-    {"late", "the last key-down comes more than 100 ms after the last line: poll more often"},
-};
+// Without zeroes at the end: "1.75", "250".
+std::string plain(double number) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", number);
+  return text;
+}
 
 void widen(std::optional<Range>& range, double value) {
   if (!range) range = Range{value, value};
@@ -412,9 +400,42 @@ int weightOf(const Finding& finding) {
 
 }  // namespace
 
-const char* nameOf(Fault fault) { return kFaultTexts[static_cast<std::size_t>(fault)].name; }
+const char* nameOf(Fault fault) {
+  switch (fault) {
+    case Fault::kGhosts: return "ghosts";
+    case Fault::kMisses: return "misses";
+    case Fault::kNoRepeats: return "no repeats";
+    case Fault::kUneven: return "uneven";
+    case Fault::kHasty: return "hasty";
+    case Fault::kSlowStart: return "slow start";
+    case Fault::kFast: return "fast";
+    case Fault::kSlow: return "slow";
+    case Fault::kLate: break;
+  }
+  return "late";
+}
 
-const char* meaningOf(Fault fault) { return kFaultTexts[static_cast<std::size_t>(fault)].meaning; }
+std::string meaningOf(Fault fault) {
+  switch (fault) {
+    case Fault::kGhosts: return "a tap gives more than one key-down: take a longer release timeout";
+    case Fault::kMisses: return "a press gives no key-down: poll more often";
+    case Fault::kNoRepeats: return "a held button does not repeat: take a shorter release timeout";
+    case Fault::kUneven:
+      return "pauses between repeats differ " + plain(kMostUneven) +
+             "-fold: take another repeat timeout, or poll more often";
+    case Fault::kHasty:
+      return "the first repeat comes within " + plain(kSoonestRepeatMs) +
+             " ms: a slow tap would be two; take a longer release timeout";
+    case Fault::kSlowStart:
+      return "the first repeat comes after more than " + plain(kLatestRepeatMs) + " ms: take a shorter release timeout";
+    case Fault::kFast:
+      return "more than " + plain(kFastestPerSecond) + " repeats a second: take a longer repeat timeout";
+    case Fault::kSlow:
+      return "fewer than " + plain(kSlowestPerSecond) + " repeats a second: take another repeat timeout";
+    case Fault::kLate: break;
+  }
+  return "the last key-down comes more than " + plain(kLatestAfterMs) + " ms after the last line: poll more often";
+}
 
 std::string toText(const std::optional<Range>& range, int decimals) {
   if (!range) return "-";

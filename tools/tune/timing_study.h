@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "input/linux_input_reader_limits.h"
 #include "recording/session.h"
+#include "tools/common/reader_options.h"
 
 namespace quarlo::tools {
 
@@ -26,7 +28,10 @@ struct Protocol {
 // The infrared protocols that are known by name; docs/tuning.md has the sources of their figures.
 const std::vector<Protocol>& knownProtocols();
 
-// How many lines come of a slow tap, of 250 ms.
+// A slow tap.
+constexpr std::chrono::milliseconds kSlowTap{250};
+
+// How many lines come of a slow tap.
 int linesOfATap(microseconds period);
 
 // Presses that last this long are held buttons, shorter ones are taps: the kernel's remotes repeat from here on.
@@ -69,7 +74,8 @@ struct Setting {
 bool operator==(const Setting& a, const Setting& b);
 
 // What applications have that set nothing: the reader's defaults, and the loop's timeout.
-constexpr Setting kPresentSetting{100, 300, 10};
+constexpr Setting kPresentSetting{components::input::kDefaultRepeatTimeoutMs,
+                                  components::input::kDefaultReleaseTimeoutMs, kRoundTimeoutMs};
 
 // What nobody chooses, but makes a difference.
 struct Circumstances {
@@ -124,7 +130,7 @@ enum class Fault { kGhosts, kMisses, kNoRepeats, kUneven, kHasty, kSlowStart, kF
 const char* nameOf(Fault fault);
 
 // What it means, with its threshold, and what helps.
-const char* meaningOf(Fault fault);
+std::string meaningOf(Fault fault);
 
 struct Range {
   double least;

@@ -99,7 +99,7 @@ void printLegend(const Study& study) {
   std::set<Fault> faults;
   for (const Finding& finding : study.findings) faults.insert(finding.faults.begin(), finding.faults.end());
   std::printf("\n> you are here, if you set nothing   * recommended\n");
-  for (const Fault fault : faults) std::printf("%s: %s\n", nameOf(fault), meaningOf(fault));
+  for (const Fault fault : faults) std::printf("%s: %s\n", nameOf(fault), meaningOf(fault).c_str());
 }
 
 // ---- The recommendation -------------------------------------------------------------------------
