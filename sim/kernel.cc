@@ -283,10 +283,20 @@ int Kernel::ioctl(int fd, unsigned request, void* argument) {
 
 // ---- Reading ----------------------------------------------------------------------------------------------------
 
+bool Kernel::Descriptor::hasUnread() const {
+  if (node != nullptr) return node->present && client->readable();
+  return !connection->queued.empty();
+}
+
 bool Kernel::Descriptor::readable() const {
-  // A device that is gone is reported as readable, so that its reader finds out.
-  if (node != nullptr) return !node->present || client->readable();
-  return !connection->connected || connection->ended || !connection->queued.empty();
+  if (hasUnread()) return true;
+  // What is gone is reported as readable, so that its reader finds out.
+  return node != nullptr ? !node->present : !connection->connected || connection->ended;
+}
+
+bool Kernel::hasUnread() const {
+  return std::any_of(descriptors_.begin(), descriptors_.end(),
+                     [](const auto& entry) { return entry.second.hasUnread(); });
 }
 
 ssize_t Kernel::readRecords(Descriptor& descriptor, void* buffer, std::size_t size) {
@@ -434,6 +444,10 @@ void DaemonState::send(const std::string& text) {
   }
   clients.erase(std::remove_if(clients.begin(), clients.end(), [](const auto& client) { return client->ended; }),
                 clients.end());
+}
+
+bool DaemonState::hasClients() const {
+  return std::any_of(clients.begin(), clients.end(), [](const auto& client) { return !client->ended; });
 }
 
 int Kernel::socket(int domain, int type, int protocol) {

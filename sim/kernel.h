@@ -32,6 +32,7 @@ struct Connection {
 
 struct DaemonState {
   void send(const std::string& text);
+  bool hasClients() const;
 
   bool running = true;
   std::vector<std::shared_ptr<Connection>> clients;
@@ -73,6 +74,7 @@ class Kernel final : public Timers {
   void afterInBackground(microseconds delay, std::function<void()> happening) override;
   void signalAfter(microseconds delay);
   bool hasScheduled() const { return happenings_.size() > background_; }
+  bool hasUnread() const;
   void onWait(std::function<void(microseconds)> pace) { pace_ = std::move(pace); }
 
   void fail(Call call, int count, int error);
@@ -90,6 +92,7 @@ class Kernel final : public Timers {
     std::shared_ptr<EvdevClient> client;
     std::shared_ptr<Connection> connection;
 
+    bool hasUnread() const;
     bool readable() const;
   };
 

@@ -89,6 +89,8 @@ void LircDaemon::hangUp() {
   state_->clients.clear();
 }
 
+bool LircDaemon::hasClients() const { return state_->hasClients(); }
+
 void LircDaemon::stop() {
   hangUp();
   state_->running = false;
@@ -127,6 +129,7 @@ void Machine::after(microseconds delay, std::function<void()> happening) {
 }
 void Machine::signalAfter(microseconds delay) { kernel_->signalAfter(delay); }
 bool Machine::hasScheduled() const { return kernel_->hasScheduled(); }
+bool Machine::hasUnread() const { return kernel_->hasUnread(); }
 void Machine::onWait(std::function<void(microseconds)> pace) { kernel_->onWait(std::move(pace)); }
 void Machine::fail(Call call, int count, int error) { kernel_->fail(call, count, error); }
 void Machine::truncateRead(int count, std::size_t bytes) { kernel_->truncateRead(count, bytes); }

@@ -102,6 +102,9 @@ class LircDaemon {
   // Closes the connections: clients read what is still queued, then end of stream.
   void hangUp();
 
+  // Whether a client is connected: one that the daemon has not dropped, and that has not closed its end.
+  bool hasClients() const;
+
   // Ends the daemon. Its socket file stays, as a real daemon leaves it: connect() gives ECONNREFUSED.
   void stop();
 
@@ -150,6 +153,10 @@ class Machine {
 
   // Whether something is still scheduled, other than the auto-repeat of a key that is held.
   bool hasScheduled() const;
+
+  // Whether an open descriptor has something to read: records of a node, or text of a daemon. What a read() would find
+  // besides, an error or the end of a stream, does not count.
+  bool hasUnread() const;
 
   // Is called with each step of time in select(), before it happens: to pace a simulation by the wall clock.
   void onWait(std::function<void(microseconds)> pace);

@@ -406,6 +406,12 @@ TEST(Node, OpensAndAnswersAsItIsTold) {
   EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_REL, 2), bits), 2);
 }
 
+int connectedSocket(const char* path) {
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  EXPECT_EQ(connectTo(fd, path), 0);
+  return fd;
+}
+
 TEST(LircDaemon, LinesArriveAsAStream) {
   Machine machine;
   LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
@@ -454,6 +460,34 @@ TEST(LircDaemon, KeepsAClientThatReadsThoughItIsAlwaysALineBehind) {
   EXPECT_EQ(errno, EAGAIN);
 }
 
+TEST(LircDaemon, HasAClientUntilOneOfTheTwoEnds) {
+  Machine machine;
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  EXPECT_FALSE(daemon.hasClients());
+  int fd = connectedSocket("/dev/lircd");
+  EXPECT_TRUE(daemon.hasClients());
+  close(fd);
+  EXPECT_FALSE(daemon.hasClients());
+
+  fd = connectedSocket("/dev/lircd");
+  const int other = connectedSocket("/dev/lircd");
+  close(fd);
+  EXPECT_TRUE(daemon.hasClients());
+  daemon.hangUp();
+  EXPECT_FALSE(daemon.hasClients());
+  close(other);
+}
+
+TEST(LircDaemon, HasNoClientAfterItDroppedTheOneThatDoesNotRead) {
+  Machine machine;
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  connectedSocket("/dev/lircd");
+  for (int i = 0; i < 280; ++i) daemon.sendText("a\n");
+  EXPECT_TRUE(daemon.hasClients());
+  daemon.sendText("a\n");
+  EXPECT_FALSE(daemon.hasClients());
+}
+
 TEST(LircDaemon, LeavesAFileThatRefuses) {
   Machine machine;
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
@@ -466,6 +500,64 @@ TEST(LircDaemon, LeavesAFileThatRefuses) {
   EXPECT_EQ(connectTo(fd, "/dev/lircd"), 0);
   EXPECT_EQ(connectTo(fd, "/dev/lircd"), -1);
   EXPECT_EQ(errno, EISCONN);
+}
+
+TEST(HasUnread, IsTrueOfRecordsOnceTheirReportIsWhole) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  EXPECT_FALSE(machine.hasUnread());
+  node.inject(EV_KEY, KEY_A, 1);
+  EXPECT_FALSE(machine.hasUnread());
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  EXPECT_TRUE(machine.hasUnread());
+  input_event record;
+  EXPECT_EQ(read(fd, &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  EXPECT_TRUE(machine.hasUnread());
+  EXPECT_EQ(read(fd, &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  EXPECT_FALSE(machine.hasUnread());
+}
+
+TEST(HasUnread, IsFalseOfWhatNobodyHasOpenAnyMore) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  node.press(KEY_A);
+  EXPECT_FALSE(machine.hasUnread());
+  const int fd = openNode("/dev/input/event0");
+  node.release(KEY_A);
+  EXPECT_TRUE(machine.hasUnread());
+  close(fd);
+  EXPECT_FALSE(machine.hasUnread());
+}
+
+TEST(HasUnread, IsTrueOfADaemonsTextUpToItsLastByte) {
+  Machine machine;
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  const int fd = connectedSocket("/dev/lircd");
+  EXPECT_FALSE(machine.hasUnread());
+  daemon.sendText("ab");
+  char text[1];
+  EXPECT_EQ(read(fd, text, sizeof text), 1);
+  EXPECT_TRUE(machine.hasUnread());
+  EXPECT_EQ(read(fd, text, sizeof text), 1);
+  EXPECT_FALSE(machine.hasUnread());
+}
+
+TEST(HasUnread, DoesNotCountWhatAReadFindsOfSomethingThatIsGone) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  openNode("/dev/input/event0");
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  const int fd = connectedSocket("/dev/lircd");
+  node.press(KEY_A);
+  node.unplug();
+  EXPECT_FALSE(machine.hasUnread());
+  daemon.sendText("a");
+  daemon.hangUp();
+  EXPECT_TRUE(machine.hasUnread());
+  char text[1];
+  EXPECT_EQ(read(fd, text, sizeof text), 1);
+  EXPECT_FALSE(machine.hasUnread());
 }
 
 TEST(Faults, HitTheCallThatIsCounted) {
