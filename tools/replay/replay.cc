@@ -1,6 +1,5 @@
 #include "tools/replay/replay.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -9,10 +8,11 @@
 #include <map>
 #include <new>
 #include <optional>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "input/linux_input_reader.h"
+#include "input/linux_input_reader_limits.h"
 #include "recording/session.h"
 #include "sim/machine.h"
 #include "tools/common/event_printer.h"
@@ -59,14 +59,12 @@ void scheduleLines(sim::Machine& machine, sim::LircDaemon& daemon, const std::ve
 
 // ---- The environment ----------------------------------------------------------------------------
 
-constexpr const char* kLircVariables[] = {"LIRC_REPEAT_TIMEOUT", "LIRC_RELEASE_TIMEOUT"};
-
 using Environment = std::map<std::string, std::string>;
 
 // The variables that are set, by name. REQUIRES: there is no machine yet, which has an environment of its own.
 Environment lircEnvironment() {
   Environment environment;
-  for (const char* name : kLircVariables) {
+  for (const char* name : {components::input::kRepeatTimeoutVariable, components::input::kReleaseTimeoutVariable}) {
     if (const char* value = std::getenv(name)) environment[name] = value;
   }
   return environment;
@@ -123,16 +121,16 @@ class Player {
   void setUp() {
     sim::Node* mouse = session_.mouse ? &addNode(kMousePath, *session_.mouse) : nullptr;
     sim::Node* keyboard = session_.keyboard ? &addNode(kKeyboardPath, *session_.keyboard) : nullptr;
-    sim::LircDaemon* daemon = session_.remote ? &machine_.addLircDaemon(kLircPath) : nullptr;
-    machine_.setTracing(daemon != nullptr);
+    daemon_ = session_.remote ? &machine_.addLircDaemon(kLircPath) : nullptr;
+    machine_.setTracing(false);
     reader_.emplace();
     reader_->init(mouse != nullptr ? kMousePath : nullptr, keyboard != nullptr ? kKeyboardPath : nullptr,
-                  daemon != nullptr ? kLircPath : nullptr, options_.maxX, options_.maxY);
+                  daemon_ != nullptr ? kLircPath : nullptr, options_.maxX, options_.maxY);
     start_ = machine_.now();
     pacer_ = Pacer();
     if (mouse != nullptr) scheduleRecords(machine_, *mouse, session_.mouse->records, start_);
     if (keyboard != nullptr) scheduleRecords(machine_, *keyboard, session_.keyboard->records, start_);
-    if (daemon != nullptr) scheduleLines(machine_, *daemon, *session_.remote, start_);
+    if (daemon_ != nullptr) scheduleLines(machine_, *daemon_, *session_.remote, start_);
     machine_.onWait([this](microseconds step) { keepPace(elapsed() + step); });
   }
 
@@ -140,7 +138,6 @@ class Player {
   bool playRound() {
     const auto handle = [&](const InputEvent& event) { return printer_.print(elapsed(), event) && !stopRequested(); };
     const bool goOn = readRound(*reader_, options_.timeoutMs, handle);
-    calls_ = machine_.takeTrace();
     keepPace(elapsed());  // polls take some of the machine's time without a wait
     return goOn;
   }
@@ -160,43 +157,26 @@ class Player {
   // Everything has happened and was read, and the remote's key is forgotten.
   bool hasEnded() {
     if (machine_.hasScheduled()) return false;
-    if (!ending_) {
-      ending_ = true;
-      ended_ = elapsed();
-      machine_.setTracing(true);
-      return false;
-    }
-    const bool keyHeld = reader_->lircKey != msg::KeyInput::kNone && elapsed() < ended_ + kLongestRelease;
-    return sourcesWereEmpty() && !keyHeld;
+    if (!lastHappened_) lastHappened_ = elapsed();
+    const bool keyHeld = reader_->lircKey != msg::KeyInput::kNone && elapsed() < *lastHappened_ + kLongestRelease;
+    const bool roundFoundNothing = std::exchange(nothingUnread_, !machine_.hasUnread());
+    return roundFoundNothing && !keyHeld;
   }
 
-  // Whether the last round found nothing at all: a drain that gives no event can have read something.
-  bool sourcesWereEmpty() const {
-    return std::none_of(calls_.begin(), calls_.end(), [](const std::string& call) {
-      return call.rfind("read(", 0) == 0 && call.find("EAGAIN") == std::string::npos;
-    });
-  }
-
-  // The daemon closes the connection of a client that does not keep up. From then on, the reader finds the end of it at
-  // once in each round, and would never come to the end of the session.
-  bool connectionIsLost() const {
-    return std::any_of(calls_.begin(), calls_.end(), [](const std::string& call) {
-      constexpr std::string_view kEnd = ") = 0";
-      return call.rfind("read(", 0) == 0 && call.size() > kEnd.size() &&
-             call.compare(call.size() - kEnd.size(), kEnd.size(), kEnd) == 0;
-    });
-  }
+  // The daemon closes the connection of a client that does not keep up. Once that has read what was left, it finds the
+  // end of it at once in each round, and would never come to the end of the session.
+  bool connectionIsLost() const { return daemon_ != nullptr && !daemon_->hasClients() && !machine_.hasUnread(); }
 
   const Session& session_;
   const ReplayOptions& options_;
   EventPrinter printer_{printOptions(options_)};
   sim::Machine machine_;
+  sim::LircDaemon* daemon_ = nullptr;
   std::optional<LinuxInputReader> reader_;
   microseconds start_{0};
   Pacer pacer_;
-  std::vector<std::string> calls_;  // of the last round, if they are traced
-  bool ending_ = false;             // everything has happened
-  microseconds ended_{0};
+  std::optional<microseconds> lastHappened_;  // since then nothing new comes
+  bool nothingUnread_ = false;                // since then, and after the last round
 };
 
 }  // namespace
