@@ -281,6 +281,35 @@ int LinuxInputReader::openLircSocket(const char* path) {
   return fd;
 }
 
+// ---- Events -------------------------------------------------------------------------------------
+
+// An event is written here alone, field by field: only the fields of its kind, and never the whole of it. Applications
+// preset `kind` and look at it, and find in all other bytes, padding included, what they left there.
+namespace {
+
+void writeKey(InputEvent& out, std::int32_t action, LinuxInputReader::Key key, char ch,
+              LinuxInputReader::Modifier modifiers) {
+  out.kind = InputEvent::kKeyEvent;
+  out.flags = 0;
+  out.keyData.action = action;
+  out.keyData.key = key;
+  out.keyData.ch = ch;
+  out.keyData.modifiers = modifiers;
+}
+
+void writeMouse(InputEvent& out, std::int32_t action, std::int32_t button, const LinuxInputReader& reader,
+                std::int32_t clicks) {
+  out.kind = InputEvent::kMouseEvent;
+  out.flags = 0;
+  out.mouseData.action = action;
+  out.mouseData.button = button;
+  out.mouseData.x = static_cast<std::uint16_t>(reader.pointerX);
+  out.mouseData.y = static_cast<std::uint16_t>(reader.pointerY);
+  out.mouseData.clicks = static_cast<std::uint8_t>(clicks);
+}
+
+}  // namespace
+
 // ---- Evdev: one drain ---------------------------------------------------------------------------
 
 bool LinuxInputReader::getInputEvent(int fd, InputEvent& event) {
@@ -346,12 +375,7 @@ bool LinuxInputReader::handleKeyEvent(input_event* ev, InputEvent& out) {
   Key key;
   char ch;
   translateKey(ev->code, modifiers, numLock, key, ch);
-  out.kind = InputEvent::kKeyEvent;
-  out.flags = 0;
-  out.keyData.action = released ? KeyData::kUp : KeyData::kDown;
-  out.keyData.key = key;
-  out.keyData.ch = ch;
-  out.keyData.modifiers = modifiers;
+  writeKey(out, released ? KeyData::kUp : KeyData::kDown, key, ch, modifiers);
   return true;
 }
 
@@ -370,6 +394,20 @@ LinuxInputReader::Modifier LinuxInputReader::getModifier(int code) {
 // ---- Evdev: pointer -----------------------------------------------------------------------------
 
 namespace {
+
+// The only state that is the process's and not a reader's: how often each button was clicked, and when last. So a
+// double click counts whichever reader sees its halves.
+struct ClickHistory {
+  std::int32_t& count;
+  timeval& last;
+};
+
+ClickHistory clickHistoryOf(std::int32_t button) {
+  static std::int32_t counts[] = {1, 1, 1};
+  static timeval lasts[] = {{}, {}, {}};
+  const std::int32_t index = button - MouseData::kLeft;
+  return {counts[index], lasts[index]};
+}
 
 std::int32_t clampedStep(std::int32_t position, std::int32_t step, std::int32_t max) {
   std::int32_t moved;
@@ -394,21 +432,11 @@ bool LinuxInputReader::handleRelEvent(input_event* ev, InputEvent& out) {
     default:
       if (!pointerMoved) return true;
   }
-  out.kind = InputEvent::kMouseEvent;
-  out.flags = 0;
-  out.mouseData.action = MouseData::kMove;
-  out.mouseData.button = pressedButton;
-  out.mouseData.x = static_cast<std::uint16_t>(pointerX);
-  out.mouseData.y = static_cast<std::uint16_t>(pointerY);
-  out.mouseData.clicks = 0;
+  writeMouse(out, MouseData::kMove, pressedButton, *this, 0);
   return true;
 }
 
 bool LinuxInputReader::handleButtonEvent(const input_event& ev, InputEvent& out) {
-  // One history for the process: a double click counts whichever reader sees its halves. Indexed from the left button.
-  static std::int32_t clickCount[] = {1, 1, 1};
-  static timeval lastClick[] = {{}, {}, {}};
-
   constexpr int kAutoRepeat = 2;
   if (ev.value == kAutoRepeat) return false;
 
@@ -419,26 +447,20 @@ bool LinuxInputReader::handleButtonEvent(const input_event& ev, InputEvent& out)
     case BTN_MIDDLE: button = MouseData::kMiddle; break;
     default: return true;
   }
-  const std::int32_t index = button - MouseData::kLeft;
 
+  const ClickHistory history = clickHistoryOf(button);
   const bool pressed = ev.value != 0;
   if (pressed) {
     pressedButton = button;
     const timeval now = currentTime();
-    const bool inTime = elapsedMs(lastClick[index], now) < kClickWindowMs;
-    clickCount[index] = inTime ? wrappingSum(clickCount[index], 1) : 1;
-    lastClick[index] = now;
+    const bool inTime = elapsedMs(history.last, now) < kClickWindowMs;
+    history.count = inTime ? wrappingSum(history.count, 1) : 1;
+    history.last = now;
   } else {
     pressedButton = MouseData::kNoButton;
   }
 
-  out.kind = InputEvent::kMouseEvent;
-  out.flags = 0;
-  out.mouseData.action = pressed ? MouseData::kButtonDown : MouseData::kButtonUp;
-  out.mouseData.button = button;
-  out.mouseData.x = static_cast<std::uint16_t>(pointerX);
-  out.mouseData.y = static_cast<std::uint16_t>(pointerY);
-  out.mouseData.clicks = static_cast<std::uint8_t>(clickCount[index]);
+  writeMouse(out, pressed ? MouseData::kButtonDown : MouseData::kButtonUp, button, *this, history.count);
   return true;
 }
 
@@ -456,6 +478,17 @@ bool parseLircLine(char* text, LircPress& press);
 
 }  // namespace
 
+// The states of the remote's key (lircKey, lircRepeatMode). Times count from its last key-down; T is lircTimeout.
+//
+//            a line                a poll without a line, from T on
+//   none ──────────────▶ held ─────────────────────────────────────▶ repeating
+//    ▲                   │  ▲                                          │   │
+//    │                   │  └─── a fresh press, or another button ─────┘   │
+//    └───────────────────┴─────────────────────────────────────────────────┘
+//            a poll without a line, from T + lircRepeatTimeout on
+//
+// A line that leads to held is a key-down. So is another line of the same button, from T on; before T it is skipped. A
+// key-down sets T: to lircReleaseTimeout in held, to lircRepeatTimeout in repeating. Time alone changes nothing.
 bool LinuxInputReader::getLircEvent(int fd, InputEvent& event) {
   char text[kLircReadSize + 1];
   const ssize_t length = read(fd, text, sizeof text - 1);
@@ -497,12 +530,7 @@ bool LinuxInputReader::getLircEvent(int fd, InputEvent& event) {
   lircChar = press.ch;
   LOG_VERBOSE(10, "LIRC timeout %dms.", lircTimeout);
 
-  event.kind = InputEvent::kKeyEvent;
-  event.flags = 0;
-  event.keyData.action = KeyData::kDown;
-  event.keyData.key = press.key;
-  event.keyData.ch = static_cast<char>(press.ch);
-  event.keyData.modifiers = KeyInput::kNoModifier;
+  writeKey(event, KeyData::kDown, press.key, static_cast<char>(press.ch), KeyInput::kNoModifier);
   return true;
 }
 
