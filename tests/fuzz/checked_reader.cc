@@ -5,8 +5,10 @@
 #include <cstddef>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 #include <utility>
 
+#include "input/linux_input_reader_limits.h"
 #include "tests/fuzz/rules.h"
 
 namespace quarlo::fuzz {
@@ -21,8 +23,6 @@ using KeyData = InputEvent::KeyData;
 using MouseData = InputEvent::MouseData;
 using Bytes = std::array<std::uint8_t, sizeof(InputEvent)>;
 
-constexpr int kReadsPerDrain = 20;
-constexpr int kLongestTimeoutMs = 2147483;
 constexpr microseconds kShortestSelect(10);  // the simulated machine's
 constexpr microseconds kSignalDelay = 1s;
 
@@ -125,7 +125,7 @@ void CheckedReader::checkCalls(const Counts& before, bool wasHeld) const {
     return;
   }
   const int drains = static_cast<int>(reader_->keyboardFd >= 0) + static_cast<int>(reader_->mouseFd >= 0);
-  const int reads = kReadsPerDrain * drains + static_cast<int>(reader_->lircFd >= 0);
+  const int reads = components::input::kRecordsPerDrain * drains + static_cast<int>(reader_->lircFd >= 0);
   require(made(Call::kRead) <= reads, "a drain reads at most 20 records, and the remote is read once");
   require(made(Call::kSelect) == 1, "a call waits once");
   require(made(Call::kGettimeofday) <= 3, "the clock is read for the wait and twice for a remote's line at most");
@@ -137,7 +137,7 @@ void CheckedReader::checkCalls(const Counts& before, bool wasHeld) const {
 void CheckedReader::checkWait(int timeoutMs, microseconds waited) const {
   if (timeoutMs == -1) {
     require(waited <= kSignalDelay + kShortestSelect, "a signal ends the wait");
-  } else if (isBetween(timeoutMs, 0, kLongestTimeoutMs)) {
+  } else if (isBetween(timeoutMs, 0, components::input::kLongestTimeoutMs)) {
     require(waited <= std::chrono::milliseconds(timeoutMs) + kShortestSelect, "the wait ends at the timeout");
   }
 }
@@ -155,9 +155,25 @@ void CheckedReader::checkEvent(const InputEvent& event) const {
   }
 }
 
+namespace {
+
+constexpr KeyInput::Key kKeys[] = {
+#define KEY_NAME(name) KeyInput::k##name,
+#include "key_names.inc"  // from msg/key_input.h
+#undef KEY_NAME
+};
+
+// A remote's button whose name is a single byte has that byte's code.
+bool isKeyCode(KeyInput::Key key) {
+  return isBetween(key, KeyInput::kNone, UINT8_MAX) ||
+         std::find(std::begin(kKeys), std::end(kKeys), key) != std::end(kKeys);
+}
+
+}  // namespace
+
 void CheckedReader::checkKey(const KeyData& key) const {
   require(key.action == KeyData::kDown || key.action == KeyData::kUp, "a key goes down or up");
-  require(isBetween(key.key, KeyInput::kNone, KeyInput::kMenu), "a key's code is one of the message types'");
+  require(isKeyCode(key.key), "a key's code is one of the message types'");
   require(key.modifiers <= (KeyInput::kControlModifier | KeyInput::kShiftModifier | KeyInput::kAltModifier),
           "the modifiers are Control, Shift and Alt");
 }

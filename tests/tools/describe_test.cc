@@ -101,11 +101,19 @@ std::set<LinuxInputReader::Key> producedKeys() {
   return keys;
 }
 
+TEST(Describe, TakesTheNamesFromTheMessageTypes) {
+  EXPECT_EQ(keyName(KeyInput::kBackspace), "Backspace");  // the first and the last of them
+  EXPECT_EQ(keyName(KeyInput::kMenu), "Menu");
+  EXPECT_EQ(keyName(KeyInput::k0), "0");
+  EXPECT_EQ(keyName(KeyInput::kNone), "key 0");
+}
+
 TEST(Describe, NamesEveryKeyThatTheReaderProducesAndNoTwoAlike) {
   const std::set<LinuxInputReader::Key> keys = producedKeys();
   std::set<std::string> names;
   for (const LinuxInputReader::Key key : keys) {
-    EXPECT_NE(keyName(key), "key " + std::to_string(key));
+    EXPECT_NE(keyName(key), "key " + std::to_string(key))
+        << "msg/key_input.h has no constant `static constexpr Key kName = " << key << ";` for it";
     names.insert(keyName(key));
   }
   EXPECT_EQ(names.size(), keys.size());

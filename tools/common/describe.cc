@@ -15,40 +15,9 @@ struct KeyName {
   const char* name;
 };
 
-// In the order of msg/key_input.h.
 constexpr KeyName kKeyNames[] = {
-#define KEY_NAME(name) \
-  { KeyInput::k##name, #name }
-    // clang-format off
-    KEY_NAME(Backspace), KEY_NAME(Tab), KEY_NAME(Enter), KEY_NAME(Shift), KEY_NAME(Control), KEY_NAME(Alt),
-    KEY_NAME(Pause), KEY_NAME(Escape), KEY_NAME(Space), KEY_NAME(PageUp), KEY_NAME(PageDown), KEY_NAME(End),
-    KEY_NAME(Home), KEY_NAME(Left), KEY_NAME(Up), KEY_NAME(Right), KEY_NAME(Down), KEY_NAME(Insert), KEY_NAME(Delete),
-
-    KEY_NAME(0), KEY_NAME(1), KEY_NAME(2), KEY_NAME(3), KEY_NAME(4), KEY_NAME(5), KEY_NAME(6), KEY_NAME(7),
-    KEY_NAME(8), KEY_NAME(9),
-
-    KEY_NAME(A), KEY_NAME(B), KEY_NAME(C), KEY_NAME(D), KEY_NAME(E), KEY_NAME(F), KEY_NAME(G), KEY_NAME(H),
-    KEY_NAME(I), KEY_NAME(J), KEY_NAME(K), KEY_NAME(L), KEY_NAME(M), KEY_NAME(N), KEY_NAME(O), KEY_NAME(P),
-    KEY_NAME(Q), KEY_NAME(R), KEY_NAME(S), KEY_NAME(T), KEY_NAME(U), KEY_NAME(V), KEY_NAME(W), KEY_NAME(X),
-    KEY_NAME(Y), KEY_NAME(Z),
-
-    KEY_NAME(Keypad0), KEY_NAME(Keypad1), KEY_NAME(Keypad2), KEY_NAME(Keypad3), KEY_NAME(Keypad4), KEY_NAME(Keypad5),
-    KEY_NAME(Keypad6), KEY_NAME(Keypad7), KEY_NAME(Keypad8), KEY_NAME(Keypad9), KEY_NAME(KeypadMultiply),
-    KEY_NAME(KeypadAdd), KEY_NAME(KeypadSubtract), KEY_NAME(KeypadDecimal), KEY_NAME(KeypadDivide),
-
-    KEY_NAME(F1), KEY_NAME(F2), KEY_NAME(F3), KEY_NAME(F4), KEY_NAME(F5), KEY_NAME(F6), KEY_NAME(F7), KEY_NAME(F8),
-    KEY_NAME(F9), KEY_NAME(F10), KEY_NAME(F11), KEY_NAME(F12),
-
-    KEY_NAME(NumLock),
-
-    KEY_NAME(Semicolon), KEY_NAME(Equals), KEY_NAME(Comma), KEY_NAME(Minus), KEY_NAME(FullStop), KEY_NAME(Slash),
-    KEY_NAME(Grave), KEY_NAME(LeftBracket), KEY_NAME(Backslash), KEY_NAME(RightBracket), KEY_NAME(Apostrophe),
-
-    KEY_NAME(Red), KEY_NAME(Green), KEY_NAME(Yellow), KEY_NAME(Blue), KEY_NAME(Power), KEY_NAME(Rewind),
-    KEY_NAME(Stop), KEY_NAME(Play), KEY_NAME(Record), KEY_NAME(FastForward), KEY_NAME(PreviousTrack),
-    KEY_NAME(NextTrack), KEY_NAME(ChannelUp), KEY_NAME(ChannelDown), KEY_NAME(VolumeUp), KEY_NAME(VolumeDown),
-    KEY_NAME(Mute), KEY_NAME(Back), KEY_NAME(Menu),
-// clang-format on
+#define KEY_NAME(name) {KeyInput::k##name, #name},
+#include "key_names.inc"  // from msg/key_input.h
 #undef KEY_NAME
 };
 

@@ -93,7 +93,7 @@ character.
 |---|---|
 | what a Linux key gives | the block "Key tables" in [input/linux_input_reader.cc](../input/linux_input_reader.cc) |
 | what a remote's button gives | [input/lirc_buttons.inc](../input/lirc_buttons.inc) |
-| a key code's value, or to add one | [msg/key_input.h](../msg/key_input.h), and for its name `kKeyNames` in [tools/common/describe.cc](../tools/common/describe.cc) |
+| a key code's name or value, or to add one | [msg/key_input.h](../msg/key_input.h) |
 
 Do not edit this page: the program writes it, by asking the reader for every name, and a test fails while it differs. After a
 change:

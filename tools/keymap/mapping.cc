@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
 
 namespace quarlo::tools {
@@ -85,13 +86,15 @@ class Remote {
 };
 
 void addRemoteButtons(sim::Machine& machine, std::vector<Mapping>& mappings) {
+  const auto& [numericPrefix, prefix] = components::input::kLircButtonPrefixes;
+  const auto with = [](std::string_view itsPrefix, const std::string& name) { return std::string(itsPrefix) + name; };
   Remote remote(machine);
   for (const std::string name : kNamedButtons) {
-    mappings.push_back(remote.mapping(name, {name, "KEY_" + name}));
+    mappings.push_back(remote.mapping(name, {name, with(prefix, name)}));
   }
   for (const char character : kDigitsAndLetters) {
     const std::string name(1, character);
-    mappings.push_back(remote.mapping(name, {name, "KEY_" + name, "KEY_NUMERIC_" + name}));
+    mappings.push_back(remote.mapping(name, {name, with(prefix, name), with(numericPrefix, name)}));
   }
 }
 
