@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -19,6 +18,12 @@ namespace {
 using msg::KeyInput;
 using nlohmann::json;
 
+std::vector<std::string> linesOf(std::istream& stream) {
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
 // What `keymap` prints on standard output.
 std::string printed(const KeymapOptions& options) {
   testing::internal::CaptureStdout();
@@ -27,10 +32,8 @@ std::string printed(const KeymapOptions& options) {
 }
 
 std::vector<std::string> printedLines(const KeymapOptions& options) {
-  std::vector<std::string> lines;
   std::istringstream stream(printed(options));
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
+  return linesOf(stream);
 }
 
 constexpr KeymapOptions kText;
@@ -243,11 +246,6 @@ TEST(KeymapJson, GivesARemotesButtonOnlyNamesThatTheReaderKnows) {
 
 // ---- The page -----------------------------------------------------------------------------------
 
-std::string page() {
-  std::ifstream file(QUARLO_DOCUMENTS "/keymap.md");
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 std::string printedPage() {
   KeymapOptions options;
   options.markdown = true;
@@ -255,7 +253,16 @@ std::string printedPage() {
 }
 
 TEST(KeymapPage, IsCurrent) {
-  EXPECT_EQ(printedPage(), page()) << "Write it anew: quarlo-input keymap --markdown >docs/keymap.md";
+  std::ifstream file(QUARLO_DOCUMENTS "/keymap.md");
+  std::istringstream printed(printedPage());
+  const std::vector<std::string> page = linesOf(file);
+  const std::vector<std::string> wanted = linesOf(printed);
+  const auto [inPage, inWanted] = std::mismatch(page.begin(), page.end(), wanted.begin(), wanted.end());
+  if (inPage == page.end() && inWanted == wanted.end()) return;
+  ADD_FAILURE() << "docs/keymap.md differs from what the program prints, from line " << inPage - page.begin() + 1
+                << " on:\n  " << (inPage == page.end() ? "(its end)" : *inPage) << "\ninstead of\n  "
+                << (inWanted == wanted.end() ? "(its end)" : *inWanted)
+                << "\nWrite it anew: quarlo-input keymap --markdown >docs/keymap.md";
 }
 
 TEST(KeymapPage, HasARowForEachKeyAndButton) {
