@@ -1,7 +1,10 @@
 // The remote's lines: which are taken, and which key and character a button gives.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
+#include <iterator>
+#include <string>
 
 #include "tests/unit/reader_test.h"
 
@@ -52,6 +55,22 @@ constexpr Button kButtons[] = {
     {"PLAY", 415, 0, 0},       {"PAUSE", 19, 0, 0},        {"REWIND", 412, 0, 0},      {"FASTFORWARD", 417, 0, 0},
     {"RECORD", 416, 0, 0},     {"TRACK_NEXT", 425, 0, 0},  {"TRACK_PREV", 424, 0, 0},
 };
+
+constexpr const char* kNamedButtons[] = {
+#define LIRC_BUTTON(name, key, character) name,
+#include "input/lirc_buttons.inc"
+#undef LIRC_BUTTON
+};
+
+TEST_F(LircLinesTest, Names_EveryButtonIsTestedOnce) {
+  for (const std::string name : kNamedButtons) {
+    const auto rows = std::count_if(std::begin(kButtons), std::end(kButtons),
+                                    [&](const Button& button) { return button.name == name; });
+    EXPECT_EQ(rows, 1) << "kButtons in tests/unit/lirc_lines_test.cc must have one row for " << name
+                       << ", which input/lirc_buttons.inc has";
+  }
+  EXPECT_EQ(std::size(kButtons), std::size(kNamedButtons));
+}
 
 std::string lowerCase(std::string text) {
   for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
