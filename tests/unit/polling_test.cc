@@ -5,10 +5,13 @@
 #include <climits>
 #include <cstddef>
 
+#include "input/linux_input_reader_limits.h"
 #include "tests/unit/reader_test.h"
 
 namespace quarlo::test {
 namespace {
+
+using components::input::kLongestTimeoutMs;
 
 using PollingTest = ReaderTest;
 
@@ -132,9 +135,14 @@ TEST_F(PollingTest, FileSelect_AFailureRebuildsTheSetForTheNextWait) {
   EXPECT_EQ(takeLog(), Lines({}));
 }
 
+TEST_F(PollingTest, FileSelect_WaitsForTheLongestTimeout) {
+  reader.fileSelect(kLongestTimeoutMs);
+  EXPECT_EQ(machine.takeTrace(), Lines({"select(103, [100 101 102], 2147.483000) = 0"}));
+}
+
 // The 32-bit product 1000 x timeout wraps.
 TEST_F(PollingTest, FileSelect_TimeoutsBeyondTheLongestWrap) {
-  reader.fileSelect(2'147'484);  // 2147484000 us is negative: -2147483296
+  reader.fileSelect(kLongestTimeoutMs + 1);  // 2147484000 us is negative: -2147483296
   EXPECT_EQ(reader.maxFd, -1);
   reader.fileSelect(4'294'968);  // 4294968000 us is 704 us after the wrap
   reader.fileSelect(INT_MAX);    // 1000 x (2^31 - 1) is -1000 us

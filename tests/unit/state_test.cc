@@ -104,10 +104,15 @@ TEST_F(StateTest, Destroy_ClosesMouseKeyboardAndLircInThisOrder) {
 }
 
 struct Timeout {
+  const char* name;   // of its tests
   const char* value;  // null: not set
   int repeat;
   int release;
 };
+
+void PrintTo(const Timeout& timeout, std::ostream* out) {
+  *out << (timeout.value != nullptr ? timeout.value : "not set");
+}
 
 class TimeoutTest : public MachineTest, public testing::WithParamInterface<Timeout> {};
 
@@ -125,23 +130,27 @@ TEST_P(TimeoutTest, TakesTheNumberOrTheDefaultForTheRelease) {
   EXPECT_EQ(LinuxInputReader().lircRepeatTimeout, 100);
 }
 
-INSTANTIATE_TEST_SUITE_P(Values, TimeoutTest,
-                         testing::Values(Timeout{nullptr, 100, 300},                         //
-                                         Timeout{"", 100, 300},                              //
-                                         Timeout{"0", 100, 300},                             //
-                                         Timeout{"-5", 100, 300},                            //
-                                         Timeout{"1", 1, 1},                                 //
-                                         Timeout{"450", 450, 450},                           //
-                                         Timeout{"150ms", 150, 150},                         //
-                                         Timeout{" 150", 150, 150},                          //
-                                         Timeout{"0x10", 100, 300},                          //
-                                         Timeout{"fast", 100, 300},                          //
-                                         Timeout{"2147483647", INT_MAX, INT_MAX},            //
-                                         Timeout{"2147483648", INT_MAX, INT_MAX},            //
-                                         Timeout{"99999999999999999999", INT_MAX, INT_MAX},  //
-                                         Timeout{"-2147483649", 100, 300},                   //
-                                         Timeout{"-99999999999999999999", 100, 300},         //
-                                         Timeout{"4294967297", INT_MAX, INT_MAX}));
+constexpr Timeout kTimeouts[] = {
+    {"NotSet", nullptr, 100, 300},
+    {"Empty", "", 100, 300},
+    {"Zero", "0", 100, 300},
+    {"Negative", "-5", 100, 300},
+    {"One", "1", 1, 1},
+    {"Number", "450", 450, 450},
+    {"NumberWithUnit", "150ms", 150, 150},
+    {"NumberAfterASpace", " 150", 150, 150},
+    {"Hexadecimal", "0x10", 100, 300},
+    {"Word", "fast", 100, 300},
+    {"LargestOf32Bits", "2147483647", INT_MAX, INT_MAX},
+    {"LargerThan32Bits", "2147483648", INT_MAX, INT_MAX},
+    {"LargerThan64Bits", "99999999999999999999", INT_MAX, INT_MAX},
+    {"SmallerThan32Bits", "-2147483649", 100, 300},
+    {"SmallerThan64Bits", "-99999999999999999999", 100, 300},
+    {"OneMoreThan32BitsUnsigned", "4294967297", INT_MAX, INT_MAX},
+};
+
+INSTANTIATE_TEST_SUITE_P(Values, TimeoutTest, testing::ValuesIn(kTimeouts),
+                         [](const auto& timeout) { return timeout.param.name; });
 
 }  // namespace
 }  // namespace quarlo::test
