@@ -1,0 +1,41 @@
+// The fixture: lives with each of their faults, and a count of those.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/torture/faults.h"
+#include "tests/torture/lives.h"
+
+namespace quarlo::test::torture {
+
+// That each descriptor is closed once, and none that is not open, or -1, at the end.
+void expectEachIsClosedOnce(const Calls& calls);
+
+// The kinds of all errors of these calls, as TortureTest::tried has them.
+std::set<std::string> everyErrorOf(const std::vector<Call>& calls);
+
+class TortureTest : public testing::Test {
+ protected:
+  static void TearDownTestSuite();
+  void TearDown() override;
+
+  using FaultsOf = std::vector<Fault> (*)(const TracedCall&);
+
+  // Lives the life, then lives it again with each fault that `faultsOf` gives for each of its calls.
+  void torture(const Life& life, FaultsOf faultsOf);
+
+  void count(const Fault& fault);
+
+  std::set<std::string> tried;  // the kinds of faults of this test
+
+ private:
+  int faults_ = 0;
+  static inline std::map<Call, int> allFaults_;
+};
+
+}  // namespace quarlo::test::torture
