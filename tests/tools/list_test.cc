@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 
 #include "input/linux_input_reader.h"
 #include "input/linux_input_reader_limits.h"

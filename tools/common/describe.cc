@@ -2,6 +2,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 namespace quarlo::tools {
 namespace {

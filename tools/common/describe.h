@@ -2,7 +2,7 @@
 #pragma once
 
 #include <chrono>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "input/linux_input_reader.h"

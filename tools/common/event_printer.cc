@@ -1,5 +1,7 @@
 #include "tools/common/event_printer.h"
 
+#include <nlohmann/json.hpp>
+
 #include "tools/common/output.h"
 
 namespace quarlo::tools {

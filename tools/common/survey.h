@@ -1,7 +1,7 @@
 // All evdev nodes, and what the reader's autodetection makes of each.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 

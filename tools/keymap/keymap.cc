@@ -1,6 +1,7 @@
 #include "tools/keymap/keymap.h"
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 

@@ -3,6 +3,7 @@
 #include <linux/input.h>
 
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 

@@ -1,7 +1,7 @@
 // What each key and button gives, as the reader itself says.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
