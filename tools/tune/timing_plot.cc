@@ -30,8 +30,6 @@ constexpr double kMapsWidth = 850;
 constexpr double kMapGap = 24;
 constexpr double kLeastCellWidth = 58;
 
-double toMs(microseconds time) { return static_cast<double>(time.count()) / 1000; }
-
 // The script, as it grows.
 class Script {
  public:

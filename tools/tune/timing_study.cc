@@ -23,8 +23,6 @@ constexpr char kLircPath[] = "remote.lirc";
 // Long enough for a key to be forgotten with all sensible timeouts.
 constexpr microseconds kPauseBetweenPresses = 1s;
 
-double toMs(microseconds time) { return static_cast<double>(time.count()) / 1000; }
-
 std::string inMs(std::chrono::milliseconds time) { return std::to_string(time.count()) + " ms"; }
 
 }  // namespace

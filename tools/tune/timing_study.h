@@ -16,6 +16,8 @@ namespace quarlo::tools {
 
 using std::chrono::microseconds;
 
+inline double toMs(microseconds time) { return static_cast<double>(time.count()) / 1000; }
+
 // ---- What is studied ----------------------------------------------------------------------------
 
 // A remote that sends the same line again and again while a button is held.

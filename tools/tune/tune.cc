@@ -21,8 +21,6 @@ using nlohmann::ordered_json;
 
 // ---- Numbers ------------------------------------------------------------------------------------
 
-double toMs(microseconds time) { return static_cast<double>(time.count()) / 1000; }
-
 std::string formatted(const char* format, double number) {
   char text[32];
   std::snprintf(text, sizeof text, format, number);
@@ -121,11 +119,11 @@ std::string reasonOf(const Study& study) {
 
 // Breaks text into lines of at most 98 characters.
 std::string wrapped(const std::string& text) {
-  constexpr std::size_t kWidth = 98;
+  constexpr std::size_t kLineWidth = 98;
   std::string result;
   std::size_t start = 0;
-  while (text.size() - start > kWidth) {
-    const std::size_t end = text.rfind(' ', start + kWidth);
+  while (text.size() - start > kLineWidth) {
+    const std::size_t end = text.rfind(' ', start + kLineWidth);
     result += text.substr(start, end - start) + "\n";
     start = end + 1;
   }
