@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
+#include <thread>
 
 namespace quarlo::tools {
 namespace {
@@ -46,9 +47,18 @@ Pipe makeOutput(Output output) {
   }
 }
 
+// What ignores a signal, such as nohup, has its programs ignore it, too.
+void resetSignals() {
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) std::signal(number, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 // In a session of its own, so that it does not take the terminal of whoever runs the tests.
 [[noreturn]] void execute(const Arguments& command, int out, int err) {
   setsid();
+  resetSignals();
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
   std::vector<char*> words;
@@ -79,6 +89,7 @@ Program::Program(const Arguments& arguments, Output output, const Arguments& lau
   Arguments command = launcher;
   command.push_back(QUARLO_PROGRAM);
   command.insert(command.end(), arguments.begin(), arguments.end());
+  for (const std::string& word : command) command_ += (command_.empty() ? "" : " ") + word;
   const Pipe out = makeOutput(output);
   const Pipe err = makePipe();
   if (output == Output::kClosedPipe) close(out.read);
@@ -96,10 +107,16 @@ Program::~Program() {
   finish();
 }
 
-bool Program::readSome() {
+std::string Program::story(const std::string& problem) const {
+  return command_ + "\n" + problem + " within " + std::to_string(limit_.count()) +
+         " ms. Its standard output so far:\n" + result_.out + "\nIts standard error:\n" + result_.err;
+}
+
+bool Program::readSome(Time deadline) {
   if (out_ == -1 && err_ == -1) return false;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
   pollfd sources[] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
-  if (poll(sources, 2, -1) < 1) return false;
+  if (poll(sources, 2, static_cast<int>(std::max<long long>(left, 0))) < 1) return false;
   for (const auto& [source, fd, text] :
        {std::tuple<pollfd, int*, std::string*>(sources[0], &out_, &result_.out), {sources[1], &err_, &result_.err}}) {
     if (source.revents == 0 || readInto(source.fd, *text)) continue;
@@ -109,20 +126,38 @@ bool Program::readSome() {
   return true;
 }
 
-bool Program::waitFor(const std::string& text) {
-  while (result_.out.find(text) == std::string::npos) {
-    if (!readSome()) return false;
+bool Program::hasEnded(Time deadline, int& status) const {
+  while (waitpid(pid_, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
+}
+
+testing::AssertionResult Program::waitFor(const std::string& text) {
+  const Time until = deadline();
+  while (result_.out.find(text) == std::string::npos) {
+    if (!readSome(until)) return testing::AssertionFailure() << story("did not print \"" + text + "\"");
+  }
+  return testing::AssertionSuccess();
 }
 
 void Program::signal(int number) const { kill(pid_, number); }
 
 Result Program::finish() {
-  while (readSome()) {
+  const Time until = deadline();
+  while (readSome(until)) {
   }
   int status = 0;
-  waitpid(pid_, &status, 0);
+  if (!hasEnded(until, status)) {
+    ADD_FAILURE() << story("did not end");
+    kill(pid_, SIGKILL);
+    waitpid(pid_, &status, 0);
+  }
+  for (int* fd : {&out_, &err_}) {
+    if (*fd != -1) close(*fd);
+    *fd = -1;
+  }
   pid_ = -1;
   result_.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return result_;

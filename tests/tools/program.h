@@ -1,8 +1,10 @@
 // The program quarlo-input, run as a user runs it.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -27,7 +29,8 @@ enum class Output { kPipe, kClosedPipe, kFullDisk, kTerminal };
 // Whether kTerminal can be had: a bare chroot has no pseudo-terminals.
 bool hasTerminals();
 
-// The running program. With kPipe and kTerminal, its output is read; a terminal's line ends are a plain \n.
+// The running program. With kPipe and kTerminal, its output is read; a terminal's line ends are a plain \n. Signals are
+// as a shell leaves them, also those that the test ignores.
 class Program {
  public:
   // `launcher` is a command that runs the program, such as setpriv with its arguments.
@@ -36,19 +39,35 @@ class Program {
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  // Reads standard output until it holds `text`. Returns false if it ends before that.
-  bool waitFor(const std::string& text);
+  // How long each of the two below waits.
+  void setLimit(std::chrono::milliseconds limit) { limit_ = limit; }
+
+  // Reads standard output until it holds `text`. False, with all that was read, if that does not come.
+  testing::AssertionResult waitFor(const std::string& text);
 
   void signal(int number) const;
 
   pid_t pid() const { return pid_; }
 
-  // Waits for the end, and returns what was read since the start.
+  // Waits for the end, and returns what was read since the start. A program that does not end is a failure, and killed.
   Result finish();
 
  private:
-  bool readSome();
+  using Time = std::chrono::steady_clock::time_point;
 
+  // What has come of the program so far, for a person.
+  std::string story(const std::string& problem) const;
+
+  // Reads what comes before the deadline. Returns false if nothing more does.
+  bool readSome(Time deadline);
+
+  // Whether it has ended before the deadline; `status` is then as waitpid() gives it.
+  bool hasEnded(Time deadline, int& status) const;
+
+  Time deadline() const { return std::chrono::steady_clock::now() + limit_; }
+
+  std::string command_;
+  std::chrono::milliseconds limit_ = std::chrono::minutes(1);
   pid_t pid_;
   int out_ = -1;
   int err_ = -1;

@@ -51,9 +51,9 @@ std::vector<std::string> Tmux::rows() const { return linesOf(call({"capture-pane
 
 std::string Tmux::tty() const { return linesOf(call({"display-message", "-p", "#{pane_tty}"})).front(); }
 
-bool Tmux::waitFor(const std::string& text) const { return waitUntil(text, true); }
+testing::AssertionResult Tmux::waitFor(const std::string& text) const { return waitUntil(text, true); }
 
-bool Tmux::waitUntilGone(const std::string& text) const { return waitUntil(text, false); }
+testing::AssertionResult Tmux::waitUntilGone(const std::string& text) const { return waitUntil(text, false); }
 
 // In tmux 3.3, one that has no terminal of its own takes the characters of lines for letters, unless told (-u).
 std::string Tmux::call(const std::vector<std::string>& arguments) const {
@@ -62,14 +62,17 @@ std::string Tmux::call(const std::vector<std::string>& arguments) const {
   return outputOf(command + " 2>&1");
 }
 
-bool Tmux::waitUntil(const std::string& text, bool shown) const {
+testing::AssertionResult Tmux::waitUntil(const std::string& text, bool shown) const {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  std::string screen;
   while (std::chrono::steady_clock::now() < deadline) {
-    const std::string screen = call({"capture-pane", "-p"});
-    if ((screen.find(text) != std::string::npos) == shown) return true;
+    screen = call({"capture-pane", "-p"});
+    if ((screen.find(text) != std::string::npos) == shown) return testing::AssertionSuccess();
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  return false;
+  return testing::AssertionFailure() << "after half a minute the terminal " << (shown ? "does not show" : "still shows")
+                                     << " \"" << text << "\":\n"
+                                     << screen;
 }
 
 }  // namespace quarlo::tools

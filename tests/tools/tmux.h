@@ -1,6 +1,8 @@
 // A terminal of 80x24 with a shell in it, as a person has it: tmux on a server of its own.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -33,13 +35,13 @@ class Tmux {
   // The path of the terminal.
   std::string tty() const;
 
-  // Waits until the terminal shows `text`, or shows it no more. Returns whether it came to that within half a minute.
-  bool waitFor(const std::string& text) const;
-  bool waitUntilGone(const std::string& text) const;
+  // Waits until the terminal shows `text`, or shows it no more. False, with what it shows, if that takes half a minute.
+  testing::AssertionResult waitFor(const std::string& text) const;
+  testing::AssertionResult waitUntilGone(const std::string& text) const;
 
  private:
   std::string call(const std::vector<std::string>& arguments) const;
-  bool waitUntil(const std::string& text, bool shown) const;
+  testing::AssertionResult waitUntil(const std::string& text, bool shown) const;
 
   std::string socket_;
 };
