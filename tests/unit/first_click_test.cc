@@ -1,4 +1,5 @@
-// The first click of a process is measured against a time of zero, so it needs processes of its own.
+// The first click of a process is measured against a time of zero, so it needs processes of its own: new ones, in which
+// no other test has clicked.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -19,17 +20,22 @@ namespace {
   std::exit(event.mouseData.clicks);
 }
 
-TEST(FirstClickDeathTest, IsASingleOneWhileTheWrappedTimeIsPositive) {
+class FirstClickDeathTest : public testing::Test {
+ protected:
+  FirstClickDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(FirstClickDeathTest, IsASingleOneWhileTheWrappedTimeIsPositive) {
   EXPECT_EXIT(exitWithFirstClick(1'000'000s), testing::ExitedWithCode(1), "");
   EXPECT_EXIT(exitWithFirstClick(1s), testing::ExitedWithCode(1), "");
 }
 
-TEST(FirstClickDeathTest, CountsAsTheSecondWhileItIsNegative) {
+TEST_F(FirstClickDeathTest, CountsAsTheSecondWhileItIsNegative) {
   EXPECT_EXIT(exitWithFirstClick(3'000'000s), testing::ExitedWithCode(2), "");
   EXPECT_EXIT(exitWithFirstClick(0s), testing::ExitedWithCode(2), "");
 }
 
-TEST(FirstClickDeathTest, CountsAsTheSecondWithEachButton) {
+TEST_F(FirstClickDeathTest, CountsAsTheSecondWithEachButton) {
   EXPECT_EXIT(exitWithFirstClick(0s, BTN_RIGHT), testing::ExitedWithCode(2), "");
   EXPECT_EXIT(exitWithFirstClick(0s, BTN_MIDDLE), testing::ExitedWithCode(2), "");
 }

@@ -39,11 +39,27 @@ class WithoutStandardInput {
   int kept_;
 };
 
-// A machine without anything on it.
+// Clicks are counted for as long as the process lives. This has one of each button, long before the machine of a test
+// starts: where none is remembered, or one from before a clock jumped, the next press can count as a double click.
+class RememberedClicks {
+ public:
+  RememberedClicks() {
+    sim::Machine machine;
+    LinuxInputReader reader;
+    for (const int button : {BTN_LEFT, BTN_RIGHT, BTN_MIDDLE}) {
+      input_event press = makeEvdevRecord(EV_KEY, button, 1);
+      InputEvent event = untouched();
+      reader.handleKeyEvent(&press, event);
+    }
+  }
+};
+
+// A machine without anything on it, in a process whose clicks are long ago.
 class MachineTest : public testing::Test {
  protected:
   MachineTest() { resetLog(); }
 
+  RememberedClicks rememberedClicks;
   sim::Machine machine;
 };
 
