@@ -12,6 +12,7 @@ namespace {
 const std::string kPrompt = "$ ";
 const std::string kAnything = "...";
 const std::string kScript = "commands.sh";
+const std::string kLimit = "500";  // seconds for a block: less than a test has
 const std::string kEndOfStep = "--- the command ended with status ";
 
 using Lines = std::vector<std::string>;
@@ -79,8 +80,8 @@ std::string outputOf(const std::string& command) {
 std::string problemOf(const Step& step, const std::string& output, const std::string& status) {
   const std::string where = "line " + std::to_string(step.line) + ": " + step.command + "\n";
   if (status != "0") return where + "ended with status " + status + ", and printed\n" + output;
-  if (step.output.empty() || isAsDocumented(output, step.output)) return "";
-  return where + "printed\n" + output + "instead of\n" + step.output;
+  if (isAsDocumented(output, step.output)) return "";
+  return where + "printed\n" + output + (step.output.empty() ? "instead of nothing\n" : "instead of\n" + step.output);
 }
 
 }  // namespace
@@ -113,12 +114,16 @@ bool isAsDocumented(const std::string& output, const std::string& documented) {
 
 std::string problemsOf(const ConsoleBlock& block) {
   writeScript(block);
-  const std::string output = outputOf("sh ./" + kScript);
+  const std::string output = outputOf("timeout " + kLimit + " sh ./" + kScript);
   std::string problems;
   std::size_t from = 0;
   for (const Step& step : block) {
     const std::size_t end = output.find("\n" + kEndOfStep, from);
-    if (end == std::string::npos) return problems + "line " + std::to_string(step.line) + ": the shell has ended\n";
+    if (end == std::string::npos) {
+      return problems + "line " + std::to_string(step.line) + ": " + step.command +
+             "\nended the shell, or was not done " + kLimit + " s after the block had begun, and printed\n" +
+             output.substr(from);
+    }
     const std::size_t status = end + 1 + kEndOfStep.size();
     const std::size_t next = output.find('\n', status);
     problems += problemOf(step, output.substr(from, end - from), output.substr(status, next - status));

@@ -6,8 +6,8 @@
 //   ```
 //
 // A line after "$ " is a command; one that ends with a backslash goes on in the next line. The lines up to the next
-// command are what it prints, "..." standing for anything: alone, for any number of lines. Where there are none, what
-// is printed does not matter. The commands of a block share a shell. Each must succeed.
+// command are what it prints, "..." standing for anything: alone, for any number of lines. Where there are none, it
+// prints nothing. The commands of a block share a shell. Each must succeed, and together they may take some minutes.
 #pragma once
 
 #include <string>

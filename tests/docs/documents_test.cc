@@ -76,6 +76,8 @@ class ProjectCopy {
       if (name != "build" && name != ".git") fs::create_symlink(entry.path(), folder_.path(name));
     }
     fs::current_path(folder_.path());
+    // Where sources lie makes no difference to what a cache of the compiler's has of them.
+    setenv("CCACHE_BASEDIR", folder_.path().c_str(), 1);
   }
   ~ProjectCopy() { fs::current_path(before_); }
   ProjectCopy(const ProjectCopy&) = delete;
@@ -122,6 +124,13 @@ TEST(ConsoleTest, OtherOutputIsAProblem) {
   const std::vector<ConsoleBlock> blocks = consoleBlocks("```console\n$ echo a\nb\n```\n", "```console");
   ASSERT_EQ(blocks.size(), 1U);
   EXPECT_EQ(problemsOf(blocks[0]), "line 2: echo a\nprinted\na\ninstead of\nb\n");
+}
+
+TEST(ConsoleTest, OutputWhereThereIsNoneIsAProblem) {
+  const ProjectCopy copy;
+  const std::vector<ConsoleBlock> blocks = consoleBlocks("```console\n$ echo a\n$ true\n```\n", "```console");
+  ASSERT_EQ(blocks.size(), 1U);
+  EXPECT_EQ(problemsOf(blocks[0]), "line 2: echo a\nprinted\na\ninstead of nothing\n");
 }
 
 TEST(ConsoleTest, ThreeDotsStandForAnyLinesOrForAnyTextInALine) {
