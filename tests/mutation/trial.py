@@ -1,0 +1,140 @@
+"""Builds the unit tests of the component, and runs them on a mutant of it."""
+
+import enum
+import json
+import os
+import re
+import resource
+import shlex
+import shutil
+import subprocess
+
+from project import BUILD, COPY, SOURCE, fail, run, run_or_fail
+
+# Optimised, so that a change without an effect gives the same object code. What is never written to has one value, and
+# an index beyond an array ends the program.
+MUTANT_FLAGS = ["-O1", "-g0", "-w", "-ftrivial-auto-var-init=pattern",
+                "-fsanitize=bounds-strict", "-fsanitize-undefined-trap-on-error"]
+LINK_FLAGS = ["-fuse-ld=lld"] if shutil.which("ld.lld") else []
+
+# What a test program may use on a mutant: seconds of CPU, beside a multiple of what it needs on the original; so many
+# seconds for each of these if it waits; memory in KiB; a file's size in blocks of 512 bytes.
+CPU_LIMIT = 5
+CPU_LIMIT_FACTOR = 10
+WAIT_LIMIT_FACTOR = 10
+MEMORY_LIMIT = 1 << 20
+FILE_LIMIT = 2048
+
+
+class Outcome(enum.Enum):
+    """Of tests: all passed, one failed, or they came to no end by themselves."""
+
+    PASSED = 0
+    FAILED = 1
+    ENDED = 2
+
+
+def build_tests(jobs):
+    for program in ("cmake", "ninja", "g++-12"):
+        if shutil.which(program) is None:
+            fail(f"there is no {program} here; script/test --quick installs what a build needs")
+    options = ("QUARLO_BUILD_TOOLS=OFF", "CMAKE_COMPILE_WARNING_AS_ERROR=OFF", "CMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1")
+    configure = ["cmake", "-S", COPY, "--preset", "host-gcc", "-B", BUILD, *(f"-D{option}" for option in options)]
+    run_or_fail(configure, "the tests cannot be configured")
+    run_or_fail(["ninja", "-C", BUILD, f"-j{jobs}", "tests/unit/all"], "the tests do not build")
+
+
+class Tests:
+    """The programs of tests/unit that use the component. Those on the simulated machine become one program, which is
+    linked once for each mutant, but runs the tests of each by themselves: they share the history of clicks."""
+
+    def __init__(self):
+        commands = json.loads((BUILD / "compile_commands.json").read_text())
+        self._compiler = next(shlex.split(entry["command"]) for entry in commands if entry["file"].endswith(SOURCE))
+        links = self._links()
+        simulated = [link for link in links if "libquarlo_sim.a" in link]
+        objects = dict.fromkeys(argument for link in simulated for argument in link if argument.endswith(".o"))
+        together = [simulated[0][0], *objects, *(argument for argument in simulated[0][1:] if argument not in objects)]
+        self._programs = [(together, [self._suites(link) for link in simulated])]
+        self._programs += [(link, ["*"]) for link in links if link not in simulated]
+        self._limits = {}  # of CPU, by what is run
+
+    @staticmethod
+    def _links():
+        """The commands that link the programs."""
+        output = run_or_fail(["ninja", "-C", BUILD, "-t", "commands", "tests/unit/all"], "ninja does not list commands")
+        lines = [line for line in output.splitlines() if " -o tests/unit/" in line and " libquarlo_input.a" in line]
+        return [shlex.split(line.removeprefix(": && ").split(" && ")[0]) for line in lines]
+
+    @staticmethod
+    def _suites(link):
+        """What a program tests, as a filter of GoogleTest."""
+        program = BUILD / link[link.index("-o") + 1]
+        lines = run_or_fail([program, "--gtest_list_tests"], f"{program} does not run").splitlines()
+        return ":".join(line.split()[0] + "*" for line in lines if re.match(r"[\w/]+\.", line))
+
+    def compile(self, folder):
+        """Compiles the source in the folder, and returns the object code, or None if it is no C++."""
+        target = folder / "reader.o"
+        command = [self._compiler[0], "-I", folder]
+        arguments = iter(self._compiler[1:])
+        for argument in arguments:
+            if argument in ("-MT", "-MF", "-o", "-c"):
+                next(arguments)
+            elif argument != "-MD":
+                command.append(argument)
+        result = run([*command, *MUTANT_FLAGS, "-o", target, "-c", folder / SOURCE])
+        return target.read_bytes() if result.returncode == 0 else None
+
+    def measure(self, folder):
+        """Runs the tests on the original in the folder. REQUIRES: it is compiled, and nothing else runs."""
+        for link, filters in self._programs:
+            program = self._link(link, folder)
+            for suites in filters:
+                before = resource.getrusage(resource.RUSAGE_CHILDREN)
+                outcome = run_tests(program, suites, CPU_LIMIT_FACTOR * CPU_LIMIT)
+                after = resource.getrusage(resource.RUSAGE_CHILDREN)
+                if outcome != Outcome.PASSED:
+                    fail(f"the tests fail on the original already:\n{output_of(program).read_text(errors='replace')}")
+                used = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+                self._limits[suites] = CPU_LIMIT + int(CPU_LIMIT_FACTOR * used)
+
+    def outcome(self, folder):
+        """Runs the tests on the mutant in the folder until one fails."""
+        for link, filters in self._programs:
+            program = self._link(link, folder)
+            for suites in sorted(filters, key=self._limits.get):
+                outcome = run_tests(program, suites, self._limits[suites])
+                if outcome != Outcome.PASSED:
+                    return outcome
+        return Outcome.PASSED
+
+    @staticmethod
+    def _link(link, folder):
+        program = folder / "tests"
+        command = [folder / "reader.o" if argument == "libquarlo_input.a" else argument for argument in link]
+        command[command.index("-o") + 1] = program
+        result = run([*command, *LINK_FLAGS], BUILD)
+        if result.returncode != 0:
+            fail(f"the tests do not link:\n{result.stdout}")
+        return program
+
+
+def output_of(program):
+    return program.with_suffix(".log")
+
+
+def run_tests(program, suites, cpu_limit):
+    limits = f"ulimit -c 0; ulimit -t {cpu_limit}; ulimit -v {MEMORY_LIMIT}; ulimit -f {FILE_LIMIT}"
+    command = ["sh", "-c", f'{limits}; exec "$@"', "sh", program]
+    command += ["--gtest_brief=1", "--gtest_fail_fast", f"--gtest_filter={suites}"]
+    environment = {**os.environ, "TMPDIR": str(program.parent)}
+    with output_of(program).open("w") as output:
+        files = {"stdin": subprocess.DEVNULL, "stdout": output, "stderr": output}
+        try:
+            result = subprocess.run(command, env=environment, timeout=WAIT_LIMIT_FACTOR * cpu_limit, **files)
+        except subprocess.TimeoutExpired:
+            return Outcome.ENDED
+    if result.returncode == 0:
+        return Outcome.PASSED
+    return Outcome.FAILED if result.returncode > 0 else Outcome.ENDED
