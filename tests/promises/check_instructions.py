@@ -1,27 +1,15 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -B
 """Counts the component's instructions per record in user space, and fails where they are more than their budget."""
 
 import argparse
 import configparser
-import os
 import pathlib
-import re
-import subprocess
 import sys
-import tempfile
 
-PASSES = "50"
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent.parent / "bench"))
 
-
-def instructions_per_record(bench, contestant, workload):
-    with tempfile.TemporaryDirectory() as folder:
-        log = pathlib.Path(folder) / "log"
-        run = subprocess.run(
-            ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", f"--log-file={log}",
-             "--collect-atstart=no", "--toggle-collect=drainFrame", bench, "run", contestant, workload, PASSES],
-            check=True, capture_output=True, text=True, env={**os.environ, "LD_BIND_NOW": "1"})
-        collected = re.search(r"Collected : (\d+)", log.read_text(encoding="utf-8"))
-    return int(collected[1]) / int(run.stdout)
+from callgrind import instructions_per_record
 
 
 def main():
@@ -30,7 +18,7 @@ def main():
     arguments = parser.parse_args()
 
     budgets = configparser.ConfigParser()
-    budgets.read(pathlib.Path(__file__).resolve().parent / "budgets.ini")
+    budgets.read(HERE / "budgets.ini")
     exceeded = False
     for workload, budget in budgets["instructions"].items():
         floor = instructions_per_record(arguments.bench, "bare", workload)

@@ -12,6 +12,9 @@ import tempfile
 OPTIONS = ("-std=c++17 -Os -fno-pie -fno-exceptions -fno-rtti -fno-asynchronous-unwind-tables "
            "-fcallgraph-info=su").split()
 
+HERE = pathlib.Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
+
 
 def section_sizes(readelf, object_file):
     """The sizes of the object's sections by name, of those that take memory in a program."""
@@ -50,24 +53,13 @@ def deepest_chain(call_graph):
     return max(stacks.values()), *max(below(function, []) for function in stacks)
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--compiler", required=True)
-    parser.add_argument("--readelf", default="readelf")
-    parser.add_argument("--target", required=True, help="a section of budgets.ini")
-    arguments = parser.parse_args()
-
-    here = pathlib.Path(__file__).resolve().parent
-    root = here.parent.parent
-    budgets = configparser.ConfigParser()
-    budgets.read(here / "budgets.ini")
-    budget = budgets[arguments.target]
-
+def measure(compiler, readelf="readelf"):
+    """What the component takes in bytes, by name, and the functions of the deepest chain."""
     with tempfile.TemporaryDirectory() as folder:
         object_file = pathlib.Path(folder) / "reader.o"
-        source = root / "input" / "linux_input_reader.cc"
-        subprocess.run([arguments.compiler, *OPTIONS, f"-I{root}", "-c", source, "-o", object_file], check=True)
-        sections = section_sizes(arguments.readelf, object_file)
+        source = ROOT / "input" / "linux_input_reader.cc"
+        subprocess.run([compiler, *OPTIONS, f"-I{ROOT}", "-c", source, "-o", object_file], check=True)
+        sections = section_sizes(readelf, object_file)
         call_graph = object_file.with_suffix(".ci").read_text(encoding="utf-8")
 
     constructors = [name for name in sections if re.match(r"\.(init_array|ctors|preinit_array)", name)]
@@ -77,6 +69,21 @@ def main():
     function, chain, functions = deepest_chain(call_graph)
     figures = {"code": sum(sections.values()) - sum(data.values()), "data": sum(data.values()), "function": function,
                "chain": chain}
+    return figures, functions
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--compiler", required=True)
+    parser.add_argument("--readelf", default="readelf")
+    parser.add_argument("--target", required=True, help="a section of budgets.ini")
+    arguments = parser.parse_args()
+
+    budgets = configparser.ConfigParser()
+    budgets.read(HERE / "budgets.ini")
+    budget = budgets[arguments.target]
+
+    figures, functions = measure(arguments.compiler, arguments.readelf)
     print(f"{arguments.target}:", ", ".join(f"{name} {figure} bytes" for name, figure in figures.items()))
     print("the deepest chain:", " > ".join(functions))
     too_much = [name for name, figure in figures.items() if figure > budget.getint(name)]
@@ -85,4 +92,5 @@ def main():
     sys.exit(1 if too_much else 0)
 
 
-main()
+if __name__ == "__main__":
+    main()

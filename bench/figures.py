@@ -1,0 +1,45 @@
+"""What script/bench has measured: build/bench/figures.json, from which bench/page.py makes docs/performance.md.
+
+machine    date, processor, cores, kernel: where and when
+versions   of the peers' libraries that were there, and of the compiler, by name
+time       by workload and contestant: ns per record with FIFOs on that machine, the median of the rounds; ratio to bare
+           with its lower and upper quartile
+user       by workload and contestant: instructions per record in user space (idle: per wait)
+amd64      by workload and contestant: instructions per record of kernel and user space, on Debian's amd64 kernel;
+           amd64_again: of a second boot; i386: of 32-bit programs on the i386 kernel
+start      by program: instructions up to its first event, of kernel and user space, and the largest resident set in
+           kilobytes, on the amd64 kernel
+lookup     by contestant: instructions and ns for one key to what it types
+calls      by workload and contestant: the call that waits, and how many waits and reads a frame takes
+same_calls the workloads in which the component makes the very calls of bare
+size       by target: bytes of code, data, the largest frame of a function, and of the deepest chain
+allocators how many allocators the component's object names
+
+What could not be measured is left out: a peer that is not there, what libinput cannot do.
+"""
+
+import json
+
+WORKLOADS = ("typing", "motion", "backlog", "remote")
+IDLE = "idle"
+
+
+def read(path):
+    return json.loads(path.read_text())
+
+
+def write(path, figures):
+    path.write_text(json.dumps(figures, indent=2, ensure_ascii=False) + "\n")
+
+
+def find(figures, *names):
+    """A figure, or None if there is none."""
+    for name in names:
+        if name not in figures:
+            return None
+        figures = figures[name]
+    return figures
+
+
+def ratio(a, b):
+    return None if a is None or b is None else a / b

@@ -1,0 +1,187 @@
+"""docs/performance.md, and the data of its picture, from the figures that script/bench has measured."""
+
+import pathlib
+import string
+
+from figures import IDLE, WORKLOADS, find, ratio
+
+TEMPLATE = pathlib.Path(__file__).with_name("performance.md.in")
+
+MISSING = "–"
+
+# What is aimed at: limits of the ratio of the component to another, for each workload.
+RATIO_TARGETS = (
+    ("kernel and user space, to bare", "amd64", "bare", ("1.05", "1.05", "1.03", "1.20")),
+    ("the same, 32 bits", "i386", "bare", ("1.05", "1.05", "1.03", "1.20")),
+    ("user space, to libevdev", "user", "libevdev", ("0.35", "0.60", "0.20", "0.50")),
+    ("kernel and user space, to libinput", "amd64", "libinput", ("0.55", "1.00", "1.00", "1.00")),
+)
+SIZE_TARGETS = (
+    ("code and read-only data, bytes", "code", {"armhf": "5120", "i386": "6656"}),
+    ("stack of a function, bytes", "function", {"armhf": "384", "i386": "384"}),
+    ("stack of the deepest chain, bytes", "chain", {"armhf": "768", "i386": "768"}),
+)
+STARTS = {
+    "reader": "the component, static",
+    "reader_shared": "the component, with shared libc and libstdc++",
+    "libevdev": "libevdev, libxkbcommon, LIRC's client",
+    "libinput": "libinput, libxkbcommon, LIRC's client",
+}
+LOOKUPS = {
+    "reader": "`translateKey()`",
+    "xkbcommon": "`xkb_state_key_get_one_sym()` and `xkb_state_key_get_utf8()`",
+}
+
+
+def shown(figure, form):
+    return MISSING if figure is None else format(figure, form)
+
+
+def row(*cells):
+    return f"| {' | '.join(cells)} |"
+
+
+def rows(lines):
+    return "\n".join(lines)
+
+
+def table(text_of, columns, names):
+    """A row for each name, and a cell for each column: the text of both."""
+    return rows([
+        f"| |{''.join(f' {column} |' for column in columns)}",
+        f"|---|{'---|' * len(columns)}",
+        *(row(name, *(text_of(name, column) for column in columns)) for name in names),
+    ])
+
+
+def comparison(figures, what, form, columns, *more_workloads):
+    """A table of workloads and contestants."""
+    def text_of(workload, contestant):
+        return shown(find(figures, what, workload, contestant), form)
+
+    return table(text_of, columns, (*WORKLOADS, *more_workloads))
+
+
+# ---- Targets ---------------------------------------------------------------------------------------
+
+
+def target(title, of, limit, figure, form):
+    """A row: what, of which workload or target, the limit, what was measured, and whether that is met."""
+    verdict = "not measured" if figure is None else "yes" if figure <= float(limit) else "**no**"
+    return row(title, of, limit if limit == "0" else f"≤ {limit}", shown(figure, form), verdict)
+
+
+def same_calls(figures):
+    for workload in (*WORKLOADS, IDLE):
+        if workload not in figures["same_calls"]:
+            return f"**no** ({workload})"
+    return "yes"
+
+
+def targets(figures):
+    yield f"| system calls, with their arguments | all | those of bare | | {same_calls(figures)} |"
+    for title, what, other, limits in RATIO_TARGETS:
+        for workload, limit in zip(WORKLOADS, limits, strict=True):
+            own, others = (find(figures, what, workload, contestant) for contestant in ("reader", other))
+            yield target(title, workload, limit, ratio(own, others), ".3f")
+    yield target("one key to what it types", "instructions", "40", find(figures, "lookup", "reader", "instructions"), ".0f")
+    times = (find(figures, "lookup", whose, "ns") for whose in ("reader", "xkbcommon"))
+    yield target("one key to what it types", "time, to xkbcommon's", "0.025", ratio(*times), ".3f")
+    for name in ("armhf", "i386"):
+        for title, what, limits in SIZE_TARGETS:
+            yield target(title, name, limits[name], find(figures, "size", name, what), ".0f")
+    yield target("allocators that the object names", "all", "0", find(figures, "allocators"), ".0f")
+    own = find(figures, "start", "reader", "instructions")
+    for peer in ("libevdev", "libinput"):
+        others = find(figures, "start", peer, "instructions")
+        yield target(f"start to the first event, to {peer}'s", "static", "0.333", ratio(own, others), ".3f")
+
+
+# ---- Tables ----------------------------------------------------------------------------------------
+
+
+def floors(figures):
+    """How far the floor itself is above or below libinput."""
+    for workload in WORKLOADS:
+        bare, libinput = (find(figures, "amd64", workload, contestant) for contestant in ("bare", "libinput"))
+        yield f"{workload} {shown(ratio(bare, libinput), '.2f')}"
+
+
+def boots_differ_by(figures):
+    """The largest difference between the two boots, in percent."""
+    first, second = figures["amd64"], figures["amd64_again"]
+    return max(abs(second[workload][contestant] / first[workload][contestant] - 1) * 100
+               for workload in first for contestant in first[workload])
+
+
+def calls(figures):
+    def text_of(workload, contestant):
+        found = find(figures, "calls", workload, contestant)
+        return MISSING if found is None else f"{found['wait']} {found['waits']:.3g}, read {found['reads']:.3g}"
+
+    return table(text_of, ("bare", "reader", "libevdev", "batch"), (*WORKLOADS, IDLE))
+
+
+def time_ratios(figures):
+    def text_of(workload, contestant):
+        found = find(figures, "time", workload, contestant)
+        return MISSING if found is None else f"{found['ratio']:.2f} ({found['lower']:.2f} to {found['upper']:.2f})"
+
+    return table(text_of, ("reader", "libevdev", "batch"), WORKLOADS)
+
+
+def starts(figures):
+    for program, title in STARTS.items():
+        instructions, kilobytes = (find(figures, "start", program, what) for what in ("instructions", "kilobytes"))
+        yield row(title, shown(ratio(instructions, 1e6), ".1f"), shown(kilobytes, ".0f"))
+
+
+def lookups(figures):
+    for whose, title in LOOKUPS.items():
+        instructions, ns = (find(figures, "lookup", whose, what) for what in ("instructions", "ns"))
+        yield row(title, shown(instructions, ".0f"), shown(ns, ".1f"))
+
+
+def sizes(figures):
+    for name in ("armhf", "i386"):
+        yield row(name, *(shown(find(figures, "size", name, what), ".0f") for what in ("code", "data", "function", "chain")))
+
+
+# ---- All of it -------------------------------------------------------------------------------------
+
+
+def page(figures, rounds):
+    """The document. `rounds` has what its commands repeat: host_rounds, guest_rounds, ns_per_instruction."""
+    all_five = ("bare", "reader", "libevdev", "libinput", "batch")
+    with_fifos = ("bare", "reader", "libevdev", "batch")
+    return string.Template(TEMPLATE.read_text()).substitute(
+        figures["machine"],
+        **rounds,
+        versions=", ".join(f"{name} {version}" for name, version in figures["versions"].items()),
+        targets=rows(targets(figures)),
+        floors=", ".join(floors(figures)),
+        boots_differ_by=f"{boots_differ_by(figures):.3f}",
+        amd64=comparison(figures, "amd64", ".0f", all_five),
+        i386=comparison(figures, "i386", ".0f", ("bare", "reader", "batch")),
+        user=comparison(figures, "user", ".0f", with_fifos, IDLE),
+        calls=calls(figures),
+        times=time_table(figures, with_fifos),
+        time_ratios=time_ratios(figures),
+        starts=rows(starts(figures)),
+        lookups=rows(lookups(figures)),
+        sizes=rows(sizes(figures)),
+    )
+
+
+def time_table(figures, columns):
+    return table(lambda workload, contestant: shown(find(figures, "time", workload, contestant, "ns"), ".0f"),
+                 columns, WORKLOADS)
+
+
+def picture(figures):
+    """What bench/plot.gp shows: multiples of the bare loop's instructions, a line for each workload."""
+    bars = (("amd64", "reader"), ("amd64", "libevdev"), ("amd64", "libinput"), ("user", "reader"), ("user", "libevdev"))
+    for workload in WORKLOADS:
+        bare = {what: find(figures, what, workload, "bare") for what in ("amd64", "user")}
+        multiples = [ratio(find(figures, what, workload, contestant), bare[what]) for what, contestant in bars]
+        yield "\t".join([workload, *(shown(multiple, ".6g") for multiple in multiples)])
