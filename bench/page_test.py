@@ -53,6 +53,10 @@ class PageTest(unittest.TestCase):
                          "| kernel and user space, to bare | typing | ≤ 1.05 | 1.050 | **no** |"):
             self.assertIn(expected, lines)
 
+    def test_looks_at_the_calls_of_waits_for_nothing_too(self):
+        self.figures["same_calls"].remove("idle")
+        self.assertIn("| system calls, with their arguments | all | those of bare | | **no** (idle) |", self.lines())
+
     def test_says_how_much_two_boots_differ(self):
         self.figures["amd64_again"] = copy.deepcopy(self.figures["amd64"])
         self.figures["amd64_again"]["remote"]["bare"] *= 0.99

@@ -233,8 +233,9 @@ def mutants_of(source):
 
 
 def read_sources(root, file):
-    """A source file, and the tables of the project that it includes: files that end in .inc."""
+    """A source file, and what it includes from its own folder, except for its header, which tests are compiled with."""
+    source = root / file
     unit = parse(root, file)
-    names = (pathlib.Path(inclusion.include.name) for inclusion in unit.get_includes())
-    tables = [name.relative_to(root) for name in names if name.suffix == ".inc" and name.is_relative_to(root)]
-    return [Source(unit, root, str(name)) for name in (file, *dict.fromkeys(tables))]
+    names = dict.fromkeys(pathlib.Path(inclusion.include.name) for inclusion in unit.get_includes())
+    included = [name for name in names if name.parent == source.parent and name != source.with_suffix(".h")]
+    return [Source(unit, root, str(name.relative_to(root))) for name in (source, *included)]

@@ -133,16 +133,35 @@ class RowsTest(unittest.TestCase):
         self.assertNotIn("return types(K::kB);", lines)  # without its label
 
     def test_of_macros_exchange_their_constants(self):
-        with tempfile.TemporaryDirectory() as folder:
-            root = pathlib.Path(folder)
-            (root / "rows.inc").write_text('ROW("A", kA, 1)\nROW("B", kB, 1)\n')
-            (root / FILE).write_text('constexpr int kA = 1, kB = 1;\nint f() {\n'
-                                     '#define ROW(name, value, other) if (name[0] == value) return other;\n'
-                                     '#include "rows.inc"\nreturn 0;\n}\n')
-            table = read_sources(root, FILE)[1]
+        table = sources_of({
+            FILE: "constexpr int kA = 1, kB = 1;\nint f(int code) {\n#define ROW(name, value, other) "
+                  "if (name[0] == value + code) return other;\n#include \"rows.inc\"\nreturn 0;\n}\n",
+            "rows.inc": 'ROW("A", kA, 1)\nROW("B", kB, 1)\n'})[1]
         found = [(mutant.file, mutant.function, mutant.after) for mutant in mutants_of(table)]
         self.assertIn(("rows.inc", "ROW", 'ROW("A", kB, 1) ROW("B", kA, 1)'), found)
         self.assertIn(("rows.inc", "ROW", 'ROW("B", kB, 2)'), found)
+
+
+def sources_of(texts):
+    """The sources that are read where there are files with these texts."""
+    with tempfile.TemporaryDirectory() as folder:
+        root = pathlib.Path(folder)
+        for name, text in texts.items():
+            (root / name).parent.mkdir(exist_ok=True)
+            (root / name).write_text(text)
+        return read_sources(root, next(iter(texts)))
+
+
+class SourcesTest(unittest.TestCase):
+    def test_are_a_file_and_what_it_includes_from_its_folder(self):
+        sources = sources_of({
+            "in/one.cc": '#include "in/limits.h"\n#include "in/one.h"\n#include "other/two.h"\n#include <cstddef>\n',
+            "in/limits.h": "#pragma once\n#include \"in/one.h\"\nconstexpr int kIt = 1;\n",
+            "in/one.h": "#pragma once\n",
+            "other/two.h": "\n"})
+        self.assertEqual([source.file for source in sources], ["in/one.cc", "in/limits.h"])
+        self.assertEqual({(mutant.function, mutant.after) for mutant in mutants_of(sources[1])},
+                         {("kIt", "constexpr int kIt = 0;"), ("kIt", "constexpr int kIt = 2;")})
 
 
 class LayoutTest(unittest.TestCase):
