@@ -243,7 +243,7 @@ def measure_guests():
 
 
 def measure():
-    figures = {"machine": measure_machine(), "versions": find_versions(), "time": measure_time(),
+    figures = {"machine": measure_machine(), "rounds": ROUNDS, "versions": find_versions(), "time": measure_time(),
                "user": measure_user_space(), "lookup": measure_key_lookup()}
     figures["calls"], figures["same_calls"] = measure_calls()
     figures["size"] = measure_sizes()

@@ -1,9 +1,12 @@
-"""docs/performance.md, and the data of its picture, from the figures that script/bench has measured."""
+#!/usr/bin/env -S python3 -B
+"""docs/performance.md, and the data of its picture, from the figures that script/bench has measured. By itself it prints
+the document: bench/page.py build/bench/figures.json"""
 
 import pathlib
 import string
+import sys
 
-from figures import IDLE, WORKLOADS, find, ratio
+from figures import IDLE, WORKLOADS, find, ratio, read
 
 TEMPLATE = pathlib.Path(__file__).with_name("performance.md.in")
 
@@ -150,13 +153,12 @@ def sizes(figures):
 # ---- All of it -------------------------------------------------------------------------------------
 
 
-def page(figures, rounds):
-    """The document. `rounds` has what its commands repeat: host_rounds, guest_rounds, ns_per_instruction."""
+def page(figures):
     all_five = ("bare", "reader", "libevdev", "libinput", "batch")
     with_fifos = ("bare", "reader", "libevdev", "batch")
     return string.Template(TEMPLATE.read_text()).substitute(
         figures["machine"],
-        **rounds,
+        **figures["rounds"],
         versions=", ".join(f"{name} {version}" for name, version in figures["versions"].items()),
         targets=rows(targets(figures)),
         floors=", ".join(floors(figures)),
@@ -185,3 +187,9 @@ def picture(figures):
         bare = {what: find(figures, what, workload, "bare") for what in ("amd64", "user")}
         multiples = [ratio(find(figures, what, workload, contestant), bare[what]) for what, contestant in bars]
         yield "\t".join([workload, *(shown(multiple, ".6g") for multiple in multiples)])
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 2:
+        sys.exit("usage: bench/page.py FIGURES")
+    print(page(read(pathlib.Path(sys.argv[1]))), end="")

@@ -24,7 +24,7 @@ def main():
     data = measure.FOLDER / "picture.tsv"
     data.write_text("\n".join(page.picture(measured)) + "\n")
     measure.run("gnuplot", "-e", f"data='{data}'; image='{PICTURE}'", "bench/plot.gp")
-    DOCUMENT.write_text(page.page(measured, measure.ROUNDS))
+    DOCUMENT.write_text(page.page(measured))
     print(f"Written: {DOCUMENT}, {PICTURE}")
 
 
