@@ -38,7 +38,8 @@ def build_tests(jobs):
     for program in ("cmake", "ninja", "g++-12"):
         if shutil.which(program) is None:
             fail(f"there is no {program} here; script/test --quick installs what a build needs")
-    options = ("QUARLO_BUILD_TOOLS=OFF", "CMAKE_COMPILE_WARNING_AS_ERROR=OFF", "CMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1")
+    options = ("QUARLO_BUILD_TOOLS=OFF", "CMAKE_COMPILE_WARNING_AS_ERROR=OFF", "CMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1",
+               "CMAKE_CXX_COMPILER_LAUNCHER=")
     configure = ["cmake", "-S", COPY, "--preset", "host-gcc", "-B", BUILD, *(f"-D{option}" for option in options)]
     run_or_fail(configure, "the tests cannot be configured")
     run_or_fail(["ninja", "-C", BUILD, f"-j{jobs}", "tests/unit/all"], "the tests do not build")
