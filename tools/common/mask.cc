@@ -6,6 +6,8 @@
 #include <set>
 #include <string_view>
 
+#include "input/linux_input_reader_limits.h"
+
 namespace quarlo::tools {
 namespace {
 
@@ -95,7 +97,7 @@ bool endsWith(std::string_view text, std::string_view end) {
 
 // What is left of a button's name without the prefixes that the reader drops.
 std::string_view withoutPrefixes(std::string_view name) {
-  for (const std::string_view prefix : {"KEY_NUMERIC_", "KEY_"}) {
+  for (const std::string_view prefix : components::input::kLircButtonPrefixes) {
     if (startsWith(name, prefix)) name.remove_prefix(prefix.size());
   }
   return name;
