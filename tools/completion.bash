@@ -9,7 +9,7 @@ _quarlo_input() {
     option=${COMP_WORDS[COMP_CWORD - 2]}
   fi
   if ((COMP_CWORD > 1)); then command=${COMP_WORDS[1]}; fi
-  help=$("$program" ${command:+"$command"} --help 2>/dev/null) || return
+  help=$("$program" ${command:+"$command"} --help 2>/dev/null) || return 0
 
   # Of a line such as "  -o,--output SESSION REQUIRED   The folder", the names, and what kind of value follows, if any.
   local line names values='' words=()

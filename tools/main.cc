@@ -3,30 +3,26 @@
 #include <cstdio>
 #include <variant>
 
-#include "tools/arguments.h"
+#include "tools/commands.h"
 #include "tools/common/output.h"
 
 namespace {
 
 using namespace quarlo::tools;
 
-int run(const UsageError& error) { return fail(error.message + " (see quarlo-input --help)", kUsage); }
+int answer(const WrongUsage& usage) { return fail(usage.message, kUsage); }
 
-int run(const Information& information) {
+int answer(const Information& information) {
   std::fputs(information.text.c_str(), stdout);
   return kDone;
 }
 
-int run(const MonitorOptions& options) { return monitor(options); }
-int run(const ListOptions& options) { return list(options); }
-int run(const KeymapOptions& options) { return keymap(options); }
-int run(const RecordOptions& options) { return record(options); }
-int run(const ReplayOptions& options) { return replay(options); }
-int run(const TuneOptions& options) { return tune(options); }
+int answer(const Run& run) { return run(); }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   prepareOutput();
-  return finishOutput(std::visit([](const auto& request) { return run(request); }, parseArguments(argc, argv)));
+  const Request request = parseArguments(commands(), argc, argv);
+  return finishOutput(std::visit([](const auto& asked) { return answer(asked); }, request));
 }

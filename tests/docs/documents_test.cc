@@ -14,7 +14,7 @@
 
 #include "tests/docs/console.h"
 #include "tests/support/files.h"
-#include "tools/arguments.h"
+#include "tools/commands.h"
 
 namespace quarlo::test {
 namespace {
@@ -152,8 +152,9 @@ std::vector<std::string> wordsOf(const std::string& command) {
 std::string complaintAbout(const std::vector<std::string>& words) {
   std::vector<const char*> arguments;
   for (const std::string& word : words) arguments.push_back(word.c_str());
-  const tools::Request request = tools::parseArguments(static_cast<int>(arguments.size()), arguments.data());
-  const tools::UsageError* error = std::get_if<tools::UsageError>(&request);
+  const tools::Request request =
+      tools::parseArguments(tools::commands(), static_cast<int>(arguments.size()), arguments.data());
+  const tools::WrongUsage* error = std::get_if<tools::WrongUsage>(&request);
   return error != nullptr ? error->message : "";
 }
 

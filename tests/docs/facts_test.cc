@@ -123,7 +123,7 @@ TEST(FactsTest, TheLoopsFirstWait) {
 }
 
 // As the table shows it, rounded to a tenth of a millisecond.
-std::string periodOf(const tools::Protocol& protocol) {
+std::string periodOf(const tools::tune::Protocol& protocol) {
   char text[16];
   std::snprintf(text, sizeof text, "%.4g", static_cast<double>(protocol.period.count()) / 1000);
   return text;
@@ -131,9 +131,9 @@ std::string periodOf(const tools::Protocol& protocol) {
 
 TEST(FactsTest, TheProtocolsAndTapsOfTuning) {
   std::vector<Quotation> quotations = {
-      {"docs/tuning.md", "A tap is what comes in " + ms(tools::kSlowTap.count())},
-      {"docs/tuning.md", "a held button from " + ms(tools::kShortestHold.count()) + " on"}};
-  for (const tools::Protocol& protocol : tools::knownProtocols()) {
+      {"docs/tuning.md", "A tap is what comes in " + ms(tools::tune::kSlowTap.count())},
+      {"docs/tuning.md", "a held button from " + ms(tools::tune::kShortestHold.count()) + " on"}};
+  for (const tools::tune::Protocol& protocol : tools::tune::knownProtocols()) {
     quotations.push_back({"docs/tuning.md", "| `" + protocol.name + "` | " + periodOf(protocol) + " ms | " +
                                                 std::to_string(protocol.tapLines) + " lines |"});
   }

@@ -10,7 +10,13 @@
 #include "input/linux_input_reader_limits.h"
 #include "tests/fuzz/input_bytes.h"
 #include "tests/fuzz/rules.h"
-#include "tools/arguments.h"
+#include "tools/common/command_line.h"
+#include "tools/keymap/command.h"
+#include "tools/list/command.h"
+#include "tools/monitor/command.h"
+#include "tools/record/command.h"
+#include "tools/replay/command.h"
+#include "tools/tune/command.h"
 
 namespace quarlo::fuzz {
 namespace {
@@ -28,31 +34,42 @@ void checkReader(const ReaderOptions& options) {
           "a timeout is one that the reader waits for");
 }
 
-void check(const UsageError& error) { require(!error.message.empty(), "a usage error says what is wrong"); }
+void check(const WrongUsage& usage) { require(!usage.message.empty(), "a usage error says what is wrong"); }
 
 void check(const Information& information) {
   require(!information.text.empty() && information.text.back() == '\n', "an information is a text of whole lines");
 }
 
-void check(const MonitorOptions& options) {
+// Checks the options of the command that is asked for.
+void check(const Run& run) { run(); }
+
+int check(const monitor::MonitorOptions& options) {
   checkSources(options);
   checkReader(options);
   require(options.count >= 0, "a count is not negative");
+  return 0;
 }
 
-void check(const ListOptions& /*options*/) {}
+int check(const list::ListOptions& /*options*/) { return 0; }
 
-void check(const KeymapOptions& options) { require(!options.json || !options.markdown, "a key map has one format"); }
+int check(const keymap::KeymapOptions& options) {
+  require(!options.json || !options.markdown, "a key map has one format");
+  return 0;
+}
 
-void check(const RecordOptions& options) {
+int check(const record::RecordOptions& options) {
   using namespace std::chrono_literals;
   checkSources(options);
   require(!options.session.empty(), "a recording has a name");
   require(!options.duration || (*options.duration >= 100ms && *options.duration <= 24h),
           "a duration has from 0.1 to 86400 s");
+  return 0;
 }
 
-void check(const ReplayOptions& options) { checkReader(options); }
+int check(const replay::ReplayOptions& options) {
+  checkReader(options);
+  return 0;
+}
 
 void checkValues(const std::vector<int>& values, int most) {
   require(!values.empty() && values.size() <= 8, "a setting has from 1 to 8 values");
@@ -60,8 +77,9 @@ void checkValues(const std::vector<int>& values, int most) {
           "values are in order and within their limits");
 }
 
-void check(const TuneOptions& options) {
+int check(const tune::TuneOptions& options) {
   using namespace std::chrono_literals;
+  using tune::kShortestHold;
   checkValues(options.grid.repeatMs, 2147483647);
   checkValues(options.grid.releaseMs, 2147483647);
   checkValues(options.grid.pollMs, 2147483);
@@ -69,6 +87,14 @@ void check(const TuneOptions& options) {
   require(options.protocol.tapLines >= 1 && (options.protocol.tapLines - 1) * options.protocol.period < kShortestHold,
           "a tap is no held button");
   require(options.hold >= kShortestHold && options.hold <= 10s, "a hold has from 0.5 to 10 s");
+  return 0;
+}
+
+// The program's commands, with checks in the place of what they do.
+std::vector<Command> checkedCommands() {
+  return {makeCommand("monitor", "", monitor::addOptions, check), makeCommand("list", "", list::addOptions, check),
+          makeCommand("keymap", "", keymap::addOptions, check),   makeCommand("record", "", record::addOptions, check),
+          makeCommand("replay", "", replay::addOptions, check),   makeCommand("tune", "", tune::addOptions, check)};
 }
 
 // One argument a line: the input can hold every argument that main() can get, but for newlines.
@@ -92,7 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   argv.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) argv.push_back(argument.c_str());
   argv.push_back(nullptr);
-  const tools::Request request = tools::parseArguments(static_cast<int>(arguments.size()), argv.data());
+  const tools::Request request =
+      tools::parseArguments(fuzz::checkedCommands(), static_cast<int>(arguments.size()), argv.data());
   std::visit([](const auto& asked) { fuzz::check(asked); }, request);
   return 0;
 }

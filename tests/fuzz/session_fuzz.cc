@@ -154,10 +154,10 @@ void checkPlaying(const Session& session) {
   constexpr int kRounds = 64;
   setenv("LIRC_REPEAT_TIMEOUT", "1", 1);
   tools::setVerbosity(0);
-  tools::ReplayOptions options;
+  tools::replay::ReplayOptions options;
   options.lircEnvironment = true;
   options.timeoutMs = 1 + static_cast<int>(lengthOf(session) / std::chrono::milliseconds(kRounds));
-  tools::play(session, options);
+  tools::replay::play(session, options);
 }
 
 // ---- Read ---------------------------------------------------------------------------------------

@@ -5,7 +5,10 @@
 namespace quarlo::tools {
 namespace {
 
-const std::string kHint = " (see quarlo-input --help)\n";
+// Where help is.
+std::string hint(const std::string& command = "") {
+  return " (see quarlo-input" + (command.empty() ? "" : " " + command) + " --help)\n";
+}
 
 // What a wrong call says, for the exit status 2 and nothing on standard output.
 std::string usageError(const Arguments& arguments) {
@@ -15,16 +18,56 @@ std::string usageError(const Arguments& arguments) {
   return result.err;
 }
 
-TEST(Arguments, ThatAreNonsenseAreNamed) {
+TEST(Arguments, ACommandIsRequired) {
   EXPECT_EQ(usageError({}),
-            "quarlo-input: a command is required: monitor, list, keymap, record, replay or tune" + kHint);
-  EXPECT_EQ(usageError({"sing"}), "quarlo-input: The following argument was not expected: sing" + kHint);
-  EXPECT_EQ(usageError({"monitor", "--loud"}), "quarlo-input: The following argument was not expected: --loud" + kHint);
-  EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse: 1 required PATH missing" + kHint);
-  EXPECT_EQ(usageError({"replay"}), "quarlo-input: session is required" + kHint);
-  EXPECT_EQ(usageError({"record"}), "quarlo-input: --output is required" + kHint);
-  EXPECT_EQ(usageError({"keymap", "--json", "--markdown"}), "quarlo-input: --json excludes --markdown" + kHint);
-  EXPECT_EQ(usageError({"record", "-o", ""}), "quarlo-input: --output: the name is empty" + kHint);
+            "quarlo-input: a command is required: monitor, list, keymap, record, replay or tune" + hint());
+}
+
+TEST(Arguments, ThatAreUnknownAreNamedWithWhatIsNear) {
+  EXPECT_EQ(usageError({"moniter"}), "quarlo-input: \"moniter\" is not a command; did you mean monitor?" + hint());
+  EXPECT_EQ(usageError({"sing"}), "quarlo-input: \"sing\" is not a command" + hint());
+  EXPECT_EQ(usageError({"--versoin"}),
+            "quarlo-input: \"--versoin\" is not an option; did you mean --version?" + hint());
+  EXPECT_EQ(usageError({"monitor", "--keybord", "/dev/null"}),
+            "quarlo-input: \"--keybord\" is not an option of monitor; did you mean --keyboard?" + hint("monitor"));
+  EXPECT_EQ(usageError({"monitor", "--sise=5x5"}),
+            "quarlo-input: \"--sise=5x5\" is not an option of monitor; did you mean --size?" + hint("monitor"));
+  EXPECT_EQ(usageError({"list", "--loud"}), "quarlo-input: \"--loud\" is not an option of list" + hint("list"));
+}
+
+TEST(Arguments, ThatAreTooManySayWhatToDoInstead) {
+  const std::string byOption = ": name a node with --mouse or --keyboard, and a socket with --lirc";
+  EXPECT_EQ(usageError({"monitor", "/dev/input/event0"}),
+            "quarlo-input: \"/dev/input/event0\" is one argument too many" + byOption + hint("monitor"));
+  EXPECT_EQ(
+      usageError({"tune", "sofa", "75"}),
+      "quarlo-input: \"75\" is one argument too many: one session is studied at a time; the values of a list have "
+      "commas between them" +
+          hint("tune"));
+  EXPECT_EQ(usageError({"list", "x"}), "quarlo-input: \"x\" is one argument too many" + hint("list"));
+}
+
+TEST(Arguments, ThatAreMissingAreNamed) {
+  EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse needs a PATH" + hint("monitor"));
+  EXPECT_EQ(usageError({"replay"}), "quarlo-input: session is required" + hint("replay"));
+  EXPECT_EQ(usageError({"record"}), "quarlo-input: --output is required" + hint("record"));
+  EXPECT_EQ(
+      usageError({"record", "-o", ""}),
+      "quarlo-input: --output: the name is empty: expected a directory to make, such as evening" + hint("record"));
+  EXPECT_EQ(usageError({"monitor", "--keyboard", ""}),
+            "quarlo-input: --keyboard: the path is empty: expected a path, or \"none\"" + hint("monitor"));
+}
+
+TEST(Arguments, ThatExcludeEachOtherAreNamed) {
+  EXPECT_EQ(usageError({"keymap", "--json", "--markdown"}),
+            "quarlo-input: --json cannot be combined with --markdown" + hint("keymap"));
+  EXPECT_EQ(usageError({"monitor", "--tui", "--json"}),
+            "quarlo-input: --json cannot be combined with --tui" + hint("monitor"));
+}
+
+TEST(Arguments, AnOptionIsGivenOnce) {
+  EXPECT_EQ(usageError({"monitor", "--size", "5x5", "--size", "6x6"}),
+            "quarlo-input: --size can be given only once" + hint("monitor"));
 }
 
 TEST(Arguments, AreEscaped) {
@@ -47,123 +90,136 @@ TEST(Arguments, AreEscaped) {
 }
 
 TEST(Arguments, FlagsTakeNoValue) {
-  for (const std::string flag : {"json", "verbose", "show-keycodes", "tui"}) {
+  for (const std::string flag : {"--json", "--verbose", "--show-keycodes", "--tui"}) {
     for (const std::string value : {"2", "false", "99999999999999999999"}) {
-      EXPECT_EQ(usageError({"monitor", "--" + flag + "=" + value}),
-                "quarlo-input: " + flag + " was given a disallowed flag override" + kHint);
+      EXPECT_EQ(usageError({"monitor", flag + "=" + value}),
+                "quarlo-input: " + flag + " takes no value" + hint("monitor"));
     }
   }
-}
-
-TEST(Arguments, JsonIsNotForAScreen) {
-  EXPECT_EQ(usageError({"monitor", "--tui", "--json"}), "quarlo-input: --json excludes --tui" + kHint);
 }
 
 TEST(Arguments, TimeoutWithoutALimitIsRefusedWithTheReason) {
   EXPECT_EQ(usageError({"monitor", "--timeout", "-1"}),
             "quarlo-input: --timeout: -1 is refused: without a limit, the reader can sleep through input once a wait "
             "has ended; use a short time such as 10" +
-                kHint);
+                hint("monitor"));
+}
+
+// What a wrong value of an option says, without its beginning and its end.
+std::string complaintAbout(const std::string& command, const std::string& option, const std::string& value) {
+  Arguments arguments = {command, option, value};
+  if (command == "record") arguments.insert(arguments.end(), {"-o", "x"});
+  if (command == "replay") arguments.emplace_back("x");
+  const std::string error = usageError(arguments);
+  const std::string start = "quarlo-input: " + option + ": ";
+  const std::string end = hint(command);
+  EXPECT_EQ(error.rfind(start, 0), 0U) << error;
+  EXPECT_EQ(error.rfind(end), error.size() - end.size()) << error;
+  return error.substr(start.size(), error.size() - start.size() - end.size());
 }
 
 TEST(Arguments, TimeoutIsANumberOfMilliseconds) {
   for (const std::string text : {"0", "-2", "2147484", "1.5", "x", "10ms", "99999999999"}) {
-    EXPECT_EQ(usageError({"replay", "x", "--timeout", text}),
-              "quarlo-input: --timeout: " + text + " is no number of milliseconds from 1 to 2147483" + kHint);
+    EXPECT_EQ(complaintAbout("replay", "--timeout", text),
+              "\"" + text + "\" is not a number of milliseconds: expected 1 to 2147483, such as 10");
   }
 }
 
 TEST(Arguments, SizeIsTwoNumbers) {
   for (const std::string text : {"1920", "1920x", "x1080", "0x1", "1x0", "65537x1", "1x65537", "-1x5", "1x2x3"}) {
-    EXPECT_EQ(usageError({"replay", "x", "--size", text}),
-              "quarlo-input: --size: " + text + " is no size such as 1920x1080, of numbers from 1 to 65536" + kHint);
+    EXPECT_EQ(complaintAbout("replay", "--size", text),
+              "\"" + text + "\" is not a size: expected WIDTHxHEIGHT, each from 1 to 65536, such as 1920x1080");
   }
 }
 
 TEST(Arguments, CountIsAPositiveNumber) {
   for (const std::string text : {"0", "-1", "many", "2147483648"}) {
-    EXPECT_EQ(usageError({"monitor", "--count", text}),
-              "quarlo-input: --count: " + text + " is no number of events from 1 to 2147483647" + kHint);
+    EXPECT_EQ(complaintAbout("monitor", "--count", text),
+              "\"" + text + "\" is not a number of events: expected 1 to 2147483647, such as 10");
   }
 }
 
 TEST(Arguments, DurationIsANumberOfSeconds) {
   for (const std::string text : {"0", "0.09", "-1", "86400.1", "x", "5s", "1e1", "inf", "nan", ""}) {
-    EXPECT_EQ(usageError({"record", "-o", "x", "--duration", text}),
-              "quarlo-input: --duration: " + text + " is no number of seconds from 0.1 to 86400" + kHint);
+    EXPECT_EQ(complaintAbout("record", "--duration", text),
+              "\"" + text + "\" is not a number of seconds: expected 0.1 to 86400, such as 10");
   }
 }
 
 TEST(Arguments, TimeoutsToTryAreLists) {
   for (const std::string text : {"0", "-1", "2147483648", "x", "10ms", "1,,2", "1,", ",", ""}) {
-    EXPECT_EQ(usageError({"tune", "--release-timeout", text}),
-              "quarlo-input: --release-timeout: " + text +
-                  " is no list such as 50,100 of numbers of milliseconds from 1 to 2147483647" + kHint);
+    EXPECT_EQ(complaintAbout("tune", "--release-timeout", text),
+              "\"" + text +
+                  "\" is not a list of milliseconds: expected numbers from 1 to 2147483647 with commas between them, "
+                  "such as 50,100");
   }
   EXPECT_EQ(
-      usageError({"tune", "--timeout", "10,2147484"}),
-      "quarlo-input: --timeout: 10,2147484 is no list such as 50,100 of numbers of milliseconds from 1 to 2147483" +
-          kHint);
+      complaintAbout("tune", "--timeout", "10,2147484"),
+      "\"10,2147484\" is not a list of milliseconds: expected numbers from 1 to 2147483 with commas between them, "
+      "such as 50,100");
 }
 
 TEST(Arguments, TooManySettingsAreRefused) {
-  EXPECT_EQ(usageError({"tune", "--repeat-timeout", "1,2,3,4,5,6,7,8,9"}),
-            "quarlo-input: --repeat-timeout: at most 8 values can be tried at once" + kHint);
+  EXPECT_EQ(complaintAbout("tune", "--repeat-timeout", "1,2,3,4,5,6,7,8,9"), "at most 8 values can be tried at once");
   EXPECT_EQ(usageError({"tune", "--repeat-timeout", "1,2,3,4,5,6,7", "--release-timeout", "1,2,3,4,5", "--timeout",
                         "1,2,3,4,5,6"}),
-            "quarlo-input: the lists make 210 settings, and at most 200 can be tried at once" + kHint);
+            "quarlo-input: the lists make 210 settings, and at most 200 can be tried at once" + hint("tune"));
 }
 
 TEST(Arguments, ARemoteIsDescribedByNumbersWithinLimits) {
   for (const std::string text : {"9", "500", "x", "108.5", ""}) {
-    EXPECT_EQ(usageError({"tune", "--period", text}),
-              "quarlo-input: --period: " + text + " is no number of milliseconds from 10 to 499" + kHint);
+    EXPECT_EQ(complaintAbout("tune", "--period", text),
+              "\"" + text + "\" is not a number of milliseconds: expected 10 to 499, such as 108");
   }
-  EXPECT_EQ(usageError({"tune", "--tap", "51"}), "quarlo-input: --tap: 51 is no number of lines from 1 to 50" + kHint);
-  EXPECT_EQ(usageError({"tune", "--hold", "499"}),
-            "quarlo-input: --hold: 499 is no number of milliseconds from 500 to 10000" + kHint);
-  EXPECT_EQ(usageError({"tune", "--protocol", "smoke"}),
-            "quarlo-input: --protocol: smoke is none of nec, rc-5, rc-6, sirc; describe it by --period, --tap and "
-            "--hold instead" +
-                kHint);
+  EXPECT_EQ(complaintAbout("tune", "--tap", "51"), "\"51\" is not a number of lines: expected 1 to 50, such as 3");
+  EXPECT_EQ(complaintAbout("tune", "--hold", "499"),
+            "\"499\" is not a number of milliseconds: expected 500 to 10000, such as 2000");
+  EXPECT_EQ(
+      complaintAbout("tune", "--protocol", "smoke"),
+      "\"smoke\" is not a known protocol: expected one of nec, rc-5, rc-6, sirc; describe another one by --period, "
+      "--tap and --hold");
+}
+
+TEST(Arguments, AProtocolsNameIsTheSameInCapitals) {
+  EXPECT_EQ(run({"tune", "--protocol", "RC-5"}).out, run({"tune", "--protocol", "rc-5"}).out);
 }
 
 TEST(Arguments, ATapOfHalfASecondIsNone) {
-  EXPECT_EQ(usageError({"tune", "--tap", "6"}),
-            "quarlo-input: --tap: 6 lines take 540 ms: that is a held button, a tap takes less than 500 ms" + kHint);
+  EXPECT_EQ(complaintAbout("tune", "--tap", "6"),
+            "6 lines take 540 ms: that is a held button, a tap takes less than 500 ms");
 }
 
 TEST(Arguments, ASessionHasARemoteOfItsOwn) {
   for (const Arguments& option :
        {Arguments{"--protocol", "nec"}, {"--period", "108"}, {"--tap", "3"}, {"--hold", "2000"}}) {
     EXPECT_EQ(usageError({"tune", "sofa", option[0], option[1]}),
-              "quarlo-input: a session has a remote of its own: leave out --protocol, --period, --tap and --hold, or "
-              "the session" +
-                  kHint);
+              "quarlo-input: the session \"sofa\" has a remote of its own: leave out --protocol, --period, --tap and "
+              "--hold, or the session" +
+                  hint("tune"));
   }
-  EXPECT_EQ(usageError({"tune", ""}), "quarlo-input: session: the name is empty" + kHint);
+  EXPECT_EQ(usageError({"tune", ""}),
+            "quarlo-input: session: the name is empty: expected a directory or a file, such as evening" + hint("tune"));
 }
 
 TEST(Arguments, APictureIsAnSvg) {
   for (const std::string name : {"", ".svg", "a.png", "a.svg.gz", "svg"}) {
-    EXPECT_EQ(
-        usageError({"tune", "--plot", name}),
-        "quarlo-input: --plot: \"" + name + "\" does not end in .svg: pictures are SVG, such as remote.svg" + kHint);
+    EXPECT_EQ(complaintAbout("tune", "--plot", name),
+              "\"" + name + "\" does not end in .svg: pictures are SVG, such as remote.svg");
   }
 }
 
 TEST(Arguments, LircPathHasAtMost107Characters) {
-  EXPECT_EQ(usageError({"monitor", "--lirc", std::string(108, 'a')}),
-            "quarlo-input: --lirc: the path has 108 characters, and a socket's can have 107; use a shorter one, such "
-            "as a link" +
-                kHint);
+  EXPECT_EQ(complaintAbout("monitor", "--lirc", std::string(108, 'a')),
+            "the path has 108 characters, and a socket's can have 107; use a shorter one, such as a link");
   const Result longest = run({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", std::string(107, 'a')});
   EXPECT_EQ(longest.status, 1);
   EXPECT_EQ(longest.err, "quarlo-input: no source is open\n");
 }
 
+const Arguments kCommands = {"monitor", "list", "keymap", "record", "replay", "tune"};
+
 TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
-  for (const std::string command : {"monitor", "list", "keymap", "record", "replay", "tune"}) {
+  for (const std::string& command : kCommands) {
     const Result result = run({command, "--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
@@ -180,6 +236,28 @@ TEST(Help, NamesTheCommands) {
   for (const std::string command : {"  monitor  ", "  list  ", "  keymap  ", "  record  ", "  replay  ", "  tune  "}) {
     EXPECT_NE(result.out.find(command), std::string::npos) << command;
   }
+}
+
+TEST(Help, FitsATerminal) {
+  constexpr std::size_t kColumns = 80;
+  Arguments commands = kCommands;
+  commands.emplace_back("help");  // that of the program itself
+  for (const std::string& command : commands) {
+    for (const std::string& line : linesOf(run({command, "--help"}).out)) EXPECT_LE(line.size(), kColumns) << line;
+  }
+}
+
+TEST(Help, IsACommandToo) {
+  EXPECT_EQ(run({"help"}).out, run({"--help"}).out);
+  EXPECT_EQ(run({"help", "tune"}).out, run({"tune", "--help"}).out);
+  EXPECT_EQ(usageError({"help", "moniter"}),
+            "quarlo-input: \"moniter\" is not a command; did you mean monitor?" + hint());
+}
+
+TEST(Version, HasTwoOptions) {
+  EXPECT_EQ(run({"-V"}).status, 0);
+  EXPECT_EQ(run({"-V"}).out, run({"--version"}).out);
+  EXPECT_NE(run({"--version"}).out, "");
 }
 
 TEST(Help, IntoAClosedPipeFailsQuietly) {

@@ -13,7 +13,7 @@
 #include "sim/machine.h"
 #include "tools/keymap/mapping.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::keymap {
 namespace {
 
 using msg::KeyInput;
@@ -28,7 +28,7 @@ std::vector<std::string> linesOf(std::istream& stream) {
 // What `keymap` prints on standard output.
 std::string printed(const KeymapOptions& options) {
   testing::internal::CaptureStdout();
-  EXPECT_EQ(keymap(options), 0);
+  EXPECT_EQ(run(options), 0);
   return testing::internal::GetCapturedStdout();
 }
 
@@ -294,4 +294,4 @@ TEST(KeymapPage, LeavesOutOnlyWhatGivesNothing) {
 }
 
 }  // namespace
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::keymap

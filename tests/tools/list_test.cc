@@ -11,7 +11,7 @@
 #include "sim/machine.h"
 #include "tools/common/survey.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::list {
 namespace {
 
 using components::input::kLircSocketPaths;
@@ -166,7 +166,7 @@ TEST(LircSocketPaths, AreThoseThatTheReaderTries) {
 // What `list` prints on standard output.
 std::string listed(const ListOptions& options, int expectedStatus) {
   testing::internal::CaptureStdout();
-  EXPECT_EQ(list(options), expectedStatus);
+  EXPECT_EQ(run(options), expectedStatus);
   return testing::internal::GetCapturedStdout();
 }
 
@@ -244,4 +244,4 @@ TEST(List, FailsWhereThereIsNoNode) {
 }
 
 }  // namespace
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::list

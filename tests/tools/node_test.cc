@@ -9,7 +9,7 @@
 
 #include "sim/machine.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::record {
 namespace {
 
 using namespace std::chrono_literals;
@@ -62,4 +62,4 @@ TEST(ToRecord, CountsTheTimeFromTheStart) {
 }
 
 }  // namespace
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::record

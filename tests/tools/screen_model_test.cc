@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 namespace {
 
 using namespace std::chrono_literals;
@@ -212,4 +212,4 @@ TEST_F(ScreenModelTest, ASourceCanBeGone) {
 }
 
 }  // namespace
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 namespace {
 
 using namespace std::chrono_literals;
@@ -225,4 +225,4 @@ TEST_F(ScreenPictureTest, FitsTerminalsOfAnySize) {
 }
 
 }  // namespace
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -10,7 +10,7 @@
 #include "tools/common/sources.h"
 #include "tools/tune/timing_plot.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::tune {
 namespace {
 
 using namespace std::chrono_literals;
@@ -341,4 +341,4 @@ TEST_F(TimingTest, MapsThatAreTooWideForARowAreDrawnInSeveral) {
 }
 
 }  // namespace
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::tune

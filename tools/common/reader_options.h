@@ -1,7 +1,9 @@
-// What every subcommand that runs the reader lets one choose.
+// What every command that runs the reader lets one choose.
 #pragma once
 
 #include <cstdint>
+
+#include "tools/common/command_line.h"
 
 namespace quarlo::tools {
 
@@ -15,5 +17,7 @@ struct ReaderOptions {
   bool json = false;
   int verbosity = 0;  // how often -v was given
 };
+
+void addReaderOptions(CommandLine& line, ReaderOptions& options);
 
 }  // namespace quarlo::tools

@@ -8,7 +8,7 @@
 #include "tools/common/output.h"
 #include "tools/keymap/mapping.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::keymap {
 namespace {
 
 // ---- A mapping in words -------------------------------------------------------------------------
@@ -178,7 +178,7 @@ void printJson(const std::vector<Mapping>& mappings) {
 
 }  // namespace
 
-int keymap(const KeymapOptions& options) {
+int run(const KeymapOptions& options) {
   setVerbosity(0);
   const std::vector<Mapping> mappings = allMappings();
   if (options.json) {
@@ -191,4 +191,4 @@ int keymap(const KeymapOptions& options) {
   return kDone;
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::keymap

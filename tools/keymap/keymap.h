@@ -1,7 +1,7 @@
-// The subcommand `keymap`.
+// The command `keymap`.
 #pragma once
 
-namespace quarlo::tools {
+namespace quarlo::tools::keymap {
 
 // In text, unless one of them is set.
 struct KeymapOptions {
@@ -10,6 +10,6 @@ struct KeymapOptions {
 };
 
 // Returns the exit status.
-int keymap(const KeymapOptions& options);
+int run(const KeymapOptions& options);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::keymap

@@ -10,7 +10,7 @@
 #include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::keymap {
 namespace {
 
 using msg::KeyInput;
@@ -118,7 +118,7 @@ nlohmann::ordered_json toJson(const Mapping& mapping) {
     json["kind"] = "none";
     return json;
   }
-  json.update(toJson(microseconds(0), mapping.event));
+  json.update(tools::toJson(microseconds(0), mapping.event));
   for (const char* always : {"time", "action", "x", "y", "clicks"}) json.erase(always);
   if (mapping.linuxCode && mapping.event.kind == InputEvent::kKeyEvent) {
     json["chShift"] = static_cast<unsigned char>(mapping.withShift);
@@ -128,4 +128,4 @@ nlohmann::ordered_json toJson(const Mapping& mapping) {
   return json;
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::keymap

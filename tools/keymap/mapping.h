@@ -8,7 +8,7 @@
 
 #include "tools/common/describe.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::keymap {
 
 // A key or a button that is pressed while no other is held.
 struct Mapping {
@@ -34,4 +34,4 @@ std::vector<Mapping> allMappings();
 //   {"source":"remote","names":["UP","KEY_UP"],"kind":"key","key":"Up","code":38,"ch":0,"modifiers":[]}
 nlohmann::ordered_json toJson(const Mapping& mapping);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::keymap

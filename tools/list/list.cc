@@ -13,7 +13,7 @@
 #include "tools/common/output.h"
 #include "tools/common/survey.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::list {
 namespace {
 
 void printRow(const char* label, const std::string& text) {
@@ -58,7 +58,7 @@ void printReadersListing() {
 
 }  // namespace
 
-int list(const ListOptions& options) {
+int run(const ListOptions& options) {
   const std::vector<NodeReport> reports = surveyNodes();
   if (reports.empty()) {
     return fail("there is no event node in /dev/input: plug in a device; in a container, pass /dev/input into it");
@@ -74,4 +74,4 @@ int list(const ListOptions& options) {
   return kDone;
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::list

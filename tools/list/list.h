@@ -1,13 +1,13 @@
-// The subcommand `list`.
+// The command `list`.
 #pragma once
 
-namespace quarlo::tools {
+namespace quarlo::tools::list {
 
 struct ListOptions {
   bool json = false;
 };
 
 // Returns the exit status: kFailed if there is no event node at all.
-int list(const ListOptions& options);
+int run(const ListOptions& options);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::list

@@ -24,7 +24,7 @@
 #include "tools/monitor/screen.h"
 #include "tools/monitor/screen_model.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -257,7 +257,7 @@ std::unique_ptr<View> openView(const MonitorOptions& options, const std::vector<
 
 }  // namespace
 
-int monitor(const MonitorOptions& options) {
+int run(const MonitorOptions& options) {
   catchStopRequests();
   const Mask mask = printOptions(options).mask;
   std::optional<Undumpable> undumpable;
@@ -284,4 +284,4 @@ int monitor(const MonitorOptions& options) {
   return showEvents(options, reader, *openView(options, reports, reader));
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

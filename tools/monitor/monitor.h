@@ -1,11 +1,11 @@
-// The subcommand `monitor`.
+// The command `monitor`.
 #pragma once
 
 #include "tools/common/mask.h"
 #include "tools/common/reader_options.h"
 #include "tools/common/sources.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 
 struct MonitorOptions : ReaderOptions, SourcePaths {
   long count = 0;     // end after so many events; 0: go on until a stop is requested
@@ -14,6 +14,6 @@ struct MonitorOptions : ReaderOptions, SourcePaths {
 };
 
 // Returns the exit status.
-int monitor(const MonitorOptions& options);
+int run(const MonitorOptions& options);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

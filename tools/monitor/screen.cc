@@ -11,7 +11,7 @@
 #include "tools/monitor/terminal.h"
 #include "tools/monitor/terminal_type.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 namespace {
 
 // ---- Styles -------------------------------------------------------------------------------------
@@ -108,4 +108,4 @@ std::string whyNoScreen() {
 
 std::unique_ptr<Screen> openScreen() { return std::make_unique<NcursesScreen>(); }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

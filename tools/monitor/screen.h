@@ -7,7 +7,7 @@
 
 #include "tools/monitor/screen_model.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 
 // Has the terminal of standard output for as long as it lives (tools/monitor/terminal.h).
 class Screen {
@@ -30,4 +30,4 @@ std::string whyNoScreen();
 // There can be one at a time. REQUIRES: whyNoScreen() is empty; catchStopRequests() was called.
 std::unique_ptr<Screen> openScreen();
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <utility>
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 namespace {
 
 using MouseData = InputEvent::MouseData;
@@ -110,4 +110,4 @@ RemoteSlot& ScreenModel::slotOfNow() {
 
 void ScreenModel::setGone(std::size_t index) { sources_[index].state = SourceState::kGone; }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

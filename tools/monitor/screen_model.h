@@ -11,7 +11,7 @@
 #include "tools/common/event_printer.h"
 #include "tools/common/sources.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 
 // In pixels.
 struct Point {
@@ -100,4 +100,4 @@ class ScreenModel {
   long moves_ = 0;                      // in that line
 };
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

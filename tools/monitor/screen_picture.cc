@@ -7,7 +7,7 @@
 
 #include "tools/common/output.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 namespace {
 
 using msg::KeyInput;
@@ -401,4 +401,4 @@ Picture paint(const ScreenModel& model, int columns, int rows) {
   return picture;
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -6,7 +6,7 @@
 
 #include "tools/monitor/screen_model.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 
 // The least size that there is a picture for; below, there is a message.
 constexpr int kLeastColumns = 60;
@@ -62,4 +62,4 @@ class Picture {
 // REQUIRES: columns and rows are positive.
 Picture paint(const ScreenModel& model, int columns, int rows);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -1,6 +1,6 @@
 #include "tools/monitor/screen.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 
 std::string whyNoScreen() {
   return "this quarlo-input was built without ncurses, so it has no --tui; build it where libncurses-dev is installed";
@@ -8,4 +8,4 @@ std::string whyNoScreen() {
 
 std::unique_ptr<Screen> openScreen() { return nullptr; }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -6,7 +6,7 @@
 
 #include <utility>
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 namespace {
 
 // What the handlers of fatal signals need. They may call little, and must find all of it ready.
@@ -97,4 +97,4 @@ std::vector<std::string> Terminal::takeErrors() {
   return lines;
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -8,7 +8,7 @@
 #include "recording/remote.h"
 #include "tools/common/terminal_loan.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 
 // There can be one at a time. REQUIRES: standard output is a terminal.
 class Terminal {
@@ -38,4 +38,4 @@ class Terminal {
   recording::LineSplitter errors_;
 };
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -9,7 +9,7 @@
 // Its macros have names such as `lines`: behind all other headers.
 #include <term.h>
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 namespace {
 
 // One of the terminal's strings; null if it has none.
@@ -53,4 +53,4 @@ std::string restoringText(int height) {
   return text;
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

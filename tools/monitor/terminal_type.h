@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace quarlo::tools {
+namespace quarlo::tools::monitor {
 
 // Why nothing can be drawn on it, and what to do about it; empty if it can be drawn on.
 std::string whyNotDrawable();
@@ -12,4 +12,4 @@ std::string whyNotDrawable();
 // REQUIRES: it is drawn on, by ncurses.
 std::string restoringText(int height);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::monitor

@@ -8,7 +8,7 @@
 #include <ctime>
 #include <set>
 
-namespace quarlo::tools {
+namespace quarlo::tools::record {
 namespace {
 
 using recording::DeviceDescription;
@@ -81,4 +81,4 @@ recording::Record toRecord(const input_event& event, recording::microseconds sta
   return {seconds + fraction - start, event.type, event.code, event.value};
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::record

@@ -5,7 +5,7 @@
 
 #include "recording/writer.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::record {
 
 // Asks the node what it says about itself. What it does not answer is left empty.
 recording::DeviceDescription describeNode(int fd);
@@ -17,4 +17,4 @@ bool setMonotonicClock(int fd);
 // The record as a session has it, with its time since `start`; both are on the same clock.
 recording::Record toRecord(const input_event& event, recording::microseconds start);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::record

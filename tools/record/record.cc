@@ -26,7 +26,7 @@
 #include "tools/common/undumpable.h"
 #include "tools/record/node.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::record {
 namespace {
 
 using recording::FileWriter;
@@ -285,7 +285,7 @@ int recordSources(const RecordOptions& options, Sources& sources) {
 
 }  // namespace
 
-int record(const RecordOptions& options) {
+int run(const RecordOptions& options) {
   catchStopRequests();
   std::optional<Undumpable> undumpable;
   if (options.shown.mask() != Mask::kNothing) undumpable.emplace();
@@ -306,4 +306,4 @@ int record(const RecordOptions& options) {
   }
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::record

@@ -1,4 +1,4 @@
-// The subcommand `record`.
+// The command `record`.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,7 @@
 #include "tools/common/mask.h"
 #include "tools/common/sources.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::record {
 
 struct RecordOptions : SourcePaths {
   std::string session;                                // the path of the folder to make
@@ -17,6 +17,6 @@ struct RecordOptions : SourcePaths {
 };
 
 // Returns the exit status.
-int record(const RecordOptions& options);
+int run(const RecordOptions& options);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::record

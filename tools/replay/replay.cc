@@ -19,7 +19,7 @@
 #include "tools/common/output.h"
 #include "tools/common/stop_request.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::replay {
 namespace {
 
 using recording::DeviceRecording;
@@ -185,7 +185,7 @@ bool play(const Session& session, const ReplayOptions& options) {
   return Player(session, options, options.lircEnvironment ? lircEnvironment() : Environment()).play();
 }
 
-int replay(const ReplayOptions& options) {
+int run(const ReplayOptions& options) {
   setVerbosity(options.verbosity);
   try {
     const Session session = recording::readSession(options.session);
@@ -201,4 +201,4 @@ int replay(const ReplayOptions& options) {
   }
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::replay

@@ -1,4 +1,4 @@
-// The subcommand `replay`.
+// The command `replay`.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 #include "recording/session.h"
 #include "tools/common/reader_options.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::replay {
 
 struct ReplayOptions : ReaderOptions {
   std::string session;           // the path of a folder or a file
@@ -20,6 +20,6 @@ struct ReplayOptions : ReaderOptions {
 bool play(const recording::Session& session, const ReplayOptions& options);
 
 // Returns the exit status.
-int replay(const ReplayOptions& options);
+int run(const ReplayOptions& options);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::replay

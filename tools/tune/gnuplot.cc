@@ -11,7 +11,7 @@
 #include <cstring>
 #include <memory>
 
-namespace quarlo::tools {
+namespace quarlo::tools::tune {
 namespace {
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
@@ -124,4 +124,4 @@ void checkPicturePath(const std::string& path) {
 
 void drawPicture(const std::string& path, const std::string& script) { replace(path, runGnuplot(path, script)); }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::tune

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace quarlo::tools {
+namespace quarlo::tools::tune {
 
 // Why there is no picture, for a person. It can hold a path as it was given: escape it before it reaches a terminal.
 class PictureError : public std::runtime_error {
@@ -19,4 +19,4 @@ void checkPicturePath(const std::string& path);
 // one that is there, whose mode it takes. Throws PictureError, and leaves what is there, if it cannot.
 void drawPicture(const std::string& path, const std::string& script);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::tune

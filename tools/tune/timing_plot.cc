@@ -6,7 +6,7 @@
 #include <set>
 #include <vector>
 
-namespace quarlo::tools {
+namespace quarlo::tools::tune {
 namespace {
 
 // Told apart by those who are colour-blind, too.
@@ -335,4 +335,4 @@ std::string plotScript(const Remote& remote, const Study& study, const std::stri
   return script.text();
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::tune

@@ -12,7 +12,7 @@
 #include "sim/machine.h"
 #include "tools/common/event_printer.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::tune {
 namespace {
 
 using namespace std::chrono_literals;
@@ -533,4 +533,4 @@ Study studyTiming(const Remote& remote, const Grid& grid) {
   return study;
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::tune

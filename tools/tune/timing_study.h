@@ -12,7 +12,7 @@
 #include "recording/session.h"
 #include "tools/common/reader_options.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::tune {
 
 using std::chrono::microseconds;
 
@@ -182,4 +182,4 @@ struct Study {
 // timeout, the farthest from ghosts; then, the present one; then, with the middle repeat timeout.
 Study studyTiming(const Remote& remote, const Grid& grid);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::tune

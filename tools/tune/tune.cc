@@ -14,7 +14,7 @@
 #include "tools/tune/gnuplot.h"
 #include "tools/tune/timing_plot.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::tune {
 namespace {
 
 using nlohmann::ordered_json;
@@ -194,7 +194,7 @@ void print(const TuneOptions& options, const Remote& remote, const Study& study)
 
 }  // namespace
 
-int tune(const TuneOptions& options) {
+int run(const TuneOptions& options) {
   setVerbosity(0);
   try {
     const Remote remote = remoteOf(options);
@@ -212,4 +212,4 @@ int tune(const TuneOptions& options) {
   }
 }
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::tune

@@ -1,4 +1,4 @@
-// The subcommand `tune`.
+// The command `tune`.
 #pragma once
 
 #include <chrono>
@@ -6,7 +6,7 @@
 
 #include "tools/tune/timing_study.h"
 
-namespace quarlo::tools {
+namespace quarlo::tools::tune {
 
 struct TuneOptions {
   std::string session;                   // the path of a folder or a file; empty: a remote of `protocol` is imagined
@@ -18,6 +18,6 @@ struct TuneOptions {
 };
 
 // Returns the exit status.
-int tune(const TuneOptions& options);
+int run(const TuneOptions& options);
 
-}  // namespace quarlo::tools
+}  // namespace quarlo::tools::tune

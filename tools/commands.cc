@@ -1,0 +1,17 @@
+#include "tools/commands.h"
+
+#include "tools/keymap/command.h"
+#include "tools/list/command.h"
+#include "tools/monitor/command.h"
+#include "tools/record/command.h"
+#include "tools/replay/command.h"
+#include "tools/tune/command.h"
+
+namespace quarlo::tools {
+
+std::vector<Command> commands() {
+  return {monitor::command(), list::command(),   keymap::command(),
+          record::command(),  replay::command(), tune::command()};
+}
+
+}  // namespace quarlo::tools

@@ -1,0 +1,262 @@
+#include "tools/common/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <numeric>
+#include <optional>
+#include <sstream>
+
+namespace quarlo::tools {
+
+struct CommandLine::Declaration {
+  CLI::App* app;
+  std::string hintForArguments;
+};
+
+namespace {
+
+constexpr char kProgram[] = "quarlo-input";
+
+// ---- Declaring ----------------------------------------------------------------------------------
+
+constexpr std::size_t kHelpWidth = 80;
+constexpr std::size_t kOptionsWidth = 28;   // of the column with the names of options
+constexpr std::size_t kCommandsWidth = 16;  // of that with the names of commands
+
+// As lines for the column behind the names.
+std::string wrapped(const std::string& text) {
+  std::istringstream words(text);
+  std::string lines;
+  std::size_t length = 0;
+  for (std::string word; words >> word; length += word.size()) {
+    const bool fits = length + 1 + word.size() <= kHelpWidth - kOptionsWidth;
+    if (!lines.empty()) lines += fits ? ' ' : '\n';
+    length = fits && !lines.empty() ? length + 1 : 0;
+    lines += word;
+  }
+  return lines;
+}
+
+// "--output" of "-o,--output".
+std::string longName(const std::string& names) { return names.substr(names.rfind(',') + 1); }
+
+CLI::Option* addValue(CLI::App& app, const std::string& names, const std::string& type, const std::string& description,
+                      const CommandLine::Take& take) {
+  const auto takeOrName = [name = longName(names), take](const std::string& text) {
+    try {
+      take(text);
+    } catch (const ArgumentError& error) {
+      throw CLI::ValidationError(name, error.what());
+    }
+  };
+  return app.add_option_function<std::string>(names, takeOrName, wrapped(description))->type_name(type);
+}
+
+// A flag takes no value: it is there or not, or counts how often it is there.
+template <typename Value>
+void addFlagFor(CLI::App& app, const std::string& names, Value& value, const std::string& description) {
+  app.add_flag(names, value, wrapped(description))->disable_flag_override();
+}
+
+std::string inSmallLetters(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char letter) { return std::tolower(letter); });
+  return text;
+}
+
+// ---- Saying what is wrong -----------------------------------------------------------------------
+
+// How many letters must be added, left out or changed to make one word of the other.
+std::size_t distance(const std::string& a, const std::string& b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i + 1;
+    for (std::size_t j = 0; j < b.size(); ++j) {
+      const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+    }
+  }
+  return row[b.size()];
+}
+
+// "; did you mean monitor?", if one of the known words is near.
+std::string suggestion(const std::string& word, const std::vector<std::string>& known) {
+  const auto nearer = [&](const std::string& a, const std::string& b) { return distance(a, word) < distance(b, word); };
+  const auto nearest = std::min_element(known.begin(), known.end(), nearer);
+  if (nearest == known.end() || distance(*nearest, word) > 1 + word.size() / 4) return "";
+  return "; did you mean " + *nearest + "?";
+}
+
+std::vector<std::string> optionNames(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
+// "monitor, list or tune".
+std::string enumerated(const std::vector<std::string>& names) {
+  std::string text;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    text += (i == 0 ? "" : i + 1 == names.size() ? " or " : ", ") + names[i];
+  }
+  return text;
+}
+
+bool replace(std::string& text, const std::string& from, const std::string& to) {
+  const std::size_t start = text.find(from);
+  if (start == std::string::npos) return false;
+  text.replace(start, from.size(), to);
+  return true;
+}
+
+// What the library says of too few, too many and excluded values, in words of ours.
+std::string inOurWords(std::string message) {
+  const std::size_t name = message.find(": ");
+  if (replace(message, " was given a disallowed flag override", " takes no value")) return "--" + message;
+  if (replace(message, " excludes ", " cannot be combined with ")) return message;
+  if (name != std::string::npos && message.find(": At Most 1 required") == name) {
+    return message.substr(0, name) + " can be given only once";
+  }
+  if (replace(message, ": 1 required ", " needs a ")) replace(message, " missing", "");
+  return message;
+}
+
+}  // namespace
+
+// ---- A command's options ------------------------------------------------------------------------
+
+void CommandLine::addFlag(const std::string& names, bool& isThere, const std::string& description) {
+  addFlagFor(*declaration_.app, names, isThere, description);
+}
+
+void CommandLine::addCounter(const std::string& names, int& count, const std::string& description) {
+  addFlagFor(*declaration_.app, names, count, description);
+}
+
+void CommandLine::addOption(const std::string& names, const std::string& type, const std::string& description,
+                            const Take& take) {
+  addValue(*declaration_.app, names, type, description, take);
+}
+
+void CommandLine::addRequiredOption(const std::string& names, const std::string& type, const std::string& description,
+                                    const Take& take) {
+  addValue(*declaration_.app, names, type, description, take)->required();
+}
+
+void CommandLine::addArgument(const std::string& type, const std::string& description, const Take& take) {
+  addValue(*declaration_.app, inSmallLetters(type), type, description, take);
+}
+
+void CommandLine::addRequiredArgument(const std::string& type, const std::string& description, const Take& take) {
+  addValue(*declaration_.app, inSmallLetters(type), type, description, take)->required();
+}
+
+void CommandLine::exclude(const std::string& option, const std::string& other) {
+  declaration_.app->get_option(option)->excludes(other);
+}
+
+void CommandLine::setHintForArguments(const std::string& hint) { declaration_.hintForArguments = hint; }
+
+void CommandLine::setCheck(const std::function<void()>& check) {
+  declaration_.app->callback([check] {
+    try {
+      check();
+    } catch (const ArgumentError& error) {
+      throw CLI::ValidationError(error.what());
+    }
+  });
+}
+
+void CommandLine::setHelp(const std::string& text) { declaration_.app->footer(text); }
+
+// ---- All commands -------------------------------------------------------------------------------
+
+class Parser {
+ public:
+  explicit Parser(const std::vector<Command>& commands) : declarations_(commands.size()) {
+    app_.require_subcommand(0, 1);  // so that a word that is none gets named
+    app_.set_version_flag("-V,--version", QUARLO_VERSION, "Print the version and exit");
+    app_.get_formatter()->column_width(kCommandsWidth);
+    app_.footer("Each command has its own --help.\nExit status: 0 done, 1 failed, 2 wrong arguments.");
+    for (std::size_t i = 0; i < commands.size(); ++i) {
+      CLI::App* command = app_.add_subcommand(commands[i].name, commands[i].summary);
+      command->formatter(std::make_shared<CLI::Formatter>());
+      command->get_formatter()->column_width(kOptionsWidth);
+      declarations_[i].app = command;
+      CommandLine commandLine(declarations_[i]);
+      runs_.push_back(commands[i].declare(commandLine));
+      names_.push_back(commands[i].name);
+    }
+  }
+
+  Request parse(const std::vector<std::string>& words) {
+    try {
+      app_.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    } catch (const CLI::CallForHelp&) {
+      if (!parsed() && !app_.remaining().empty()) return wrong(whatIsNotExpected(words));
+      return Information{app_.help()};
+    } catch (const CLI::CallForVersion& version) {
+      return Information{std::string(version.what()) + "\n"};
+    } catch (const CLI::ExtrasError&) {
+      return wrong(whatIsNotExpected(words));
+    } catch (const CLI::ParseError& error) {
+      return wrong(inOurWords(error.what()));
+    }
+    const std::optional<std::size_t> command = parsed();
+    if (!command) return wrong("a command is required: " + enumerated(names_));
+    return runs_[*command];
+  }
+
+ private:
+  // The number of the command that was asked for.
+  std::optional<std::size_t> parsed() const {
+    for (std::size_t i = 0; i < declarations_.size(); ++i) {
+      if (declarations_[i].app->parsed()) return i;
+    }
+    return std::nullopt;
+  }
+
+  WrongUsage wrong(const std::string& problem) const {
+    const std::optional<std::size_t> command = parsed();
+    return {problem + " (see " + kProgram + (command ? " " + names_[*command] : "") + " --help)"};
+  }
+
+  // Of what is not expected, the first.
+  std::string whatIsNotExpected(const std::vector<std::string>& words) const {
+    const std::vector<std::string> all = app_.remaining(true);
+    const auto first = std::find_first_of(words.begin(), words.end(), all.begin(), all.end());
+    const std::string word = first == words.end() ? all.front() : *first;
+    const std::optional<std::size_t> command = parsed();
+    const std::string quoted = "\"" + word + "\"";
+    if (word.size() > 1 && word.front() == '-') {
+      const CLI::App& app = command ? *declarations_[*command].app : app_;
+      const std::string of = command ? " of " + names_[*command] : "";
+      return quoted + " is not an option" + of + suggestion(word.substr(0, word.find('=')), optionNames(app));
+    }
+    if (!command) return quoted + " is not a command" + suggestion(word, names_);
+    const std::string& hint = declarations_[*command].hintForArguments;
+    return quoted + " is one argument too many" + (hint.empty() ? "" : ": " + hint);
+  }
+
+  CLI::App app_{"Mouse, keyboard and infrared remote on Linux, as one stream of events.", kProgram};
+  std::vector<CommandLine::Declaration> declarations_;  // and what follows, in the order of the commands
+  std::vector<Run> runs_;
+  std::vector<std::string> names_;
+};
+
+Request parseArguments(const std::vector<Command>& commands, int argc, const char* const* argv) {
+  std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  // "help tune" is what many type.
+  if (!words.empty() && words.front() == "help") {
+    words.erase(words.begin());
+    words.emplace_back("--help");
+  }
+  return Parser(commands).parse(words);
+}
+
+}  // namespace quarlo::tools

@@ -1,0 +1,54 @@
+#include "tools/monitor/command.h"
+
+#include "tools/common/numbers.h"
+#include "tools/common/source_options.h"
+
+namespace quarlo::tools::monitor {
+namespace {
+
+constexpr long kMaxCount = 2147483647;
+
+constexpr char kHelp[] =
+    R"(First says which of mouse, keyboard and remote are open, why each other one is
+not, and what to do about it. Then prints one line per event until Ctrl-C, with
+the time since the start in seconds. What is typed at the terminal meanwhile
+does not show, and reaches no shell.
+
+Where the output is not a terminal, only keys that are known not to type are
+shown; all others, modifiers and editing keys are shown as A. Not hidden are:
+how many keys were pressed, and when; arrows, OK and clicks, which type on an
+on-screen keyboard; the remote's lines, which -v writes to standard error.
+
+--tui shows the pointer in its bounds, what is held, the remote's timing and the
+last events on the whole terminal, of at least 60x16. Only Ctrl-C ends it.
+
+Example: watch one keyboard and nothing else
+  quarlo-input monitor --keyboard /dev/input/event3 --mouse none --lirc none
+
+Exit status: 0 after Ctrl-C or N events; 1 if no source could be opened, a path
+is neither an evdev node nor a FIFO, a source (with --tui: the last one) went
+away, or the output was closed or, for --tui, is not a terminal; 2 for wrong
+arguments.)";
+
+}  // namespace
+
+void addOptions(CommandLine& line, MonitorOptions& options) {
+  addSourceOptions(line, options);
+  addReaderOptions(line, options);
+  line.addOption("--count", "N", "End after N events", [&options](const std::string& text) {
+    options.count = parseNumber<long>(text, {"number of events", 1, kMaxCount, 10});
+  });
+  line.addFlag("--show-keycodes", options.shown.showKeycodes,
+               "Show what is typed, also where the output is not a terminal");
+  line.addFlag("--show-modifiers", options.shown.showModifiers,
+               "There, show modifiers and editing keys, but not what is typed");
+  line.addFlag("--tui", options.tui, "Show a screen that follows the devices, instead of lines");
+  line.exclude("--tui", "--json");
+  line.setHelp(kHelp);
+}
+
+Command command() {
+  return makeCommand("monitor", "Print the events of this machine's input devices as they come.", addOptions, run);
+}
+
+}  // namespace quarlo::tools::monitor

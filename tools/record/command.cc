@@ -1,0 +1,68 @@
+#include "tools/record/command.h"
+
+#include <charconv>
+#include <chrono>
+#include <cmath>
+
+#include "tools/common/source_options.h"
+
+namespace quarlo::tools::record {
+namespace {
+
+constexpr char kHelp[] =
+    R"(First says which of mouse, keyboard and remote are open, why each other one is
+not, and what to do about it. Then records until Ctrl-C; other programs get the
+input as well. What came is in the files at once, and stays there when the disk
+gets full, a device is unplugged, or the daemon ends. A source that sent nothing
+has no file. What is typed at the terminal meanwhile reaches no shell.
+
+Only keys and remote buttons that are known not to type are recorded as they
+are. All others, modifiers and editing keys are recorded as A, those of a remote
+as 1, and their raw codes as 0. Not hidden are: how many keys were pressed, and
+when; arrows, OK and clicks, which type on an on-screen keyboard.
+
+Example: record for ten seconds what a remote sends, and play it
+  quarlo-input record --mouse none --keyboard none --duration 10 -o sofa &&
+    quarlo-input replay sofa
+
+Exit status: 0 after Ctrl-C or the duration; 1 if SESSION exists, no source
+could be opened, a path is not an evdev node, nothing came, no source was left,
+or not all could be written; 2 for wrong arguments.)";
+
+void parseSession(const std::string& text, RecordOptions& options) {
+  if (text.empty()) throw ArgumentError("the name is empty: expected a directory to make, such as evening");
+  options.session = text;
+}
+
+void parseDuration(const std::string& text, RecordOptions& options) {
+  constexpr double kMinimum = 0.1;
+  constexpr double kMaximum = 86400;
+  double seconds;
+  const char* end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
+  if (error != std::errc() || rest != end || !(seconds >= kMinimum && seconds <= kMaximum)) {
+    throw ArgumentError("\"" + text + "\" is not a number of seconds: expected 0.1 to 86400, such as 10");
+  }
+  options.duration = std::chrono::microseconds(std::llround(seconds * 1e6));
+}
+
+}  // namespace
+
+void addOptions(CommandLine& line, RecordOptions& options) {
+  addSourceOptions(line, options);
+  line.addRequiredOption("-o,--output", "SESSION", "The directory to make, which must not exist yet",
+                         [&](const std::string& text) { parseSession(text, options); });
+  line.addOption("--duration", "SECONDS", "End after so many seconds; default: with Ctrl-C",
+                 [&](const std::string& text) { parseDuration(text, options); });
+  line.addFlag("--show-keycodes", options.shown.showKeycodes,
+               "Record what is typed, too; only the owner can then read the session");
+  line.addFlag("--show-modifiers", options.shown.showModifiers,
+               "Record modifiers and editing keys, but not what is typed");
+  line.setHelp(kHelp);
+}
+
+Command command() {
+  return makeCommand("record", "Record what this machine's input devices send, as a session.", addOptions, run);
+}
+
+}  // namespace quarlo::tools::record

@@ -1,0 +1,35 @@
+#include "tools/replay/command.h"
+
+namespace quarlo::tools::replay {
+namespace {
+
+constexpr char kHelp[] =
+    R"(The records go through the real reader, on a simulated machine with a clock of
+its own: a replay gives the same events (with the same --timeout). A session is
+a directory with any of mouse.evemu and keyboard.evemu (as evemu-record writes
+them) and remote.lirc (lines of "<seconds>.<microseconds> <what lircd sent>"),
+or one such file.
+
+Example: see someone use a remote
+  quarlo-input replay --realtime sessions/sofa
+
+Exit status: 0 when all was played, or after Ctrl-C; 1 if the session cannot be
+used (the message names the file and the line) or the output was closed; 2 for
+wrong arguments.)";
+
+}  // namespace
+
+void addOptions(CommandLine& line, ReplayOptions& options) {
+  line.addRequiredArgument("SESSION", "A directory or a file",
+                           [&](const std::string& text) { options.session = text; });
+  addReaderOptions(line, options);
+  line.addFlag("--realtime", options.realtime, "Play as fast as it was recorded, not as fast as possible");
+  line.addFlag("--lirc-environment", options.lircEnvironment,
+               "Let LIRC_REPEAT_TIMEOUT and LIRC_RELEASE_TIMEOUT count; default: ignored");
+  line.setHintForArguments("one session is played at a time");
+  line.setHelp(kHelp);
+}
+
+Command command() { return makeCommand("replay", "Play a recorded session, and print its events.", addOptions, run); }
+
+}  // namespace quarlo::tools::replay
