@@ -11,7 +11,7 @@
 
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/reader_options.h"
-#include "tools/tune/timing_study.h"
+#include "tools/tune/study.h"
 
 namespace quarlo::test {
 namespace {
@@ -137,7 +137,7 @@ TEST(FactsTest, TheProtocolsAndTapsOfTuning) {
     quotations.push_back({"docs/tuning.md", "| `" + protocol.name + "` | " + periodOf(protocol) + " ms | " +
                                                 std::to_string(protocol.tapLines) + " lines |"});
   }
-  expectQuoted("tools/tune/timing_study", quotations);
+  expectQuoted("tools/tune", quotations);
 }
 
 }  // namespace

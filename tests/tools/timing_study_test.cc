@@ -1,5 +1,3 @@
-#include "tools/tune/timing_study.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,6 +6,7 @@
 
 #include "sim/machine.h"
 #include "tools/common/sources.h"
+#include "tools/tune/study.h"
 #include "tools/tune/timing_plot.h"
 
 namespace quarlo::tools::tune {
@@ -241,10 +240,10 @@ TEST_F(TimingTest, AFindingCoversAllCircumstances) {
     delays.push_back(static_cast<double>(((first + 1)->time - first->time).count()) / 1000);
   }
   ASSERT_TRUE(finding.firstRepeatMs);
-  EXPECT_DOUBLE_EQ(finding.firstRepeatMs->least, *std::min_element(delays.begin(), delays.end()));
-  EXPECT_DOUBLE_EQ(finding.firstRepeatMs->most, *std::max_element(delays.begin(), delays.end()));
-  EXPECT_LT(finding.firstRepeatMs->least, finding.firstRepeatMs->most);
-  EXPECT_EQ(finding.keyDownsPerTap.most, 1);
+  EXPECT_DOUBLE_EQ(finding.firstRepeatMs->minimum, *std::min_element(delays.begin(), delays.end()));
+  EXPECT_DOUBLE_EQ(finding.firstRepeatMs->maximum, *std::max_element(delays.begin(), delays.end()));
+  EXPECT_LT(finding.firstRepeatMs->minimum, finding.firstRepeatMs->maximum);
+  EXPECT_EQ(finding.keyDownsPerTap.maximum, 1);
   EXPECT_TRUE(finding.faults.empty());
   EXPECT_EQ(finding.skipped, 4);
   EXPECT_EQ(finding.lost, 0);
@@ -264,7 +263,7 @@ TEST_F(TimingTest, FaultsAreNamedTheWorstFirst) {
 TEST_F(TimingTest, AnApplicationThatPollsTooRarelyMissesPressesAndIsLate) {
   const Remote remote = recordedRemote(joined(tap(0ms), joined(tap(300ms), hold(1000ms))), "sofa");
   const Finding finding = findingOf(remote, {75, 250, 600});
-  EXPECT_EQ(finding.keyDownsPerTap.least, 0);
+  EXPECT_EQ(finding.keyDownsPerTap.minimum, 0);
   EXPECT_EQ(toText(finding.faults), "ghosts, misses, slow, late");
   EXPECT_GT(finding.lost, 0);
 }
@@ -273,8 +272,8 @@ TEST_F(TimingTest, TheStudyIsInOrderAndHasThePresentSettingOnce) {
   const Study without = studyTiming(remoteOf108Ms(), {{75, 150}, {300}, {10}});
   ASSERT_EQ(without.findings.size(), 3U);
   EXPECT_EQ(without.findings[0].setting, (Setting{75, 300, 10}));
-  EXPECT_EQ(without.findings[1].setting, kPresentSetting);
-  EXPECT_EQ(without.present, 1U);
+  EXPECT_EQ(without.findings[1].setting, kDefaultSetting);
+  EXPECT_EQ(without.byDefault, 1U);
   const Study with = studyTiming(remoteOf108Ms(), {{100}, {300}, {10}});
   EXPECT_EQ(with.findings.size(), 1U);
 }
@@ -295,12 +294,12 @@ TEST_F(TimingTest, ThePresentSettingIsRecommendedUnlessAnotherIsBetter) {
   const Study study = studyTiming(remote, {{100, 125}, {300}, {10}});
   EXPECT_TRUE(study.findings[0].faults.empty());
   EXPECT_TRUE(study.findings[1].faults.empty());
-  EXPECT_EQ(study.recommended, study.present);
+  EXPECT_EQ(study.recommended, study.byDefault);
 }
 
 TEST_F(TimingTest, TheWorstCircumstancesShowTheFault) {
   const Remote remote = remoteOf108Ms();
-  const Timeline timeline = runReader(remote, kPresentSetting, worstCircumstances(remote, kPresentSetting));
+  const Timeline timeline = runReader(remote, kDefaultSetting, worstCircumstances(remote, kDefaultSetting));
   const std::string fates = fatesOf(timeline);
   EXPECT_NE(fates.find('s', fates.find("KK")), std::string::npos) << fates;  // a repeat is skipped after others counted
 }

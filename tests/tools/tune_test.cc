@@ -37,7 +37,7 @@ std::string failure(Arguments arguments, const Arguments& launcher = {}) {
   return result.err;
 }
 
-// Few settings: the present one, and a better one.
+// Few settings: the default one, and a better one.
 const Arguments kSmallGrid = {"--repeat-timeout", "75,100", "--release-timeout", "300", "--timeout", "10"};
 
 Arguments with(Arguments arguments, const Arguments& more) {
@@ -88,17 +88,17 @@ TEST(Tune, StudiesWhatWasRecorded) {
   EXPECT_NE(out.find("No other\nsetting is better: leave it as it is.\n"), std::string::npos) << out;
 }
 
-TEST(Tune, SaysWhenOnlyThePresentSettingIsWithoutAFault) {
+TEST(Tune, SaysWhenOnlyTheDefaultSettingIsWithoutAFault) {
   const std::string out =
       tuned({sample("sofa"), "--repeat-timeout", "50", "--release-timeout", "300", "--timeout", "10"});
-  EXPECT_NE(out.find("None of the settings to try is without a fault; the present one is. Of the others, this one has"),
+  EXPECT_NE(out.find("None of the settings to try is without a fault; the default one is. Of the others, this one has"),
             std::string::npos)
       << out;
 }
 
 TEST(Tune, SaysWhenNoSettingIsWithoutAFault) {
   const std::string out = tuned({"--repeat-timeout", "100", "--release-timeout", "200,300", "--timeout", "10"});
-  EXPECT_NE(out.find("None of the settings to try is without a fault; this one has the least (uneven)."),
+  EXPECT_NE(out.find("None of the settings to try is without a fault; this one has the fewest (uneven)."),
             std::string::npos)
       << out;
 }
@@ -141,10 +141,10 @@ TEST(Tune, GivesAnObjectForEachSettingAndTheRecommendation) {
   EXPECT_EQ(best["linesSkipped"], 4);
   EXPECT_EQ(best["linesLost"], 0);
   EXPECT_EQ(best["faults"], nlohmann::json::array());
-  EXPECT_EQ(best["present"], false);
-  const auto present = nlohmann::json::parse(lines[1]);
-  EXPECT_EQ(present["faults"], nlohmann::json({"uneven"}));
-  EXPECT_EQ(present["present"], true);
+  EXPECT_EQ(best["default"], false);
+  const auto byDefault = nlohmann::json::parse(lines[1]);
+  EXPECT_EQ(byDefault["faults"], nlohmann::json({"uneven"}));
+  EXPECT_EQ(byDefault["default"], true);
   const auto recommendation = nlohmann::json::parse(lines[2]);
   EXPECT_EQ(recommendation["kind"], "recommendation");
   EXPECT_EQ(recommendation["repeatTimeoutMs"], 75);

@@ -28,7 +28,7 @@ constexpr int kMapFrame = 120;  // its title above, its axis below
 constexpr double kMapsLeft = 90;
 constexpr double kMapsWidth = 850;
 constexpr double kMapGap = 24;
-constexpr double kLeastCellWidth = 58;
+constexpr double kMinCellWidth = 58;
 
 // The script, as it grows.
 class Script {
@@ -84,8 +84,8 @@ constexpr int kKeyDownRow = 1;
 struct Window {
   Press press;
   microseconds start;  // of the press
-  double leastMs;
-  double mostMs;
+  double minimumMs;
+  double maximumMs;
 };
 
 int keyDownsOf(const Timeline& timeline, const Press& press) {
@@ -120,8 +120,9 @@ void addStates(Script& script, const Timeline& timeline, const Window& window, B
   for (std::size_t i = 0; i < timeline.states.size(); ++i) {
     if (timeline.states[i].state != state) continue;
     const bool last = i + 1 == timeline.states.size();
-    const double from = std::max(toMs(timeline.states[i].time - window.start), window.leastMs);
-    const double to = last ? window.mostMs : std::min(toMs(timeline.states[i + 1].time - window.start), window.mostMs);
+    const double from = std::max(toMs(timeline.states[i].time - window.start), window.minimumMs);
+    const double to =
+        last ? window.maximumMs : std::min(toMs(timeline.states[i + 1].time - window.start), window.maximumMs);
     if (from >= to) continue;
     script.add("set object rectangle from %.3f,%.2f to %.3f,%.2f fc rgb '%s' fs solid noborder behind", from,
                kStateRow - 0.3, to, kStateRow + 0.3, colour);
@@ -154,7 +155,7 @@ void drawWindow(Script& script, const Timeline& timeline, const Window& window) 
   script.add("unset object");
   addStates(script, timeline, window, ButtonState::kHeld, kHeld);
   addStates(script, timeline, window, ButtonState::kRepeating, kRepeating);
-  script.add("set xrange [%.0f:%.0f]", window.leastMs, window.mostMs);
+  script.add("set xrange [%.0f:%.0f]", window.minimumMs, window.maximumMs);
   script.add("set yrange [0.4:3.6]");
   script.add("plot $accepted with points pt 7 ps 0.9 lc rgb '%s', \\", kKeyDown);
   script.add("     $skipped with points pt 6 ps 0.9 lw 1.5 lc rgb '%s', \\", kSkipped);
@@ -219,13 +220,13 @@ void addCells(Script& script, const Study& study, int poll) {
   script.add("$cells << EOD");
   for (const Finding& finding : study.findings) {
     if (finding.setting.pollMs != poll) continue;
-    const double rate = finding.repeatsPerSecond ? finding.repeatsPerSecond->least : 0;
+    const double rate = finding.repeatsPerSecond ? finding.repeatsPerSecond->minimum : 0;
     script.add(R"(%d %d %.3f "%.1f" "%s" %d)", indexOf(repeats, finding.setting.repeatMs),
                indexOf(releases, finding.setting.releaseMs), rate, rate,
                finding.faults.empty() ? "good" : nameOf(finding.faults.front()), finding.faults.empty() ? kGood : kBad);
   }
   script.add("EOD");
-  for (const auto& [number, style] : {std::pair(study.present, "dt 2"), {study.recommended, "dt 1"}}) {
+  for (const auto& [number, style] : {std::pair(study.byDefault, "dt 2"), {study.recommended, "dt 1"}}) {
     const Setting& setting = study.findings[number].setting;
     if (setting.pollMs != poll) continue;
     addFrame(script, indexOf(repeats, setting.repeatMs), indexOf(releases, setting.releaseMs), style);
@@ -253,7 +254,7 @@ struct MapLayout {
         perRow(std::clamp<std::size_t>(
             static_cast<std::size_t>(
                 (kMapsWidth + kMapGap) /
-                (static_cast<double>(valuesOf(study, &Setting::repeatMs).size()) * kLeastCellWidth + kMapGap)),
+                (static_cast<double>(valuesOf(study, &Setting::repeatMs).size()) * kMinCellWidth + kMapGap)),
             1, polls.size())),
         width((kMapsWidth + kMapGap) / static_cast<double>(perRow) - kMapGap),
         rowHeight(kMapFrame + static_cast<int>(valuesOf(study, &Setting::releaseMs).size()) * kCellHeight) {}
@@ -315,7 +316,7 @@ void drawHead(Script& script, const std::string& title, int height) {
 }  // namespace
 
 std::string plotScript(const Remote& remote, const Study& study, const std::string& title) {
-  const bool same = study.present == study.recommended;
+  const bool same = study.byDefault == study.recommended;
   const int timelines = same ? 1 : 2;
   const int mapTop = kHeadHeight + timelines * kTimelineHeight;
   const int height = mapTop + MapLayout(study).height();
@@ -324,7 +325,7 @@ std::string plotScript(const Remote& remote, const Study& study, const std::stri
   script.add("set border 1 lc rgb '%s'\nset key off", kInk);
   script.add("set multiplot");
   drawHead(script, title, height);
-  drawTimeline(script, remote, study.findings[study.present], same ? "Now, and recommended" : "Now", kHeadHeight,
+  drawTimeline(script, remote, study.findings[study.byDefault], same ? "Now, and recommended" : "Now", kHeadHeight,
                height);
   if (!same) {
     drawTimeline(script, remote, study.findings[study.recommended], "Recommended", kHeadHeight + kTimelineHeight,

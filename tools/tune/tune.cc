@@ -30,8 +30,8 @@ std::string formatted(const char* format, double number) {
 // With signs: "-8..+13", and "+0" for what is a little less than nothing.
 std::string shownSigned(const std::optional<Range>& range) {
   if (!range) return "-";
-  const std::string least = formatted("%+.0f", std::round(range->least) + 0.0);
-  const std::string most = formatted("%+.0f", std::round(range->most) + 0.0);
+  const std::string least = formatted("%+.0f", std::round(range->minimum) + 0.0);
+  const std::string most = formatted("%+.0f", std::round(range->maximum) + 0.0);
   return least == most ? least : least + ".." + most;
 }
 
@@ -59,8 +59,8 @@ std::string verdictOn(const Finding& finding) { return finding.faults.empty() ? 
 // Of the picture.
 std::string titleOf(const TuneOptions& options, const Remote& remote, const Study& study) {
   const std::string name = options.session.empty() ? options.protocol.name : "a recorded remote";
-  std::string title = describeLines(name, remote) + ": " + verdictOn(study.findings[study.present]) + " now";
-  if (study.present != study.recommended) {
+  std::string title = describeLines(name, remote) + ": " + verdictOn(study.findings[study.byDefault]) + " now";
+  if (study.byDefault != study.recommended) {
     title += ", " + verdictOn(study.findings[study.recommended]) + " as recommended";
   }
   return title;
@@ -89,7 +89,7 @@ void printTable(const Study& study) {
   for (std::size_t i = 0; i < study.findings.size(); ++i) {
     const Finding& finding = study.findings[i];
     if (std::exchange(poll, finding.setting.pollMs) != finding.setting.pollMs) std::printf("\n");
-    printRow(finding, i == study.present, i == study.recommended);
+    printRow(finding, i == study.byDefault, i == study.recommended);
   }
 }
 
@@ -105,14 +105,14 @@ void printLegend(const Study& study) {
 std::string reasonOf(const Study& study) {
   const Finding& best = study.findings[study.recommended];
   if (!best.faults.empty()) {
-    const bool presentIsGood = study.findings[study.present].faults.empty();
+    const bool defaultIsGood = study.findings[study.byDefault].faults.empty();
     return "None of the settings to try is without a fault; " +
-           std::string(presentIsGood ? "the present one is. Of the others, " : "") + "this one has the least (" +
+           std::string(defaultIsGood ? "the default one is. Of the others, " : "") + "this one has the fewest (" +
            toText(best.faults) + "). " + describe(best);
   }
-  const std::string now = verdictOn(study.findings[study.present]);
+  const std::string now = verdictOn(study.findings[study.byDefault]);
   const std::string outcome = "Now: " + now + ". As recommended: no fault. " + describe(best) + " ";
-  if (study.recommended == study.present) return describe(best) + " No other setting is better: leave it as it is.";
+  if (study.recommended == study.byDefault) return describe(best) + " No other setting is better: leave it as it is.";
   return outcome + "Of the settings without a fault that repeat this soon, it has the longest release timeout and " +
          "the middle repeat timeout: the farthest from trouble.";
 }
@@ -143,7 +143,7 @@ void printRecommendation(const Study& study) {
 ordered_json toJson(const std::optional<Range>& range) {
   if (!range) return nullptr;
   const auto rounded = [](double number) { return std::round(number * 1000) / 1000; };
-  return {{"least", rounded(range->least)}, {"most", rounded(range->most)}};
+  return {{"least", rounded(range->minimum)}, {"most", rounded(range->maximum)}};
 }
 
 ordered_json toJson(const char* kind, const Finding& finding) {
@@ -167,7 +167,7 @@ ordered_json toJson(const char* kind, const Finding& finding) {
 void printJson(const Study& study) {
   for (std::size_t i = 0; i < study.findings.size(); ++i) {
     ordered_json json = toJson("setting", study.findings[i]);
-    json["present"] = i == study.present;
+    json["default"] = i == study.byDefault;
     std::printf("%s\n", json.dump().c_str());
   }
   ordered_json json = toJson("recommendation", study.findings[study.recommended]);

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "tools/tune/timing_study.h"
+#include "tools/tune/study.h"
 
 namespace quarlo::tools::tune {
 

@@ -1,0 +1,130 @@
+#include "tools/tune/reader_run.h"
+
+#include <algorithm>
+#include <deque>
+#include <optional>
+#include <tuple>
+#include <utility>
+
+#include "input/linux_input_reader.h"
+#include "sim/machine.h"
+#include "tools/common/event_printer.h"
+
+namespace quarlo::tools::tune {
+
+using namespace std::chrono_literals;
+using recording::RemoteLine;
+
+bool operator==(const Setting& a, const Setting& b) {
+  return std::tie(a.repeatMs, a.releaseMs, a.pollMs) == std::tie(b.repeatMs, b.releaseMs, b.pollMs);
+}
+
+std::vector<Circumstances> studiedCircumstances(const Setting& setting) {
+  constexpr int kMoments = 8;
+  std::vector<Circumstances> all;
+  for (const microseconds work : {100us, 1000us, 3000us}) {
+    const microseconds round = std::chrono::milliseconds(setting.pollMs) + work;
+    for (int moment = 0; moment < kMoments; ++moment) all.push_back({round * moment / kMoments, work});
+  }
+  return all;
+}
+
+namespace {
+
+// A machine with the daemon alone, and the application on it.
+class Run {
+ public:
+  Run(const Remote& remote, const Setting& setting, const Circumstances& circumstances)
+      : setting_(setting), work_(circumstances.work) {
+    machine_.setTracing(false);
+    machine_.setEnvironment(components::input::kRepeatTimeoutVariable, std::to_string(setting.repeatMs));
+    machine_.setEnvironment(components::input::kReleaseTimeoutVariable, std::to_string(setting.releaseMs));
+    sim::LircDaemon& daemon = machine_.addLircDaemon(kStudiedSocket);
+    reader_.emplace();
+    reader_->init(nullptr, nullptr, kStudiedSocket, 0, 0);
+    // The first wait still watches the socket. An application that has run for a while sleeps through its waits.
+    playRound();
+    start_ = machine_.now() + circumstances.phase;
+    timeline_.states.push_back({-circumstances.phase, ButtonState::kReleased});
+    timeline_.lines.reserve(remote.lines.size());
+    for (const RemoteLine& line : remote.lines) schedule(daemon, line.time - remote.lines.front().time, line.text);
+  }
+
+  Timeline play() {
+    while (!hasEnded()) playRound();
+    return std::move(timeline_);
+  }
+
+ private:
+  // What the daemon has sent of a line that the application has not read.
+  struct Waiting {
+    std::size_t line;
+    std::size_t bytes;
+    bool begun;  // its first bytes were read
+  };
+
+  void schedule(sim::LircDaemon& daemon, microseconds time, const std::string& text) {
+    machine_.after(start_ + time - machine_.now(), [this, &daemon, time, &text] {
+      waiting_.push_back({timeline_.lines.size(), text.size() + 1, false});
+      timeline_.lines.push_back({time, Fate::kLost});
+      daemon.sendText(text + "\n");
+    });
+  }
+
+  void playRound() {
+    readRound(*reader_, setting_.pollMs, [this](const InputEvent& /*event*/) {
+      noteCall(true);
+      return true;
+    });
+    noteCall(false);
+    machine_.advance(work_);
+  }
+
+  void noteCall(bool keyDown) {
+    takeLines(keyDown);
+    const ButtonState state = reader_->lircKey == msg::KeyInput::kNone ? ButtonState::kReleased
+                              : reader_->lircRepeatMode                ? ButtonState::kRepeating
+                                                                       : ButtonState::kHeld;
+    if (!timeline_.states.empty() && state != timeline_.states.back().state)
+      timeline_.states.push_back({elapsed(), state});
+  }
+
+  // A call reads once, what has come until then, and looks at the first line of it alone.
+  void takeLines(bool keyDown) {
+    if (waiting_.empty()) return;
+    if (keyDown) timeline_.keyDowns.push_back({elapsed(), waiting_.front().line});
+    if (!waiting_.front().begun)
+      timeline_.lines[waiting_.front().line].fate = keyDown ? Fate::kKeyDown : Fate::kSkipped;
+    for (std::size_t left = components::input::kLircReadSize; left > 0 && !waiting_.empty();) {
+      Waiting& first = waiting_.front();
+      const std::size_t taken = std::min(left, first.bytes);
+      left -= taken;
+      first.bytes -= taken;
+      first.begun = true;
+      if (first.bytes == 0) waiting_.pop_front();
+    }
+  }
+
+  bool hasEnded() const {
+    if (machine_.hasScheduled() || !waiting_.empty()) return false;
+    return reader_->lircKey == msg::KeyInput::kNone || elapsed() > timeline_.lines.back().sent + kPauseBetweenPresses;
+  }
+
+  microseconds elapsed() const { return machine_.now() - start_; }
+
+  Setting setting_;
+  microseconds work_;
+  sim::Machine machine_;
+  std::optional<LinuxInputReader> reader_;  // it reads the environment when it is made
+  microseconds start_{0};
+  std::deque<Waiting> waiting_;
+  Timeline timeline_;
+};
+
+}  // namespace
+
+Timeline runReader(const Remote& remote, const Setting& setting, const Circumstances& circumstances) {
+  return Run(remote, setting, circumstances).play();
+}
+
+}  // namespace quarlo::tools::tune

@@ -1,0 +1,70 @@
+// What the reader makes of a remote's lines with one setting: the real reader, on the simulated machine, in the loop
+// that its header teaches.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "input/linux_input_reader_limits.h"
+#include "tools/common/reader_options.h"
+#include "tools/tune/remote_lines.h"
+
+namespace quarlo::tools::tune {
+
+struct Setting {
+  int repeatMs;   // LIRC_REPEAT_TIMEOUT
+  int releaseMs;  // LIRC_RELEASE_TIMEOUT
+  int pollMs;     // the timeout of the first readInput() of each round
+};
+
+bool operator==(const Setting& a, const Setting& b);
+
+// What applications have that set nothing: the reader's defaults, and the loop's timeout.
+constexpr Setting kDefaultSetting{components::input::kDefaultRepeatTimeoutMs,
+                                  components::input::kDefaultReleaseTimeoutMs, kRoundTimeoutMs};
+
+// What nobody chooses, but makes a difference.
+struct Circumstances {
+  microseconds phase;  // from the start of a round of the application to the first line
+  microseconds work;   // what the application does in each round, besides reading
+};
+
+// Those that a study looks at: eight moments between two polls, for each of three loads of the application.
+std::vector<Circumstances> studiedCircumstances(const Setting& setting);
+
+// What became of a line.
+enum class Fate {
+  kKeyDown,
+  kSkipped,  // too close to the last key-down
+  kLost,     // the application read it together with an earlier one, which alone counts
+};
+
+// All times are since the first line.
+struct TimedLine {
+  microseconds sent;
+  Fate fate;
+};
+
+struct KeyDown {
+  microseconds time;
+  std::size_t line;  // the number of the line that gave it
+};
+
+// What the reader takes the remote's button for.
+enum class ButtonState { kReleased, kHeld, kRepeating };
+
+struct StateChange {
+  microseconds time;
+  ButtonState state;
+};
+
+struct Timeline {
+  std::vector<TimedLine> lines;
+  std::vector<KeyDown> keyDowns;
+  std::vector<StateChange> states;  // the first: kReleased, before the first line
+};
+
+// REQUIRES: no simulated machine exists, here and below.
+Timeline runReader(const Remote& remote, const Setting& setting, const Circumstances& circumstances);
+
+}  // namespace quarlo::tools::tune

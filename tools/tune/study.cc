@@ -1,0 +1,265 @@
+#include "tools/tune/study.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <tuple>
+
+namespace quarlo::tools::tune {
+
+using namespace std::chrono_literals;
+
+// ---- Findings -----------------------------------------------------------------------------------
+
+namespace {
+
+// What a person expects of a held button: repeats from a quarter to half a second on (the kernel's defaults are 250 ms
+// for keyboards and 500 ms for remotes), some eight times a second (the kernel's 125 ms for remotes), evenly.
+constexpr double kSoonestRepeatMs = 250;
+constexpr double kLatestRepeatMs = 500;
+constexpr double kSlowestPerSecond = 4;
+constexpr double kFastestPerSecond = 12;
+constexpr double kMaxUneven = 1.75;  // the longest pause, in shortest ones; a line that is skipped makes it 2
+constexpr double kLatestAfterMs = 100;
+
+// Without zeroes at the end: "1.75", "250".
+std::string plain(double number) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", number);
+  return text;
+}
+
+void widen(std::optional<Range>& range, double value) {
+  if (!range) range = Range{value, value};
+  range->minimum = std::min(range->minimum, value);
+  range->maximum = std::max(range->maximum, value);
+}
+
+// Gathers what the runs of one setting give.
+class Gatherer {
+ public:
+  explicit Gatherer(const Remote& remote) : remote_(remote) {}
+
+  void add(const Timeline& timeline) {
+    std::size_t next = 0;
+    for (const Press& press : remote_.presses) {
+      std::vector<microseconds> times;
+      for (; next < timeline.keyDowns.size() && timeline.keyDowns[next].line < press.end; ++next) {
+        times.push_back(timeline.keyDowns[next].time);
+      }
+      missed_ = missed_ || times.empty();
+      if (!press.held) {
+        widen(perTap_, static_cast<double>(times.size()));
+      } else if (!times.empty()) {
+        addHold(times, timeline.lines[press.end - 1].sent);
+      }
+    }
+    skipped_ = std::max(skipped_, countFate(timeline, Fate::kSkipped));
+    lost_ = std::max(lost_, countFate(timeline, Fate::kLost));
+  }
+
+  Finding finish(const Setting& setting) const {
+    Finding finding = {setting, *perTap_, firstRepeat_, perSecond_, pause_, lastAfter_, skipped_, lost_, {}};
+    finding.faults = faultsOf(finding);
+    return finding;
+  }
+
+ private:
+  static int countFate(const Timeline& timeline, Fate fate) {
+    return static_cast<int>(std::count_if(timeline.lines.begin(), timeline.lines.end(),
+                                          [fate](const TimedLine& line) { return line.fate == fate; }));
+  }
+
+  void addHold(const std::vector<microseconds>& times, microseconds lastLine) {
+    widen(lastAfter_, toMs(times.back() - lastLine));
+    unrepeated_ = unrepeated_ || times.size() < 2;
+    if (times.size() < 2) return;
+    widen(firstRepeat_, toMs(times[1] - times[0]));
+    if (times.size() < 3) return;
+    for (std::size_t i = 2; i < times.size(); ++i) widen(pause_, toMs(times[i] - times[i - 1]));
+    widen(perSecond_, static_cast<double>(times.size() - 2) * 1000 / toMs(times.back() - times[1]));
+  }
+
+  std::vector<Fault> faultsOf(const Finding& finding) const {
+    const auto& [first, rate, pause] = std::tie(finding.firstRepeatMs, finding.repeatsPerSecond, finding.pauseMs);
+    const std::pair<Fault, bool> all[] = {
+        {Fault::kGhosts, finding.keyDownsPerTap.maximum > 1},
+        {Fault::kMisses, missed_},
+        {Fault::kNoRepeats, unrepeated_},
+        {Fault::kUneven, pause && pause->maximum >= kMaxUneven * pause->minimum},
+        {Fault::kHasty, first && first->minimum < kSoonestRepeatMs},
+        {Fault::kSlowStart, first && first->maximum > kLatestRepeatMs},
+        {Fault::kFast, rate && rate->maximum > kFastestPerSecond},
+        {Fault::kSlow, rate && rate->minimum < kSlowestPerSecond},
+        {Fault::kLate, finding.lastAfterMs && finding.lastAfterMs->maximum > kLatestAfterMs},
+    };
+    std::vector<Fault> faults;
+    for (const auto& [fault, found] : all) {
+      if (found) faults.push_back(fault);
+    }
+    return faults;
+  }
+
+  const Remote& remote_;
+  std::optional<Range> perTap_;
+  std::optional<Range> firstRepeat_;
+  std::optional<Range> perSecond_;
+  std::optional<Range> pause_;
+  std::optional<Range> lastAfter_;
+  bool missed_ = false;
+  bool unrepeated_ = false;
+  int skipped_ = 0;
+  int lost_ = 0;
+};
+
+Finding findingOf(const Remote& remote, const Setting& setting, const std::vector<Circumstances>& all) {
+  Gatherer gatherer(remote);
+  for (const Circumstances& circumstances : all) gatherer.add(runReader(remote, setting, circumstances));
+  return gatherer.finish(setting);
+}
+
+// One fault outweighs all that are less bad.
+int weightOf(const Finding& finding) {
+  int weight = 0;
+  for (const Fault fault : finding.faults) weight += 1 << (static_cast<int>(Fault::kLate) - static_cast<int>(fault));
+  return weight;
+}
+
+}  // namespace
+
+const char* nameOf(Fault fault) {
+  switch (fault) {
+    case Fault::kGhosts: return "ghosts";
+    case Fault::kMisses: return "misses";
+    case Fault::kNoRepeats: return "no repeats";
+    case Fault::kUneven: return "uneven";
+    case Fault::kHasty: return "hasty";
+    case Fault::kSlowStart: return "slow start";
+    case Fault::kFast: return "fast";
+    case Fault::kSlow: return "slow";
+    case Fault::kLate: break;
+  }
+  return "late";
+}
+
+std::string meaningOf(Fault fault) {
+  switch (fault) {
+    case Fault::kGhosts: return "a tap gives more than one key-down: take a longer release timeout";
+    case Fault::kMisses: return "a press gives no key-down: poll more often";
+    case Fault::kNoRepeats: return "a held button does not repeat: take a shorter release timeout";
+    case Fault::kUneven:
+      return "pauses between repeats differ " + plain(kMaxUneven) +
+             "-fold: take another repeat timeout, or poll more often";
+    case Fault::kHasty:
+      return "the first repeat comes within " + plain(kSoonestRepeatMs) +
+             " ms: a slow tap would be two; take a longer release timeout";
+    case Fault::kSlowStart:
+      return "the first repeat comes after more than " + plain(kLatestRepeatMs) + " ms: take a shorter release timeout";
+    case Fault::kFast:
+      return "more than " + plain(kFastestPerSecond) + " repeats a second: take a longer repeat timeout";
+    case Fault::kSlow:
+      return "fewer than " + plain(kSlowestPerSecond) + " repeats a second: take another repeat timeout";
+    case Fault::kLate: break;
+  }
+  return "the last key-down comes more than " + plain(kLatestAfterMs) + " ms after the last line: poll more often";
+}
+
+std::string toText(const std::optional<Range>& range, int decimals) {
+  if (!range) return "-";
+  const auto number = [decimals](double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return std::string(text);
+  };
+  const std::string least = number(range->minimum);
+  const std::string most = number(range->maximum);
+  return least == most ? least : least + "-" + most;
+}
+
+std::string toText(const std::vector<Fault>& faults) {
+  std::string text;
+  for (const Fault fault : faults) text += (text.empty() ? "" : ", ") + std::string(nameOf(fault));
+  return text;
+}
+
+std::string describe(const Finding& finding) {
+  const std::string perTap = toText(finding.keyDownsPerTap, 0);
+  const std::string tap = "A tap gives " + perTap + (perTap == "1" ? " key-down" : " key-downs");
+  if (!finding.firstRepeatMs) return tap + "; a held button does not repeat.";
+  const std::string rate = finding.repeatsPerSecond ? toText(finding.repeatsPerSecond, 1) + " times a second" : "once";
+  return tap + "; a held button repeats after " + toText(finding.firstRepeatMs, 0) + " ms, " + rate + ".";
+}
+
+Circumstances worstCircumstances(const Remote& remote, const Setting& setting) {
+  const std::vector<Circumstances> all = studiedCircumstances(setting);
+  return *std::max_element(all.begin(), all.end(), [&](const Circumstances& a, const Circumstances& b) {
+    return weightOf(findingOf(remote, setting, {a})) < weightOf(findingOf(remote, setting, {b}));
+  });
+}
+
+// ---- The study ----------------------------------------------------------------------------------
+
+namespace {
+
+// Without repetitions, by poll timeout, then release timeout, then repeat timeout.
+std::vector<Setting> settingsOf(const Grid& grid) {
+  std::vector<Setting> settings;
+  for (const int poll : grid.pollMs) {
+    for (const int release : grid.releaseMs) {
+      for (const int repeat : grid.repeatMs) settings.push_back({repeat, release, poll});
+    }
+  }
+  return settings;
+}
+
+void sortSettings(std::vector<Setting>& settings) {
+  std::sort(settings.begin(), settings.end(), [](const Setting& a, const Setting& b) {
+    return std::tie(a.pollMs, a.releaseMs, a.repeatMs) < std::tie(b.pollMs, b.releaseMs, b.repeatMs);
+  });
+  settings.erase(std::unique(settings.begin(), settings.end()), settings.end());
+}
+
+using Candidates = std::vector<std::size_t>;
+
+// Keeps those whose value is the least, or no more than `tolerance` above it.
+template <typename Value>
+void keepLeast(Candidates& candidates, const Value& valueOf, double tolerance = 0) {
+  double least = valueOf(candidates.front());
+  for (const std::size_t candidate : candidates) least = std::min<double>(least, valueOf(candidate));
+  const auto isMore = [&](std::size_t candidate) { return valueOf(candidate) > least + tolerance; };
+  candidates.erase(std::remove_if(candidates.begin(), candidates.end(), isMore), candidates.end());
+}
+
+// Of the findings with these numbers, which are in order, the number of the best.
+std::size_t chooseBest(const std::vector<Finding>& findings, std::size_t byDefault, Candidates candidates,
+                       microseconds period) {
+  keepLeast(candidates, [&](std::size_t i) { return weightOf(findings[i]); });
+  keepLeast(candidates, [&](std::size_t i) { return std::abs(findings[i].setting.pollMs - kDefaultSetting.pollMs); });
+  const auto firstRepeat = [&](std::size_t i) {
+    return findings[i].firstRepeatMs ? findings[i].firstRepeatMs->maximum : 0;
+  };
+  keepLeast(candidates, firstRepeat, toMs(period) / 2);
+  keepLeast(candidates, [&](std::size_t i) { return -findings[i].setting.releaseMs; });
+  if (std::count(candidates.begin(), candidates.end(), byDefault) != 0) return byDefault;
+  return candidates[(candidates.size() - 1) / 2];
+}
+
+}  // namespace
+
+Study studyTiming(const Remote& remote, const Grid& grid) {
+  const std::vector<Setting> wanted = settingsOf(grid);
+  std::vector<Setting> settings = wanted;
+  settings.push_back(kDefaultSetting);
+  sortSettings(settings);
+  Study study = {};
+  Candidates candidates;
+  for (const Setting& setting : settings) {
+    if (setting == kDefaultSetting) study.byDefault = study.findings.size();
+    if (std::count(wanted.begin(), wanted.end(), setting) != 0) candidates.push_back(study.findings.size());
+    study.findings.push_back(findingOf(remote, setting, studiedCircumstances(setting)));
+  }
+  study.recommended = chooseBest(study.findings, study.byDefault, candidates, remote.period);
+  return study;
+}
+
+}  // namespace quarlo::tools::tune
