@@ -121,7 +121,7 @@ microseconds Timeline::parse(const Lines& lines, std::string_view field) {
   if (time > kLongestSession) {
     lines.fail("the time " + quoted(field) + " is more than " + std::to_string(kLongestSession.count()) +
                " hours after the start" +
-               (start_ == Start::kZero ? " (the files of a folder count from 0, the start of the recording)" : ""));
+               (start_ == Start::kZero ? " (the files of a directory count from 0, the start of the recording)" : ""));
   }
   last_ = time;
   return time;

@@ -27,7 +27,7 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 const char* kindOf(mode_t mode) {
   switch (mode & S_IFMT) {
-    case S_IFDIR: return "folder";
+    case S_IFDIR: return "directory";
     case S_IFIFO: return "pipe";
     case S_IFSOCK: return "socket";
     default: return "device";
@@ -71,7 +71,7 @@ Session readFolder(const std::string& path) {
   session.keyboard = readIfThere(pathIn(path, kKeyboardFile), readEvemu);
   session.remote = readIfThere(pathIn(path, kRemoteFile), readRemote);
   if (!session.mouse && !session.keyboard && !session.remote) {
-    throw Error(path + ": the folder has none of " + kMouseFile + ", " + kKeyboardFile + " and " + kRemoteFile);
+    throw Error(path + ": the directory has none of " + kMouseFile + ", " + kKeyboardFile + " and " + kRemoteFile);
   }
   return session;
 }
@@ -96,7 +96,7 @@ Session sessionOf(DeviceRecording device, const std::string& path) {
     throw Error(path +
                 ": neither a mouse (REL_X, REL_Y, and BTN_LEFT or BTN_TOUCH) nor a keyboard (the four arrow keys, "
                 "without REL_X and REL_Y); as " +
-                kMouseFile + " or " + kKeyboardFile + " in a folder it is taken anyway");
+                kMouseFile + " or " + kKeyboardFile + " in a directory it is taken anyway");
   }
   return session;
 }

@@ -118,7 +118,7 @@ int makeFolder(const std::string& path, Access access) {
     if (fd != -1) return fd;
   }
   if (errno == EEXIST) throw Error(path + " exists already: give another name, or remove it");
-  throw Error(path + ": the folder cannot be made: " + std::strerror(errno));
+  throw Error(path + ": the directory cannot be made: " + std::strerror(errno));
 }
 
 bool isAt(const std::string& path, int fd) {

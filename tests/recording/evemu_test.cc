@@ -94,9 +94,10 @@ TEST(Evemu, NamesTheLineWhereTimeGoesBack) {
 }
 
 TEST(Evemu, NamesTheLineOfATimeThatIsNotOfTheSession) {
-  EXPECT_EQ(errorOfLine("E: 1329846856.201613 0 0 0"),
-            "file:2: the time \"1329846856.201613\" is more than 24 hours after the start (the files of a folder count "
-            "from 0, the start of the recording)");
+  EXPECT_EQ(
+      errorOfLine("E: 1329846856.201613 0 0 0"),
+      "file:2: the time \"1329846856.201613\" is more than 24 hours after the start (the files of a directory count "
+      "from 0, the start of the recording)");
   EXPECT_EQ(
       errorOf([] { evemu(std::string(kBits) + "E: 10.000000 0 0 0\nE: 86410.000001 0 0 0\n", Start::kFirstTime); }),
       "file:3: the time \"86410.000001\" is more than 24 hours after the start");

@@ -78,7 +78,7 @@ TEST_F(SessionFolder, TakesADeviceForWhatItsFileIsCalled) {
 TEST_F(SessionFolder, WithNoneOfTheThreeIsAnError) {
   write("notes.txt", "");
   EXPECT_EQ(errorOf([&] { readSession(path()); }),
-            path() + ": the folder has none of mouse.evemu, keyboard.evemu and remote.lirc");
+            path() + ": the directory has none of mouse.evemu, keyboard.evemu and remote.lirc");
 }
 
 TEST_F(SessionFolder, NamesTheFileThatIsBroken) {
@@ -111,7 +111,7 @@ TEST_F(SessionFolder, OpensOnlyFiles) {
   EXPECT_EQ(errorOf([&] { readSession(path()); }), file + ": this is a pipe, expected a file");
   std::filesystem::remove(file);
   std::filesystem::create_directory(file);
-  EXPECT_EQ(errorOf([&] { readSession(path()); }), file + ": this is a folder, expected a file");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), file + ": this is a directory, expected a file");
   std::filesystem::remove(file);
   std::filesystem::create_symlink("/dev/zero", file);
   EXPECT_EQ(errorOf([&] { readSession(path()); }), file + ": this is a device, expected a file");
@@ -134,7 +134,7 @@ TEST_F(SessionFile, OfAnotherDeviceIsAnError) {
     EXPECT_EQ(errorOf([&] { sourcesOfFile(capabilities); }),
               path("device.evemu") +
                   ": neither a mouse (REL_X, REL_Y, and BTN_LEFT or BTN_TOUCH) nor a keyboard (the four arrow keys, "
-                  "without REL_X and REL_Y); as mouse.evemu or keyboard.evemu in a folder it is taken anyway");
+                  "without REL_X and REL_Y); as mouse.evemu or keyboard.evemu in a directory it is taken anyway");
   }
 }
 

@@ -270,7 +270,7 @@ TEST_F(WriterTest, RefusesAFolderThatExists) {
 
 TEST_F(WriterTest, NamesAFolderThatCannotBeMade) {
   EXPECT_EQ(errorOf([&] { SessionWriter(path("no/session"), "", Access::kByUmask); }),
-            path("no/session") + ": the folder cannot be made: No such file or directory");
+            path("no/session") + ": the directory cannot be made: No such file or directory");
 }
 
 TEST_F(WriterTest, LetsTheUmaskSayWhoCanReadTheFiles) {

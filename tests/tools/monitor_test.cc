@@ -43,9 +43,10 @@ TEST_F(MonitorTest, SaysWhatIsOpenPrintsTheEventsAndEndsAfterTheLastOneWanted) {
   EXPECT_EQ(lines[1], "  mouse     " + path_);
   EXPECT_EQ(lines[2], "  keyboard  left out");
   EXPECT_EQ(lines[3], "  remote    left out");
-  EXPECT_EQ(lines[4],
-            "Keys that may type, modifiers and editing keys are shown as A, since this is no terminal; --show-keycodes "
-            "shows them.");
+  EXPECT_EQ(
+      lines[4],
+      "Keys that may type, modifiers and editing keys are shown as A, since this is not a terminal; --show-keycodes "
+      "shows them.");
   EXPECT_EQ(eventsOf(result.out), (Events{"mouse move  5,7", "mouse up    right x1        5,7"}));
   EXPECT_EQ(lines[7].rfind("2 events in ", 0), 0U);
   EXPECT_NE(lines[7].find(" s: 0 keys, 1 move, 1 button"), std::string::npos);
@@ -81,7 +82,7 @@ TEST_F(MonitorTest, ShowsModifiersThereWhenAskedTo) {
   const Result result = run(keyboard({"--count", "2", "--show-modifiers"}));
   EXPECT_EQ(eventsOf(result.out),
             (Events{"key down    Shift           0    shift", "key down    A               'A'  shift"}));
-  EXPECT_NE(result.out.find("Keys that may type are shown as A, since this is no terminal; "), std::string::npos);
+  EXPECT_NE(result.out.find("Keys that may type are shown as A, since this is not a terminal; "), std::string::npos);
 }
 
 TEST_F(MonitorTest, ShowsWhatWasTypedWhenAskedTo) {
@@ -237,7 +238,7 @@ TEST_F(MonitorTest, RefusesWhatSendsNoRecords) {
     const Result result = run({"monitor", "--mouse", path, "--keyboard", "none", "--lirc", "none"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, "quarlo-input: " + path +
-                              " is no evdev node and no FIFO; `quarlo-input list` shows the nodes that exist\n");
+                              " is neither an evdev node nor a FIFO; `quarlo-input list` shows the nodes that exist\n");
   }
 }
 

@@ -90,7 +90,7 @@ TEST_F(ObstacleTest, SendsNobodyIntoRootsGroup) {
 TEST(Obstacle, OfAFolderThatCannotBeSearched) {
   EXPECT_EQ(text(whyNotOpened("/nowhere/event0", EACCES)),
             "Permission denied. "
-            "Look at the permissions of the folders above it (namei -l /nowhere/event0), or run this with sudo");
+            "Look at the permissions of the directories above it (namei -l /nowhere/event0), or run this with sudo");
 }
 
 TEST(Obstacle, OfANodeThatIsMissing) {

@@ -255,7 +255,7 @@ TEST_F(RecordTest, RefusesWhatIsNoEvdevNode) {
       const Result result = run(arguments);
       EXPECT_EQ(result.status, 1);
       EXPECT_EQ(result.err,
-                "quarlo-input: " + path + " is no evdev node; `quarlo-input list` shows the nodes that exist\n");
+                "quarlo-input: " + path + " is not an evdev node; `quarlo-input list` shows the nodes that exist\n");
     }
   }
   EXPECT_FALSE(hasSession());

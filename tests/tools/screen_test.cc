@@ -280,7 +280,7 @@ TEST(Screen, NeedsATerminal) {
   const Result result = run({"monitor", "--tui"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "quarlo-input: --tui needs a terminal, and standard output is none; leave --tui out\n");
+  EXPECT_EQ(result.err, "quarlo-input: --tui needs a terminal, and standard output is not one; leave --tui out\n");
 }
 
 TEST(Screen, NeedsToKnowTheTerminal) {

@@ -135,9 +135,9 @@ TEST(Tune, GivesAnObjectForEachSettingAndTheRecommendation) {
   EXPECT_EQ(best["repeatTimeoutMs"], 75);
   EXPECT_EQ(best["releaseTimeoutMs"], 300);
   EXPECT_EQ(best["timeoutMs"], 10);
-  EXPECT_EQ(best["keyDownsPerTap"]["most"], 1);
-  EXPECT_NEAR(double{best["firstRepeatMs"]["least"]}, 314, 0.5);
-  EXPECT_NEAR(double{best["repeatsPerSecond"]["most"]}, 9.2, 0.05);
+  EXPECT_EQ(best["keyDownsPerTap"]["maximum"], 1);
+  EXPECT_NEAR(double{best["firstRepeatMs"]["minimum"]}, 314, 0.5);
+  EXPECT_NEAR(double{best["repeatsPerSecond"]["maximum"]}, 9.2, 0.05);
   EXPECT_EQ(best["linesSkipped"], 4);
   EXPECT_EQ(best["linesLost"], 0);
   EXPECT_EQ(best["faults"], nlohmann::json::array());
@@ -261,7 +261,8 @@ TEST(TunePicture, IntoAFolderIsAnError) {
   const Folder folder;
   const std::string path = folder.path("a.svg");
   std::filesystem::create_directory(path);
-  EXPECT_EQ(failure({"--plot", path}), "quarlo-input: " + path + ": the picture cannot be written: this is no file\n");
+  EXPECT_EQ(failure({"--plot", path}),
+            "quarlo-input: " + path + ": the picture cannot be written: not a regular file\n");
 }
 
 }  // namespace

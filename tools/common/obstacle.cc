@@ -36,7 +36,7 @@ Obstacle whyNotPermitted(const std::string& path, int error, mode_t groupBits) {
   const std::string text = std::strerror(error);
   struct stat status;
   if (stat(path.c_str(), &status) == -1) {
-    return {text, "Look at the permissions of the folders above it (namei -l " + path + "), or run this with sudo"};
+    return {text, "Look at the permissions of the directories above it (namei -l " + path + "), or run this with sudo"};
   }
   const std::string reason = text + " (" + describePermissions(status) + ")";
   if ((status.st_mode & groupBits) != groupBits || status.st_gid == kRootGroup) {

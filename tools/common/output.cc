@@ -13,7 +13,7 @@
 namespace quarlo::tools {
 namespace {
 
-// What is opened gets the lowest free number, which must not be that of a standard stream. The root folder is always
+// What is opened gets the lowest free number, which must not be that of a standard stream. The root directory is always
 // there, and cannot be written to.
 void occupyStandardDescriptors() {
   int fd = -1;

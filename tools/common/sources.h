@@ -8,7 +8,7 @@
 
 namespace quarlo::tools {
 
-// The path of a source; none: it is to be searched for.
+// The path of a source; none: search for it.
 using SourcePath = std::optional<std::string>;
 
 // In place of a path: leave this source out.

@@ -31,7 +31,7 @@ struct Link {
   std::string target;
 };
 
-// Empty if there is no such folder: without udev there are no links.
+// Empty if there is no such directory: without udev there are no links.
 std::vector<Link> linksIn(const std::string& folder) {
   std::vector<Link> links;
   std::error_code error;

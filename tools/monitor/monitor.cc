@@ -63,7 +63,7 @@ bool sendsRecords(const std::string& path) {
 // and a terminal would become the program's own. Says what is wrong with a path that was passed; empty if nothing is.
 std::string problemWith(const SourcePath& source) {
   if (!source || isLeftOut(source) || sendsRecords(*source)) return "";
-  return *source + " is no evdev node and no FIFO; `quarlo-input list` shows the nodes that exist";
+  return *source + " is neither an evdev node nor a FIFO; `quarlo-input list` shows the nodes that exist";
 }
 
 // ---- The loop -----------------------------------------------------------------------------------
@@ -145,9 +145,9 @@ const char* whatIsHidden(Mask mask) {
   switch (mask) {
     case Mask::kNothing: return nullptr;
     case Mask::kTyping:
-      return "Keys that may type are shown as A, since this is no terminal; --show-keycodes shows them.";
+      return "Keys that may type are shown as A, since this is not a terminal; --show-keycodes shows them.";
     default:
-      return "Keys that may type, modifiers and editing keys are shown as A, since this is no terminal; "
+      return "Keys that may type, modifiers and editing keys are shown as A, since this is not a terminal; "
              "--show-keycodes "
              "shows them.";
   }

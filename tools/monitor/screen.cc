@@ -102,7 +102,7 @@ class NcursesScreen : public Screen {
 }  // namespace
 
 std::string whyNoScreen() {
-  if (isatty(STDOUT_FILENO) == 0) return "--tui needs a terminal, and standard output is none; leave --tui out";
+  if (isatty(STDOUT_FILENO) == 0) return "--tui needs a terminal, and standard output is not one; leave --tui out";
   return whyNotDrawable();
 }
 

@@ -94,7 +94,7 @@ class ScreenModel {
   bool numLock_ = false;
   Remote remote_;
   timeval lastKeyDown_ = {};  // of the remote, on the reader's clock
-  std::int64_t slot_ = 0;     // the number of the newest since the start
+  std::int64_t slot_ = 0;     // the index of the newest, counted from the start
   std::deque<std::string> lines_;
   std::optional<InputEvent> lastMove_;  // the last line is about it
   long moves_ = 0;                      // in that line

@@ -1,4 +1,4 @@
-// What the terminal of standard output can, by its type: TERM, looked up in terminfo.
+// What the terminal of standard output can do, by its type: TERM, looked up in terminfo.
 #pragma once
 
 #include <string>

@@ -13,14 +13,14 @@ namespace {
 
 using recording::DeviceDescription;
 
-constexpr int kMostCodes = KEY_CNT;  // EV_KEY has the most
+constexpr int kMaxCodes = KEY_CNT;  // those of EV_KEY
 
 // Which bits the kernel sets for this request, whose size must be that of `bits`.
-using Bits = std::uint8_t[kMostCodes / 8];
+using Bits = std::uint8_t[kMaxCodes / 8];
 
 std::set<int> setBits(const Bits& bits) {
   std::set<int> found;
-  for (int bit = 0; bit < kMostCodes; ++bit) {
+  for (int bit = 0; bit < kMaxCodes; ++bit) {
     if ((bits[bit / 8] >> (bit % 8) & 1) != 0) found.insert(bit);
   }
   return found;

@@ -10,8 +10,8 @@ namespace quarlo::tools::record {
 // Asks the node what it says about itself. What it does not answer is left empty.
 recording::DeviceDescription describeNode(int fd);
 
-// Whose time the kernel is to put into the records that `fd` gives: CLOCK_MONOTONIC's, without which they could not be
-// compared with anything else. Returns false, with errno, if it does not.
+// Makes the kernel stamp the records of `fd` with CLOCK_MONOTONIC, so that they can be compared with those of other
+// sources. Returns false, with errno, if it does not.
 bool setMonotonicClock(int fd);
 
 // The record as a session has it, with its time since `start`; both are on the same clock.

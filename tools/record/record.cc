@@ -97,7 +97,7 @@ void openSources(const SourcePaths& paths, Sources& sources) {
 std::string prepareNode(const SourcePath& path, const Source& node) {
   if (!node.isOpen()) return "";
   const std::string name = path ? *path : std::string("the ") + node.name;
-  if (!isEvdevNode(node.fd)) return name + " is no evdev node; `quarlo-input list` shows the nodes that exist";
+  if (!isEvdevNode(node.fd)) return name + " is not an evdev node; `quarlo-input list` shows the nodes that exist";
   if (!setMonotonicClock(node.fd)) return name + ": the clock of its records cannot be set: " + std::strerror(errno);
   return "";
 }

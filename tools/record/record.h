@@ -11,7 +11,7 @@
 namespace quarlo::tools::record {
 
 struct RecordOptions : SourcePaths {
-  std::string session;                                // the path of the folder to make
+  std::string session;                                // the path of the directory to make
   std::optional<std::chrono::microseconds> duration;  // none: record until a stop is requested
   MaskOptions shown;
 };

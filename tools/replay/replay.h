@@ -9,7 +9,7 @@
 namespace quarlo::tools::replay {
 
 struct ReplayOptions : ReaderOptions {
-  std::string session;           // the path of a folder or a file
+  std::string session;           // the path of a directory or a file
   bool realtime = false;         // at the speed of the recording
   bool lircEnvironment = false;  // take the remote's two timeouts from the environment
 };

@@ -81,8 +81,8 @@ std::string runGnuplot(const std::string& path, const std::string& script) {
   return contentOf(out.get());
 }
 
-// The folder that a file is, or would be, in.
-std::string folderOf(const std::string& path) {
+// The directory of a file, whether the file exists or not.
+std::string directoryOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
@@ -117,9 +117,9 @@ void replace(const std::string& path, const std::string& content) {
 void checkPicturePath(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-    throw PictureError(path + ": the picture cannot be written: this is no file");
+    throw PictureError(path + ": the picture cannot be written: not a regular file");
   }
-  if (access(folderOf(path).c_str(), W_OK | X_OK) == -1) failToWrite(path, errno);
+  if (access(directoryOf(path).c_str(), W_OK | X_OK) == -1) failToWrite(path, errno);
 }
 
 void drawPicture(const std::string& path, const std::string& script) { replace(path, runGnuplot(path, script)); }

@@ -12,7 +12,8 @@ class PictureError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Throws PictureError if the folder of `path` is not there, or no file can be made in it: to call before long work.
+// Throws PictureError if the directory of `path` does not exist, or no file can be made in it. Call this before long
+// work.
 void checkPicturePath(const std::string& path);
 
 // Has gnuplot run a script that draws on its standard output, and then puts the picture into a file, in the place of

@@ -47,7 +47,7 @@ struct TimedLine {
 
 struct KeyDown {
   microseconds time;
-  std::size_t line;  // the number of the line that gave it
+  std::size_t line;  // the index of the line that gave it
 };
 
 // What the reader takes the remote's button for.

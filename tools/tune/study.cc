@@ -221,7 +221,7 @@ void sortSettings(std::vector<Setting>& settings) {
 
 using Candidates = std::vector<std::size_t>;
 
-// Keeps those whose value is the least, or no more than `tolerance` above it.
+// Keeps those with the smallest value, and those that are at most `tolerance` above it.
 template <typename Value>
 void keepLeast(Candidates& candidates, const Value& valueOf, double tolerance = 0) {
   double least = valueOf(candidates.front());
@@ -230,7 +230,7 @@ void keepLeast(Candidates& candidates, const Value& valueOf, double tolerance = 
   candidates.erase(std::remove_if(candidates.begin(), candidates.end(), isMore), candidates.end());
 }
 
-// Of the findings with these numbers, which are in order, the number of the best.
+// The index of the best of the candidates, which are indices in ascending order.
 std::size_t chooseBest(const std::vector<Finding>& findings, std::size_t byDefault, Candidates candidates,
                        microseconds period) {
   keepLeast(candidates, [&](std::size_t i) { return weightOf(findings[i]); });

@@ -9,7 +9,7 @@
 namespace quarlo::tools::tune {
 namespace {
 
-// Told apart by those who are colour-blind, too.
+// Colours that colour-blind people can tell apart.
 constexpr char kInk[] = "#303030";
 constexpr char kDim[] = "#606060";
 constexpr char kKeyDown[] = "#0072b2";

@@ -143,7 +143,7 @@ void printRecommendation(const Study& study) {
 ordered_json toJson(const std::optional<Range>& range) {
   if (!range) return nullptr;
   const auto rounded = [](double number) { return std::round(number * 1000) / 1000; };
-  return {{"least", rounded(range->minimum)}, {"most", rounded(range->maximum)}};
+  return {{"minimum", rounded(range->minimum)}, {"maximum", rounded(range->maximum)}};
 }
 
 ordered_json toJson(const char* kind, const Finding& finding) {

@@ -9,7 +9,7 @@
 namespace quarlo::tools::tune {
 
 struct TuneOptions {
-  std::string session;                   // the path of a folder or a file; empty: a remote of `protocol` is imagined
+  std::string session;                   // the path of a directory or a file; empty: a remote of `protocol` is imagined
   Protocol protocol;                     // its tap is shorter than kShortestHold
   std::chrono::milliseconds hold{2000};  // not less than kShortestHold
   Grid grid;
