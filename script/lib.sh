@@ -11,13 +11,11 @@ is_installed() {
   [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-# Runs apt-get as root.
+# Runs apt-get as root. Where another process installs something, it waits for its end.
 apt() {
-  if [ "$(id -u)" = 0 ]; then
-    DEBIAN_FRONTEND=noninteractive apt-get "$@"
-  else
-    sudo env DEBIAN_FRONTEND=noninteractive apt-get "$@"
-  fi
+  local command=(env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600)
+  [ "$(id -u)" = 0 ] || command=(sudo "${command[@]}")
+  "${command[@]}" "$@"
 }
 
 # What apt-get would have to remove to install these packages. REQUIRES: the package lists are there (update_lists).
@@ -25,10 +23,16 @@ removed_for() {
   apt-get -s install --no-install-recommends "$@" | grep -E '^(Remv|Purg) ' || true
 }
 
-# Fetches the package lists, once in a run.
+# Fetches the package lists, once in a run. apt-get does not wait for the lock of these by itself.
 lists_are_new=
 update_lists() {
-  [ -n "$lists_are_new" ] || apt -qq update
+  local tries=60 problem
+  [ -z "$lists_are_new" ] || return 0
+  until problem=$(apt -qq update 2>&1); do
+    tries=$((tries - 1))
+    [ $tries != 0 ] && [[ $problem == *"/lists/lock"* ]] || fail "apt-get could not fetch the package lists: $problem"
+    sleep 10
+  done
   lists_are_new=1
 }
 
@@ -57,12 +61,37 @@ install_packages() {
     fail "apt-get could not install: $*"
 }
 
-# Configures and builds a preset, or only the given targets of it, quietly unless it fails.
+# What the compiler has compiled before, also for another build, is not compiled again.
+use_compiler_cache() {
+  command -v ccache >/dev/null || return 0
+  export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache} CCACHE_BASEDIR=${CCACHE_BASEDIR-$PWD}
+  # Precompiled headers can be kept, too, and messages are the same in each language that a test asks for.
+  export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS-pch_defines,time_macros,locale}
+}
+
+# Keeps in a file what ninja or ctest print, and shows how far they are: in one line on a terminal, else twice a minute.
+show_progress() {
+  local log=$1 line shown=$SECONDS
+  while IFS= read -r line; do
+    printf '%s\n' "$line" >>"$log"
+    [[ $line =~ ^(\[| *)([0-9]+/[0-9]+)(\]| Test) ]] || continue
+    if [ -t 1 ]; then
+      printf '\r   %s   \r' "${BASH_REMATCH[2]/\// of }"
+    elif [ $((SECONDS - shown)) -ge 30 ]; then
+      echo "   ${BASH_REMATCH[2]/\// of }"
+      shown=$SECONDS
+    fi
+  done
+}
+
+# Configures and builds a preset, or only the given targets of it, and shows no more than progress unless it fails.
 build_preset() {
   local preset=$1 log
+  [ -n "$preset" ] || fail "build_preset: which preset?"
   shift
   log=$(mktemp)
-  if cmake --preset "$preset" >"$log" 2>&1 && cmake --build "build/$preset" ${1+--target "$@"} >>"$log" 2>&1; then
+  if cmake --preset "$preset" >"$log" 2>&1 &&
+    cmake --build "build/$preset" ${1+--target "$@"} 2>&1 | show_progress "$log"; then
     rm "$log"
   else
     tail -n 60 "$log" >&2
