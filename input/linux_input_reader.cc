@@ -283,8 +283,9 @@ int LinuxInputReader::openLircSocket(const char* path) {
 
 // ---- Events -------------------------------------------------------------------------------------
 
-// An event is written here alone, field by field: only the fields of its kind, and never the whole of it. Applications
-// preset `kind` and look at it, and find in all other bytes, padding included, what they left there.
+// Events are made here alone, and field by field: only the fields of the kind are written. Applications preset `kind`
+// and look at it, and all other bytes, padding included, keep what they held. (What was held back is delivered as it
+// lies in the holding slot, all of it.)
 namespace {
 
 void writeKey(InputEvent& out, std::int32_t action, LinuxInputReader::Key key, char ch,
@@ -404,9 +405,9 @@ struct ClickHistory {
 
 ClickHistory clickHistoryOf(std::int32_t button) {
   static std::int32_t counts[] = {1, 1, 1};
-  static timeval lasts[] = {{}, {}, {}};
+  static timeval times[] = {{}, {}, {}};
   const std::int32_t index = button - MouseData::kLeft;
-  return {counts[index], lasts[index]};
+  return {counts[index], times[index]};
 }
 
 std::int32_t clampedStep(std::int32_t position, std::int32_t step, std::int32_t max) {

@@ -79,6 +79,7 @@ TEST(FactsTest, TheNodesThatAreSearchedAndListed) {
 }
 
 TEST(FactsTest, TheSocketItsPathAndItsReads) {
+  EXPECT_EQ(std::size(kLircSocketPaths), 4U) << "the reader's header says four";
   const std::string longest = std::to_string(kLongestLircPath);
   const std::string read = std::to_string(kLircReadSize);
   expectQuoted(kLimits, {{kReaderHeader, "lircSocket is null or has at most " + longest + " characters"},
@@ -119,7 +120,9 @@ TEST(FactsTest, TheLoopsFirstWait) {
                                                  {"docs/embedding.md", wait + " for the first call of a round"},
                                                  {"docs/embedding.md", "**" + wait + " and never -1.**"},
                                                  {"docs/behaviour.md", "a short timeout (" + wait + ")"},
-                                                 {"docs/tuning.md", "and waits for " + wait}});
+                                                 {"docs/behaviour.md", "at most " + wait + " late"},
+                                                 {"docs/tuning.md", "and waits for " + wait},
+                                                 {"docs/tuning.md", "closest to " + wait}});
 }
 
 // As the table shows it, rounded to a tenth of a millisecond.

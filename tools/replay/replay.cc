@@ -176,7 +176,7 @@ class Player {
   microseconds start_{0};
   Pacer pacer_;
   std::optional<microseconds> lastHappened_;  // since then nothing new comes
-  bool nothingUnread_ = false;                // since then, and after the last round
+  bool nothingUnread_ = false;                // after the last round, once nothing new comes
 };
 
 }  // namespace
