@@ -65,11 +65,11 @@ std::set<Key> findShownKeys(Mask mask) {
 // A remote's button that is called by one character gives that character's number as its key, which may be that of
 // another key: "%" is 37, as Left is.
 bool canBeSeen(char ch) {
-  constexpr int kFirstPrintable = 0x20;
+  constexpr int kFirstVisible = 0x20;
   constexpr int kFirstAfterAscii = 0x7f;
-  constexpr int kFirstPrintableLatin = 0xa0;  // of the upper half of ISO 8859-1
+  constexpr int kFirstVisibleLatin = 0xa0;  // of the upper half of ISO 8859-1
   const int number = static_cast<unsigned char>(ch);
-  return (number >= kFirstPrintable && number < kFirstAfterAscii) || number >= kFirstPrintableLatin;
+  return (number >= kFirstVisible && number < kFirstAfterAscii) || number >= kFirstVisibleLatin;
 }
 
 bool isKeyShown(Mask mask, const InputEvent::KeyData& data) {
