@@ -80,7 +80,7 @@ int realReadable(int fd) {
 
 }  // namespace
 
-// ---- Life cycle -------------------------------------------------------------------------------------------------
+// ---- Life cycle ---------------------------------------------------------------------------------
 
 Kernel::Kernel() : time_(nextStart) {
   if (theKernel != nullptr) {
@@ -142,7 +142,7 @@ int Kernel::firstFreeDescriptor() const {
   return fd;
 }
 
-// ---- Faults and trace -------------------------------------------------------------------------------------------
+// ---- Faults and trace ---------------------------------------------------------------------------
 
 void Kernel::fail(Call call, int count, int error) { faults_[{call, counts_[call] + count}] = {error, {}}; }
 
@@ -167,7 +167,7 @@ void Kernel::trace(const std::string& call, const std::string& result) { trace_.
 
 std::vector<std::string> Kernel::takeTrace() { return std::exchange(trace_, {}); }
 
-// ---- Time -------------------------------------------------------------------------------------------------------
+// ---- Time ---------------------------------------------------------------------------------------
 
 void Kernel::after(microseconds delay, std::function<void()> happening) {
   happenings_.emplace(time_ + delay, std::move(happening));
@@ -216,7 +216,7 @@ char* Kernel::getenv(const char* name) {
   return value;
 }
 
-// ---- Nodes ------------------------------------------------------------------------------------------------------
+// ---- Nodes --------------------------------------------------------------------------------------
 
 int Kernel::openNode(const std::string& path, int flags) {
   const auto link = links_.find(path);
@@ -281,7 +281,7 @@ int Kernel::ioctl(int fd, unsigned request, void* argument) {
   return static_cast<int>(result);
 }
 
-// ---- Reading ----------------------------------------------------------------------------------------------------
+// ---- Reading ------------------------------------------------------------------------------------
 
 bool Kernel::Descriptor::hasUnread() const {
   if (node != nullptr) return node->present && client->readable();
@@ -351,7 +351,7 @@ ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
   return result;
 }
 
-// ---- Waiting ----------------------------------------------------------------------------------------------------
+// ---- Waiting ------------------------------------------------------------------------------------
 
 int Kernel::readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const {
   FD_ZERO(&ready);
@@ -431,7 +431,7 @@ void Kernel::deadlock(const std::string& wait) {
   std::abort();
 }
 
-// ---- Sockets and the daemon -------------------------------------------------------------------------------------
+// ---- Sockets and the daemon ---------------------------------------------------------------------
 
 void DaemonState::send(const std::string& text) {
   for (const auto& client : clients) {

@@ -7,7 +7,7 @@
 
 namespace quarlo::sim {
 
-// ---- Device -----------------------------------------------------------------------------------------------------
+// ---- Device -------------------------------------------------------------------------------------
 
 Device Device::keyboard(std::string name) {
   std::set<int> keys;
@@ -27,7 +27,7 @@ Device Device::touchscreen(std::string name) {
   return {std::move(name), {{EV_KEY, {BTN_TOUCH}}, {EV_ABS, {ABS_X, ABS_Y}}}};
 }
 
-// ---- Node -------------------------------------------------------------------------------------------------------
+// ---- Node ---------------------------------------------------------------------------------------
 
 Node::Node(std::shared_ptr<NodeState> state) : state_(std::move(state)) {}
 
@@ -72,7 +72,7 @@ void Node::setIoctlError(unsigned request, int error) {
   }
 }
 
-// ---- LircDaemon -------------------------------------------------------------------------------------------------
+// ---- LircDaemon ---------------------------------------------------------------------------------
 
 LircDaemon::LircDaemon(std::shared_ptr<DaemonState> state) : state_(std::move(state)) {}
 
@@ -96,7 +96,7 @@ void LircDaemon::stop() {
   state_->running = false;
 }
 
-// ---- Machine ----------------------------------------------------------------------------------------------------
+// ---- Machine ------------------------------------------------------------------------------------
 
 Machine::Machine() : kernel_(std::make_unique<Kernel>()) {}
 Machine::~Machine() = default;

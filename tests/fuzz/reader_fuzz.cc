@@ -92,7 +92,7 @@ class World {
   }
 
  private:
-  // ---- Devices and daemons
+  // ---- Devices and daemons ----------------------------------------------------------------------
 
   // Each has paths of its own.
   void plugIn(int i) {
@@ -124,7 +124,7 @@ class World {
 
   sim::Node& takeNode() { return *nodes_[input_.takeBelow(kNodes)]; }
 
-  // ---- Input
+  // ---- Input ------------------------------------------------------------------------------------
 
   void report() {
     sim::Node& node = takeNode();
@@ -180,7 +180,7 @@ class World {
     }
   }
 
-  // ---- Faults
+  // ---- Faults -----------------------------------------------------------------------------------
 
   void fail() {
     const sim::Call call = input_.pick(kCalls);
@@ -193,7 +193,7 @@ class World {
     machine_.truncateRead(count, input_.take<std::uint8_t>());
   }
 
-  // ---- The reader
+  // ---- The reader -------------------------------------------------------------------------------
 
   void makeReader() {
     reader_.reset();

@@ -162,7 +162,7 @@ def filled(source, cursor):
             yield source.mutant((braces[0].start, braces[1].end, dirty))
 
 
-# ---- Tables ----------------------------------------------------------------------------------------
+# ---- Tables --------------------------------------------------------------------------------------
 
 
 def rows_of(source):
@@ -219,7 +219,7 @@ def change_rows(source):
                 yield source.mutant((name.start, name.end, TWINS[name.text]))
 
 
-# ---- All of them -----------------------------------------------------------------------------------
+# ---- All of them ---------------------------------------------------------------------------------
 
 CHANGES = (change_operators, change_constants, change_texts, change_statements, change_rows)
 

@@ -97,7 +97,7 @@ class Source:
         self._read_declarations(unit.cursor)
         self._read_macros(unit.cursor)
 
-    # ---- Places ------------------------------------------------------------------------------------
+    # ---- Places ----------------------------------------------------------------------------------
 
     def span(self, cursor):
         """Where a cursor begins and ends in the text. What a macro makes is where the macro is used."""
@@ -147,7 +147,7 @@ class Source:
     def _line(self, position):
         return bisect.bisect_right(self._line_starts, position)
 
-    # ---- A change ----------------------------------------------------------------------------------
+    # ---- A change --------------------------------------------------------------------------------
 
     def mutant(self, *edits):
         """The mutant in which each (start, end, replacement) is done. No line moves: log messages carry numbers."""
@@ -163,7 +163,7 @@ class Source:
         after = " ".join(text[begin : end + len(text) - len(self.text)].split())
         return Mutant(self.file, first, self.function(edits[0][0]), before, after, text)
 
-    # ---- Reading -----------------------------------------------------------------------------------
+    # ---- Reading ---------------------------------------------------------------------------------
 
     def _read_tokens(self, unit, size):
         """Keeps what is no comment, which becomes blank, and no directive of the preprocessor."""

@@ -31,7 +31,7 @@ def lines_of(text):
     return [line for line in text.splitlines() if line and not line.startswith("#")]
 
 
-# ---- How many there are ----------------------------------------------------------------------------
+# ---- How many there are --------------------------------------------------------------------------
 
 
 def find_miscounted(recorded, mutants):
@@ -46,7 +46,7 @@ def find_miscounted(recorded, mutants):
             )
 
 
-# ---- Which may survive -----------------------------------------------------------------------------
+# ---- Which may survive ---------------------------------------------------------------------------
 
 
 def read_equivalent(text):

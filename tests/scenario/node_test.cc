@@ -59,7 +59,7 @@ const std::string kDropped = "0 3 0";
 const std::string kPressA = "1 30 1";
 const std::string kReleaseA = "1 30 0";
 
-// ---- What gets through ----
+// ---- What gets through --------------------------------------------------------------------------
 
 TEST_F(NodeTest, ARecordHasTheSizeOfThisPlatform) {
   Plugged& device = world->plug(keyboard());
@@ -140,7 +140,7 @@ TEST_F(NodeTest, EachDescriptorHasItsOwnQueueFromItsOpening) {
   EXPECT_EQ(second.all(), Lines({kReleaseA, kReport}));
 }
 
-// ---- Auto-repeat ----
+// ---- Auto-repeat --------------------------------------------------------------------------------
 
 TEST_F(NodeTest, AHeldKeyRepeatsByItselfWithReportsOfValue1) {
   Plugged& device = world->plug(keyboard());
@@ -191,7 +191,7 @@ TEST_F(NodeTest, ADeviceWithoutAutoRepeatDoesNotRepeat) {
   EXPECT_EQ(client.all(), Lines({"1 113 1", kReport}));
 }
 
-// ---- A full queue ----
+// ---- A full queue -------------------------------------------------------------------------------
 
 // The ring holds one less than its size: a full one counts as overrun.
 TEST_F(NodeTest, AKeyboardsQueueHolds63Records) {
@@ -227,7 +227,7 @@ TEST_F(NodeTest, AfterSynDroppedTheRestOfTheReportFollows) {
   EXPECT_EQ(client.all(), Lines({"1 48 1", kReport}));
 }
 
-// ---- Unplugging ----
+// ---- Unplugging ---------------------------------------------------------------------------------
 
 TEST_F(NodeTest, AnUnpluggedDeviceIsReadableGivesEnodevAndLosesItsQueue) {
   Plugged& device = world->plug(keyboard());
@@ -263,7 +263,7 @@ TEST_F(NodeTest, TheNextDeviceTakesTheNumberWhileTheOldDescriptorStaysDead) {
   EXPECT_EQ(old.all(), Lines({std::strerror(ENODEV)}));
 }
 
-// ---- Grabbing ----
+// ---- Grabbing -----------------------------------------------------------------------------------
 
 TEST_F(NodeTest, AGrabKeepsRecordsFromOthersAndEndsWithItsDescriptor) {
   Plugged& device = world->plug(keyboard());
@@ -316,7 +316,7 @@ TEST_F(NodeTest, AnotherProcessCanHoldItWhileItStillOpens) {
   EXPECT_EQ(client.all(), Lines({kReleaseA, kReport}));
 }
 
-// ---- What a node says about itself ----
+// ---- What a node says about itself --------------------------------------------------------------
 
 TEST_F(NodeTest, ANameThatDoesNotFitIsCutWithoutANul) {
   const Client client(world->plug(keyboard("Keyboard")).path());

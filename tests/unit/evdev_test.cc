@@ -31,7 +31,7 @@ class EvdevTest : public ReaderTest {
   int readsBefore_ = machine.count(Call::kRead);
 };
 
-// ---- Motion ----
+// ---- Motion -------------------------------------------------------------------------------------
 
 TEST_F(EvdevTest, Motion_StepsOfOneReportBecomeOneMove) {
   reader.pointerY = 100;
@@ -123,7 +123,7 @@ TEST_F(EvdevTest, Motion_TheMovedMarkStaysUntilTheNextDrain) {
   EXPECT_FALSE(reader.pointerMoved);
 }
 
-// ---- Records that write nothing ----
+// ---- Records that write nothing -----------------------------------------------------------------
 
 TEST_F(EvdevTest, Nothing_AButtonsAutoRepeatIsReportedAsAnEventButWritesNone) {
   mouse.inject(EV_KEY, BTN_LEFT, 2);
@@ -147,7 +147,7 @@ TEST_F(EvdevTest, Nothing_AfterMotionItDeliversTheMoveTwice) {
   EXPECT_EQ(readAll(reader), Lines({moved(10, 0), moved(10, 0)}));
 }
 
-// ---- The drain ----
+// ---- The drain ----------------------------------------------------------------------------------
 
 TEST_F(EvdevTest, Drain_StopsAfter20RecordsThatAreNoKeys) {
   for (int i = 0; i < 25; ++i) mouse.inject(EV_SYN, SYN_REPORT, 0);
@@ -246,7 +246,7 @@ TEST_F(EvdevTest, Drain_AnOverrunLosesTheOldRecordsAndGoesOn) {
   EXPECT_EQ(takeLog(), Lines({}));
 }
 
-// ---- Unplugged ----
+// ---- Unplugged ----------------------------------------------------------------------------------
 
 TEST_F(EvdevTest, Unplug_LogsOneErrorPerCallAndTheOtherSourcesGoOn) {
   const std::string line = "ERROR Reading from input device failed, errno = " + std::to_string(ENODEV);
@@ -270,7 +270,7 @@ TEST_F(EvdevTest, Unplug_TheWaitNoLongerWaitsWhileItIsWatched) {
   EXPECT_LT(machine.now() - start, 1ms);
 }
 
-// ---- Keyboard ----
+// ---- Keyboard -----------------------------------------------------------------------------------
 
 TEST_F(EvdevTest, Keys_PressAutoRepeatAndRelease) {
   keyboard.press(KEY_A);
@@ -379,7 +379,7 @@ TEST_F(EvdevTest, Buttons_OnlyTheNamedFieldsOfTheEventAreWritten) {
   EXPECT_EQ(bytesOf(event), expected);
 }
 
-// ---- translateEvent ----
+// ---- translateEvent -----------------------------------------------------------------------------
 
 TEST_F(EvdevTest, TranslateEvent_DispatchesByTypeAndIgnoresOthers) {
   InputEvent event = untouched();

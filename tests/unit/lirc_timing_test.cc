@@ -47,7 +47,7 @@ class LircTimingTest : public ReaderTest {
   Lines log;
 };
 
-// ---- One press ----
+// ---- One press ----------------------------------------------------------------------------------
 
 TEST_F(LircTimingTest, Press_IsAKeyDownAtOnceAndIsKept) {
   reader.lircKeyTime.tv_sec = static_cast<decltype(reader.lircKeyTime.tv_sec)>(machine.now() / 1s) - 2;
@@ -128,7 +128,7 @@ TEST_F(LircTimingTest, Press_OfAnotherButtonIsTakenEvenAsARepeat) {
 
 TEST_F(LircTimingTest, Press_ARepeatWithoutAFirstLineIsTaken) { EXPECT_EQ(line("KEY_OK", 7), kOk); }
 
-// ---- A held button ----
+// ---- A held button ------------------------------------------------------------------------------
 
 TEST_F(LircTimingTest, Held_RepeatsBeforeTheReleaseTimeoutAreSkipped) {
   EXPECT_EQ(line("KEY_OK"), kOk);
@@ -227,7 +227,7 @@ TEST_F(LircTimingTest, Held_SinglesBytesAbove127RepeatAsOneKey) {
   EXPECT_EQ(log, Lines({kSkipped}));
 }
 
-// ---- No data ----
+// ---- No data ------------------------------------------------------------------------------------
 
 TEST_F(LircTimingTest, NoData_AnErrorAndAnEndOfStreamCountAsNoLine) {
   line("KEY_OK");
@@ -258,7 +258,7 @@ TEST_F(LircTimingTest, NoData_WithoutAHeldKeyNothingHappensHoweverLate) {
   EXPECT_FALSE(reader.lircRepeatMode);
 }
 
-// ---- The wait ----
+// ---- The wait -----------------------------------------------------------------------------------
 
 class LircWaitTest : public LircTimingTest {
  protected:
@@ -334,7 +334,7 @@ TEST_F(LircWaitTest, AHeldKeyIsForgottenInTimeHoweverLongTheCallerWaits) {
   EXPECT_TRUE(reader.lircRepeatMode);
 }
 
-// ---- Other timeouts ----
+// ---- Other timeouts -----------------------------------------------------------------------------
 
 class LircEnvironmentTest : public LircTimingTest {
  protected:
@@ -406,7 +406,7 @@ TEST_F(LircEnvironmentTest, AClockThatCannotBeReadIsZero) {
   EXPECT_EQ(log, accepted(0, 300));
 }
 
-// ---- End to end ----
+// ---- End to end ---------------------------------------------------------------------------------
 
 // A button held for 1.5 s, repeated each 110 ms, in the loop that waits 10 ms.
 TEST_F(LircTimingTest, HeldInTheLoop_GivesTheFirstAfterTheDelayAndThenTheFasterRate) {

@@ -121,7 +121,7 @@ class LongLifeTest : public MachineTest {
     openReader();
   }
 
-  // ---- What people do ----
+  // ---- What people do ---------------------------------------------------------------------------
 
   // Any of it at the same time.
   void useSources() {
@@ -180,7 +180,7 @@ class LongLifeTest : public MachineTest {
     return 170ms * lines;
   }
 
-  // ---- What happens to a box ----
+  // ---- What happens to a box --------------------------------------------------------------------
 
   // By weeks, forward and back.
   void setClock() {
@@ -217,7 +217,7 @@ class LongLifeTest : public MachineTest {
     openReader();
   }
 
-  // ---- The application ----
+  // ---- The application --------------------------------------------------------------------------
 
   // Opens the sources again, as they are now, and keeps the pointer's place.
   void openReader() {
@@ -267,7 +267,7 @@ class LongLifeTest : public MachineTest {
     return low + static_cast<int>(random() % static_cast<std::uint32_t>(high - low + 1));
   }
 
-  // ---- How things are sent, read and counted ----
+  // ---- How things are sent, read and counted ----------------------------------------------------
 
   void plugInMouse() { mouse = &machine.addNode(kMouse, Device{"Mouse", {}}); }
   void plugInKeyboard() { keyboard = &machine.addNode(kKeyboard, Device{"Keyboard", {}}); }

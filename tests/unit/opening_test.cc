@@ -38,7 +38,7 @@ Lines absentNodes(int from, int to) {
 
 void append(Lines& lines, const Lines& more) { lines.insert(lines.end(), more.begin(), more.end()); }
 
-// ---- By path ----
+// ---- By path ------------------------------------------------------------------------------------
 
 TEST_F(OpeningTest, OpenDevice_WithAPathOnlyOpensItWithoutBlocking) {
   machine.addNode("/dev/input/event3", Device::keyboard());
@@ -64,7 +64,7 @@ TEST_F(OpeningTest, OpenDevice_WithAPathTakesAGrabbedNode) {
   EXPECT_EQ(reader.openDevice("/dev/input/event3", false), 100);
 }
 
-// ---- Autodetection ----
+// ---- Autodetection ------------------------------------------------------------------------------
 
 TEST_F(OpeningTest, Autodetect_TriesElevenNodesFromTheHighestAndSaysNothing) {
   EXPECT_EQ(reader.openDevice(nullptr, true), -1);
@@ -252,7 +252,7 @@ TEST_F(OpeningTest, Autodetect_ATouchscreenIsAMouseOnlyWithRelativeAxes) {
   EXPECT_EQ(takeLog(), Lines({"INFO Found a mouse: /dev/input/event4 - Touch"}));
 }
 
-// ---- Classification ----
+// ---- Classification -----------------------------------------------------------------------------
 
 struct Bits {
   std::set<int> codes;
@@ -324,7 +324,7 @@ TEST_F(OpeningTest, Classification_AKeyboardWhoseAxesCannotBeAskedIsStillAKeyboa
             Lines({"ERROR evdev ioctl failed in testRel", "INFO Found a keyboard: /dev/input/event0 - Keyboard"}));
 }
 
-// ---- The LIRC socket ----
+// ---- The LIRC socket ----------------------------------------------------------------------------
 
 TEST_F(OpeningTest, OpenLircSocket_ConnectsWithoutBlockingWithTheWholeAddress) {
   machine.addLircDaemon("/dev/lircd");

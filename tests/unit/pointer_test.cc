@@ -56,7 +56,7 @@ class PointerTest : public MachineTest {
   LinuxInputReader reader;
 };
 
-// ---- Motion ----
+// ---- Motion -------------------------------------------------------------------------------------
 
 TEST_F(PointerTest, Motion_AddsStepsInXAndInY) {
   EXPECT_EQ(step(REL_X, 5), (Outcome{true, moved(5, 0)}));
@@ -130,7 +130,7 @@ TEST_F(PointerTest, Motion_CarriesTheButtonThatIsHeld) {
   EXPECT_EQ(step(REL_X, 5), (Outcome{true, moved(10, 0)}));
 }
 
-// ---- Buttons ----
+// ---- Buttons ------------------------------------------------------------------------------------
 
 TEST_F(PointerTest, Buttons_ThreeOfThemHaveANumber) {
   reader.pointerX = 30;
@@ -203,7 +203,7 @@ TEST_F(PointerTest, Buttons_AReleaseDoesNotReadTheClock) {
   EXPECT_EQ(machine.count(Call::kGettimeofday), 0);
 }
 
-// ---- Clicks ----
+// ---- Clicks -------------------------------------------------------------------------------------
 
 TEST_F(PointerTest, Clicks_AreCountedFromPressToPressWithinTheWindow) {
   EXPECT_EQ(button(BTN_LEFT, 1), (Outcome{true, buttonDown(kLeft, 0, 0, 1)}));

@@ -28,7 +28,7 @@ Lines waits(sim::Machine& machine) {
   return lines;
 }
 
-// ---- initFdSets ----
+// ---- initFdSets ---------------------------------------------------------------------------------
 
 TEST_F(PollingTest, InitFdSets_TakesTheOpenDescriptors) {
   EXPECT_TRUE(reader.initFdSets());
@@ -82,7 +82,7 @@ TEST_F(PollingTest, InitFdSets_ADescriptorBeyondTheSetLeavesWhatLiesThereAlone) 
   EXPECT_EQ(some.modifiers, 0U);
 }
 
-// ---- fileSelect ----
+// ---- fileSelect ---------------------------------------------------------------------------------
 
 TEST_F(PollingTest, FileSelect_WaitsOnAllSourcesForTheTimeout) {
   EXPECT_FALSE(reader.fileSelect(20));
@@ -153,7 +153,7 @@ TEST_F(PollingTest, FileSelect_TimeoutsBeyondTheLongestWrap) {
                                  }));
 }
 
-// ---- readInput: the wait ----
+// ---- readInput: the wait ------------------------------------------------------------------------
 
 TEST_F(PollingTest, ReadInput_WithoutASourceReturnsAtOnce) {
   LinuxInputReader closed;
@@ -231,7 +231,7 @@ TEST_F(PollingTest, ReadInput_AHeldEventIsCopiedWithItsPadding) {
   EXPECT_EQ(bytesOf(event), bytesOf(reader.pendingEvent));
 }
 
-// ---- readInput: the set that shrinks ----
+// ---- readInput: the set that shrinks ------------------------------------------------------------
 
 TEST_F(PollingTest, ReadInput_AfterATimeoutLaterWaitsArePlainSleepsAndLoseNothing) {
   EXPECT_EQ(readOne(reader, 10), kNone);
@@ -290,7 +290,7 @@ TEST_F(PollingTest, ReadInput_DescriptorsOpenedAfterTheRebuildWaitForTheNextOne)
                                    "select(105, [103 104], 0.010000) = 0"}));
 }
 
-// ---- Descriptors beyond the set ----
+// ---- Descriptors beyond the set -----------------------------------------------------------------
 
 TEST_F(PollingTest, ReadInput_PollsADescriptorBeyondTheSetAfterTheWholeTimeout) {
   machine.setFirstDescriptor(1024);
@@ -305,7 +305,7 @@ TEST_F(PollingTest, ReadInput_PollsADescriptorBeyondTheSetAfterTheWholeTimeout) 
   EXPECT_EQ(waits(machine), Lines({"select(1024, [], 0.050000) = 0"}));
 }
 
-// ---- The loop that we teach ----
+// ---- The loop that we teach ---------------------------------------------------------------------
 
 class LoopTest : public ReaderTest {
  protected:
