@@ -13,12 +13,6 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SOURCE quarlo-input)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-file(STRINGS packaging/changelog latest LIMIT_COUNT 1)
-if(NOT latest MATCHES "\\(${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}\\)")
-  message(FATAL_ERROR "packaging/changelog has to begin with an entry for "
-                      "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
-endif()
-
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libquarlo-input-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libc6-dev")
