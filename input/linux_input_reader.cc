@@ -41,7 +41,7 @@ constexpr std::string_view kLogFile = "input/linux_input_reader";
 
 }  // namespace
 
-// The level is asked before an argument is evaluated, so a message that nobody wants costs a comparison.
+// The level is asked before an argument is evaluated, so a message that nobody wants costs only a comparison.
 #define LOG_IF(wanted, severity, ...)                                          \
   do {                                                                         \
     if (wanted) {                                                              \
@@ -88,7 +88,8 @@ std::int32_t elapsedMs(const timeval& then, const timeval& now) {
 
 namespace {
 
-// The variable as a number, 0 if it is not set or not a number; a larger number than the target's becomes its limit.
+// The variable as a number, 0 if it is not set or not a number; a number that does not fit into 32 bits becomes the
+// nearest one that does.
 std::int32_t getenvint(const char* name) {
   const char* text = getenv(name);
   if (text == nullptr) return 0;
@@ -155,7 +156,7 @@ bool LinuxInputReader::readInput(InputEvent& event, int timeoutMs) {
     event = pendingEvent;
     return true;
   }
-  // Only a wait: no source blocks, so all are read whether select() named them or not.
+  // Only a wait: no source blocks, so all of them are read, whether select() named them or not.
   fileSelect(timeoutMs);
   if (keyboardFd >= 0 && getInputEvent(keyboardFd, event)) return true;
   if (mouseFd >= 0 && getInputEvent(mouseFd, event)) return true;
@@ -209,10 +210,10 @@ constexpr std::size_t kDeviceNameSize = 100;  // one more than is asked for: the
 constexpr long kGrab = 1;
 constexpr long kReleaseGrab = 0;
 
-// Whether no other process holds the node exclusively. EINVAL is the answer of a node that cannot be grabbed.
+// Whether no other process has grabbed the node. A node that cannot be grabbed answers EINVAL.
 bool grabProbe(int fd) { return ioctl(fd, EVIOCGRAB, kGrab) != -1 || errno == EINVAL; }
 
-// Asks which codes of a type the device can send; `bits` stays as it is where there is no answer.
+// Asks which codes of a type the device can send; `bits` stays as it is if there is no answer.
 void queryCodes(int fd, unsigned long request, std::uint8_t* bits, const char* failure) {
   if (ioctl(fd, request, bits) == -1) LOG_ERROR("%s", failure);
 }
@@ -283,9 +284,9 @@ int LinuxInputReader::openLircSocket(const char* path) {
 
 // ---- Events -------------------------------------------------------------------------------------
 
-// Events are made here alone, and field by field: only the fields of the kind are written. Applications preset `kind`
-// and look at it, and all other bytes, padding included, keep what they held. (What was held back is delivered as it
-// lies in the holding slot, all of it.)
+// Events are written only here, field by field: only the fields of their kind, and never the whole of an event.
+// Applications preset `kind` and look at it; all other bytes, padding included, stay as the application left them. (An
+// event that was held back is the exception: it is delivered whole, from the holding slot.)
 namespace {
 
 void writeKey(InputEvent& out, std::int32_t action, LinuxInputReader::Key key, char ch,
@@ -316,7 +317,7 @@ void writeMouse(InputEvent& out, std::int32_t action, std::int32_t button, const
 bool LinuxInputReader::getInputEvent(int fd, InputEvent& event) {
   pointerMoved = false;
   input_event record = {};
-  // A budget, so that a mouse that never rests cannot keep the other sources waiting.
+  // A budget, so that a mouse that never stops cannot keep the other sources waiting.
   for (int budget = kRecordsPerDrain; budget > 0; --budget) {
     if (read(fd, &record, sizeof record) == -1) {
       const int error = errno;
@@ -396,8 +397,8 @@ LinuxInputReader::Modifier LinuxInputReader::getModifier(int code) {
 
 namespace {
 
-// The only state that is the process's and not a reader's: how often each button was clicked, and when last. So a
-// double click counts whichever reader sees its halves.
+// The only state that belongs to the process and not to a reader: how often each button was clicked, and when last. So
+// a double click counts even if two readers see one half of it each.
 struct ClickHistory {
   std::int32_t& count;
   timeval& last;
@@ -515,7 +516,7 @@ bool LinuxInputReader::getLircEvent(int fd, InputEvent& event) {
   LircPress press;
   if (!parseLircLine(text, press)) return false;
 
-  // A new press of the held button is no repeat.
+  // A new press of the held button is not a repeat.
   if (press.fresh) lircKey = KeyInput::kNone;
   if (press.key != lircKey) {
     lircRepeatMode = false;
@@ -551,8 +552,8 @@ void dropPrefix(const char*& name, std::string_view prefix) {
   if (strncasecmp(name, prefix.data(), prefix.size()) == 0) name += prefix.size();
 }
 
-// The names behind each other, each with its NUL: where one stands follows from the sizes of those before it. A pointer
-// to each, or room for the longest in each row, would double this.
+// The names one after another, each with its NUL: the place of a name follows from the sizes of those before it. A
+// pointer to each, or room for the longest in each row, would double the size.
 constexpr char kLircButtonNames[] =
 #define LIRC_BUTTON(name, key, character) name "\0"
 #include "input/lirc_buttons.inc"
@@ -571,7 +572,7 @@ constexpr LircButton kLircButtons[] = {
 #undef LIRC_BUTTON
 };
 
-// The names stand there in capitals. Most differ from `name` in the first letter already.
+// The names in the list are in capitals. Most differ from `name` in the first letter already.
 bool isButton(const char* name, const char* candidate) {
   constexpr int kCaseBit = 'a' ^ 'A';
   return (name[0] & ~kCaseBit) == candidate[0] && strcasecmp(name, candidate) == 0;
@@ -641,7 +642,7 @@ void printEventType(int type) {
   printf("  Event type 0x%02x ", static_cast<unsigned>(type));
   const char* label = eventTypeLabel(type);
   if (label != nullptr) puts(label);
-  // What reads this listing expects both lines for Force Feedback.
+  // Programs that read this listing expect both lines for Force Feedback.
   if (label == nullptr || type == EV_FF) printf(" (Unknown event type: 0x%04hx)\n", static_cast<unsigned short>(type));
 }
 

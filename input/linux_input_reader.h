@@ -7,10 +7,11 @@
 // Life cycle. Construct a reader (this reads the two environment variables below), call init() once with the paths that
 // you know and the pointer's bounds, then call readInput() again and again, then destroy the reader. Copying is
 // deleted. The five members that an application calls are the constructor, init(), readInput(), the destructor and, for
-// diagnosis, listLinuxInputReader(). All else is public for the application's diagnostics and for tests: look, but do
-// not touch (two exceptions, for wheels and for what a new reader carries over: docs/behaviour.md).
+// diagnosis, listLinuxInputReader(). Everything else is public for the application's diagnostics and for tests: read
+// it, but do not change it (docs/behaviour.md has the two exceptions: for wheels, and for what a new reader takes
+// over).
 //
-// The loop. Wait once, with a short finite timeout, and then take what is there without waiting:
+// The loop. Wait once, with a short finite timeout, and then take all that is there without waiting:
 //
 //   LinuxInputReader reader;
 //   if (!reader.init(nullptr, nullptr, nullptr, 1919, 1079)) return;  // no source at all
@@ -26,23 +27,23 @@
 //     draw();
 //   }
 //
-// What one readInput() call does. It delivers an event held over from the call before, without waiting or reading.
+// What one readInput() call does. If the call before held an event over, it delivers that, without waiting or reading.
 // Otherwise it waits, then drains the keyboard, then the mouse, then reads the remote, and stops at the first event.
 // All pointer motion that one drain finds becomes one move event; a key or button that follows motion waits for the
 // next call, so that it cannot overtake the motion. A drain reads at most 20 records that are not keys or buttons.
 //
 // True does not mean that an event was written. A button's auto-repeat and the side buttons (BTN_SIDE to code 287)
-// write nothing although readInput() returns true (after motion, they deliver the move event twice). Preset event.kind
-// to kNoEvent, as above, to tell. A wheel is worse: a step without motion delivers the event that was last held over
-// once more, a move or even the press of a button that is up by now, or an event of all zeroes if there was none.
-// docs/behaviour.md says what to do.
+// write nothing although readInput() returns true (after motion, they deliver the move event twice). To tell, preset
+// event.kind to kNoEvent, as above. A wheel is worse: a step without motion delivers again the event that was held over
+// last. That can be a move, or even the press of a button that is up by now; if there was none, it is an event of all
+// zeroes. docs/behaviour.md says what to do.
 //
 // Timeouts. readInput() waits with select() on a set of descriptors that it builds before the first wait and then hands
 // to select() again as select() left it: after a wait that timed out the set is empty, after one that found something
-// it holds just those sources. It is rebuilt only after select() failed, as when a signal arrived. So a later wait may
-// be a plain sleep. The sources are polled after each wait anyway, so input comes late rather than never, as late as
-// the timeout is long. What overflows the kernel's own queue is lost, though, and of the LIRC lines that one read
-// finds, all but the first. Use a short timeout, and never -1 (no limit) with more than one source, with a remote, or
+// it holds just those sources. It is rebuilt only after select() failed, for example because a signal arrived. So a
+// later wait may be a plain sleep. The sources are polled after each wait anyway, so input is not lost but late, by at
+// most the timeout. What overflows the kernel's own queue is lost, though, and so are all but the first of the LIRC
+// lines that one read finds. Use a short timeout, and never -1 (no limit) with more than one source, with a remote, or
 // once a wait has timed out: it would sleep until a signal. The longest timeout is 2147483 ms; with -2 to -2147483
 // select() fails and the sources are polled at once; beyond both, the number of microseconds wraps.
 //
@@ -51,8 +52,8 @@
 // after that time, the faster repeat mode starts, in which repeats at least LIRC_REPEAT_TIMEOUT ms (default 100) apart
 // are key-downs. A call that finds no line forgets the key once the sum of both timeouts has passed since its last
 // key-down, or twice the repeat timeout if that one came in repeat mode. There are no key-up events for the remote.
-// Until the key is forgotten, a wait ends when the release timeout has passed since the last key-down, and from then on
-// there is no wait at all.
+// While a key is held, a wait ends when the release timeout has passed since its last key-down. From then on, until the
+// key is forgotten, no call waits at all.
 //
 // Threads and signals. One thread at a time; there are no locks. All readers of a process share one click history. A
 // signal that interrupts the wait makes readInput() poll the sources and return. No function is safe in a signal
@@ -60,16 +61,16 @@
 //
 // What is not handled: keyboard layouts other than US, Caps Lock, key combinations that type (Control and Alt never
 // change the character), absolute axes (a touchscreen's position), wheels, hot-plug. Num Lock starts as off, whatever
-// the keyboard's light says. A device that comes through both evdev and LIRC is delivered twice.
+// the keyboard's light says. If a device is read through both evdev and LIRC, each press arrives twice.
 //
 // When a device is unplugged, its descriptor stays open and each readInput() call logs one ERROR line for it; the other
-// sources go on. When the LIRC daemon goes away, the remote falls silent. While select() still watches a source that is
-// gone, it reports it as readable at once, so that readInput() no longer waits. Make a new reader to open the sources
-// again.
+// sources go on. When the LIRC daemon goes away, the remote falls silent. As long as select() watches a source that is
+// gone, it reports it as readable at once, so readInput() no longer waits. To open the sources again, make a new
+// reader.
 //
-// Failures are absorbed, and logged through logging/logging.h where an integrator can do something about them. Messages
-// carry what devices and the daemon sent: a back end escapes control characters before they reach a terminal. Nothing
-// is allocated, no exception is thrown.
+// Failures do not stop the reader; those that an integrator can do something about are logged through
+// logging/logging.h. Messages contain what devices and the daemon sent, so a back end must escape control characters
+// before they reach a terminal. Nothing is allocated, and no exception is thrown.
 #pragma once
 
 #include <linux/input.h>
@@ -88,8 +89,8 @@ class LinuxInputReader {
   using Key = msg::KeyInput::Key;
   using Modifier = msg::KeyInput::Modifier;
 
-  // A plain value. Look only at the fields that belong to its kind: the others hold whatever was there before, in the
-  // caller's record or in the reader's.
+  // A plain value. Look only at the fields that belong to its kind: the others have whatever was there before, in the
+  // caller's event or in the reader's.
   struct InputEvent {
     // kind
     static constexpr std::uint8_t kKeyEvent = 0;    // keyData is valid
@@ -147,9 +148,9 @@ class LinuxInputReader {
 
   // Opens the three sources and returns whether at least one is open; the log says which are not. Each path may be
   // null: the devices are then searched for among /dev/input/event10 to event0 (the highest number that fits is taken),
-  // the LIRC socket in its four usual places. A path that is given is opened whatever it is, and nothing else is tried.
-  // `width` and `height` are the largest pointer coordinates, inclusive: 1919 and 1079 for a screen of 1920x1080.
-  // Call it once: a second call opens new descriptors and forgets the earlier ones.
+  // the LIRC socket in its four usual places. A path that is given is opened, whatever it leads to, and nothing else is
+  // tried. `width` and `height` are the largest pointer coordinates, inclusive: 1919 and 1079 for a screen of
+  // 1920x1080. Call it once: a second call opens new descriptors and forgets the earlier ones.
   // REQUIRES: lircSocket is null or has at most 107 characters (the process is aborted otherwise).
   bool init(const char* mouseDevice, const char* keyboardDevice, const char* lircSocket, std::uint32_t width,
             std::uint32_t height);
@@ -162,11 +163,11 @@ class LinuxInputReader {
   // Each node is grabbed for a moment; one that another process has grabbed is left out.
   void listLinuxInputReader() const;
 
-  // Opens an evdev node for reading without blocking, `path` or, if that is null, the one found by searching for a
-  // mouse or a keyboard. Returns the descriptor, which is the caller's, or -1.
+  // Opens the evdev node `path` for reading without blocking; if that is null, searches for a mouse or a keyboard.
+  // Returns the descriptor, which the caller closes, or -1.
   int openDevice(const char* path, bool mouse);
 
-  // Connects to the LIRC daemon without blocking. Returns the descriptor, which is the caller's, or -1.
+  // Connects to the LIRC daemon without blocking. Returns the descriptor, which the caller closes, or -1.
   // REQUIRES: path has at most 107 characters (the process is aborted otherwise).
   int openLircSocket(const char* path);
 
@@ -198,7 +199,7 @@ class LinuxInputReader {
   static Modifier getModifier(int code);
 
   // The application's key code and the character typed for a key code (KEY_* of linux/input-event-codes.h, any value).
-  // Both are always written; 0 means none.
+  // Both are always written; 0 stands for none.
   static void translateKey(int code, Modifier modifiers, bool numLock, Key& key, char& ch);
 
   // Reads the LIRC socket `fd` once and fills `event` with a key-down. Returns false when there was none to report.

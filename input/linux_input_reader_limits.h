@@ -1,6 +1,6 @@
-// The figures of LinuxInputReader, for programs that check a path before init(), try timeouts, or explain what the
-// reader found or passed over. Each stands here alone: the reader and all else take it from here, and tests hold what
-// documents say against it.
+// The figures of LinuxInputReader, for programs that check a path before init(), try timeouts, or explain which devices
+// the reader found and why it skipped others. Each figure stands only here: the reader and everything else take it from
+// here, and tests compare what documents say with it.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@ namespace quarlo::components::input {
 
 // ---- Finding devices ----------------------------------------------------------------------------
 
-// init() searches /dev/input/event10 down to event0 for a device whose path it is not given.
+// If it is given no path for a device, init() searches /dev/input/event10 down to event0.
 constexpr int kHighestScannedNode = 10;
 
 // listLinuxInputReader() reports /dev/input/event0 to event9.
@@ -30,7 +30,7 @@ constexpr std::int32_t kClickWindowMs = 400;
 
 // ---- The remote ---------------------------------------------------------------------------------
 
-// Where init() searches for the LIRC daemon's socket, in this order: the place of today first, then those of older
+// Where init() searches for the LIRC daemon's socket, in this order: first today's place, then those of older
 // distributions.
 constexpr const char* kLircSocketPaths[] = {"/var/run/lirc/lircd", "/var/lircd", "/dev/lircd", "/dev/lirc/lircd"};
 
@@ -40,10 +40,10 @@ constexpr std::size_t kLongestLircPath = 107;
 // How many bytes one read of the socket takes. Only the first line in them counts.
 constexpr std::size_t kLircReadSize = 127;
 
-// What a button's name loses at its beginning, each once and in this order. Upper and lower case are the same.
+// The prefixes that are removed from a button's name, each once and in this order. Case does not matter.
 constexpr std::string_view kLircButtonPrefixes[] = {"KEY_NUMERIC_", "KEY_"};
 
-// The environment variables with the two timeouts, and the timeouts in ms without them.
+// The environment variables with the two timeouts, and the defaults in ms.
 constexpr const char* kRepeatTimeoutVariable = "LIRC_REPEAT_TIMEOUT";
 constexpr const char* kReleaseTimeoutVariable = "LIRC_RELEASE_TIMEOUT";
 constexpr std::int32_t kDefaultRepeatTimeoutMs = 100;
