@@ -106,7 +106,7 @@ void NodeState::report(int type, int code, int value) {
   if (!passes(record)) return;
   packet_.push_back(record);
   if (isReport(record)) {
-    // A report without anything to report does not get this far in the kernel either.
+    // An empty report does not get this far in the kernel either.
     if (packet_.size() > 1) passPacket();
     packet_.clear();
   } else if (packet_.size() >= packetSize()) {
@@ -166,7 +166,7 @@ int NodeState::grab(const std::shared_ptr<EvdevClient>& client, bool on) {
 }
 
 int NodeState::name(char* buffer, std::size_t size) const {
-  // As long as it fits, with its NUL: a shorter buffer gets none.
+  // With its NUL as long as that fits: a shorter buffer gets none.
   const std::size_t length = std::min(device.name.size() + 1, size);
   std::memcpy(buffer, device.name.c_str(), length);
   return static_cast<int>(length);

@@ -18,7 +18,7 @@
 
 namespace quarlo::sim {
 
-// The machine's clock, and a timer that works behind what the user of the machine schedules.
+// The machine's clock, and a timer that does not count as something that the machine's user has scheduled.
 class Timers {
  public:
   virtual microseconds now() const = 0;
@@ -37,8 +37,8 @@ class EvdevClient {
   // `size` is a power of two.
   explicit EvdevClient(std::size_t size) : buffer_(size) {}
 
-  // Queues a record. Nothing is readable before the next SYN_REPORT. When the ring is full, all is dropped but the
-  // newest record, with a SYN_DROPPED before it.
+  // Queues a record. Nothing is readable before the next SYN_REPORT. When the ring is full, everything but the newest
+  // record is dropped, and a SYN_DROPPED is put before that.
   void push(const input_event& record);
 
   bool readable() const { return tail_ != packetHead_; }
@@ -66,7 +66,7 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   std::shared_ptr<EvdevClient> connect();
   void disconnect(const std::shared_ptr<EvdevClient>& client);
 
-  // What a driver reports, and what reaches the buffers, now.
+  // What a driver reports, which the input core filters, and what reaches the buffers as it is; both now.
   void report(int type, int code, int value);
   void deliver(int type, int code, int value);
 

@@ -24,7 +24,7 @@ constexpr microseconds kPauseBetweenMachines = seconds(10);
 constexpr microseconds kShortestSelect(10);
 
 // How many times a daemon can write to a client that does not read, before the kernel's buffer of the socket is full:
-// each line takes a buffer of its own, of which the default limit of 208 KiB holds about as many.
+// each line takes a buffer of its own, and about this many fit into the default limit of 208 KiB.
 constexpr int kMostUnread = 280;
 
 Kernel* theKernel = nullptr;
@@ -290,7 +290,7 @@ bool Kernel::Descriptor::hasUnread() const {
 
 bool Kernel::Descriptor::readable() const {
   if (hasUnread()) return true;
-  // What is gone is reported as readable, so that its reader finds out.
+  // A node or daemon that is gone is reported as readable, so that its reader finds out.
   return node != nullptr ? !node->present : !connection->connected || connection->ended;
 }
 
@@ -371,8 +371,8 @@ int Kernel::readyDescriptors(int count, const fd_set* readSet, fd_set& ready) co
 
 microseconds Kernel::lastScheduled() const { return happenings_.empty() ? time_ : happenings_.rbegin()->first; }
 
-// Moves time to the next happening, or to the deadline if that is earlier. Returns false if there is neither. The
-// background goes on for ever: if nothing else is left, what comes of it after `horizon` does not count.
+// Moves time to what is scheduled next, or to the deadline if that is earlier. Returns false if there is neither. The
+// background goes on forever: if nothing else is left, background timers after `horizon` do not count.
 bool Kernel::waitForNext(std::optional<microseconds> deadline, microseconds horizon) {
   const bool nothingComes = happenings_.empty() || (!hasScheduled() && happenings_.begin()->first > horizon);
   if (nothingComes && !deadline) return false;
@@ -425,7 +425,7 @@ int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptS
 
 void Kernel::deadlock(const std::string& wait) {
   std::fprintf(stderr,
-               "sim: deadlock: %s would wait for ever, since nothing is scheduled any more.\n"
+               "sim: deadlock: %s would wait forever, since nothing is scheduled any more.\n"
                "Schedule input (after), a signal (signalAfter), or wait with a timeout.\n",
                wait.c_str());
   std::abort();

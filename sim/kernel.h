@@ -1,5 +1,5 @@
-// What the component's calls reach while a Machine exists: the part of Linux that input code sees. Each call behaves as
-// the one of its name, and returns -1 with errno set when it fails.
+// What the component's calls reach while a Machine exists: the part of Linux that input code sees. Each call behaves
+// like the system call of the same name, and returns -1 with errno set when it fails.
 #pragma once
 
 #include <sys/select.h>
@@ -45,7 +45,7 @@ class Kernel final : public Timers {
   Kernel(const Kernel&) = delete;
   Kernel& operator=(const Kernel&) = delete;
 
-  // The one that exists, or null.
+  // The kernel that exists, or null.
   static Kernel* installed();
 
   bool ownsPath(const std::string& path) const;

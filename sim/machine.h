@@ -3,7 +3,7 @@
 //   your loop ─ LinuxInputReader ─ open, read, ioctl, select, ... ─┬─ sim::Machine, while one exists
 //                                                                  └─ libc, otherwise
 //
-// Link quarlo::sim: the linker's --wrap then leads those calls here. While a Machine exists, it owns everything below
+// Link quarlo::sim: the linker's --wrap then sends those calls here. While a Machine exists, it owns everything below
 // /dev/input, the paths of its nodes, Unix sockets, gettimeofday(), select() and the LIRC_... environment variables.
 // Every other path, descriptor and call (clock_gettime, poll, sleep, fopen, ...) goes on to libc. There is at most one
 // Machine at a time, in one thread.
@@ -15,10 +15,10 @@
 //   machine.after(50ms, [&] { keyboard.press(KEY_A); });
 //   reader.readInput(event, 1000);  // returns at once, 50 ms later on the machine's clock
 //
-// Time is virtual. It stands still while code runs, and moves in select(), to the earlier of its timeout and the next
-// thing that makes a descriptor ready, in a read() that blocks, or by advance(). A select() that does not wait takes 10
-// us, so that a loop that only polls gets on, too. Time starts at 1,000,000 s. Each Machine starts on a whole second,
-// at least 10 s after the last one ended, since some code remembers times for as long as the process lives.
+// Time is virtual. It stands still while code runs. It moves in a select(), until the timeout or until a descriptor
+// becomes ready, whichever is earlier; in a read() that blocks; and by advance(). A select() that does not wait takes
+// 10 us, so that a loop that only polls makes progress, too. Time starts at 1,000,000 s. Each Machine starts on a whole
+// second, at least 10 s after the last one ended, since some code remembers times for as long as the process lives.
 #pragma once
 
 #include <linux/input.h>
@@ -45,7 +45,7 @@ struct Device {
   std::string name;                    // as EVIOCGNAME gives it
   std::map<int, std::set<int>> codes;  // the event codes it can send, by event type (EV_KEY, ...); EV_SYN is implied
 
-  // The typical ones. A keyboard has the keys of a full PC keyboard with LEDs and auto-repeat; a mouse has three
+  // Typical devices. A keyboard has the keys of a full PC keyboard with LEDs and auto-repeat; a mouse has three
   // buttons, two more at the side and a wheel; a touchscreen has BTN_TOUCH and absolute axes.
   static Device keyboard(std::string name = "Simulated Keyboard");
   static Device mouse(std::string name = "Simulated Mouse");
@@ -55,9 +55,9 @@ struct Device {
 // An evdev node below /dev/input, or at any other path.
 class Node {
  public:
-  // What a driver does, now. As in the kernel, codes that the device does not have, repeated states and zero steps are
-  // dropped, and a reader sees nothing before the SYN_REPORT. A key of a device that has EV_REP repeats by itself while
-  // it is held, after 250 ms and then every 33 ms, until any key is released.
+  // Reports one value now, as a driver does. As in the kernel, codes that the device does not have, repeated states and
+  // zero steps are dropped, and a reader sees nothing before the SYN_REPORT. A held key of a device that has EV_REP
+  // repeats by itself, after 250 ms and then every 33 ms, until any key is released.
   void report(int type, int code, int value);
 
   // The usual reports, each with its SYN_REPORT.
@@ -72,13 +72,13 @@ class Node {
   // The device is gone: its path no longer opens, its descriptors give ENODEV, and what was queued is lost.
   void unplug();
 
-  // Another process holds the node exclusively, or lets go of it.
+  // Another process grabs the node, or releases it.
   void setGrabbedElsewhere(bool grabbed);
 
-  // Whether some process, this one included, holds the node exclusively.
+  // Whether some process, this one included, has grabbed the node.
   bool isGrabbed() const;
 
-  // Makes open() of this node, or an ioctl() on it, fail with this errno; 0 ends that. `request` is EVIOCGRAB,
+  // Makes open() of this node, or an ioctl() on it, fail with this errno until it is set to 0. `request` is EVIOCGRAB,
   // EVIOCGNAME(0) or EVIOCGBIT(type, 0).
   void setOpenError(int error);
   void setIoctlError(unsigned request, int error);
@@ -89,7 +89,7 @@ class Node {
   std::shared_ptr<NodeState> state_;
 };
 
-// A LIRC daemon that listens on a Unix socket. As the real one, it drops a client that has left too much unread (some
+// A LIRC daemon that listens on a Unix socket. Like the real one, it drops a client that has left too much unread (some
 // 280 lines).
 class LircDaemon {
  public:
@@ -105,7 +105,7 @@ class LircDaemon {
   // Whether a client is connected: one that the daemon has not dropped, and that has not closed its end.
   bool hasClients() const;
 
-  // Ends the daemon. Its socket file stays, as a real daemon leaves it: connect() gives ECONNREFUSED.
+  // Ends the daemon. As with a real daemon, its socket's file stays: connect() gives ECONNREFUSED.
   void stop();
 
  private:
@@ -139,37 +139,40 @@ class Machine {
   // The clock, as gettimeofday() gives it: since 1970.
   microseconds now() const;
 
-  // Lets time pass, and what is scheduled happen.
+  // Lets time pass, and runs what is scheduled in it.
   void advance(microseconds time);
 
-  // Sets the clock forward or back, as an administrator would: what is scheduled keeps its distance.
+  // Sets the clock forward or back, as an administrator would. What is scheduled still comes after the same delay.
   void jumpClock(microseconds by);
 
-  // Schedules something to happen after `delay`. What is scheduled for one time happens in the order of scheduling.
+  // Schedules something to happen after `delay`. What is scheduled for the same time happens in the order of
+  // scheduling.
   void after(microseconds delay, std::function<void()> happening);
 
-  // Schedules a signal that interrupts the wait of a select() (EINTR); without effect if there is none then.
+  // Schedules a signal that interrupts a waiting select() (EINTR). It has no effect if none is waiting then.
   void signalAfter(microseconds delay);
 
   // Whether something is still scheduled, other than the auto-repeat of a key that is held.
   bool hasScheduled() const;
 
-  // Whether an open descriptor has something to read: records of a node, or text of a daemon. What a read() would find
-  // besides, an error or the end of a stream, does not count.
+  // Whether an open descriptor has something to read: records of a node, or text of a daemon. An error or the end of a
+  // stream does not count.
   bool hasUnread() const;
 
-  // Is called with each step of time in select(), before it happens: to pace a simulation by the wall clock.
+  // Sets a function that is called with each step of time in select(), before the step: to pace a simulation by the
+  // wall clock.
   void onWait(std::function<void(microseconds)> pace);
 
   // Makes the count-th such call from now (1: the next one) fail with this errno; getenv() then returns null. A failed
   // close() still closes, as on Linux.
   void fail(Call call, int count, int error);
 
-  // Makes the count-th read() from now return just the first `bytes` bytes of what there is. Of a socket, the rest is
-  // left to the next read(); of a node, which knows only whole records, the record is. 0 bytes are returned at once.
+  // Makes the count-th read() from now return just the first `bytes` bytes of what there is. The next read() of a
+  // socket gets the rest; that of a node, which has only whole records, gets the record again. 0 bytes are returned at
+  // once.
   void truncateRead(int count, std::size_t bytes);
 
-  // How often a call was made since the machine started.
+  // How often a call has been made since the machine started.
   int count(Call call) const;
 
   // The calls since the last takeTrace(), one line each, such as
@@ -182,8 +185,9 @@ class Machine {
   // Long simulations turn the trace off. It is on at first.
   void setTracing(bool on);
 
-  // Descriptors are numbered from 100, the lowest free number first; another start takes effect with the next one.
-  // What is done with one after its close() shows in the trace, as EBADF, unless libc has opened a file of that number.
+  // Descriptors are numbered from 100, the lowest free number first; another start takes effect with the next
+  // descriptor. If a descriptor is used after its close(), the trace shows EBADF, unless libc has opened a file with
+  // that number.
   void setFirstDescriptor(int number);
 
   // How many descriptors are open on the machine.

@@ -1,5 +1,5 @@
-// Where the linker's --wrap leads the calls of a program (cmake/sim.cmake): to the simulated machine for what is its
-// own, and on to libc for everything else.
+// Where the linker's --wrap sends a program's calls (cmake/sim.cmake): to the simulated machine for what belongs to it,
+// and on to libc for everything else.
 
 #include <fcntl.h>
 #include <sys/ioctl.h>

@@ -15,7 +15,7 @@ std::string openFlags(int flags);
 std::string socketType(int type);
 std::string ioctlRequest(unsigned request, long argument);
 
-// A number of bytes, as "1 record" where it is the size of an input_event: that differs between 32 and 64 bits.
+// A number of bytes; the size of an input_event is "1 record", since it differs between 32 and 64 bits.
 std::string byteCount(std::size_t size);
 
 // The descriptors below `count` in a set: "[100 101]".

@@ -230,7 +230,7 @@ TEST(SelectDeathTest, NamesADeadlock) {
   Machine machine;
   machine.addNode("/dev/input/event0", Device::keyboard());
   const int fd = openNode("/dev/input/event0");
-  EXPECT_DEATH(waitFor(fd, nullptr), "sim: deadlock: select\\(\\) on \\[100\\] would wait for ever");
+  EXPECT_DEATH(waitFor(fd, nullptr), "sim: deadlock: select\\(\\) on \\[100\\] would wait forever");
 }
 
 TEST(SelectDeathTest, NamesADeadlockThoughAnotherNodesKeyRepeats) {
