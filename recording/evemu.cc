@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kMostByte = 0xff;
 constexpr std::uint32_t kMostWord = 0xffff;
-constexpr std::size_t kMostBitBytes = (KEY_MAX + 1) / 8;  // EV_KEY has the most codes
+constexpr std::size_t kMostBitBytes = (KEY_MAX + 1) / 8;  // no event type has more codes than EV_KEY
 
 class EvemuParser {
  public:
@@ -104,7 +104,7 @@ class EvemuParser {
     if (!field.empty() && field.front() != '#') lines_.fail(quoted(field) + " follows, expected the line's end");
   }
 
-  // A type can be there without codes: a keyboard that repeats keys by itself, for example, has EV_REP.
+  // A device can have a type without codes: a keyboard that repeats keys by itself, for example, has EV_REP.
   void collectCodes() {
     for (const auto& [type, bits] : bits_) {
       for (std::size_t bit = 0; bit < 8 * bits.size(); ++bit) {

@@ -10,8 +10,7 @@
 
 namespace quarlo::recording {
 
-// Reads and checks a recording of one device, in any version of the format. `name` is what errors call the file.
-// Throws Error.
+// Reads and checks a recording of one device, in any version of the format. Errors call the file `name`. Throws Error.
 DeviceRecording readEvemu(std::FILE* file, const std::string& name, Start start);
 
 }  // namespace quarlo::recording

@@ -39,8 +39,8 @@ bool parseTime(std::string_view field, microseconds& time) {
 
 }  // namespace
 
-std::string pathIn(const std::string& folder, const char* file) {
-  return (folder.empty() || folder.back() == '/' ? folder : folder + "/") + file;
+std::string pathIn(const std::string& directory, const char* file) {
+  return (directory.empty() || directory.back() == '/' ? directory : directory + "/") + file;
 }
 
 Lines::Lines(std::FILE* file, std::string name) : file_(file), name_(std::move(name)) {}
@@ -90,21 +90,21 @@ std::string quoted(std::string_view text) {
   return "\"" + std::string(text.substr(0, kLongestQuote)) + "...\"";
 }
 
-std::int64_t parseDecimal(const Lines& lines, const char* what, std::string_view field, std::int64_t least,
-                          std::int64_t most) {
+std::int64_t parseDecimal(const Lines& lines, const char* what, std::string_view field, std::int64_t minimum,
+                          std::int64_t maximum) {
   std::int64_t value;
-  if (!parse(field, 10, value) || value < least || value > most) {
+  if (!parse(field, 10, value) || value < minimum || value > maximum) {
     lines.fail(std::string(what) + " is " + quoted(field) + ", expected a decimal number from " +
-               std::to_string(least) + " to " + std::to_string(most));
+               std::to_string(minimum) + " to " + std::to_string(maximum));
   }
   return value;
 }
 
-std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string_view field, std::uint32_t most) {
+std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string_view field, std::uint32_t maximum) {
   std::uint32_t value;
-  if (!parse(field, 16, value) || value > most) {
+  if (!parse(field, 16, value) || value > maximum) {
     lines.fail(std::string(what) + " is " + quoted(field) + ", expected a hexadecimal number from 0 to " +
-               inHexadecimal(most));
+               inHexadecimal(maximum));
   }
   return value;
 }

@@ -1,4 +1,4 @@
-// What the files of a session have in common: names, lines, numbers and times, and errors that say where.
+// What the files of a session have in common: names, lines, numbers and times, and errors that say where they are.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +11,13 @@
 
 namespace quarlo::recording {
 
-// The files of a session that is a folder.
+// The files of a session that is a directory.
 constexpr char kMouseFile[] = "mouse.evemu";
 constexpr char kKeyboardFile[] = "keyboard.evemu";
 constexpr char kRemoteFile[] = "remote.lirc";
 
-// The path of a file of the folder.
-std::string pathIn(const std::string& folder, const char* file);
+// The path of a file in the directory.
+std::string pathIn(const std::string& directory, const char* file);
 
 // Bounds that no sensible file reaches, so that a wrong one ends with an error instead of exhausting memory.
 constexpr std::size_t kLongestLine = 4096;  // bytes, without the newline
@@ -27,7 +27,7 @@ constexpr std::int64_t kLargestFile = 256 << 20;  // bytes
 // The lines of a file that are not comments, one at a time.
 class Lines {
  public:
-  // `name` is what errors call the file. The caller keeps and closes `file`.
+  // Errors call the file `name`. The caller keeps and closes `file`.
   Lines(std::FILE* file, std::string name);
 
   // Moves to the next line. Returns false at the end of the file. Throws Error if the line is too long, is not text, or
@@ -37,10 +37,11 @@ class Lines {
   // The line, without its end.
   std::string_view text() const { return text_; }
 
-  // Throws Error with the file's name, the line's number, and `problem`. Says, too, if the line may have been cut off.
+  // Throws Error with the file's name, the line's number, and `problem`. If the line may have been cut off, it says
+  // that, too.
   [[noreturn]] void fail(const std::string& problem) const;
 
-  // Throws Error with the file's name and `problem`, for what is wrong with no line in particular.
+  // Throws Error with the file's name and `problem`, where the problem is not that of one line.
   [[noreturn]] void failWhole(const std::string& problem) const;
 
  private:
@@ -60,10 +61,10 @@ std::string_view takeField(std::string_view& rest);
 // `text` as part of an error message: in quotes, and cut if it is long.
 std::string quoted(std::string_view text);
 
-// The number that `field` is. Throws Error, naming `what`, unless it is one from `least` to `most`.
-std::int64_t parseDecimal(const Lines& lines, const char* what, std::string_view field, std::int64_t least,
-                          std::int64_t most);
-std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string_view field, std::uint32_t most);
+// The number that `field` is. Throws Error, naming `what`, unless it is a number from `minimum` to `maximum`.
+std::int64_t parseDecimal(const Lines& lines, const char* what, std::string_view field, std::int64_t minimum,
+                          std::int64_t maximum);
+std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string_view field, std::uint32_t maximum);
 
 // What a file's times are counted from.
 enum class Start { kZero, kFirstTime };

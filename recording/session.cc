@@ -41,7 +41,7 @@ void check(const std::string& path, const struct stat& status) {
   }
 }
 
-// Null, with errno, if it cannot be opened. Looks first: to open a pipe can take for ever, and to open a device can set
+// Null, with errno, if it cannot be opened. Looks first: opening a pipe can take forever, and opening a device can set
 // it to work.
 File openFile(const std::string& path) {
   struct stat status;
@@ -65,7 +65,7 @@ std::optional<Recording> readIfThere(const std::string& path,
   return std::nullopt;
 }
 
-Session readFolder(const std::string& path) {
+Session readDirectory(const std::string& path) {
   Session session;
   session.mouse = readIfThere(pathIn(path, kMouseFile), readEvemu);
   session.keyboard = readIfThere(pathIn(path, kKeyboardFile), readEvemu);
@@ -82,7 +82,7 @@ bool hasAll(const DeviceRecording& device, int type, std::initializer_list<int> 
   return std::all_of(codes.begin(), codes.end(), [&](int code) { return found->second.count(code) != 0; });
 }
 
-// The two tests are those of the reader's autodetection (LinuxInputReader::openDevice).
+// The two tests are the same as in the reader's autodetection (LinuxInputReader::openDevice).
 Session sessionOf(DeviceRecording device, const std::string& path) {
   const bool relative = hasAll(device, EV_REL, {REL_X, REL_Y});
   const bool pointer = hasAll(device, EV_KEY, {BTN_LEFT}) || hasAll(device, EV_KEY, {BTN_TOUCH});
@@ -119,7 +119,7 @@ Session readFile(const std::string& path) {
 Session readSession(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) == -1) failToOpen(path);
-  return S_ISDIR(status.st_mode) ? readFolder(path) : readFile(path);
+  return S_ISDIR(status.st_mode) ? readDirectory(path) : readFile(path);
 }
 
 }  // namespace quarlo::recording

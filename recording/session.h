@@ -1,12 +1,12 @@
 // A session: input as files, so that it can be looked at, edited, kept and played again.
 //
-//   desk/                   a folder, with any of the three, all on one clock; 0 is the start of the recording
+//   desk/                   a directory, with any of the three, all on one clock; 0 is the start of the recording
 //     mouse.evemu           what an evdev node said about itself and sent, in evemu's text format
 //     keyboard.evemu
 //     remote.lirc           what the LIRC daemon sent: "<seconds>.<microseconds> <line>", one per line
 //
-// A file alone is a session too: one that ends in .lirc is a remote's, any other a mouse's or a keyboard's, by the
-// tests by which the reader finds its devices. Its first record is its start.
+// A single file is a session, too. If its name ends in .lirc, it is a remote's. Otherwise it is a mouse's or a
+// keyboard's, by the same tests as in the reader's autodetection. Its first record is its start.
 //
 // In all files, empty lines and lines that start with # are comments.
 #pragma once
@@ -24,8 +24,8 @@ namespace quarlo::recording {
 
 using std::chrono::microseconds;
 
-// Why a session cannot be used, for a person: "desk/mouse.evemu:12: " and what is wrong, and what was expected. It can
-// hold bytes of the file as they are: escape it before it reaches a terminal.
+// Why a session cannot be used, for a person: "desk/mouse.evemu:12: ", then what is wrong and what was expected. It can
+// contain bytes of the file as they are: escape it before it reaches a terminal.
 class Error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -50,17 +50,17 @@ struct RemoteLine {
   std::string text;   // without the newline at its end
 };
 
-// At least one of the three is there.
+// At least one of the three is present.
 struct Session {
   std::optional<DeviceRecording> mouse;
   std::optional<DeviceRecording> keyboard;
   std::optional<std::vector<RemoteLine>> remote;  // at least one line
 };
 
-// The longest session. Times beyond it are not a session's: they were counted from 1970 or from a machine's start.
+// The longest session. Longer times are not those of a session: they were counted from 1970 or from a machine's start.
 constexpr std::chrono::hours kLongestSession{24};
 
-// Reads and checks a folder or a file. Throws Error.
+// Reads and checks a directory or a file. Throws Error.
 Session readSession(const std::string& path);
 
 }  // namespace quarlo::recording

@@ -45,7 +45,7 @@ std::string errorOf(Action action) {
   }
 }
 
-// Each test has a folder of its own.
+// Each test has a directory of its own.
 class FolderTest : public testing::Test, protected test::Folder {};
 
 }  // namespace quarlo::recording

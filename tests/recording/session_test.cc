@@ -104,7 +104,7 @@ TEST_F(SessionFolder, TakesALinkForItsFile) {
   EXPECT_EQ(sources(readSession(path())), "keyboard ");
 }
 
-// Nobody has opened the pipe for writing: to open it for reading would take for ever.
+// Nobody has opened the pipe for writing: opening it for reading would take forever.
 TEST_F(SessionFolder, OpensOnlyFiles) {
   const std::string file = path("mouse.evemu");
   EXPECT_EQ(mkfifo(file.c_str(), 0600), 0);
