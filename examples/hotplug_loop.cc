@@ -1,4 +1,4 @@
-// The loop of an application whose devices come and go. It prints what happens, a line each, until SIGINT or SIGTERM:
+// The loop of an application whose devices come and go. It prints a line for all that happens, until SIGINT or SIGTERM:
 //
 //   sources: mouse yes, keyboard yes, remote no
 //   pointer 10,20
@@ -6,9 +6,9 @@
 //   key down 65 char 97
 //   key up 65
 //
-// A reader opens its sources once. So this makes a new one when /dev/input has changed, when a source has gone, and
-// when a LIRC daemon has come, and carries over what the application should not notice. What is typed between two
-// readers, for a tenth of a second or so, is lost.
+// A reader opens its sources once. So this program makes a new reader when /dev/input has changed, when a source has
+// gone, and when a LIRC daemon has come, and carries over what must not change for the application. What is typed
+// between two readers, for a tenth of a second or so, is lost.
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
@@ -43,7 +43,7 @@ constexpr std::uint32_t kMaxY = 1079;
 
 constexpr int kWaitMs = 10;
 constexpr std::chrono::milliseconds kQuiet{100};  // a device that comes is several changes: nodes, then permissions
-constexpr std::chrono::seconds kLookAgain{1};     // for what no change announces
+constexpr std::chrono::seconds kLookAgain{1};     // for changes that nothing announces
 
 constexpr Clock::time_point kAtOnce = Clock::time_point::min();
 constexpr Clock::time_point kNever = Clock::time_point::max();
@@ -63,7 +63,7 @@ int GetMinLogLevel() { return kInfo; }
 
 int GetVlogLevelHelper(const char* /*file*/, std::size_t /*size*/) { return 0; }
 
-// readInput() logs one kind of error, that it could not read from a device, and tells of it in no other way.
+// readInput() logs only one kind of error, that it could not read from a device, and reports that in no other way.
 void LogMessage(const char* /*file*/, int /*line*/, int severity, const char* format, ...) {
   if (severity == kError) errorLogged = true;
   char message[1024];
@@ -71,7 +71,7 @@ void LogMessage(const char* /*file*/, int /*line*/, int severity, const char* fo
   va_start(arguments, format);
   std::vsnprintf(message, sizeof message, format, arguments);
   va_end(arguments);
-  // A device can have any name, also one that controls a terminal.
+  // A device can have any name, even one that controls a terminal.
   char escaped[kLongestEscape * sizeof message];
   Escape(message, std::strlen(message), escaped, sizeof escaped);
   std::fprintf(stderr, "%s: %s\n", severity == kError ? "error" : "info", escaped);
@@ -107,7 +107,7 @@ bool daemonHasGone(int fd) {
   return fd != -1 && recv(fd, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) == 0;
 }
 
-// The socket's file is there without a daemon, too; only a connection tells.
+// The socket's file can exist without a daemon; only a connection tells.
 bool daemonListens() {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
@@ -140,7 +140,7 @@ class InputLoop {
       }
       // Everything that was there has been read: draw, run timers, and come back.
 
-      // With a source that has gone, readInput() waits no longer. So that this loop does not spin, close it at once.
+      // When a source has gone, readInput() no longer waits. Close it at once, so that this loop does not spin.
       const bool sourceHasGone = reader_ && (errorLogged || daemonHasGone(reader_->lircFd));
       if (sourceHasGone) closeSources();
       if (nodesChanged() || sourceHasGone) openAt_ = Clock::now() + kQuiet;
@@ -171,7 +171,7 @@ class InputLoop {
     poll(&wait, 1, kWaitMs);
   }
 
-  // Which nodes they are does not matter: a new reader looks at all.
+  // It does not matter which nodes they are: a new reader looks at all of them.
   bool nodesChanged() const {
     bool changed = false;
     char notices[4096];
@@ -181,8 +181,9 @@ class InputLoop {
 
   void lookAgain() {
     lookAgainAt_ = Clock::now() + kLookAgain;
-    // Without a device there may be no /dev/input. A folder that is watched already keeps its number. IN_ATTRIB is for
-    // udev, which gives a node its permissions after it was made; before, the reader may not be allowed to open it.
+    // Without a device there may be no /dev/input. A directory that is watched already keeps its number. IN_ATTRIB is
+    // for udev, which gives a node its permissions after the node was made; before that, the reader may not be allowed
+    // to open it.
     const int watch = inotify_add_watch(changes_, kNodes, IN_CREATE | IN_DELETE | IN_ATTRIB);
     if (watch != watch_) openAt_ = kAtOnce;
     watch_ = watch;
@@ -195,7 +196,7 @@ class InputLoop {
     closeSources();
     reader_.emplace();
     const bool anySource = reader_->init(nullptr, nullptr, kLircSocket, kMaxX, kMaxY);
-    errorLogged = false;  // what cannot be opened is no source
+    errorLogged = false;  // a source that cannot be opened does not count
     reader_->pointerX = pointerX_;
     reader_->pointerY = pointerY_;
     reader_->numLock = numLock_;
@@ -230,8 +231,8 @@ class InputLoop {
   }
 
   // The releases that the kernel makes when a device goes are lost if they are not read at once, and a new reader
-  // starts without modifiers. What is held on a device that stayed comes up once more when it is let go, which does no
-  // harm.
+  // starts without modifiers. For a key that is held on a device that stayed, a second key-up comes when it is
+  // released, which does no harm.
   void releaseHeld() {
     for (const LinuxInputReader::Key key : heldKeys_) handleKey({KeyData::kUp, key, 0, 0});
     for (const std::int32_t button : heldButtons_) {

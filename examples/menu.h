@@ -1,4 +1,4 @@
-// A menu that one goes through with the arrow keys of a keyboard or a remote. Enter chooses.
+// A menu for the arrow keys of a keyboard or a remote. Enter chooses.
 #pragma once
 
 #include "input/linux_input_reader.h"

@@ -73,7 +73,7 @@ TEST_F(MenuTest, TwoTapsWhileTheApplicationIsBusyAreOne) {
   daemon.send("KEY_DOWN");
   machine.advance(200ms);  // it draws
   runFor(20ms);
-  EXPECT_EQ(menu.selected(), 1);  // why not to be busy for that long
+  EXPECT_EQ(menu.selected(), 1);  // so do not be busy for that long
 }
 
 TEST_F(MenuTest, TheRemoteGoesOnWhenTheKeyboardIsUnplugged) {
