@@ -1,4 +1,4 @@
-// How the programs of this folder give up.
+// How the programs in this directory give up.
 #pragma once
 
 #include <cerrno>

@@ -202,7 +202,7 @@ int run(const Entry& entry, const Workload& workload, int passes) {
 
 struct Start {
   double ns;         // from before the program is started until it has its first event
-  double kilobytes;  // the most memory that it has had
+  double kilobytes;  // at its peak
 };
 
 // Presses a key as soon as the program has opened all sources. The program says when it came, and how much memory it

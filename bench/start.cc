@@ -1,5 +1,5 @@
 // A program of one contestant, from its start to its first event: start_... MOUSE KEYBOARD REMOTE. Prints when the
-// event came (ns of the monotonic clock), and the most memory that it has had (KB).
+// event came (ns of the monotonic clock), and its peak of memory (KB).
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

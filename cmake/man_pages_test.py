@@ -13,7 +13,7 @@ HELP = """Play a session. Then end.
 Usage: program play [OPTIONS] session
 
 Positionals:
-  session SESSION REQUIRED    The folder to play
+  session SESSION REQUIRED    The directory to play
 
 Options:
   -h,--help                   Print this help message and exit
@@ -56,7 +56,7 @@ and goes on.
 .SH ARGUMENTS
 .TP
 \fIsession\fR
-The folder to play
+The directory to play
 .SH OPTIONS
 .TP
 \fB\-h\fR, \fB\-\-help\fR

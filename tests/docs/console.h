@@ -29,7 +29,7 @@ std::vector<ConsoleBlock> consoleBlocks(const std::string& document, const std::
 // Whether a command that printed `output` printed what the document says.
 bool isAsDocumented(const std::string& output, const std::string& documented);
 
-// Runs a block in the present folder. Returns what went otherwise than documented, for a person, or nothing.
+// Runs a block in the current directory. Returns what differed from the document, for a person, or nothing.
 std::string problemsOf(const ConsoleBlock& block);
 
 }  // namespace quarlo::test

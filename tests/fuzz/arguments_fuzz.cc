@@ -85,7 +85,7 @@ int check(const tune::TuneOptions& options) {
   checkValues(options.grid.pollMs, 2147483);
   require(options.protocol.period >= 10ms && options.protocol.period < kShortestHold, "a remote repeats its lines");
   require(options.protocol.tapLines >= 1 && (options.protocol.tapLines - 1) * options.protocol.period < kShortestHold,
-          "a tap is no held button");
+          "a tap is not a held button");
   require(options.hold >= kShortestHold && options.hold <= 10s, "a hold has from 0.5 to 10 s");
   return 0;
 }

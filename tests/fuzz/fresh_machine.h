@@ -7,7 +7,7 @@
 
 namespace quarlo::fuzz {
 
-// Without a trace. The click history, which outlives a machine, starts anew.
+// Without a trace. The click history, which outlives a machine, starts again.
 class FreshMachine : public sim::Machine {
  public:
   FreshMachine();

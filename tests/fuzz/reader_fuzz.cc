@@ -30,7 +30,7 @@ constexpr const char* kButtons[] = {"KEY_OK", "KEY_UP",      "KEY_VOLUMEUP", "KE
 
 constexpr const char* kTimeouts[] = {"", "0", "-5", "1", "450ms", "2147483647", "99999999999999999999", "x"};
 
-// The bounds of a screen, the least ones, and such as no screen has.
+// The bounds of a screen, the smallest possible ones, and some that no screen has.
 constexpr std::uint32_t kBounds[] = {1279, 0, 1, 65535, 65536, 0x7fffffff, 0x80000000, 0xffffffff};
 
 // Descriptors that the set to wait on can hold, and such as it cannot.

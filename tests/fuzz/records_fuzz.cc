@@ -14,7 +14,7 @@ namespace {
 constexpr char kMouse[] = "/dev/input/event0";
 constexpr char kKeyboard[] = "/dev/input/event1";
 
-// The bounds of a screen, the least ones, and such as no screen has.
+// The bounds of a screen, the smallest possible ones, and some that no screen has.
 constexpr std::uint32_t kBounds[] = {1279, 0, 1, 65535, 65536, 0x7fffffff, 0x80000000, 0xffffffff};
 
 // Codes with a meaning.

@@ -1,4 +1,4 @@
-// A fuzz target as a plain program: runs it once over each input, a file or one of a folder's.
+// A fuzz target as a plain program: runs it once over each input, a file or one in a directory.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

@@ -28,11 +28,11 @@ using recording::FileWriter;
 using recording::RemoteLine;
 using recording::Session;
 
-// A folder for the files of one input, removed at the end.
+// A directory for the files of one input, removed at the end.
 class Folder {
  public:
   Folder() : path_((std::filesystem::temp_directory_path() / "quarlo-XXXXXX").string()) {
-    require(mkdtemp(path_.data()) != nullptr, "a folder for temporary files can be made");
+    require(mkdtemp(path_.data()) != nullptr, "a directory for temporary files can be made");
   }
   ~Folder() { std::filesystem::remove_all(path_); }
   Folder(const Folder&) = delete;
@@ -57,8 +57,8 @@ std::string readFile(const std::string& path) {
 
 constexpr const char* kFiles[] = {recording::kMouseFile, recording::kKeyboardFile, recording::kRemoteFile};
 
-// The input is the content of a folder's three files, in which a form feed ends all but the last. An empty one is not
-// there.
+// The input is the content of a directory's three files, in which a form feed ends all but the last. An empty one does
+// not exist.
 void writeFolder(const std::string& folder, std::string text) {
   std::filesystem::create_directory(folder);
   for (const char* file : kFiles) {
@@ -69,7 +69,7 @@ void writeFolder(const std::string& folder, std::string text) {
   }
 }
 
-// Writes the input as a folder or a file, and returns its path.
+// Writes the input as a directory or a file, and returns its path.
 std::string writeInput(const Folder& folder, InputBytes& input) {
   const int shape = input.takeBelow(3);
   std::string path = folder.path(shape == 2 ? "input.lirc" : "input");
@@ -122,8 +122,8 @@ void checkDevice(const std::optional<DeviceRecording>& device, const std::option
   }
 }
 
-// What was written once is written the same a second time; names and capabilities that the format cannot hold are
-// mended the first time.
+// What is written once and then again does not change: names and capabilities that the format cannot hold are corrected
+// the first time.
 void checkWriting(const Folder& folder, const Session& session) {
   writeSession(folder.path("first"), session);
   if (!std::filesystem::exists(folder.path("first"))) return;  // a remote's lines were all empty

@@ -155,7 +155,7 @@ class HotplugTest : public testing::Test {
     EXPECT_EQ(mknod("/dev/input/event0", S_IFCHR | 0600, makedev(kInputMajor, kFirstEventMinor)), 0);
   }
 
-  // Until the end of the test. The kernel makes the folder anew for the next device, and removes it with the last.
+  // Until the end of the test. The kernel makes the directory again for the next device, and removes it with the last.
   static void removeNodesFolder() { std::filesystem::rename(kNodes, kNodesAside); }
 
   // Starts the program, and returns the sources that it begins with.
@@ -321,7 +321,7 @@ TEST_F(HotplugTest, TheFolderOfNodesCanComeLaterAndGo) {
   EXPECT_EQ(next(2), Lines({"key down 65 char 97", "key up 65"}));
 }
 
-// As where /dev is made by hand: no change in the folder tells of the device.
+// As where /dev is made by hand: no change in the directory announces the device.
 TEST_F(HotplugTest, ADeviceThatGoesIsNoticedThoughItsNodeStays) {
   removeNodesFolder();
   std::filesystem::create_directory(kNodes);

@@ -127,7 +127,7 @@ TEST_F(RecordTest, TheReplayGivesTheEventsThatCameLive) {
 TEST_F(RecordTest, HidesWhatWasTypedAndChangesNothingElse) {
   const Lines live = recordAndWatch({});
   Lines replayed = replay();
-  // The remote's button 5 is 1 in a recording, and A where the output is no terminal.
+  // The remote's button 5 is 1 in a recording, and A where the output is not a terminal.
   for (std::string& event : replayed) {
     if (event == "key down    1               '1'") event = "key down    A               'a'";
   }

@@ -233,7 +233,7 @@ def mutants_of(source):
 
 
 def read_sources(root, file):
-    """A source file, and what it includes from its own folder, except for its header, which tests are compiled with."""
+    """A source file, and what it includes from its own directory except its header, which tests are compiled with."""
     source = root / file
     unit = parse(root, file)
     names = dict.fromkeys(pathlib.Path(inclusion.include.name) for inclusion in unit.get_includes())

@@ -166,7 +166,7 @@ class Source:
     # ---- Reading ---------------------------------------------------------------------------------
 
     def _read_tokens(self, unit, size):
-        """Keeps what is no comment, which becomes blank, and no directive of the preprocessor."""
+        """Keeps the tokens that are not of comments, which become blank, nor of directives of the preprocessor."""
         file = unit.get_file(self._path)
         ends = [cindex.SourceLocation.from_offset(unit, file, offset) for offset in (0, size)]
         directive_end = 0
@@ -227,7 +227,7 @@ class Source:
         return self.tokens[number].end
 
     def _read_macros(self, unit):
-        """The rows of a table that macros make are no declarations."""
+        """The rows of a table that macros make are not declarations."""
         for cursor in unit.get_children():
             if cursor.kind == CursorKind.MACRO_INSTANTIATION and self.is_here(cursor):
                 first = self.first_token(cursor)

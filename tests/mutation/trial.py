@@ -75,7 +75,7 @@ class Tests:
         return ":".join(line.split()[0] + "*" for line in lines if re.match(r"[\w/]+\.", line))
 
     def compile(self, folder):
-        """Compiles the source in the folder, and returns the object code, or None if it is no C++."""
+        """Compiles the source in the directory, and returns the object code, or None if it is not C++."""
         target = folder / "reader.o"
         command = [self._compiler[0], "-I", folder]
         arguments = iter(self._compiler[1:])
@@ -88,7 +88,7 @@ class Tests:
         return target.read_bytes() if result.returncode == 0 else None
 
     def measure(self, folder):
-        """Runs the tests on the original in the folder. REQUIRES: it is compiled, and nothing else runs."""
+        """Runs the tests on the original in the directory. REQUIRES: it is compiled, and nothing else runs."""
         for link, filters in self._programs:
             program = self._link(link, folder)
             for suites in filters:
@@ -101,7 +101,7 @@ class Tests:
                 self._limits[suites] = CPU_LIMIT + int(CPU_LIMIT_FACTOR * used)
 
     def outcome(self, folder):
-        """Runs the tests on the mutant in the folder until one fails."""
+        """Runs the tests on the mutant in the directory until one fails."""
         for link, filters in self._programs:
             program = self._link(link, folder)
             for suites in sorted(filters, key=self._limits.get):

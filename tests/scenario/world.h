@@ -74,7 +74,8 @@ class World {
   // The device gets the lowest number that is free. It is there until it is unplugged or the world ends.
   virtual Plugged& plug(const Description& device) = 0;
 
-  // Makes a symbolic link, as udev does below /dev/input/by-id. REQUIRES: `link` is a name in a folder of /dev/input.
+  // Makes a symbolic link, as udev does below /dev/input/by-id. REQUIRES: `link` is a name in a directory of
+  // /dev/input.
   virtual void link(const std::string& link, const std::string& target) = 0;
 
   // Starts a daemon, or another one after the last was stopped.

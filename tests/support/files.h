@@ -15,7 +15,7 @@
 
 namespace quarlo::test {
 
-// A folder that other users can search, removed at the end with all that is in it.
+// A directory that other users can search, removed at the end with all that is in it.
 class Folder {
  public:
   Folder() : path_((std::filesystem::temp_directory_path() / "quarlo-XXXXXX").string()) {

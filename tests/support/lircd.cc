@@ -26,7 +26,7 @@ namespace {
 
 const std::string kRoot = QUARLO_LIRC_ROOT;
 
-// The folder below usr/lib that has the packages' libraries: it is named after their architecture.
+// The directory below usr/lib that has the packages' libraries: it is named after their architecture.
 std::string librariesFolder() {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(kRoot + "/usr/lib", error)) {

@@ -12,7 +12,7 @@ class Lircd {
   // Whether the daemon's packages are unpacked here.
   static bool isAvailable();
 
-  // `folder` takes its configuration, log and socket.
+  // Its configuration, log and socket are in `folder`.
   explicit Lircd(std::string folder);
   ~Lircd();
   Lircd(const Lircd&) = delete;

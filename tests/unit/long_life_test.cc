@@ -367,7 +367,7 @@ class LongLifeTest : public MachineTest {
   Totals sent;
   Totals received;
   int readers = 0;
-  std::size_t bytesAtFirst = 0;  // when the present reader was young
+  std::size_t bytesAtFirst = 0;  // when the current reader was young
 
   std::mt19937 random;  // with its default seed: each week is the same
   const microseconds start = machine.now();
