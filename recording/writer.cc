@@ -107,11 +107,11 @@ std::string timeText(microseconds time) {
 
 long newlinesIn(std::string_view text) { return std::count(text.begin(), text.end(), '\n'); }
 
-// ---- The folder ---------------------------------------------------------------------------------
+// ---- The directory ------------------------------------------------------------------------------
 
-// Makes the folder, and returns its descriptor. Who may write to the folder above can put a link in its place at any
-// time.
-int makeFolder(const std::string& path, Access access) {
+// Makes the directory, and returns its descriptor. Whoever may write to the directory above can put a link in its place
+// at any time.
+int makeDirectory(const std::string& path, Access access) {
   const std::string withoutSlashes = path.substr(0, path.find_last_not_of('/') + 1);  // one at the end follows a link
   if (mkdir(path.c_str(), access == Access::kOwnerOnly ? 0700 : 0777) == 0) {
     const int fd = open(withoutSlashes.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -132,11 +132,11 @@ bool isAt(const std::string& path, int fd) {
 
 // ---- A file -------------------------------------------------------------------------------------
 
-FileWriter::FileWriter(const std::string& folder, int folderFd, const char* name, const std::string& head,
+FileWriter::FileWriter(const std::string& directory, int directoryFd, const char* name, const std::string& head,
                        Access access)
-    : folderFd_(folderFd),
+    : directoryFd_(directoryFd),
       name_(name),
-      path_(pathIn(folder, name)),
+      path_(pathIn(directory, name)),
       mode_(access == Access::kOwnerOnly ? 0600 : 0666),
       headSize_(head.size()),
       pending_(head),
@@ -177,7 +177,7 @@ void FileWriter::addLine(const std::string& line) {
 
 std::string FileWriter::flush() {
   if (count_ == 0 || pending_.empty()) return "";
-  if (fd_ == -1) fd_ = openat(folderFd_, name_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode_);
+  if (fd_ == -1) fd_ = openat(directoryFd_, name_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode_);
   if (fd_ != -1) return writeOut();
   const int error = errno;
   pending_.clear();
@@ -206,7 +206,7 @@ std::string FileWriter::cutBack(std::size_t written, int error) {
   size_ += static_cast<std::int64_t>(kept);
   const bool hasLines = size_ > static_cast<std::int64_t>(headSize_);
   count_ = hasLines ? count_ - newlinesIn(std::string_view(pending_).substr(kept)) : 0;
-  const bool done = hasLines ? ftruncate(fd_, size_) == 0 : unlinkat(folderFd_, name_, 0) == 0;
+  const bool done = hasLines ? ftruncate(fd_, size_) == 0 : unlinkat(directoryFd_, name_, 0) == 0;
   pending_.clear();
   ::close(std::exchange(fd_, -1));
   return path_ + ": " + std::strerror(error) + kEnd + (done ? "" : ", but this file ends with a line that is cut off");
@@ -220,13 +220,13 @@ std::string FileWriter::close() {
 
 // ---- A session ----------------------------------------------------------------------------------
 
-SessionWriter::SessionWriter(std::string folder, const std::string& comment, Access access)
-    : folder_(std::move(folder)),
-      folderFd_(makeFolder(folder_, access)),
+SessionWriter::SessionWriter(std::string directory, const std::string& comment, Access access)
+    : directory_(std::move(directory)),
+      directoryFd_(makeDirectory(directory_, access)),
       comment_("# " + comment + "\n"),
       access_(access) {}
 
-SessionWriter::~SessionWriter() { ::close(folderFd_); }
+SessionWriter::~SessionWriter() { ::close(directoryFd_); }
 
 FileWriter& SessionWriter::addMouse(const DeviceDescription& device) {
   return addFile(kMouseFile, "# EVEMU 1.3\n" + comment_ + descriptionText(device));
@@ -239,7 +239,7 @@ FileWriter& SessionWriter::addKeyboard(const DeviceDescription& device) {
 FileWriter& SessionWriter::addRemote() { return addFile(kRemoteFile, comment_); }
 
 FileWriter& SessionWriter::addFile(const char* name, const std::string& head) {
-  return files_.emplace_back(folder_, folderFd_, name, head, access_);
+  return files_.emplace_back(directory_, directoryFd_, name, head, access_);
 }
 
 void SessionWriter::flush() {
@@ -249,7 +249,7 @@ void SessionWriter::flush() {
 
 void SessionWriter::close() {
   const std::string problem = firstProblem(&FileWriter::close);
-  if (isAt(folder_, folderFd_)) rmdir(folder_.c_str());  // fails, as it should, while there is a file in it
+  if (isAt(directory_, directoryFd_)) rmdir(directory_.c_str());  // fails, as it should, while there is a file in it
   if (!problem.empty()) throw Error(problem);
 }
 

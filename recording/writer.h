@@ -44,9 +44,9 @@ enum class Access { kByUmask, kOwnerOnly };
 // A file of a session. It appears with its first record or line, and ends with a whole one.
 class FileWriter {
  public:
-  // `name` is that of the file in the folder, `head` the lines that it starts with. The caller keeps the folder's
+  // `name` is that of the file in the directory, `head` the lines that it starts with. The caller keeps the directory's
   // descriptor open.
-  FileWriter(const std::string& folder, int folderFd, const char* name, const std::string& head, Access access);
+  FileWriter(const std::string& directory, int directoryFd, const char* name, const std::string& head, Access access);
   ~FileWriter();
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
@@ -76,7 +76,7 @@ class FileWriter {
   std::string writeOut();
   std::string cutBack(std::size_t written, int error);
 
-  int folderFd_;
+  int directoryFd_;
   const char* name_;
   std::string path_;  // for a person
   mode_t mode_;
@@ -89,12 +89,12 @@ class FileWriter {
   int fd_ = -1;
 };
 
-// A session, in a new folder. It stays with the folder that it has made, whatever is found at its path later.
+// A session, in a new directory. It stays with the directory that it has made, whatever is found at its path later.
 class SessionWriter {
  public:
-  // Makes the folder. `comment` is one line that stands at the top of each file. Throws Error if there is something of
-  // this name already, or the folder cannot be made.
-  SessionWriter(std::string folder, const std::string& comment, Access access);
+  // Makes the directory. `comment` is one line that stands at the top of each file. Throws Error if there is something
+  // of this name already, or the directory cannot be made.
+  SessionWriter(std::string directory, const std::string& comment, Access access);
   ~SessionWriter();
   SessionWriter(const SessionWriter&) = delete;
   SessionWriter& operator=(const SessionWriter&) = delete;
@@ -107,7 +107,7 @@ class SessionWriter {
   // Puts on disk what the files have taken. Throws Error if one could not be written; the others are, if they can.
   void flush();
 
-  // Does that, closes the files, and removes the folder if there is none in it. To call at the end, also after an
+  // Does that, closes the files, and removes the directory if there is none in it. Call this at the end, also after an
   // Error. Throws Error.
   void close();
 
@@ -115,8 +115,8 @@ class SessionWriter {
   FileWriter& addFile(const char* name, const std::string& head);
   std::string firstProblem(std::string (FileWriter::*action)());
 
-  std::string folder_;
-  int folderFd_;
+  std::string directory_;
+  int directoryFd_;
   std::string comment_;
   Access access_;
   std::list<FileWriter> files_;

@@ -67,7 +67,7 @@ std::vector<std::string> documentsWithCommands() {
   return paths;
 }
 
-// The present folder, with what the project has in it, and nothing of what is built.
+// A current directory that holds what the project does, without what is built.
 class ProjectCopy {
  public:
   ProjectCopy() : before_(fs::current_path()) {

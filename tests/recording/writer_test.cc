@@ -234,7 +234,7 @@ TEST_F(WriterTest, AppendsWithEachFlush) {
   EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine + kRecordLine);
 }
 
-// Who may write to the folder above could have a recording of root go where they cannot write themselves.
+// Whoever may write to the directory above could have a recording of root go where they cannot write themselves.
 TEST_F(WriterTest, StaysInItsFolderWhenALinkTakesItsPlace) {
   FileWriter& file = addNothing();
   std::filesystem::rename(folder_, path("moved"));

@@ -263,7 +263,7 @@ TEST(KeymapPage, IsCurrent) {
   ADD_FAILURE() << "docs/keymap.md differs from what the program prints, from line " << inPage - page.begin() + 1
                 << " on:\n  " << (inPage == page.end() ? "(its end)" : *inPage) << "\ninstead of\n  "
                 << (inWanted == wanted.end() ? "(its end)" : *inWanted)
-                << "\nWrite it anew: quarlo-input keymap --markdown >docs/keymap.md";
+                << "\nTo write it again: quarlo-input keymap --markdown >docs/keymap.md";
 }
 
 TEST(KeymapPage, HasARowForEachKeyAndButton) {

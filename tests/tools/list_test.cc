@@ -98,7 +98,7 @@ TEST(Survey, SaysThatANodeIsGrabbedAndDoesNotCountIt) {
   EXPECT_EQ(survey(),
             "/dev/input/event0 Lower: mouse\n"
             "/dev/input/event1 Higher: not taken; grabbed by another process; "
-            "End the program that holds it (sudo fuser -v /dev/input/event1)\n");
+            "End the program that has grabbed it (sudo fuser -v /dev/input/event1)\n");
 }
 
 TEST(Survey, AcceptsANodeThatCannotBeGrabbed) {
@@ -202,13 +202,14 @@ TEST(List, GivesJsonTheTableOnly) {
   machine.addNode("/dev/input/event3", Device::mouse("Mouse")).setGrabbedElsewhere(true);
   ListOptions options;
   options.json = true;
-  EXPECT_EQ(listed(options, 0), R"json({"node":"/dev/input/event0","name":"Keys","byId":[],"byPath":[],)json"
-                                R"json("verdict":"keyboard","reason":"","remedy":""})json"
-                                "\n"
-                                R"json({"node":"/dev/input/event3","name":"Mouse","byId":[],"byPath":[],)json"
-                                R"json("verdict":"not taken","reason":"grabbed by another process",)json"
-                                R"json("remedy":"End the program that holds it (sudo fuser -v /dev/input/event3)"})json"
-                                "\n");
+  EXPECT_EQ(listed(options, 0),
+            R"json({"node":"/dev/input/event0","name":"Keys","byId":[],"byPath":[],)json"
+            R"json("verdict":"keyboard","reason":"","remedy":""})json"
+            "\n"
+            R"json({"node":"/dev/input/event3","name":"Mouse","byId":[],"byPath":[],)json"
+            R"json("verdict":"not taken","reason":"grabbed by another process",)json"
+            R"json("remedy":"End the program that has grabbed it (sudo fuser -v /dev/input/event3)"})json"
+            "\n");
 }
 
 TEST(List, EscapesTheNameOfADevice) {

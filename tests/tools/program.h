@@ -80,7 +80,7 @@ Result run(const Arguments& arguments, Output output = Output::kPipe, const Argu
 Arguments redirected(const std::string& redirection, const std::string& file = "");
 
 // What a terminal or a log could take for commands: escape sequences, also those of one byte (C1), as such and in
-// UTF-8; a backspace, a return, a new line, a byte that is no text.
+// UTF-8; a backspace, a return, a new line, a byte that is not text.
 inline const std::string kHostile =
     "\x1b]0;x\x07\x9b"
     "2J\xc2\x9b"

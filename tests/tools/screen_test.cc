@@ -289,8 +289,8 @@ TEST(Screen, NeedsToKnowTheTerminal) {
     return run({"monitor", "--tui"}, Output::kTerminal, launcher).err;
   };
   EXPECT_EQ(error({"env", "-u", "TERM"}), "quarlo-input: TERM is not set, which says what the terminal is\n");
-  EXPECT_EQ(error({"env", "TERM=no\x1bsuch"}),
-            "quarlo-input: TERM is no\\x1bsuch, which is not known here; the package ncurses-term knows more "
+  EXPECT_EQ(error({"env", "TERM=un\x1bknown"}),
+            "quarlo-input: TERM is un\\x1bknown, which is not known here; the package ncurses-term knows more "
             "terminals\n");
   EXPECT_EQ(error({"env", "TERM=dumb"}),
             "quarlo-input: TERM is dumb, a terminal that nothing can be drawn on; leave --tui out\n");

@@ -209,7 +209,7 @@ TEST_F(TimingTest, ARecordingWithNothingToStudyIsAnErrorThatSaysWhatToDo) {
             "study; see it with `quarlo-input replay -v`");
   EXPECT_EQ(errorOf(tap(0ms)),
             "sofa: no button is held for 500 ms or more: record some taps and one that is. If one was, the daemon does "
-            "not count its lines: mend the remote's file for lircd");
+            "not count its lines: correct the remote's file for lircd");
   EXPECT_EQ(errorOf(hold(0ms)), "sofa: no button is tapped (for less than 500 ms): record some taps, too");
   EXPECT_EQ(errorOf(std::vector<RemoteLine>(1001, line(0ms, "00"))),
             "sofa: the remote sent 1001 lines, and at most 1000 can be studied; record some taps and one held button");

@@ -38,14 +38,14 @@ class CommandLine {
   void addRequiredOption(const std::string& names, const std::string& type, const std::string& description,
                          const Take& take);
 
-  // An argument that is no option. Its name is that of its kind in small letters.
+  // An argument that is not an option. Its name is its type in lower case.
   void addArgument(const std::string& type, const std::string& description, const Take& take);
   void addRequiredArgument(const std::string& type, const std::string& description, const Take& take);
 
   // Two options that cannot be given together.
   void exclude(const std::string& option, const std::string& other);
 
-  // What to do instead, if an argument is given that is no option.
+  // What to do instead if there are too many arguments.
   void setHintForArguments(const std::string& hint);
 
   // Called when everything was taken. Throws ArgumentError if it does not fit together.

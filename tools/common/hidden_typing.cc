@@ -52,7 +52,7 @@ void HiddenTyping::discard() {
   while ((size = read(fd_, bytes, sizeof bytes)) > 0) {
   }
   const bool goesOn = size == -1 && (errno == EAGAIN || errno == EINTR);
-  if (!goesOn) close();  // it was closed, and would be readable for ever
+  if (!goesOn) close();  // it was hung up, and would always be readable
 }
 
 int HiddenTyping::descriptor() const { return loan_ != nullptr && loan_->isTaken() ? fd_ : -1; }

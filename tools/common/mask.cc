@@ -82,7 +82,7 @@ bool isKeyShown(Mask mask, const InputEvent::KeyData& data) {
 
 // ---- The remote's lines -------------------------------------------------------------------------
 
-// Whatever the locale: in the Turkish one, I is no capital i.
+// Whatever the locale: in the Turkish one, I is not the capital i.
 char lower(char byte) { return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte; }
 
 bool isSame(std::string_view a, std::string_view b) {
@@ -188,7 +188,7 @@ recording::DeviceDescription masked(Mask mask, recording::DeviceDescription devi
   return device;
 }
 
-// "<code> <repeat count> <button> <remote>"; what is not of that form gives no event, and may hold anything.
+// "<code> <repeat count> <button> <remote>"; a line of another form gives no event, and may hold anything.
 std::string maskedLine(Mask mask, const std::string& line) {
   constexpr char kNoCode[] = "0000000000000000";
   if (mask == Mask::kNothing || isBroadcast(line)) return line;

@@ -32,10 +32,10 @@ struct Link {
 };
 
 // Empty if there is no such directory: without udev there are no links.
-std::vector<Link> linksIn(const std::string& folder) {
+std::vector<Link> linksIn(const std::string& directory) {
   std::vector<Link> links;
   std::error_code error;
-  for (std::filesystem::directory_iterator entry(folder, error), end; entry != end; entry.increment(error)) {
+  for (std::filesystem::directory_iterator entry(directory, error), end; entry != end; entry.increment(error)) {
     std::error_code linkError;
     links.push_back({entry->path().string(), std::filesystem::canonical(entry->path(), linkError).string()});
   }
@@ -76,14 +76,14 @@ void classify(const LinuxInputReader& reader, int fd, NodeReport& report) {
   if (report.verdict == Verdict::kNotTaken) report.remedy = "Passed by its path, it is opened anyway";
 }
 
-// As LinuxInputReader::openDevice() probes: another process that holds the node makes it unsuitable.
+// As LinuxInputReader::openDevice() probes: a node that another process has grabbed is unsuitable.
 void probeOpenNode(const LinuxInputReader& reader, int fd, NodeReport& report) {
   constexpr long kGrab = 1;
   report.name = nameOf(fd);
   if (ioctl(fd, EVIOCGRAB, kGrab) == -1 && errno != EINVAL) {
     const int error = errno;
     report.reason = error == EBUSY ? "grabbed by another process" : std::strerror(error);
-    if (error == EBUSY) report.remedy = "End the program that holds it (sudo fuser -v " + report.path + ")";
+    if (error == EBUSY) report.remedy = "End the program that has grabbed it (sudo fuser -v " + report.path + ")";
     return;
   }
   classify(reader, fd, report);
@@ -94,7 +94,7 @@ bool probeNode(const LinuxInputReader& reader, NodeReport& report) {
   const int fd = openForReading(report.path);
   if (fd != -1) {
     probeOpenNode(reader, fd, report);
-    close(fd);  // lets go of the node, too
+    close(fd);  // ends the grab, too
     return true;
   }
   const int error = errno;

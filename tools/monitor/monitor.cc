@@ -59,8 +59,9 @@ bool sendsRecords(const std::string& path) {
   return isNode;
 }
 
-// The reader opens whatever it is told to. What is no source of records would make it spin, or log an error each time,
-// and a terminal would become the program's own. Says what is wrong with a path that was passed; empty if nothing is.
+// The reader opens whatever it is told to. What is not a source of records would make it spin, or log an error each
+// time, and a terminal would become the program's own. Says what is wrong with a path that was passed; empty if nothing
+// is.
 std::string problemWith(const SourcePath& source) {
   if (!source || isLeftOut(source) || sendsRecords(*source)) return "";
   return *source + " is neither an evdev node nor a FIFO; `quarlo-input list` shows the nodes that exist";

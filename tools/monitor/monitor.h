@@ -9,7 +9,7 @@ namespace quarlo::tools::monitor {
 
 struct MonitorOptions : ReaderOptions, SourcePaths {
   long count = 0;     // end after so many events; 0: go on until a stop is requested
-  MaskOptions shown;  // where the output is no terminal
+  MaskOptions shown;  // where the output is not a terminal
   bool tui = false;   // a screen instead of lines; not together with json
 };
 

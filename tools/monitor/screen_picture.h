@@ -8,7 +8,7 @@
 
 namespace quarlo::tools::monitor {
 
-// The least size that there is a picture for; below, there is a message.
+// The minimum size of a picture; a smaller screen shows a message.
 constexpr int kLeastColumns = 60;
 constexpr int kLeastRows = 16;
 

@@ -144,7 +144,7 @@ Remote recordedRemote(const std::vector<RemoteLine>& lines, const std::string& n
   if (std::none_of(remote.presses.begin(), remote.presses.end(), isHeld)) {
     throw recording::Error(name + ": no button is held for " + inMs(kShortestHold) +
                            " or more: record some taps and one that is. If one was, "
-                           "the daemon does not count its lines: mend the remote's file for lircd");
+                           "the daemon does not count its lines: correct the remote's file for lircd");
   }
   if (std::all_of(remote.presses.begin(), remote.presses.end(), isHeld)) {
     throw recording::Error(name + ": no button is tapped (for less than " + inMs(kShortestHold) +

@@ -171,9 +171,9 @@ std::string toText(const std::optional<Range>& range, int decimals) {
     std::snprintf(text, sizeof text, "%.*f", decimals, value);
     return std::string(text);
   };
-  const std::string least = number(range->minimum);
-  const std::string most = number(range->maximum);
-  return least == most ? least : least + "-" + most;
+  const std::string minimum = number(range->minimum);
+  const std::string maximum = number(range->maximum);
+  return minimum == maximum ? minimum : minimum + "-" + maximum;
 }
 
 std::string toText(const std::vector<Fault>& faults) {
@@ -224,9 +224,9 @@ using Candidates = std::vector<std::size_t>;
 // Keeps those with the smallest value, and those that are at most `tolerance` above it.
 template <typename Value>
 void keepLeast(Candidates& candidates, const Value& valueOf, double tolerance = 0) {
-  double least = valueOf(candidates.front());
-  for (const std::size_t candidate : candidates) least = std::min<double>(least, valueOf(candidate));
-  const auto isMore = [&](std::size_t candidate) { return valueOf(candidate) > least + tolerance; };
+  double minimum = valueOf(candidates.front());
+  for (const std::size_t candidate : candidates) minimum = std::min<double>(minimum, valueOf(candidate));
+  const auto isMore = [&](std::size_t candidate) { return valueOf(candidate) > minimum + tolerance; };
   candidates.erase(std::remove_if(candidates.begin(), candidates.end(), isMore), candidates.end());
 }
 

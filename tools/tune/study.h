@@ -63,7 +63,7 @@ struct Study {
 };
 
 // Runs the reader with each setting of the grid. The best one is chosen in this order:
-//   1. the fewest and least harmful faults;
+//   1. the fewest and mildest faults;
 //   2. the poll timeout that is closest to the default one;
 //   3. the earliest first repeat, to half a line;
 //   4. the longest release timeout, which is farthest from ghosts;

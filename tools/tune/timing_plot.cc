@@ -94,7 +94,7 @@ int keyDownsOf(const Timeline& timeline, const Press& press) {
                     [&](const KeyDown& keyDown) { return keyDown.line >= press.first && keyDown.line < press.end; }));
 }
 
-// The tap with the most key-downs, or the longest held button.
+// The tap that gave the highest number of key-downs, or the longest held button.
 Press pressToShow(const Remote& remote, const Timeline& timeline, bool held) {
   const auto rank = [&](const Press& press) {
     if (press.held != held) return -1.0;

@@ -30,9 +30,9 @@ std::string formatted(const char* format, double number) {
 // With signs: "-8..+13", and "+0" for what is a little less than nothing.
 std::string shownSigned(const std::optional<Range>& range) {
   if (!range) return "-";
-  const std::string least = formatted("%+.0f", std::round(range->minimum) + 0.0);
-  const std::string most = formatted("%+.0f", std::round(range->maximum) + 0.0);
-  return least == most ? least : least + ".." + most;
+  const std::string minimum = formatted("%+.0f", std::round(range->minimum) + 0.0);
+  const std::string maximum = formatted("%+.0f", std::round(range->maximum) + 0.0);
+  return minimum == maximum ? minimum : minimum + ".." + maximum;
 }
 
 // ---- Text ---------------------------------------------------------------------------------------
