@@ -166,7 +166,7 @@ int NodeState::grab(const std::shared_ptr<EvdevClient>& client, bool on) {
 }
 
 int NodeState::name(char* buffer, std::size_t size) const {
-  // With its NUL as long as that fits: a shorter buffer gets none.
+  // The name, with its NUL if there is room for it.
   const std::size_t length = std::min(device.name.size() + 1, size);
   std::memcpy(buffer, device.name.c_str(), length);
   return static_cast<int>(length);

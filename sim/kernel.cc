@@ -413,12 +413,12 @@ int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptS
     result = selectUntil(count, readSet, deadline);
     if (result >= 0 && writeSet != nullptr) FD_ZERO(writeSet);
     if (result >= 0 && exceptSet != nullptr) FD_ZERO(exceptSet);
-    // As Linux does: the timeout that is left.
+    // As on Linux, what is left of the timeout.
     if (deadline) *timeout = toTimeval(std::max(*deadline - time_, microseconds(0)));
   }
   result = finish(result);
   if (tracing_) trace(call, callResult(result, errno) + (result > 0 ? " " + descriptorSet(count, readSet) : ""));
-  // A loop that only polls must get on in time, too.
+  // A loop that only polls must make progress in time, too.
   if (time_ == start) runUntil(start + kShortestSelect);
   return static_cast<int>(result);
 }

@@ -65,7 +65,7 @@ std::string nodeOf(int fd) {
   return "";
 }
 
-// The other process: grabs the node, says whether it could, and holds it until it is killed.
+// The other process: grabs the node, says whether it could, and keeps it until it is killed.
 [[noreturn]] void grabAndHold(const std::string& path, int result) {
   constexpr long kGrab = 1;
   const int fd = open(path.c_str(), O_RDONLY);

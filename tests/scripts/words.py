@@ -17,6 +17,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 LIST = "CONTRIBUTING.md"
 LEFT = "tests/scripts/words_left.txt"
 SKIPPED_DIRECTORIES = {"build", "corpus"}  # and all hidden ones but that of the scripts of CI
+SCRIPT_DIRECTORIES = {"script", "hooks", ".ci"}
+SCRIPT_SUFFIXES = {".awk", ".bash", ".cmake", ".gp", ".ini", ".json", ".rules", ".sh", ".zsh"}
 
 # Stands for what is not prose. Blanks stand for the marks around prose, so that a phrase can go on in the next line.
 OTHER = "\0"
@@ -141,8 +143,8 @@ def reader_of(path):
         return in_cpp
     if name.endswith(".py"):
         return in_python
-    is_script = path.parent.name in ("script", "hooks", ".ci") or name in ("CMakeLists.txt", ".clang-tidy")
-    return in_script if is_script or name.endswith((".cmake", ".awk", ".gp", ".rules", ".sh")) else None
+    is_script = path.parent.name in SCRIPT_DIRECTORIES or path.suffix in SCRIPT_SUFFIXES or name == "CMakeLists.txt"
+    return in_script if is_script else None
 
 
 # ---- Looking -------------------------------------------------------------------------------------

@@ -41,7 +41,7 @@ class Failure {
   const std::string& line() const { return calls_[index_].line; }
   bool has(const std::string& part) const { return line().find(part) != std::string::npos; }
 
-  // The default is in force.
+  // The default counts.
   void failGetenv() {
     if (has(kRepeatTimeoutVariable)) course_.repeatTimeout = kDefaultRepeatTimeoutMs;
     if (has(kReleaseTimeoutVariable) || fault_.times > 1) course_.releaseTimeout = kDefaultReleaseTimeoutMs;
@@ -68,7 +68,7 @@ class Failure {
                                               {"EVIOCGNAME", Flaw::kHasNoName},
                                               {"EV_REL", Flaw::kHasNoAxes},
                                               {"EV_KEY", Flaw::kHasNoKeys}};
-    // A node that cannot be held is held by nobody. A grab that cannot be let go ends when its node is closed.
+    // A node that cannot be grabbed is grabbed by nobody. A grab that cannot be released ends when its node is closed.
     if (has("EVIOCGRAB, 1") && fault_.error == EINVAL) return flaw(Flaw::kCannotBeHeld);
     bool failed = false;
     for (const Question& question : kQuestions) {
@@ -80,7 +80,7 @@ class Failure {
 
   void flaw(Flaw what) { course_.flaws.insert({currentSearch(), nodeOf(calls_, index_), what}); }
 
-  // Also for what is still to come of this search, and for the next.
+  // Also for the nodes that this search has still to look at, and for the next search.
   void flawTheRest(Flaw what) {
     for (const SearchedNode& node : searchedNodes()) {
       if (node.number < nodeOf(calls_, index_)) course_.flaws.insert({currentSearch(), node.number, what});
@@ -103,8 +103,8 @@ class Failure {
     for (int i = 0; i < fault_.times; ++i) course_.failedConnections.insert(first + static_cast<std::size_t>(i));
   }
 
-  // It reads as time zero, which matters to a click and to a line. The wait is not cut short, and what a quiet remote
-  // has to wait for is found by the next round.
+  // The time is then zero, which matters to a click and to a line. The wait is not shortened, and the next round finds
+  // what a quiet remote has to wait for.
   void failClock() {
     const TracedCall& before = calls_[index_ - 1];
     if (isReadOf(before, fds_[kMouse])) {
@@ -137,8 +137,8 @@ class Failure {
   // What failed is read again later, but the motion up to there is delivered, as at the end of a report.
   static input_event endOfReport() { return makeEvdevRecord(EV_SYN, SYN_REPORT, 0); }
 
-  // A read that gives less than a record, as no kernel does, is none to the reader: the record comes once more, in
-  // which the bytes that were not given are those of the record before it, or zero at the start.
+  // A read that gives less than a record, as no kernel does, counts as a whole record: the bytes that are missing are
+  // those of the record before, or zero at the start. The record then comes once more.
   input_event shortRecord(const std::vector<Record>& records, Source source, std::size_t position) const {
     input_event record = {};
     const bool goesOn = isReadOf(calls_[index_ - 1], fds_[source]) && calls_[index_ - 1].succeeded;

@@ -70,7 +70,7 @@ Life pointing() {
   return life;
 }
 
-// The times keep away from all thresholds, see kReleaseTimeout.
+// The times are far from all thresholds, see kReleaseTimeout.
 Life remote() {
   Life life = {"remote", false, {}, {}, 3000ms};
   for (unsigned i = 0; i < 4; ++i) life.lines.push_back({100ms + 420ms * i, "KEY_VOLUMEUP", 447, i});

@@ -31,7 +31,7 @@ struct RemoteLine {
 // As the daemon sends it.
 std::string textOf(const RemoteLine& line);
 
-// What it has no input for, its machine does not have.
+// Its machine has only the sources that it has input for.
 struct Life {
   std::string name;
   bool search = false;  // init() is given no path

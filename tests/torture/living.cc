@@ -107,7 +107,7 @@ class LivingMachine {
 
   void addDaemon(const std::string& path) { daemons_[path] = &machine.addLircDaemon(path); }
 
-  // The history of clicks outlives a reader: the next click is to be a single one, whatever was before.
+  // The history of clicks outlives a reader: the next click must be a single one, whatever was before.
   void forgetClicks() {
     LinuxInputReader reader;
     InputEvent event;
@@ -144,7 +144,8 @@ void runApplication(LinuxInputReader& reader, sim::Machine& machine, millisecond
   }
 }
 
-// Whether the calls of a life are looked at: not after these faults, which are most, since it takes half of the time.
+// Whether the calls of a life are checked: not after these faults, which are the majority, since that takes half of the
+// time.
 bool isTraced(const Fault& fault) { return fault.call != Call::kRead && fault.call != Call::kGettimeofday; }
 
 void initialise(LinuxInputReader& reader, const Life& life, Lived& lived) {

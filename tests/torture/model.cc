@@ -17,8 +17,8 @@ namespace {
 
 // ---- Opening ------------------------------------------------------------------------------------
 
-// The search for a device, by its description: the first node from the highest number down that opens, that nobody
-// holds, and that suits. Returns its path, or "" for none.
+// The search for a device, by its description: from the highest number down, the first node that opens, that nobody has
+// grabbed, and that suits. Returns its path, or "" for none.
 std::string search(Source wanted, const Course& course, Lines& log) {
   const std::string kind = wanted == kMouse ? "mouse" : "keyboard";
   std::string name;
@@ -26,7 +26,7 @@ std::string search(Source wanted, const Course& course, Lines& log) {
     const auto has = [&](Flaw flaw) { return course.flaws.count({wanted, node.number, flaw}) != 0; };
     const bool held = has(Flaw::kIsHeld) || (node.held && !has(Flaw::kCannotBeHeld));
     if (held || has(Flaw::kDoesNotOpen)) continue;
-    // Without a name of its own it has that of the node before.
+    // A node without a name has that of the node before.
     if (!has(Flaw::kHasNoName)) name = node.name;
     if (has(Flaw::kHasNoAxes)) log.push_back("ERROR evdev ioctl failed in testRel");
     const bool axes = node.axes && !has(Flaw::kHasNoAxes);
@@ -81,7 +81,7 @@ Paths openSources(const Course& course, Lines& log) {
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-// Who holds a node has all that it sends.
+// Whoever has grabbed a node gets all that it sends.
 bool isHeldElsewhere(const std::string& path) {
   return std::any_of(searchedNodes().begin(), searchedNodes().end(),
                      [&path](const SearchedNode& node) { return node.held && nodePath(node.number) == path; });
@@ -197,7 +197,7 @@ class RemoteModel {
     }
   }
 
-  // What is behind the name does not matter, nor does the code before the first space.
+  // What follows the name does not matter, nor does the code before the first space.
   void takeInPieces(std::size_t index, std::size_t bytes) {
     const std::string text = textOf(course_.life.lines[index]);
     logString(text.substr(0, bytes));

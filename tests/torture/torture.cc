@@ -22,8 +22,8 @@ void expectEachIsClosedOnce(const Calls& calls) {
 
 namespace {
 
-// That the first wait, and each after a wait that failed, is for all sources, and each other one for those that the
-// wait before left; and that after each, whatever it gave, the sources are read, beginning with the keyboard.
+// Checks that the first wait, and each after a wait that failed, is for all sources, and every other wait for those
+// that the wait before left; and that after each wait, whatever it gave, the sources are read, the keyboard first.
 void expectTheRightWaits(const Lived& lived, const Calls& calls) {
   std::string all;
   int readFirst = -1;

@@ -13,7 +13,7 @@
 
 namespace quarlo::test::torture {
 
-// That each descriptor is closed once, and none that is not open, or -1, at the end.
+// Checks that each descriptor that was opened is closed once, and that nothing else is closed but -1.
 void expectEachIsClosedOnce(const Calls& calls);
 
 // The kinds of all errors of these calls, as TortureTest::tried has them.
