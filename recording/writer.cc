@@ -200,7 +200,7 @@ std::string FileWriter::writeOut() {
   return "";
 }
 
-// A file without a record is none of a session, so it goes.
+// A file without a record is not part of a session, so it goes.
 std::string FileWriter::cutBack(std::size_t written, int error) {
   const std::size_t kept = std::string_view(pending_).substr(0, written).rfind('\n') + 1;
   size_ += static_cast<std::int64_t>(kept);

@@ -11,7 +11,7 @@ _quarlo_input() {
   if ((COMP_CWORD > 1)); then command=${COMP_WORDS[1]}; fi
   help=$("$program" ${command:+"$command"} --help 2>/dev/null) || return 0
 
-  # Of a line such as "  -o,--output SESSION REQUIRED   The folder", the names, and what kind of value follows, if any.
+  # Of a line such as "  -o,--output SESSION REQUIRED   The directory", the names, and what kind of value follows, if any.
   local line names values='' words=()
   while IFS= read -r line; do
     if [[ $line =~ ^'  '(-[^ ]+)(' '([^ :]+)(' '|$))? ]]; then

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Completes command lines of quarlo-input in bash as readline would, and compares what is offered.
-#   usage: completion_test.bash PROGRAM COMPLETION FOLDER
+#   usage: completion_test.bash PROGRAM COMPLETION DIRECTORY
 set -euo pipefail
 program=$1
 source "$2"

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Each command that quarlo-input's help names has a manual page with all of its options and its exit statuses.
-#   usage: man_pages_test.bash PROGRAM FOLDER
+#   usage: man_pages_test.bash PROGRAM DIRECTORY
 set -euo pipefail
 program=$1
-folder=$2
+directory=$2
 status=0
 
 # Whether the page has a line that begins like this. The pages write a hyphen as \-.
 expect() {
-  local page=$folder/$1 line=${2//-/\\-}
+  local page=$directory/$1 line=${2//-/\\-}
   grep -qF -- "$line" "$page" && return
   echo "$page has no line with $line" >&2
   status=1
