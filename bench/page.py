@@ -65,7 +65,7 @@ def comparison(figures, what, form, columns, *more_workloads):
     return table(text_of, columns, (*WORKLOADS, *more_workloads))
 
 
-# ---- Targets ---------------------------------------------------------------------------------------
+# ---- Targets -------------------------------------------------------------------------------------
 
 
 def target(title, of, limit, figure, form):
@@ -100,7 +100,7 @@ def targets(figures):
         yield target(f"start to the first event, to {peer}'s", "static", "0.333", ratio(own, others), ".3f")
 
 
-# ---- Tables ----------------------------------------------------------------------------------------
+# ---- Tables --------------------------------------------------------------------------------------
 
 
 def floors(figures):
@@ -150,7 +150,7 @@ def sizes(figures):
         yield row(name, *(shown(find(figures, "size", name, what), ".0f") for what in ("code", "data", "function", "chain")))
 
 
-# ---- All of it -------------------------------------------------------------------------------------
+# ---- All of it -----------------------------------------------------------------------------------
 
 
 def page(figures):

@@ -30,7 +30,7 @@ std::string contentsOf(const fs::path& path) {
 
 // From the root.
 std::vector<std::string> documents() {
-  std::vector<std::string> paths = {"README.md", "sessions/README.md"};
+  std::vector<std::string> paths = {"README.md", "CONTRIBUTING.md", "sessions/README.md"};
   for (const fs::directory_entry& entry : fs::directory_iterator(kRoot / "docs")) {
     if (entry.path().extension() == ".md") paths.push_back(fs::relative(entry.path(), kRoot).string());
   }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "recording/line_splitter.h"
 #include "recording/lines.h"
 #include "recording/remote.h"
 #include "recording/session.h"

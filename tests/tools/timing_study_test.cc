@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "sim/machine.h"
-#include "tools/common/sources.h"
+#include "tools/common/output.h"
 #include "tools/tune/study.h"
 #include "tools/tune/timing_plot.h"
 

@@ -1,6 +1,5 @@
 #include "tools/common/obstacle.h"
 
-#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -47,8 +46,6 @@ Obstacle whyNotPermitted(const std::string& path, int error, mode_t groupBits) {
 }
 
 }  // namespace
-
-int openForReading(const std::string& path) { return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }
 
 Obstacle whyNotOpened(const std::string& path, int error) {
   switch (error) {

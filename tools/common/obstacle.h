@@ -10,10 +10,6 @@ struct Obstacle {
   std::string remedy;  // what a person can do, as a sentence without its full stop; empty if there is nothing
 };
 
-// Opens what may be an evdev node, without waiting. A terminal that is opened by mistake does not become the program's
-// own, as it would for a service without one. Returns -1, with errno, if it cannot.
-int openForReading(const std::string& path);
-
 // Why open() of the evdev node or FIFO `path` gave the errno `error`.
 Obstacle whyNotOpened(const std::string& path, int error);
 

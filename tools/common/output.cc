@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "logging/escape.h"
+#include "logging/logging.h"
 #include "logging/stderr_logging.h"
 
 namespace quarlo::tools {
@@ -54,6 +55,8 @@ void setVerbosity(int times) {
   logging::SetMinLogLevel(times > 0 ? logging::kInfo : logging::kError);
   logging::SetVlogLevel(times > 1 ? kRemoteTimingLevel : times == 1 ? kRemoteLinesLevel : 0);
 }
+
+void silenceReader() { logging::SetMinLogLevel(logging::kError + 1); }
 
 void prepareOutput() {
   occupyStandardDescriptors();

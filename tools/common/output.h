@@ -29,6 +29,9 @@ int fail(const std::string& message, int status = kFailed);
 // Sets what the reader logs for -v given `times` times: only errors for 0.
 void setVerbosity(int times);
 
+// Keeps the reader from logging what it could not open, where the report of the sources says more.
+void silenceReader();
+
 // To call first: makes a closed pipe, and a file that may not get larger, an error of output instead of a signal; and
 // has what is printed go nowhere, with an error, if its stream is closed, instead of into a device or a session.
 void prepareOutput();

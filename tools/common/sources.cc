@@ -12,8 +12,7 @@
 #include <cstring>
 
 #include "input/linux_input_reader_limits.h"
-#include "logging/logging.h"
-#include "logging/stderr_logging.h"
+#include "tools/common/evdev_node.h"
 #include "tools/common/obstacle.h"
 #include "tools/common/output.h"
 
@@ -141,14 +140,6 @@ void printLine(std::FILE* stream, const char* what, const std::string& text) {
 }  // namespace
 
 bool isLeftOut(const SourcePath& source) { return source == kLeaveOut; }
-
-bool isEvdevNode(int fd) {
-  struct stat status;
-  int version;
-  return fstat(fd, &status) == 0 && S_ISCHR(status.st_mode) && ioctl(fd, EVIOCGVERSION, &version) != -1;
-}
-
-void silenceReader() { logging::SetMinLogLevel(logging::kError + 1); }
 
 void printRequests(std::FILE* stream, const SourcePaths& paths) {
   const std::string requests = "mouse " + describeRequest(paths.mouse) + ", keyboard " +

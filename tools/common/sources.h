@@ -39,11 +39,6 @@ struct SourceReport {
 
 bool isLeftOut(const SourcePath& source);
 
-bool isEvdevNode(int fd);
-
-// Keeps the reader from logging what it could not open: the report says more.
-void silenceReader();
-
 // Prints what is asked for, one line, before anything is opened.
 void printRequests(std::FILE* stream, const SourcePaths& paths);
 

@@ -14,6 +14,7 @@
 
 #include "input/linux_input_reader.h"
 #include "input/linux_input_reader_limits.h"
+#include "tools/common/evdev_node.h"
 #include "tools/common/obstacle.h"
 
 namespace quarlo::tools {

@@ -7,166 +7,35 @@
 
 #include "tools/common/output.h"
 #include "tools/keymap/mapping.h"
+#include "tools/keymap/mapping_text.h"
+#include "tools/keymap/page.h"
 
 namespace quarlo::tools::keymap {
 namespace {
 
-// ---- A mapping in words -------------------------------------------------------------------------
-
-std::string joined(const std::vector<std::string>& words, const std::string& separator = ", ") {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : separator) + word;
-  return text;
-}
-
-std::string linuxCode(const Mapping& mapping) { return mapping.linuxCode ? std::to_string(*mapping.linuxCode) : ""; }
-
-bool isKey(const Mapping& mapping) { return mapping.event.kind == InputEvent::kKeyEvent; }
-
-std::string given(const Mapping& mapping) {
-  switch (mapping.event.kind) {
-    case InputEvent::kKeyEvent: return keyName(mapping.event.keyData.key);
-    case InputEvent::kMouseEvent: return std::string(buttonName(mapping.event.mouseData.button)) + " button";
-    default: return "no event";
-  }
-}
-
-std::string keyCode(const Mapping& mapping) { return isKey(mapping) ? std::to_string(mapping.event.keyData.key) : ""; }
-
-// "'a', Shift 'A'", "Num Lock '7'", "modifier ctrl". With Num Lock and Shift, a key types what it does with that of
-// them that is named.
-std::string effect(const Mapping& mapping) {
-  if (!isKey(mapping)) return "";
-  const InputEvent::KeyData& key = mapping.event.keyData;
-  std::vector<std::string> parts;
-  if (key.modifiers != 0) parts.push_back("modifier " + describeModifiers(key.modifiers));
-  if (key.ch != 0) parts.push_back(describeCharacter(key.ch));
-  if (mapping.withShift != key.ch) parts.push_back("Shift " + describeCharacter(mapping.withShift));
-  if (mapping.withNumLock != key.ch) parts.push_back("Num Lock " + describeCharacter(mapping.withNumLock));
-  return joined(parts);
-}
-
 // ---- Text ---------------------------------------------------------------------------------------
+
+std::string column(const std::string& text, std::size_t width) {
+  return text + std::string(text.size() < width ? width - text.size() : 0, ' ') + "  ";
+}
+
+std::string columnOnTheRight(const std::string& text, std::size_t width) {
+  return std::string(text.size() < width ? width - text.size() : 0, ' ') + text + "  ";
+}
 
 void printColumns(const std::string& source, const std::string& code, const std::string& names, const std::string& key,
                   const std::string& keyCode, const std::string& types) {
-  char line[256];
-  std::snprintf(line, sizeof line, "%-6s  %5s  %-40s  %-15s  %4s  %s", source.c_str(), code.c_str(), names.c_str(),
-                key.c_str(), keyCode.c_str(), types.c_str());
-  std::string text = line;
-  text.erase(text.find_last_not_of(' ') + 1);
-  std::printf("%s\n", text.c_str());
+  std::string line = column(source, 6) + columnOnTheRight(code, 5) + column(names, 40) + column(key, 15) +
+                     columnOnTheRight(keyCode, 4) + types;
+  line.erase(line.find_last_not_of(' ') + 1);
+  std::printf("%s\n", line.c_str());
 }
 
 void printText(const std::vector<Mapping>& mappings) {
   printColumns("source", "Linux", "names", "gives", "code", "types");
   for (const Mapping& mapping : mappings) {
-    printColumns(mapping.linuxCode ? "evdev" : "remote", linuxCode(mapping), joined(mapping.names), given(mapping),
-                 keyCode(mapping), effect(mapping));
-  }
-}
-
-// ---- The page docs/keymap.md ---------------------------------------------------------------------
-
-// The page leaves out keys without a code: their names differ from one version of the kernel's header to the next.
-constexpr char kIntroduction[] =
-    R"(# What each key and button gives
-
-Which key code does this button give? `quarlo-input monitor` shows it as the button is pressed. This page has every key and
-button that gives something, and `quarlo-input keymap` prints them to be searched:
-
-```console
-$ quarlo-input keymap | grep -i volume
-evdev     114  KEY_VOLUMEDOWN                            VolumeDown        448
-evdev     115  KEY_VOLUMEUP                              VolumeUp          447
-remote         VOLUMEUP, KEY_VOLUMEUP                    VolumeUp          447
-remote         VOLUMEDOWN, KEY_VOLUMEDOWN                VolumeDown        448
-```
-
-It also has all other names of `linux/input-event-codes.h`: such a key is an event with key code 0 and no character. `evtest`
-tells what an evdev device calls a key, `irw` what LIRC calls a button.
-
-**key** is a constant of [msg/key_input.h](../msg/key_input.h) without its `k`, **code** its value. **types** is the event's
-character, or its number if it cannot be shown; what Shift or Num Lock change is said with it. Control and Alt change no
-character.
-
-| to change | edit |
-|---|---|
-| what a Linux key gives | the block "Key tables" in [input/linux_input_reader.cc](../input/linux_input_reader.cc) |
-| what a remote's button gives | [input/lirc_buttons.inc](../input/lirc_buttons.inc) |
-| a key code's name or value, or to add one | [msg/key_input.h](../msg/key_input.h) |
-
-Do not edit this page: the program writes it, by asking the reader for every name, and a test fails while it differs. After a
-change:
-
-```
-cmake --preset demo && cmake --build build/demo
-build/demo/tools/quarlo-input keymap --markdown >docs/keymap.md
-```
-)";
-
-constexpr char kKeys[] = R"(
-## Keys of evdev devices
-
-| Linux name | Linux code | key | code | types |
-|---|---:|---|---:|---|
-)";
-
-constexpr char kMouseButtons[] = R"(
-## Mouse buttons
-
-A touch counts as the left button. A side button writes no event, although `readInput` returns true
-([behaviour.md](behaviour.md#true-without-an-event)).
-
-| Linux name | Linux code | gives |
-|---|---:|---|
-)";
-
-constexpr char kRemoteButtons[] = R"(
-## Buttons of a remote
-
-The name is the one that LIRC sends. Before it is looked up, it loses `KEY_NUMERIC_` and then `KEY_` at its beginning; upper
-and lower case are the same. If a single byte is left, whatever it is, that is the key code and the character, and case
-matters: `KEY_A` gives 65, `KEY_a` 97. Any other name that is not here gives no event; `quarlo-input monitor -v` shows it as
-unknown. There are no key-up events, and no modifiers. One name can give two keys: `KEY_BACK` is `Back` from LIRC, but
-`PreviousTrack` from an evdev device, whose `KEY_EXIT` is `Back`.
-
-| name | key | code | types |
-|---|---|---:|---|
-)";
-
-// In a table's cell.
-std::string escaped(const std::string& text) {
-  std::string result;
-  for (const char character : text) {
-    if (character == '\\' || character == '|') result += '\\';
-    result += character;
-  }
-  return result;
-}
-
-void printCells(const std::vector<std::string>& cells) {
-  std::string line = "|";
-  for (const std::string& cell : cells) line += (cell.empty() ? "" : " " + cell) + " |";
-  std::printf("%s\n", line.c_str());
-}
-
-std::string names(const Mapping& mapping) { return "`" + joined(mapping.names, "`, `") + "`"; }
-
-void printMarkdown(const std::vector<Mapping>& mappings) {
-  std::printf("%s%s", kIntroduction, kKeys);
-  for (const Mapping& mapping : mappings) {
-    if (!mapping.linuxCode || !isKey(mapping) || mapping.event.keyData.key == msg::KeyInput::kNone) continue;
-    printCells({names(mapping), linuxCode(mapping), given(mapping), keyCode(mapping), escaped(effect(mapping))});
-  }
-  std::printf("%s", kMouseButtons);
-  for (const Mapping& mapping : mappings) {
-    if (!isKey(mapping)) printCells({names(mapping), linuxCode(mapping), given(mapping)});
-  }
-  std::printf("%s", kRemoteButtons);
-  for (const Mapping& mapping : mappings) {
-    if (mapping.linuxCode) continue;
-    printCells({names(mapping), given(mapping), keyCode(mapping), escaped(effect(mapping))});
+    printColumns(mapping.linuxCode ? "evdev" : "remote", linuxCode(mapping), joined(mapping.names, ", "),
+                 given(mapping), keyCode(mapping), effect(mapping));
   }
 }
 

@@ -15,10 +15,11 @@
 #include <vector>
 
 #include "input/linux_input_reader.h"
+#include "tools/common/evdev_node.h"
 #include "tools/common/event_printer.h"
 #include "tools/common/hidden_typing.h"
-#include "tools/common/obstacle.h"
 #include "tools/common/output.h"
+#include "tools/common/read_round.h"
 #include "tools/common/stop_request.h"
 #include "tools/common/undumpable.h"
 #include "tools/monitor/screen.h"

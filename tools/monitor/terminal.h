@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "recording/remote.h"
+#include "recording/line_splitter.h"
 #include "tools/common/terminal_loan.h"
 
 namespace quarlo::tools::monitor {

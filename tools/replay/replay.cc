@@ -17,6 +17,7 @@
 #include "sim/machine.h"
 #include "tools/common/event_printer.h"
 #include "tools/common/output.h"
+#include "tools/common/read_round.h"
 #include "tools/common/stop_request.h"
 
 namespace quarlo::tools::replay {

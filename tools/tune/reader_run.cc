@@ -8,7 +8,7 @@
 
 #include "input/linux_input_reader.h"
 #include "sim/machine.h"
-#include "tools/common/event_printer.h"
+#include "tools/common/read_round.h"
 
 namespace quarlo::tools::tune {
 
