@@ -102,6 +102,7 @@ class RecordersTest : public testing::Test {
     for (const int key : kTelling) description.codes[EV_KEY].insert(key);
     for (const int key : kNavigating) description.codes[EV_KEY].insert(key);
     description.codes[EV_MSC].insert(MSC_SCAN);
+    description.codes[EV_LED] = {LED_NUML, LED_CAPSL};  // the console switches them
     return description;
   }
 
@@ -123,6 +124,8 @@ class RecordersTest : public testing::Test {
     for (const int key : kTyped) type(key);
     for (const int key : kTelling) type(key);
     for (const int key : kNavigating) type(key);
+    other_.tap(KEY_CAPSLOCK);  // switches the light of both
+    std::this_thread::sleep_for(100ms);
   }
 
   // The keys and the scan codes that a recording names.
@@ -140,6 +143,7 @@ class RecordersTest : public testing::Test {
 
   Folder folder_;
   UinputDevice device_{describeKeyboard()};
+  UinputDevice other_{describeKeyboard()};
 };
 
 TEST_F(RecordersTest, OursNamesNoKeyThatTypesOrTellsOfTyping) {
@@ -148,6 +152,20 @@ TEST_F(RecordersTest, OursNamesNoKeyThatTypesOrTellsOfTyping) {
   EXPECT_EQ(among(kTelling, recorded), Codes());
   EXPECT_EQ(among(kNavigating, recorded), all(kNavigating));
   EXPECT_EQ(scanCodes("session/keyboard.evemu"), Codes{0});
+}
+
+// A change of a light says at which place of a text a lock key was pressed, and so does the end of its report.
+TEST_F(RecordersTest, OursLeavesOutThatALightChanged) {
+  const auto count = [&](const char* file, const char* typeAndCode) {
+    const std::string text = contentsOf(folder_.path(file));
+    const std::regex record("E: [0-9.]+ " + std::string(typeAndCode));
+    return std::distance(std::sregex_iterator(text.begin(), text.end(), record), std::sregex_iterator());
+  };
+  constexpr long kReports = 2 * (std::size(kTyped) + std::size(kTelling) + std::size(kNavigating));
+  EXPECT_GT(count("evemu", "0011 "), 0);
+  EXPECT_GT(count("evemu", "0000 0000 "), kReports);
+  EXPECT_EQ(count("session/keyboard.evemu", "0011 "), 0);
+  EXPECT_EQ(count("session/keyboard.evemu", "0000 0000 "), kReports);
 }
 
 TEST_F(RecordersTest, EvemusNamesAllOfThem) {

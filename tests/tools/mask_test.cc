@@ -28,9 +28,11 @@ recording::Record record(int type, int code, int value) {
   return {microseconds(5), static_cast<std::uint16_t>(type), static_cast<std::uint16_t>(code), value};
 }
 
-int maskedCode(Mask mask, int code) { return masked(mask, record(EV_KEY, code, 1)).code; }
+int maskedCode(Mask mask, int code) { return masked(mask, record(EV_KEY, code, 1)).value().code; }
 
-int maskedValue(Mask mask, int type, int code, int value) { return masked(mask, record(type, code, value)).value; }
+int maskedValue(Mask mask, int type, int code, int value) {
+  return masked(mask, record(type, code, value)).value().value;
+}
 
 constexpr int kTypingKeys[] = {
 #define TYPES(name) name,
@@ -103,14 +105,14 @@ TEST(MaskedRecord, HidesScanCodesAndWhatElseADeviceSaysOfItsKeys) {
   }
 }
 
-TEST(MaskedRecord, HidesLightsWithTheModifiers) {
-  EXPECT_EQ(maskedValue(Mask::kTypingAndModifiers, EV_LED, LED_CAPSL, 1), 0);
+TEST(MaskedRecord, LeavesOutLightsWithTheModifiers) {
+  EXPECT_FALSE(masked(Mask::kTypingAndModifiers, record(EV_LED, LED_CAPSL, 1)));
   EXPECT_EQ(maskedValue(Mask::kTyping, EV_LED, LED_CAPSL, 1), 1);
 }
 
 TEST(MaskedRecord, KeepsMotionAndItsTime) {
   for (const int type : {EV_SYN, EV_REL, EV_ABS, EV_SW, EV_REP, EV_SND, EV_FF, EV_PWR, EV_FF_STATUS}) {
-    const recording::Record kept = masked(Mask::kTypingAndModifiers, record(type, KEY_7, -1));
+    const recording::Record kept = masked(Mask::kTypingAndModifiers, record(type, KEY_7, -1)).value();
     EXPECT_EQ(kept.code, KEY_7);
     EXPECT_EQ(kept.value, -1);
     EXPECT_EQ(kept.time, microseconds(5));
@@ -145,9 +147,9 @@ TEST(MaskedDevice, HidesItsLightsWithTheModifiers) {
 
 // ---- The remote's lines -------------------------------------------------------------------------
 
-std::string lineOf(const std::string& button) { return "0000000000f40bf0 0a " + button + " my tv"; }
+std::string lineOf(const std::string& button) { return "0000000000f40bf0 0a " + button + " my-tv"; }
 
-const std::string kHidden = "0000000000000000 0a KEY_1 my tv";
+const std::string kHidden = "0000000000000000 0a KEY_1 my-tv";
 
 std::string maskedButton(const std::string& button) { return maskedLine(Mask::kTypingAndModifiers, lineOf(button)); }
 
@@ -209,28 +211,34 @@ TEST(MaskedLine, ShowsModifiersAndEditingButtonsOnlyWhenAskedTo) {
 }
 
 TEST(MaskedLine, KeepsThatALineIsARelease) {
-  EXPECT_EQ(maskedButton("KEY_5_EVUP"), "0000000000000000 0a KEY_1_EVUP my tv");
-  EXPECT_EQ(maskedButton("key_5_up"), "0000000000000000 0a KEY_1_up my tv");
+  EXPECT_EQ(maskedButton("KEY_5_EVUP"), "0000000000000000 0a KEY_1_EVUP my-tv");
+  EXPECT_EQ(maskedButton("key_5_up"), "0000000000000000 0a KEY_1_UP my-tv");
   EXPECT_EQ(maskedButton("KEY_OK_EVUP"), lineOf("KEY_OK_EVUP"));
 }
 
-TEST(MaskedLine, HidesALineThatIsCutOff) {
-  EXPECT_EQ(maskedLine(Mask::kTyping, "f40bf0 00 KEY_5"), "0000000000000000 00 KEY_1");
-  EXPECT_EQ(maskedLine(Mask::kTyping, "f40bf0 00 KEY_VOL"), "0000000000000000 00 KEY_1");
-}
-
-TEST(MaskedLine, HidesWhatIsNoLineOfTheDaemons) {
-  for (const std::string line : {"5", "5 5", "KEY_5", "", " ", "begin"}) {
-    EXPECT_EQ(maskedLine(Mask::kTyping, line), "0000000000000000");
+TEST(MaskedLine, KeepsNothingOfALineOfAnotherForm) {
+  for (const std::string line : {"5",
+                                 "5 5",
+                                 "KEY_5",
+                                 "",
+                                 " ",
+                                 "begin",
+                                 "f40bf0 00 KEY_5",
+                                 "f40bf0 00 KEY_VOL",
+                                 "f40bf0 00 KEY_OK ",
+                                 "f40bf0  KEY_5 tv",
+                                 " f40bf0 00 KEY_5 tv",
+                                 "f40bf0 00  KEY_5 tv",
+                                 "f40bf0 00  tv",
+                                 "hunter2 00 KEY_OK tv",
+                                 "f4 hunter2 KEY_OK tv",
+                                 "00000000000000001 00 KEY_OK tv",
+                                 "f4 123456789 KEY_OK tv",
+                                 "f4 00 KEY_OK 4711 hunter2",
+                                 "SIMULATE 0 00 KEY_5 tv",
+                                 "f40bf0\t00 KEY_5 tv"}) {
+    EXPECT_EQ(maskedLine(Mask::kTyping, line), "0000000000000000") << line;
   }
-  EXPECT_EQ(maskedLine(Mask::kTyping, "hunter2 00 KEY_OK tv"), "0000000000000000 00 KEY_1 tv");
-  EXPECT_EQ(maskedLine(Mask::kTyping, "f4 hunter2 KEY_OK tv"), "0000000000000000 00 KEY_1 tv");
-  EXPECT_EQ(maskedLine(Mask::kTyping, "00000000000000001 00 KEY_OK tv"), "0000000000000000 00 KEY_1 tv");
-}
-
-TEST(MaskedLine, KeepsWhatTheReaderRejects) {
-  EXPECT_EQ(maskedLine(Mask::kTyping, "f40bf0 00  tv"), "0000000000000000 00  tv");
-  EXPECT_EQ(maskedLine(Mask::kTyping, "f40bf0  KEY_5 tv"), "0000000000000000  KEY_1 tv");
 }
 
 TEST(MaskedLine, ShowsWhatTheDaemonSaysOfAReload) {

@@ -103,11 +103,11 @@ std::string_view withoutPrefixes(std::string_view name) {
   return name;
 }
 
-std::string_view releaseSuffix(std::string_view name) {
-  for (const std::string_view suffix : {"_EVUP", "_UP"}) {
-    if (endsWith(name, suffix)) return name.substr(name.size() - suffix.size());
+std::string releaseSuffix(std::string_view name) {
+  for (const char* suffix : {"_EVUP", "_UP"}) {
+    if (endsWith(name, suffix)) return suffix;
   }
-  return {};
+  return "";
 }
 
 bool isNameShown(Mask mask, std::string_view name) {
@@ -121,15 +121,6 @@ bool isButtonShown(Mask mask, std::string_view name) {
   return isNameShown(mask, name) || isNameShown(mask, name.substr(0, name.size() - releaseSuffix(name).size()));
 }
 
-bool isHexadecimal(std::string_view text) {
-  constexpr std::size_t kDigitsOfTheLongestCode = 16;
-  return text.size() <= kDigitsOfTheLongestCode &&
-         text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
-}
-
-// What the daemon says when it has read its configuration again.
-bool isBroadcast(std::string_view line) { return line == "BEGIN" || line == "SIGHUP" || line == "END"; }
-
 // Splits off what is before the first space of `rest`, and the space. Returns whether there was one.
 bool takeField(std::string_view& rest, std::string_view& field) {
   const std::size_t end = rest.find(' ');
@@ -138,6 +129,37 @@ bool takeField(std::string_view& rest, std::string_view& field) {
   rest.remove_prefix(end + 1);
   return true;
 }
+
+bool isHexadecimal(std::string_view text, std::size_t maxDigits) {
+  return !text.empty() && text.size() <= maxDigits &&
+         text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+}
+
+// As lircd writes it: "<code> <repeat count> <button> <remote>". A remote's name has no blank in it (lircd.conf(5)).
+struct LircLine {
+  std::string_view code;
+  std::string_view repeat;
+  std::string_view button;
+  std::string_view remote;
+};
+
+// None if the line is of another form: then anything in it can be what was typed.
+std::optional<LircLine> parseLine(std::string_view text) {
+  constexpr std::size_t kMaxCodeDigits = 16;
+  constexpr std::size_t kMaxRepeatDigits = 8;
+  LircLine line;
+  if (!takeField(text, line.code) || !takeField(text, line.repeat) || !takeField(text, line.button)) return {};
+  line.remote = text;
+  const bool isComplete =
+      !line.button.empty() && !line.remote.empty() && line.remote.find(' ') == std::string_view::npos;
+  if (!isComplete || !isHexadecimal(line.code, kMaxCodeDigits) || !isHexadecimal(line.repeat, kMaxRepeatDigits)) {
+    return {};
+  }
+  return line;
+}
+
+// What the daemon says when it has read its configuration again.
+bool isBroadcast(std::string_view line) { return line == "BEGIN" || line == "SIGHUP" || line == "END"; }
 
 }  // namespace
 
@@ -152,7 +174,7 @@ InputEvent masked(Mask mask, const InputEvent& event) {
   return result;
 }
 
-recording::Record masked(Mask mask, recording::Record record) {
+std::optional<recording::Record> masked(Mask mask, recording::Record record) {
   if (mask == Mask::kNothing) return record;
   switch (record.type) {
     case EV_SYN:
@@ -171,7 +193,7 @@ recording::Record masked(Mask mask, recording::Record record) {
       if (record.code != MSC_TIMESTAMP) record.value = 0;
       break;
     case EV_LED:
-      if (mask == Mask::kTypingAndModifiers) record.value = 0;
+      if (mask == Mask::kTypingAndModifiers) return std::nullopt;
       break;
     default: record.value = 0;
   }
@@ -188,22 +210,14 @@ recording::DeviceDescription masked(Mask mask, recording::DeviceDescription devi
   return device;
 }
 
-// "<code> <repeat count> <button> <remote>"; a line of another form gives no event, and may hold anything.
 std::string maskedLine(Mask mask, const std::string& line) {
   constexpr char kNoCode[] = "0000000000000000";
   if (mask == Mask::kNothing || isBroadcast(line)) return line;
-  std::string_view rest = line;
-  std::string_view code;
-  std::string_view repeat;
-  std::string_view button;
-  if (!takeField(rest, code) || !takeField(rest, repeat)) return kNoCode;
-  const bool hasRemote = takeField(rest, button);
-  const bool wellFormed = isHexadecimal(code) && isHexadecimal(repeat);
-  if (wellFormed && isButtonShown(mask, button)) return line;
-  std::string text = kNoCode;
-  text += " " + (isHexadecimal(repeat) ? std::string(repeat) : "00") + " ";
-  if (!button.empty()) text += "KEY_1" + std::string(releaseSuffix(button));
-  return hasRemote ? text + " " + std::string(rest) : text;
+  const std::optional<LircLine> fields = parseLine(line);
+  if (!fields) return kNoCode;
+  if (isButtonShown(mask, fields->button)) return line;
+  return std::string(kNoCode) + " " + std::string(fields->repeat) + " KEY_1" + releaseSuffix(fields->button) + " " +
+         std::string(fields->remote);
 }
 
 }  // namespace quarlo::tools

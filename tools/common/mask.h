@@ -5,6 +5,7 @@
 // twice.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "recording/writer.h"
@@ -31,13 +32,15 @@ struct MaskOptions {
 InputEvent masked(Mask mask, const InputEvent& event);
 
 // The record without what was typed. Scan codes become 0, also those of keys that stay: they come before their key.
-recording::Record masked(Mask mask, recording::Record record);
+// None if not even that it came may be told: a light changes when a lock key was pressed.
+std::optional<recording::Record> masked(Mask mask, recording::Record record);
 
 // The device with KEY_A among its keys, if one of them becomes that, and without lights if those are hidden.
 recording::DeviceDescription masked(Mask mask, recording::DeviceDescription device);
 
 // The LIRC daemon's line without what was typed. Of a button that is hidden, the raw code becomes 0. It stays visible
-// that a line is the release of a button, by the ending that lircd gives it (_EVUP, or _UP).
+// that a line is the release of a button, by the ending that lircd gives it (_EVUP, or _UP). Of a line that is not of
+// the daemon's form, nothing stays but a code of 0, which gives no event.
 std::string maskedLine(Mask mask, const std::string& line);
 
 }  // namespace quarlo::tools

@@ -40,6 +40,9 @@ microseconds now() {
 
 // ---- Sources ------------------------------------------------------------------------------------
 
+// What was recorded of a report up to now. The end of one of which all was left out would tell of it.
+enum class Report { kEmpty, kLeftOut, kShown };
+
 // A source, and the file that it is recorded to.
 struct Source {
   explicit Source(const char* what) : name(what) {}
@@ -58,6 +61,7 @@ struct Source {
   int fd = -1;
   FileWriter* file = nullptr;  // null: it was never open
   long overflows = 0;          // of the kernel's queue
+  Report report = Report::kEmpty;
 };
 
 struct Sources {
@@ -173,7 +177,10 @@ class Recorder {
   void writeRecord(Source& node, const input_event& event) {
     const recording::Record record = toRecord(event, start_);
     if (record.type == EV_SYN && record.code == SYN_DROPPED) ++node.overflows;
-    node.file->write(masked(mask_, record));
+    const std::optional<recording::Record> shown = masked(mask_, record);
+    const bool endsReport = record.type == EV_SYN && record.code == SYN_REPORT;
+    if (shown && !(endsReport && node.report == Report::kLeftOut)) node.file->write(*shown);
+    node.report = endsReport ? Report::kEmpty : shown ? Report::kShown : std::max(node.report, Report::kLeftOut);
   }
 
   void readRemote() {
