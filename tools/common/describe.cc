@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "tools/common/columns.h"
+
 namespace quarlo::tools {
 namespace {
 
@@ -47,17 +49,11 @@ const char* mouseAction(const MouseData& mouse) {
 
 // The columns of an event, without blanks at the end.
 std::string columns(const std::string& what, const std::string& subject, const std::string& details) {
-  char text[128];
-  std::snprintf(text, sizeof text, "%-10s  %-14s  %s", what.c_str(), subject.c_str(), details.c_str());
-  std::string line = text;
-  line.erase(line.find_last_not_of(' ') + 1);
-  return line;
+  return withoutTrailingBlanks(leftAligned(what, 10) + "  " + leftAligned(subject, 14) + "  " + details);
 }
 
 std::string describeKey(const KeyData& key) {
-  char details[64];
-  std::snprintf(details, sizeof details, "%-3s  %s", describeCharacter(key.ch).c_str(),
-                describeModifiers(key.modifiers).c_str());
+  const std::string details = leftAligned(describeCharacter(key.ch), 3) + "  " + describeModifiers(key.modifiers);
   return columns(std::string("key ") + keyAction(key), keyName(key.key), details);
 }
 

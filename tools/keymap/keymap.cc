@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/columns.h"
 #include "tools/common/output.h"
 #include "tools/keymap/mapping.h"
 #include "tools/keymap/mapping_text.h"
@@ -15,20 +16,11 @@ namespace {
 
 // ---- Text ---------------------------------------------------------------------------------------
 
-std::string column(const std::string& text, std::size_t width) {
-  return text + std::string(text.size() < width ? width - text.size() : 0, ' ') + "  ";
-}
-
-std::string columnOnTheRight(const std::string& text, std::size_t width) {
-  return std::string(text.size() < width ? width - text.size() : 0, ' ') + text + "  ";
-}
-
 void printColumns(const std::string& source, const std::string& code, const std::string& names, const std::string& key,
                   const std::string& keyCode, const std::string& types) {
-  std::string line = column(source, 6) + columnOnTheRight(code, 5) + column(names, 40) + column(key, 15) +
-                     columnOnTheRight(keyCode, 4) + types;
-  line.erase(line.find_last_not_of(' ') + 1);
-  std::printf("%s\n", line.c_str());
+  const std::string line = leftAligned(source, 6) + "  " + rightAligned(code, 5) + "  " + leftAligned(names, 40) +
+                           "  " + leftAligned(key, 15) + "  " + rightAligned(keyCode, 4) + "  " + types;
+  std::printf("%s\n", withoutTrailingBlanks(line).c_str());
 }
 
 void printText(const std::vector<Mapping>& mappings) {

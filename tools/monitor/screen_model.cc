@@ -1,8 +1,9 @@
 #include "tools/monitor/screen_model.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
+
+#include "tools/common/columns.h"
 
 namespace quarlo::tools::monitor {
 namespace {
@@ -21,15 +22,11 @@ bool isMove(const InputEvent& event) {
 }
 
 std::string eventLine(microseconds time, const InputEvent& event) {
-  char line[160];
-  std::snprintf(line, sizeof line, "%8s  %s", describeTime(time).c_str(), describe(event).c_str());
-  return line;
+  return rightAligned(describeTime(time), 8) + "  " + describe(event);
 }
 
 std::string movesLine(microseconds time, const InputEvent& event, long moves) {
-  char line[160];
-  std::snprintf(line, sizeof line, "%-50s%ld moves", eventLine(time, event).c_str(), moves);
-  return line;
+  return leftAligned(eventLine(time, event), 50) + std::to_string(moves) + " moves";
 }
 
 bool areSame(Point a, Point b) { return a.x == b.x && a.y == b.y; }
