@@ -114,7 +114,7 @@ long newlinesIn(std::string_view text) { return std::count(text.begin(), text.en
 int makeDirectory(const std::string& path, Access access) {
   const std::string withoutSlashes = path.substr(0, path.find_last_not_of('/') + 1);  // one at the end follows a link
   if (mkdir(path.c_str(), access == Access::kOwnerOnly ? 0700 : 0777) == 0) {
-    const int fd = open(withoutSlashes.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const int fd = open(withoutSlashes.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd != -1) return fd;
   }
   if (errno == EEXIST) throw Error(path + " exists already: give another name, or remove it");

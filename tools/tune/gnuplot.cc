@@ -93,9 +93,14 @@ std::string directoryOf(const std::string& path) {
 
 // Makes a new file as private as the one in whose place it comes. Returns false, with errno, if it cannot.
 bool takeModeOf(const std::string& path, std::FILE* file) {
-  constexpr mode_t kPermissions = 07777;
+  constexpr mode_t kPermissions = 0777;
+  constexpr mode_t kOfTheGroup = 0070;
+  constexpr uid_t kSameOwner = -1;
   struct stat status;
-  return stat(path.c_str(), &status) == -1 || fchmod(fileno(file), status.st_mode & kPermissions) == 0;
+  if (stat(path.c_str(), &status) == -1) return true;
+  mode_t mode = status.st_mode & kPermissions;
+  if (fchown(fileno(file), kSameOwner, status.st_gid) == -1) mode &= ~kOfTheGroup;
+  return fchmod(fileno(file), mode) == 0;
 }
 
 // A file that is read meanwhile is the old one or the new one, and never a part.
