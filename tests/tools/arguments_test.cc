@@ -35,6 +35,18 @@ TEST(Arguments, ThatAreUnknownAreNamedWithWhatIsNear) {
   EXPECT_EQ(usageError({"list", "--loud"}), "quarlo-input: \"--loud\" is not an option of list" + hint("list"));
 }
 
+TEST(Arguments, AMisspeltOptionIsNamedBeforeOneThatIsMissing) {
+  EXPECT_EQ(usageError({"record", "--outptu", "x"}),
+            "quarlo-input: \"--outptu\" is not an option of record; did you mean --output?" + hint("record"));
+}
+
+TEST(Arguments, AnOptionOfACommandStandsBehindIt) {
+  EXPECT_EQ(usageError({"--json", "list"}),
+            "quarlo-input: \"--json\" is not an option here: options of list stand behind list" + hint("list"));
+  EXPECT_EQ(usageError({"-v", "monitor"}),
+            "quarlo-input: \"-v\" is not an option here: options of monitor stand behind monitor" + hint("monitor"));
+}
+
 TEST(Arguments, ThatAreTooManySayWhatToDoInstead) {
   const std::string byOption = ": name a node with --mouse or --keyboard, and a socket with --lirc";
   EXPECT_EQ(usageError({"monitor", "/dev/input/event0"}),
@@ -48,7 +60,7 @@ TEST(Arguments, ThatAreTooManySayWhatToDoInstead) {
 }
 
 TEST(Arguments, ThatAreMissingAreNamed) {
-  EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse needs a PATH" + hint("monitor"));
+  EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse needs a value: PATH" + hint("monitor"));
   EXPECT_EQ(usageError({"replay"}), "quarlo-input: session is required" + hint("replay"));
   EXPECT_EQ(usageError({"record"}), "quarlo-input: --output is required" + hint("record"));
   EXPECT_EQ(
@@ -204,7 +216,7 @@ TEST(Arguments, ASessionHasARemoteOfItsOwn) {
 TEST(Arguments, APictureIsAnSvg) {
   for (const std::string name : {"", ".svg", "a.png", "a.svg.gz", "svg"}) {
     EXPECT_EQ(complaintAbout("tune", "--plot", name),
-              "\"" + name + "\" does not end in .svg: pictures are SVG, such as remote.svg");
+              "\"" + name + "\" is not a name that ends in .svg: pictures are SVG, such as remote.svg");
   }
 }
 

@@ -122,7 +122,7 @@ std::string inOurWords(std::string message) {
   if (name != std::string::npos && message.find(": At Most 1 required") == name) {
     return message.substr(0, name) + " can be given only once";
   }
-  if (replace(message, ": 1 required ", " needs a ")) replace(message, " missing", "");
+  if (replace(message, ": 1 required ", " needs a value: ")) replace(message, " missing", "");
   return message;
 }
 
@@ -204,6 +204,8 @@ class Parser {
       return Information{std::string(version.what()) + "\n"};
     } catch (const CLI::ExtrasError&) {
       return wrong(whatIsNotExpected(words));
+    } catch (const CLI::RequiredError& error) {
+      return wrong(app_.remaining(true).empty() ? inOurWords(error.what()) : whatIsNotExpected(words));
     } catch (const CLI::ParseError& error) {
       return wrong(inOurWords(error.what()));
     }
@@ -235,6 +237,9 @@ class Parser {
     const std::string quoted = "\"" + word + "\"";
     if (word.size() > 1 && word.front() == '-') {
       const CLI::App& app = command ? *declarations_[*command].app : app_;
+      if (command && app.get_option_no_throw(word) != nullptr) {
+        return quoted + " is not an option here: options of " + names_[*command] + " stand behind " + names_[*command];
+      }
       const std::string of = command ? " of " + names_[*command] : "";
       return quoted + " is not an option" + of + suggestion(word.substr(0, word.find('=')), optionNames(app));
     }

@@ -99,7 +99,7 @@ void parseSession(const std::string& text, TuneOptions& options) {
 void parsePlot(const std::string& text, TuneOptions& options) {
   constexpr std::string_view kEnding = ".svg";
   if (text.size() <= kEnding.size() || text.substr(text.size() - kEnding.size()) != kEnding) {
-    throw ArgumentError("\"" + text + "\" does not end in .svg: pictures are SVG, such as remote.svg");
+    throw ArgumentError("\"" + text + "\" is not a name that ends in .svg: pictures are SVG, such as remote.svg");
   }
   options.plot = text;
 }
