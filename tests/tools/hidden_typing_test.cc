@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "tests/tools/daemon.h"
@@ -80,6 +81,12 @@ class HiddenTypingTest : public testing::Test {
     for (const std::string& row : terminal_->rows()) EXPECT_EQ(row.find("hunter2"), std::string::npos) << row;
   }
 
+  bool contains(const std::string& file, const std::string& text) const {
+    std::ostringstream content;
+    content << std::ifstream(folder_.path(file)).rdbuf();
+    return content.str().find(text) != std::string::npos;
+  }
+
   void expectSettingsAsBefore() const {
     terminal_->enter("stty -g | cmp - before && echo 'settings 'same");
     EXPECT_TRUE(terminal_->waitFor("settings same"));
@@ -135,7 +142,9 @@ TEST_F(HiddenTypingTest, GoingOnAfterAStopThatCannotBeCaughtHidesAgain) {
   start("record", "");
   signal(SIGSTOP);
   ASSERT_TRUE(terminal_->waitFor("Stopped"));
-  terminal_->enter("stty $(cat before); fg; echo status $?");
+  terminal_->enter("stty $(cat before)");
+  ASSERT_TRUE(waitForEcho(true));
+  terminal_->enter("fg; echo status $?");
   ASSERT_TRUE(waitForEcho(false));
   typeSecret();
   loseSource();
@@ -149,6 +158,35 @@ TEST_F(HiddenTypingTest, InTheBackgroundTheTerminalIsTheShells) {
   EXPECT_TRUE(terminal_->waitFor("typed at the shell"));
   EXPECT_TRUE(waitForEcho(true));
   terminal_->enter("clear; fg; echo status $?");
+  ASSERT_TRUE(waitForEcho(false));
+  typeSecret();
+  loseSource();
+  expectSecretKept(1);
+}
+
+TEST_F(HiddenTypingTest, OfTwoAtOnceTheSecondHidesWhenTheFirstHasEnded) {
+  const std::string first = QUARLO_PROGRAM " record --mouse none --keyboard none --lirc other -o first";
+  Daemon other(folder_.path("other"));
+  terminal_->enter("sh -c '" + first + " >out & " + commandLine("record").substr(std::string("sh -c '").size()) +
+                   "; echo status $?");
+  ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
+  ASSERT_TRUE(waitForEcho(false));
+  other.send("0 00 KEY_OK tv\n");
+  other.hangUp();
+  while (!contains("out", "Recorded for")) std::this_thread::yield();
+  ASSERT_TRUE(waitForEcho(false));
+  typeSecret();
+  loseSource();
+  expectSecretKept(1);
+}
+
+// It gets no signal then, and the daemon sends nothing.
+TEST_F(HiddenTypingTest, ARecordingThatBashBringsToTheForegroundHides) {
+  terminal_->enter("exec bash --norc --noediting");
+  terminal_->enter("PS1='$ '; clear; " + commandLine("record") + " >out &");
+  while (!contains("out", "Ctrl-C ends.")) std::this_thread::yield();
+  ASSERT_TRUE(waitForEcho(true));
+  terminal_->enter("fg; echo status $?");
   ASSERT_TRUE(waitForEcho(false));
   typeSecret();
   loseSource();
@@ -177,6 +215,7 @@ TEST_F(HiddenTypingTest, AProgramWithASessionOfItsOwnLeavesTheTerminalAlone) {
 class DeathTest : public HiddenTypingTest, public testing::WithParamInterface<int> {};
 
 TEST_P(DeathTest, LeavesTheTerminalAsItWas) {
+  terminal_->enter("export ASAN_OPTIONS=handle_segv=0");
   start("record");
   typeSecret();
   signal(GetParam());

@@ -85,6 +85,18 @@ TEST_F(MonitorTest, ShowsModifiersThereWhenAskedTo) {
   EXPECT_NE(result.out.find("Keys that may type are shown as A, since this is not a terminal; "), std::string::npos);
 }
 
+TEST_F(MonitorTest, LetsNoOtherProcessReadItsMemoryWhileItHides) {
+  chmod(folder_.path().c_str(), 0755);
+  chmod(path_.c_str(), 0644);
+  for (const Arguments& options : {Arguments{}, Arguments{"--show-keycodes"}}) {
+    Program program(keyboard(options), Output::kPipe, asNobody());
+    ASSERT_TRUE(program.waitFor("Ctrl-C ends."));
+    EXPECT_EQ(canReadMemory(program.pid()), !options.empty());
+    program.signal(SIGINT);
+    program.finish();
+  }
+}
+
 TEST_F(MonitorTest, ShowsWhatWasTypedWhenAskedTo) {
   node_.send({{EV_KEY, KEY_H, 1}});
   const Result result = run(keyboard({"--count", "1", "--show-keycodes"}));

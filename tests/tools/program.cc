@@ -16,6 +16,8 @@
 namespace quarlo::tools {
 namespace {
 
+constexpr uid_t kNobody = 65534;
+
 struct Pipe {
   int read;
   int write;
@@ -169,6 +171,21 @@ Result run(const Arguments& arguments, Output output, const Arguments& launcher)
 
 Arguments redirected(const std::string& redirection, const std::string& file) {
   return {"sh", "-c", "exec \"$@\" " + redirection, file};
+}
+
+Arguments asNobody() {
+  return geteuid() == 0 ? Arguments{"setpriv", "--reuid=" + std::to_string(kNobody)} : Arguments{};
+}
+
+bool canReadMemory(pid_t pid) {
+  const pid_t reader = fork();
+  if (reader == 0) {
+    if (geteuid() == 0 && setresuid(kNobody, kNobody, kNobody) != 0) _exit(2);
+    _exit(open(("/proc/" + std::to_string(pid) + "/environ").c_str(), O_RDONLY | O_CLOEXEC) == -1 ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(reader, &status, 0);
+  return status == 0;
 }
 
 bool isHarmless(const std::string& text) {

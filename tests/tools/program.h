@@ -79,6 +79,12 @@ Result run(const Arguments& arguments, Output output = Output::kPipe, const Argu
 // A launcher that has a shell redirect the program's streams, such as ">&-", or >"$0" for `file`.
 Arguments redirected(const std::string& redirection, const std::string& file = "");
 
+// A launcher that has the program run as a user who may nothing, if the tests run as root: root reads everything.
+Arguments asNobody();
+
+// Whether another process of that user, or else of the same one, can read the program's memory.
+bool canReadMemory(pid_t pid);
+
 // What a terminal or a log could take for commands: escape sequences, also those of one byte (C1), as such and in
 // UTF-8; a backspace, a return, a new line, a byte that is not text.
 inline const std::string kHostile =

@@ -227,7 +227,7 @@ TEST_F(ScreenTest, SignalsThatAskItToStopLeaveTheTerminalAsItWas) {
 class CrashTest : public ScreenTest, public testing::WithParamInterface<int> {};
 
 TEST_P(CrashTest, LeavesTheTerminalAsItWas) {
-  start("", "LC_ALL=C.UTF-8 ASAN_OPTIONS=handle_segv=0:handle_abort=0");
+  start("", "LC_ALL=C.UTF-8 ASAN_OPTIONS=handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0");
   terminal_->enter("never seen");
   signal(GetParam());
   expectTerminalAsBefore(128 + GetParam());
@@ -258,6 +258,30 @@ TEST_F(ScreenTest, IsStoppedAndContinuedLikeAnyProgram) {
   ASSERT_TRUE(terminal_->waitFor("key down    Up "));
   terminal_->press("C-c");
   ASSERT_TRUE(terminal_->waitFor("\n1 event in "));
+}
+
+TEST_F(ScreenTest, AfterAStopThatCannotBeCaughtItHidesWhatIsTypedAgain) {
+  start("--count 1");
+  signal(SIGSTOP);
+  ASSERT_TRUE(terminal_->waitFor("Stopped"));
+  // As a shell does that puts the terminal back for itself.
+  const int tty = open(terminal_->tty().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  termios settings = {};
+  tcgetattr(tty, &settings);
+  settings.c_lflag |= ICANON | ECHO;
+  settings.c_iflag |= ICRNL;
+  tcsetattr(tty, TCSANOW, &settings);
+  terminal_->enter("fg");
+  for (int i = 0; i < 3000 && (settings.c_lflag & ECHO) != 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    tcgetattr(tty, &settings);
+  }
+  close(tty);
+  ASSERT_EQ(settings.c_lflag & (ICANON | ECHO), 0U);
+  terminal_->enter("never seen");
+  keyboard_.send({{EV_KEY, KEY_UP, 1}});
+  ASSERT_TRUE(terminal_->waitFor("\n1 event in "));
+  EXPECT_FALSE(shows("never seen"));
 }
 
 class TerminalTypeTest : public ScreenTest, public testing::WithParamInterface<std::string> {};

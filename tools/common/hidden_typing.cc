@@ -20,7 +20,7 @@ int openTerminal() {
   return fd == -1 && sharesStandardInput() ? open("/proc/self/fd/0", kFlags) : fd;
 }
 
-// Whoever asks for single characters reads them; a long line of a terminal could be full. Signals stay.
+// Single characters, not lines: they can be read, and so thrown away, before Enter is pressed. Ctrl-C stays a signal.
 void hideTyping(termios& settings) {
   settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHONL);
   settings.c_cc[VMIN] = 1;
@@ -32,8 +32,9 @@ void hideTyping(termios& settings) {
 HiddenTyping::HiddenTyping() : fd_(openTerminal()) {
   if (fd_ == -1) return;
   loan_ = std::make_unique<TerminalLoan>(fd_);
-  loan_->take(hideTyping);
+  loan_->prepare(hideTyping);
   loan_->followStops();
+  loan_->takeAgain();
 }
 
 HiddenTyping::~HiddenTyping() { close(); }
@@ -56,5 +57,11 @@ void HiddenTyping::discard() {
 }
 
 int HiddenTyping::descriptor() const { return loan_ != nullptr && loan_->isTaken() ? fd_ : -1; }
+
+int HiddenTyping::limited(int timeoutMs) const {
+  constexpr int kPauseMs = 250;
+  const bool canTakeLater = loan_ != nullptr && !loan_->isTaken();
+  return canTakeLater && (timeoutMs == -1 || timeoutMs > kPauseMs) ? kPauseMs : timeoutMs;
+}
 
 }  // namespace quarlo::tools

@@ -25,6 +25,10 @@ class HiddenTyping {
   // To be waited for; -1 if there is nothing to wait for.
   int descriptor() const;
 
+  // For how long to wait at most, in ms, of `timeoutMs` (-1: without a limit): no signal tells a program that it has
+  // come to the foreground.
+  int limited(int timeoutMs) const;
+
  private:
   void close();
 

@@ -15,6 +15,7 @@ namespace {
 struct {
   int fd = -1;
   termios settings;  // to be given back
+  termios changed;   // from them
   void (*change)(termios&) = nullptr;
   LastActs lastActs;
   volatile std::sig_atomic_t taken = 0;
@@ -38,25 +39,33 @@ bool isInForeground() {
 }
 
 void applyChange() {
-  termios settings;
-  if (!isInForeground() || tcgetattr(loan.fd, &settings) == -1) return;
-  loan.change(settings);
+  if (!isInForeground() || tcgetattr(loan.fd, &loan.changed) == -1) return;
+  loan.change(loan.changed);
   loan.taken = 1;  // before it is true, for a signal can come in between
-  tcsetattr(loan.fd, TCSANOW, &settings);
+  tcsetattr(loan.fd, TCSANOW, &loan.changed);
+}
+
+// A pager that came later may have changed the terminal, too: then it gives it back.
+bool isAsChanged() {
+  termios now;
+  return tcgetattr(loan.fd, &now) == 0 && now.c_iflag == loan.changed.c_iflag && now.c_lflag == loan.changed.c_lflag;
 }
 
 void giveBack() {
   if (loan.taken == 0) return;
   loan.taken = 0;
   if (!isInForeground()) return;
-  tcsetattr(loan.fd, TCSANOW, &loan.settings);
+  if (isAsChanged()) tcsetattr(loan.fd, TCSANOW, &loan.settings);
   tcflush(loan.fd, TCIFLUSH);
 }
 
-// Whoever had the terminal meanwhile may have changed it.
+// Whoever had the terminal meanwhile may have changed it. Where neither lines nor echo are on, another program has it
+// now: a second one of ours, or a pager.
 void takeBack() {
-  if (loan.taken != 0 || !isInForeground()) return;
-  tcgetattr(loan.fd, &loan.settings);
+  termios now;
+  if (loan.taken != 0 || !isInForeground() || tcgetattr(loan.fd, &now) == -1) return;
+  if ((now.c_lflag & (ICANON | ECHO)) == 0) return;
+  loan.settings = now;
   applyChange();
 }
 
@@ -108,7 +117,7 @@ void goOn(int /*signal*/) {
   errno = error;
 }
 
-// Whether a signal would end the program, as far as that can be caught and nothing else does.
+// Whether a signal would end the program, as far as that can be caught and nothing else does: a sanitizer, a profiler.
 bool ends(int signal) {
   switch (signal) {
     case SIGKILL:
@@ -120,7 +129,7 @@ bool ends(int signal) {
     case SIGCHLD:
     case SIGURG:
     case SIGWINCH: return false;
-    default: return before.actions[static_cast<std::size_t>(signal)].sa_handler != SIG_IGN && !isStopRequest(signal);
+    default: return before.actions[static_cast<std::size_t>(signal)].sa_handler == SIG_DFL && !isStopRequest(signal);
   }
 }
 
@@ -163,18 +172,34 @@ TerminalLoan::~TerminalLoan() {
 }
 
 void TerminalLoan::take(void (*change)(termios&), const LastActs& lastActs) {
+  prepare(change, lastActs);
+  applyChange();
+}
+
+void TerminalLoan::prepare(void (*change)(termios&), const LastActs& lastActs) {
   loan.change = change;
   loan.lastActs = lastActs;
   catchEnds();
-  applyChange();
 }
 
 void TerminalLoan::followStops() {
   if (before.actions[SIGTSTP].sa_handler != SIG_IGN) catchSignal(SIGTSTP, stop, SA_RESTART);
-  catchSignal(SIGCONT, goOn, SA_RESTART);
+  followContinuations();
 }
 
-void TerminalLoan::takeAgain() { takeBack(); }
+void TerminalLoan::followContinuations() { catchSignal(SIGCONT, goOn, SA_RESTART); }
+
+// The handlers do the same, and must not come in between.
+void TerminalLoan::takeAgain() {
+  sigset_t stops;
+  sigset_t mask;
+  sigemptyset(&stops);
+  sigaddset(&stops, SIGTSTP);
+  sigaddset(&stops, SIGCONT);
+  sigprocmask(SIG_BLOCK, &stops, &mask);
+  takeBack();
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+}
 
 bool TerminalLoan::isTaken() const { return loan.taken != 0; }
 

@@ -24,15 +24,24 @@ class TerminalLoan {
   TerminalLoan(const TerminalLoan&) = delete;
   TerminalLoan& operator=(const TerminalLoan&) = delete;
 
-  // Changes the settings, unless the program runs in the background: then the terminal is another program's.
+  // Changes the settings, unless the program runs in the background: then the terminal is another program's. Leaves
+  // handlers of signals alone that others have installed.
   // REQUIRES: catchStopRequests() was called. `change` is safe in a signal handler.
   void take(void (*change)(termios&), const LastActs& lastActs = {});
 
+  // The same, but for the settings: takeAgain() will change them.
+  void prepare(void (*change)(termios&), const LastActs& lastActs = {});
+
   // From now on, gives the terminal back when the program is stopped (Ctrl-Z), and takes it again when it goes on.
-  // REQUIRES: take() was called.
+  // REQUIRES: prepare() was called.
   void followStops();
 
-  // Takes the terminal if the program has come to the foreground. REQUIRES: followStops() was called.
+  // For who follows stops already: takes the terminal again when the program goes on after a stop that cannot be
+  // caught. REQUIRES: take() was called.
+  void followContinuations();
+
+  // Takes the terminal if it is not taken and can be: the program has come to the foreground, or another one that hid
+  // what is typed has ended. REQUIRES: followStops() was called.
   void takeAgain();
 
   // Whether the settings are changed now.

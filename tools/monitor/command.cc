@@ -11,8 +11,8 @@ constexpr long kMaxCount = 2147483647;
 constexpr char kHelp[] =
     R"(First says which of mouse, keyboard and remote are open, why each other one is
 not, and what to do about it. Then prints one line per event until Ctrl-C, with
-the time since the start in seconds. What is typed at the terminal meanwhile
-does not show, and reaches no shell.
+the time since the start in seconds. While it runs in the foreground, what is
+typed at its terminal does not show, and reaches no shell.
 
 Where the output is not a terminal, only keys that are known not to type are
 shown; all others, modifiers and editing keys are shown as A. Not hidden are:

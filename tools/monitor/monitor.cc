@@ -118,13 +118,17 @@ class View {
 
 microseconds since(Clock::time_point start) { return std::chrono::duration_cast<microseconds>(Clock::now() - start); }
 
+// However long the rounds that are asked for: what is typed fills a terminal, which then takes no Ctrl-C, and a source
+// that has gone must be noticed.
+constexpr int kMaxWaitMs = 10000;
+
 // Returns the exit status.
 int showEvents(const MonitorOptions& options, LinuxInputReader& reader, View& view) {
   const Clock::time_point start = Clock::now();
   const auto handle = [&](const InputEvent& event) { return view.show(since(start), event) && !stopRequested(); };
   const char* ended = nullptr;
   while (!stopRequested() && ended == nullptr && std::ferror(stdout) == 0 &&
-         readRound(reader, options.timeoutMs, handle)) {
+         readRound(reader, std::min(options.timeoutMs, kMaxWaitMs), handle)) {
     ended = view.endRound(since(start), goneSources(reader));
   }
   view.finish(since(start));

@@ -44,7 +44,7 @@ void quieten(termios& settings) {
   settings.c_iflag &= ~static_cast<tcflag_t>(IXON);
   settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
   settings.c_lflag |= ISIG | NOFLSH;  // what a Ctrl-C flushes is output, too
-  settings.c_cc[VMIN] = 0;            // a read does not wait
+  settings.c_cc[VMIN] = 1;
   settings.c_cc[VTIME] = 0;
   settings.c_cc[VQUIT] = _POSIX_VDISABLE;
   settings.c_cc[VSUSP] = _POSIX_VDISABLE;
@@ -63,9 +63,13 @@ void keepStandardError() {
 
 }  // namespace
 
-Terminal::Terminal() : loan_(STDOUT_FILENO) { keepStandardError(); }
+Terminal::Terminal()
+    : typed_(open("/proc/self/fd/1", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)), loan_(STDOUT_FILENO) {
+  keepStandardError();
+}
 
 Terminal::~Terminal() {
+  if (typed_ != -1) close(typed_);
   giveBackStandardError();
   if (shared.keptErrors == -1) return;
   close(shared.keptErrors);
@@ -76,15 +80,15 @@ Terminal::~Terminal() {
 void Terminal::takeOver(const std::string& restore) {
   shared.restoreSize = restore.copy(shared.restore, sizeof shared.restore);
   loan_.take(quieten, {restoreScreen, giveBackStandardError});
+  loan_.followContinuations();  // ncurses follows Ctrl-Z itself
 }
 
 // It is read, for a flush can take a Ctrl-C with it that has not become a signal yet.
 void Terminal::discardInput() {
   char bytes[256];
   ssize_t size = 0;
-  while ((size = read(STDOUT_FILENO, bytes, sizeof bytes)) > 0) {
+  while ((size = read(typed_, bytes, sizeof bytes)) > 0) {
   }
-  if (size == -1) tcflush(STDOUT_FILENO, TCIFLUSH);  // it is open for writing only
 }
 
 std::vector<std::string> Terminal::takeErrors() {

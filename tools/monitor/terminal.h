@@ -34,6 +34,7 @@ class Terminal {
   std::vector<std::string> takeErrors();
 
  private:
+  int typed_;  // a way of its own to the terminal, so that reads do not wait
   TerminalLoan loan_;
   recording::LineSplitter errors_;
 };

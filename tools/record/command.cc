@@ -14,7 +14,8 @@ constexpr char kHelp[] =
 not, and what to do about it. Then records until Ctrl-C; other programs get the
 input as well. What came is in the files at once, and stays there when the disk
 gets full, a device is unplugged, or the daemon ends. A source that sent nothing
-has no file. What is typed at the terminal meanwhile reaches no shell.
+has no file. While it runs in the foreground, what is typed at its terminal does
+not show, and reaches no shell.
 
 Only keys and remote buttons that are known not to type are recorded as they
 are. All others, modifiers and editing keys are recorded as A, those of a remote

@@ -156,7 +156,7 @@ class Recorder {
                                     {sources_.keyboard.fd, POLLIN, 0},
                                     {sources_.remote.fd, POLLIN, 0},
                                     {typing_.descriptor(), POLLIN, 0}}};
-    const int ready = poll(looks.data(), looks.size(), timeoutMs);
+    const int ready = poll(looks.data(), looks.size(), typing_.limited(timeoutMs));
     typing_.discard();
     if (ready < 1) return;
     if (looks[0].revents != 0) readNode(sources_.mouse);
