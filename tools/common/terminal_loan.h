@@ -36,8 +36,8 @@ class TerminalLoan {
   // REQUIRES: prepare() was called.
   void followStops();
 
-  // For who follows stops already: takes the terminal again when the program goes on after a stop that cannot be
-  // caught. REQUIRES: take() was called.
+  // For a program that follows stops already: takes the terminal again when the program goes on after a stop that
+  // cannot be caught. REQUIRES: take() was called.
   void followContinuations();
 
   // Takes the terminal if it is not taken and can be: the program has come to the foreground, or another one that hid
