@@ -81,6 +81,13 @@ class HiddenTypingTest : public testing::Test {
     for (const std::string& row : terminal_->rows()) EXPECT_EQ(row.find("hunter2"), std::string::npos) << row;
   }
 
+  void expectHiddenUntilASourceIsLost() {
+    ASSERT_TRUE(waitForEcho(false));
+    typeSecret();
+    loseSource();
+    expectSecretKept(1);
+  }
+
   bool contains(const std::string& file, const std::string& text) const {
     std::ostringstream content;
     content << std::ifstream(folder_.path(file)).rdbuf();
@@ -101,9 +108,7 @@ class CommandTest : public HiddenTypingTest, public testing::WithParamInterface<
 
 TEST_P(CommandTest, WhatIsTypedUntilASourceIsLostReachesNoShell) {
   start(GetParam());
-  typeSecret();
-  loseSource();
-  expectSecretKept(1);
+  expectHiddenUntilASourceIsLost();
 }
 
 TEST_P(CommandTest, WhatIsTypedUntilCtrlCReachesNoShell) {
@@ -129,10 +134,7 @@ TEST_P(CommandTest, AStopGivesTheTerminalBackAndGoingOnTakesIt) {
   ASSERT_TRUE(terminal_->waitFor("Stopped"));
   expectSettingsAsBefore();
   terminal_->enter("clear; fg; echo status $?");
-  ASSERT_TRUE(waitForEcho(false));
-  typeSecret();
-  loseSource();
-  expectSecretKept(1);
+  expectHiddenUntilASourceIsLost();
 }
 
 INSTANTIATE_TEST_SUITE_P(HiddenTyping, CommandTest, testing::Values("record", "monitor"),
@@ -145,10 +147,7 @@ TEST_F(HiddenTypingTest, GoingOnAfterAStopThatCannotBeCaughtHidesAgain) {
   terminal_->enter("stty $(cat before)");
   ASSERT_TRUE(waitForEcho(true));
   terminal_->enter("fg; echo status $?");
-  ASSERT_TRUE(waitForEcho(false));
-  typeSecret();
-  loseSource();
-  expectSecretKept(1);
+  expectHiddenUntilASourceIsLost();
 }
 
 TEST_F(HiddenTypingTest, InTheBackgroundTheTerminalIsTheShells) {
@@ -158,10 +157,7 @@ TEST_F(HiddenTypingTest, InTheBackgroundTheTerminalIsTheShells) {
   EXPECT_TRUE(terminal_->waitFor("typed at the shell"));
   EXPECT_TRUE(waitForEcho(true));
   terminal_->enter("clear; fg; echo status $?");
-  ASSERT_TRUE(waitForEcho(false));
-  typeSecret();
-  loseSource();
-  expectSecretKept(1);
+  expectHiddenUntilASourceIsLost();
 }
 
 TEST_F(HiddenTypingTest, OfTwoAtOnceTheSecondHidesWhenTheFirstHasEnded) {
@@ -174,10 +170,7 @@ TEST_F(HiddenTypingTest, OfTwoAtOnceTheSecondHidesWhenTheFirstHasEnded) {
   other.send("0 00 KEY_OK tv\n");
   other.hangUp();
   while (!contains("out", "Recorded for")) std::this_thread::yield();
-  ASSERT_TRUE(waitForEcho(false));
-  typeSecret();
-  loseSource();
-  expectSecretKept(1);
+  expectHiddenUntilASourceIsLost();
 }
 
 // It gets no signal then, and the daemon sends nothing.
@@ -187,19 +180,13 @@ TEST_F(HiddenTypingTest, ARecordingThatBashBringsToTheForegroundHides) {
   while (!contains("out", "Ctrl-C ends.")) std::this_thread::yield();
   ASSERT_TRUE(waitForEcho(true));
   terminal_->enter("fg; echo status $?");
-  ASSERT_TRUE(waitForEcho(false));
-  typeSecret();
-  loseSource();
-  expectSecretKept(1);
+  expectHiddenUntilASourceIsLost();
 }
 
 TEST_F(HiddenTypingTest, AProgramThatSharesATerminalThatControlsNobodyHidesToo) {
   terminal_->enter("setsid -w sh -c \"" + commandLine("record") + "; echo status \\$?\"");
   ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
-  ASSERT_TRUE(waitForEcho(false));
-  typeSecret();
-  loseSource();
-  expectSecretKept(1);
+  expectHiddenUntilASourceIsLost();
 }
 
 TEST_F(HiddenTypingTest, AProgramWithASessionOfItsOwnLeavesTheTerminalAlone) {

@@ -86,8 +86,7 @@ void Terminal::takeOver(const std::string& restore) {
 // It is read, for a flush can take a Ctrl-C with it that has not become a signal yet.
 void Terminal::discardInput() {
   char bytes[256];
-  ssize_t size = 0;
-  while ((size = read(typed_, bytes, sizeof bytes)) > 0) {
+  while (read(typed_, bytes, sizeof bytes) > 0) {
   }
 }
 

@@ -95,7 +95,7 @@ std::string directoryOf(const std::string& path) {
 bool takeModeOf(const std::string& path, std::FILE* file) {
   constexpr mode_t kPermissions = 0777;
   constexpr mode_t kOfTheGroup = 0070;
-  constexpr uid_t kSameOwner = -1;
+  constexpr auto kSameOwner = static_cast<uid_t>(-1);
   struct stat status;
   if (stat(path.c_str(), &status) == -1) return true;
   mode_t mode = status.st_mode & kPermissions;
