@@ -274,9 +274,13 @@ TEST(MaskedEvent, HidesWhatMayType) {
 TEST(MaskedEvent, HidesTheKeysOfEveryCodeThatIsHiddenInARecord) {
   for (int code = 0; code <= KEY_MAX; ++code) {
     if (maskedCode(Mask::kTypingAndModifiers, code) == code) continue;
-    KeyData key = {};
-    LinuxInputReader::translateKey(code, KeyInput::kNoModifier, false, key.key, key.ch);
-    EXPECT_EQ(maskedText(Mask::kTypingAndModifiers, keyEvent(key.key, key.ch)), kHiddenKey) << code;
+    for (const Modifier modifiers : {KeyInput::kNoModifier, KeyInput::kShiftModifier, KeyInput::kControlModifier}) {
+      for (const bool numLock : {false, true}) {
+        KeyData key = {};
+        LinuxInputReader::translateKey(code, modifiers, numLock, key.key, key.ch);
+        EXPECT_EQ(maskedText(Mask::kTypingAndModifiers, keyEvent(key.key, key.ch, modifiers)), kHiddenKey) << code;
+      }
+    }
   }
 }
 

@@ -244,10 +244,11 @@ TEST(TunePicture, IsAsPrivateAsTheOldOne) {
   const Folder programs;
   const std::string path = folder.write("a.svg", "old");
   using std::filesystem::perms;
-  std::filesystem::permissions(path, perms::owner_read | perms::owner_write);
+  constexpr perms kPrivate = perms::owner_read | perms::owner_write;
+  std::filesystem::permissions(path, kPrivate | perms::set_uid);  // that, a picture has no use for
   tuned(with({"--plot", path}, kSmallGrid), withGnuplot(programs, "#!/bin/sh\necho new\n"));
   EXPECT_EQ(contentOf(path), "new\n");
-  EXPECT_EQ(std::filesystem::status(path).permissions(), perms::owner_read | perms::owner_write);
+  EXPECT_EQ(std::filesystem::status(path).permissions(), kPrivate);
 }
 
 TEST(TunePicture, IntoAFolderThatDoesNotExistFailsBeforeTheStudy) {
