@@ -40,7 +40,7 @@ microseconds now() {
 
 // ---- Sources ------------------------------------------------------------------------------------
 
-// What was recorded of a report up to now. The end of one of which all was left out would tell of it.
+// What was recorded of a report so far. If all of it was left out, so is its end, which would tell that something came.
 enum class Report { kEmpty, kLeftOut, kShown };
 
 // A source, and the file that it is recorded to.
