@@ -23,6 +23,9 @@ constexpr microseconds kFirstStart = seconds(1'000'000);
 constexpr microseconds kPauseBetweenMachines = seconds(10);
 constexpr microseconds kShortestSelect(10);
 
+// What select() takes for readable: an error or the end of a stream, too, so that the reader finds out.
+constexpr int kReadable = POLLIN | POLLHUP | POLLERR;
+
 // How many times a daemon can write to a client that does not read, before the kernel's buffer of the socket is full:
 // each line takes a buffer of its own, and about this many fit into the default limit of 208 KiB.
 constexpr int kMostUnread = 280;
@@ -136,6 +139,17 @@ bool Kernel::ownsEnvironment(const std::string& name) {
   return name == "LIRC_REPEAT_TIMEOUT" || name == "LIRC_RELEASE_TIMEOUT";
 }
 
+std::shared_ptr<File> Kernel::fileOf(int fd) const {
+  const auto found = descriptors_.find(fd);
+  return found == descriptors_.end() ? nullptr : found->second;
+}
+
+int Kernel::addFile(std::shared_ptr<File> file) {
+  const int fd = firstFreeDescriptor();
+  descriptors_[fd] = std::move(file);
+  return fd;
+}
+
 int Kernel::firstFreeDescriptor() const {
   int fd = firstDescriptor_;
   while (descriptors_.count(fd) != 0 || fcntl(fd, F_GETFD) != -1) ++fd;
@@ -224,9 +238,7 @@ int Kernel::openNode(const std::string& path, int flags) {
   if (found == nodes_.end() || !found->second->present) return -ENOENT;
   const std::shared_ptr<NodeState>& node = found->second;
   if (node->openError != 0) return -node->openError;
-  const int fd = firstFreeDescriptor();
-  descriptors_[fd] = {(flags & O_NONBLOCK) == 0, node, node->connect(), nullptr};
-  return fd;
+  return addFile(std::make_shared<NodeFile>((flags & O_NONBLOCK) == 0, node));
 }
 
 int Kernel::open(const char* path, int flags) {
@@ -239,11 +251,7 @@ int Kernel::open(const char* path, int flags) {
 int Kernel::close(int fd) {
   const auto fault = countCall(Call::kClose);
   long result = -EBADF;
-  if (const auto found = descriptors_.find(fd); found != descriptors_.end()) {
-    if (found->second.node != nullptr) found->second.node->disconnect(found->second.client);
-    // The daemon finds out when it sends the next time.
-    if (found->second.connection != nullptr) found->second.connection->ended = true;
-    descriptors_.erase(found);
+  if (descriptors_.erase(fd) == 1) {
     closed_.insert(fd);
     result = 0;
   }
@@ -252,28 +260,10 @@ int Kernel::close(int fd) {
   return static_cast<int>(result);
 }
 
-int Kernel::ioctlNode(int fd, unsigned request, void* argument) {
-  const auto found = descriptors_.find(fd);
-  if (found == descriptors_.end()) return -EBADF;
-  const std::shared_ptr<NodeState>& node = found->second.node;
-  if (node == nullptr) return -ENOTTY;
-  if (!node->present) return -ENODEV;
-  const unsigned size = _IOC_SIZE(request);
-  const unsigned sizeless = request & ~(unsigned{_IOC_SIZEMASK} << _IOC_SIZESHIFT);
-  const auto error = node->ioctlErrors.find(request == EVIOCGRAB ? request : sizeless);
-  if (error != node->ioctlErrors.end()) return -error->second;
-
-  if (request == EVIOCGRAB) return node->grab(found->second.client, argument != nullptr);
-  if (sizeless == EVIOCGNAME(0)) return node->name(static_cast<char*>(argument), size);
-  for (int type = 0; type <= EV_MAX; ++type) {
-    if (sizeless == EVIOCGBIT(type, 0)) return node->bits(type, static_cast<unsigned char*>(argument), size);
-  }
-  return -EINVAL;
-}
-
 int Kernel::ioctl(int fd, unsigned request, void* argument) {
   const auto fault = countCall(Call::kIoctl);
-  const long result = finish(fault ? -fault->error : ioctlNode(fd, request, argument));
+  const std::shared_ptr<File> file = fileOf(fd);
+  const long result = finish(fault ? -fault->error : file == nullptr ? -EBADF : file->ioctl(request, argument));
   if (tracing_) {
     trace("ioctl(" + std::to_string(fd) + ", " + ioctlRequest(request, reinterpret_cast<long>(argument)) + ")",
           callResult(result, errno));
@@ -283,67 +273,28 @@ int Kernel::ioctl(int fd, unsigned request, void* argument) {
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-bool Kernel::Descriptor::hasUnread() const {
-  if (node != nullptr) return node->present && client->readable();
-  return !connection->queued.empty();
-}
-
-bool Kernel::Descriptor::readable() const {
-  if (hasUnread()) return true;
-  // A node or daemon that is gone is reported as readable, so that its reader finds out.
-  return node != nullptr ? !node->present : !connection->connected || connection->ended;
-}
-
 bool Kernel::hasUnread() const {
   return std::any_of(descriptors_.begin(), descriptors_.end(),
-                     [](const auto& entry) { return entry.second.hasUnread(); });
+                     [](const auto& entry) { return entry.second->hasUnread(); });
 }
 
-ssize_t Kernel::readRecords(Descriptor& descriptor, void* buffer, std::size_t size) {
-  if (!descriptor.node->present) return -ENODEV;
-  if (size < sizeof(input_event)) return -EINVAL;
-  std::size_t used = 0;
-  for (; used + sizeof(input_event) <= size && descriptor.client->readable(); used += sizeof(input_event)) {
-    std::memcpy(static_cast<char*>(buffer) + used, &descriptor.client->front(), sizeof(input_event));
-    descriptor.client->pop();
-  }
-  return static_cast<ssize_t>(used);
-}
-
-ssize_t Kernel::readDescriptor(int fd, void* buffer, std::size_t size) {
-  const auto found = descriptors_.find(fd);
-  if (found == descriptors_.end()) return -EBADF;
-  Descriptor& descriptor = found->second;
-  if (descriptor.connection != nullptr && !descriptor.connection->connected) return -ENOTCONN;
+ssize_t Kernel::readDescriptor(int fd, void* buffer, std::size_t size, std::optional<std::size_t> cut) {
+  const std::shared_ptr<File> file = fileOf(fd);
+  if (file == nullptr) return -EBADF;
   const microseconds horizon = lastScheduled();
-  while (!descriptor.readable()) {
-    if (!descriptor.blocking) return -EAGAIN;
+  for (;;) {
+    const ssize_t result = cut ? file->readCut(buffer, std::min(size, *cut)) : file->read(buffer, size);
+    if (result != -EAGAIN || !file->blocking) return result;
     if (!waitForNext(std::nullopt, horizon)) deadlock("read(" + std::to_string(fd) + ")");
     if (std::exchange(interrupted_, false)) return -EINTR;
   }
-  if (descriptor.node != nullptr) return readRecords(descriptor, buffer, size);
-  std::string& queued = descriptor.connection->queued;
-  const std::size_t length = queued.copy(static_cast<char*>(buffer), size);
-  queued.erase(0, length);
-  descriptor.connection->unread = static_cast<int>(std::count(queued.begin(), queued.end(), '\n'));
-  return static_cast<ssize_t>(length);
 }
 
 ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
   const auto fault = countCall(Call::kRead);
-  long result = 0;
-  if (!fault) {
-    result = readDescriptor(fd, buffer, size);
-  } else if (!fault->bytes) {
-    result = -fault->error;
-  } else if (const auto found = descriptors_.find(fd); found != descriptors_.end() && found->second.node != nullptr) {
-    const std::size_t bytes = std::min({size, *fault->bytes, sizeof(input_event)});
-    if (found->second.client->readable()) std::memcpy(buffer, &found->second.client->front(), bytes);
-    result = static_cast<long>(bytes);
-  } else if (*fault->bytes > 0) {
-    result = readDescriptor(fd, buffer, std::min(size, *fault->bytes));
-  }
-  result = finish(result);
+  const long result =
+      finish(fault && fault->error != 0 ? -fault->error
+                                        : readDescriptor(fd, buffer, size, fault ? fault->bytes : std::nullopt));
   if (tracing_) {
     trace("read(" + std::to_string(fd) + ", " + byteCount(size) + ")",
           result > 0 ? byteCount(static_cast<std::size_t>(result)) : callResult(result, errno));
@@ -359,8 +310,9 @@ int Kernel::readyDescriptors(int count, const fd_set* readSet, fd_set& ready) co
   for (int fd = 0; readSet != nullptr && fd < std::min<int>(count, FD_SETSIZE); ++fd) {
     if (!FD_ISSET(fd, readSet)) continue;
     const auto descriptor = descriptors_.find(fd);
-    const int readable =
-        descriptor != descriptors_.end() ? static_cast<int>(descriptor->second.readable()) : realReadable(fd);
+    const int readable = descriptor != descriptors_.end()
+                             ? static_cast<int>((descriptor->second->state() & kReadable) != 0)
+                             : realReadable(fd);
     if (readable == -1) return -EBADF;
     if (readable == 0) continue;
     FD_SET(fd, &ready);
@@ -452,12 +404,8 @@ bool DaemonState::hasClients() const {
 
 int Kernel::socket(int domain, int type, int protocol) {
   const auto fault = countCall(Call::kSocket);
-  long result = fault ? -fault->error : firstFreeDescriptor();
-  if (!fault) {
-    descriptors_[static_cast<int>(result)] = {(type & SOCK_NONBLOCK) == 0, nullptr, nullptr,
-                                              std::make_shared<Connection>()};
-  }
-  result = finish(result);
+  const long result =
+      finish(fault ? -fault->error : addFile(std::make_shared<SocketFile>((type & SOCK_NONBLOCK) == 0)));
   if (tracing_) {
     trace("socket(" + (domain == AF_UNIX ? "AF_UNIX" : std::to_string(domain)) + ", " + socketType(type) + ", " +
               std::to_string(protocol) + ")",
@@ -467,9 +415,9 @@ int Kernel::socket(int domain, int type, int protocol) {
 }
 
 int Kernel::connectTo(int fd, const std::string& path) {
-  const auto found = descriptors_.find(fd);
-  if (found == descriptors_.end()) return -EBADF;
-  const std::shared_ptr<Connection>& connection = found->second.connection;
+  const std::shared_ptr<File> file = fileOf(fd);
+  if (file == nullptr) return -EBADF;
+  const std::shared_ptr<Connection> connection = file->connection();
   if (connection == nullptr) return -ENOTSOCK;
   if (connection->connected) return -EISCONN;
   const auto daemon = daemons_.find(path);

@@ -18,17 +18,10 @@
 #include <vector>
 
 #include "sim/evdev.h"
+#include "sim/files.h"
 #include "sim/machine.h"
 
 namespace quarlo::sim {
-
-// The client's end of a connection to a daemon.
-struct Connection {
-  std::string queued;  // sent by the daemon, not yet read
-  int unread = 0;      // how many times the daemon has sent something of it
-  bool connected = false;
-  bool ended = false;  // one of the two ends is closed
-};
 
 struct DaemonState {
   void send(const std::string& text);
@@ -86,16 +79,6 @@ class Kernel final : public Timers {
   int openDescriptors() const { return static_cast<int>(descriptors_.size()); }
 
  private:
-  struct Descriptor {
-    bool blocking = false;
-    std::shared_ptr<NodeState> node;  // with `client`, or null
-    std::shared_ptr<EvdevClient> client;
-    std::shared_ptr<Connection> connection;
-
-    bool hasUnread() const;
-    bool readable() const;
-  };
-
   // What goes wrong with one call.
   struct Fault {
     int error = 0;
@@ -104,13 +87,13 @@ class Kernel final : public Timers {
 
   // The work of the calls, without faults and trace; a negative result is an errno.
   int openNode(const std::string& path, int flags);
-  ssize_t readDescriptor(int fd, void* buffer, std::size_t size);
-  static ssize_t readRecords(Descriptor& descriptor, void* buffer, std::size_t size);
-  int ioctlNode(int fd, unsigned request, void* argument);
+  ssize_t readDescriptor(int fd, void* buffer, std::size_t size, std::optional<std::size_t> cut);
   int selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline);
   int connectTo(int fd, const std::string& path);
 
   std::optional<Fault> countCall(Call call);
+  std::shared_ptr<File> fileOf(int fd) const;
+  int addFile(std::shared_ptr<File> file);
   int firstFreeDescriptor() const;
   int readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const;
   void runUntil(microseconds time);
@@ -130,7 +113,7 @@ class Kernel final : public Timers {
   std::map<std::string, std::string> links_;  // to nodes
   std::map<std::string, std::shared_ptr<DaemonState>> daemons_;
   std::map<std::string, std::string> environment_;
-  std::map<int, Descriptor> descriptors_;
+  std::map<int, std::shared_ptr<File>> descriptors_;
   std::set<int> closed_;  // numbers that were descriptors
   int firstDescriptor_ = 100;
 

@@ -1,0 +1,198 @@
+#include "sim/files.h"
+
+#include <poll.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+
+namespace quarlo::sim {
+
+void notSimulated(const std::string& what) {
+  std::fprintf(stderr, "sim: %s is not simulated\n", what.c_str());
+  std::abort();
+}
+
+ssize_t File::receive(void* /*buffer*/, std::size_t /*size*/, bool /*peek*/) { return -ENOTSOCK; }
+
+int File::ioctl(unsigned /*request*/, void* /*argument*/) { return -ENOTTY; }
+
+// ---- Nodes --------------------------------------------------------------------------------------
+
+NodeFile::NodeFile(bool isBlocking, const std::shared_ptr<NodeState>& node)
+    : File(isBlocking), node_(node), client_(node->connect()) {}
+
+NodeFile::~NodeFile() { node_->disconnect(client_); }
+
+// As evdev_poll(): what is queued stays in sight of a node that is gone, though it cannot be read any more.
+short NodeFile::state() const {
+  const int queued = client_->readable() ? POLLIN | POLLRDNORM : 0;
+  return static_cast<short>(queued | (node_->present ? POLLOUT | POLLWRNORM : POLLHUP | POLLERR));
+}
+
+bool NodeFile::hasUnread() const { return node_->present && client_->readable(); }
+
+ssize_t NodeFile::read(void* buffer, std::size_t size) {
+  if (!node_->present) return -ENODEV;
+  if (!client_->readable()) return -EAGAIN;
+  if (size < sizeof(input_event)) return -EINVAL;
+  std::size_t used = 0;
+  for (; used + sizeof(input_event) <= size && client_->readable(); used += sizeof(input_event)) {
+    std::memcpy(static_cast<char*>(buffer) + used, &client_->front(), sizeof(input_event));
+    client_->pop();
+  }
+  return static_cast<ssize_t>(used);
+}
+
+ssize_t NodeFile::readCut(void* buffer, std::size_t bytes) {
+  const std::size_t size = std::min(bytes, sizeof(input_event));
+  if (client_->readable()) std::memcpy(buffer, &client_->front(), size);
+  return static_cast<ssize_t>(size);
+}
+
+ssize_t NodeFile::write(const void* /*data*/, std::size_t /*size*/) { notSimulated("write() to a node"); }
+
+int NodeFile::ioctl(unsigned request, void* argument) {
+  if (!node_->present) return -ENODEV;
+  const unsigned size = _IOC_SIZE(request);
+  const unsigned sizeless = request & ~(unsigned{_IOC_SIZEMASK} << _IOC_SIZESHIFT);
+  const auto error = node_->ioctlErrors.find(request == EVIOCGRAB ? request : sizeless);
+  if (error != node_->ioctlErrors.end()) return -error->second;
+
+  if (request == EVIOCGRAB) return node_->grab(client_, argument != nullptr);
+  if (sizeless == EVIOCGNAME(0)) return node_->name(static_cast<char*>(argument), size);
+  for (int type = 0; type <= EV_MAX; ++type) {
+    if (sizeless == EVIOCGBIT(type, 0)) return node_->bits(type, static_cast<unsigned char*>(argument), size);
+  }
+  return -EINVAL;
+}
+
+// ---- Sockets ------------------------------------------------------------------------------------
+
+// The daemon finds out when it sends the next time.
+SocketFile::~SocketFile() { connection_->ended = true; }
+
+// As unix_poll() for streams.
+short SocketFile::state() const {
+  int state = POLLOUT | POLLWRNORM | POLLWRBAND;
+  if (!connection_->connected) return static_cast<short>(state | POLLHUP);
+  if (connection_->ended) state |= POLLIN | POLLRDNORM | POLLHUP | POLLRDHUP;
+  if (!connection_->queued.empty()) state |= POLLIN | POLLRDNORM;
+  return static_cast<short>(state);
+}
+
+ssize_t SocketFile::write(const void* /*data*/, std::size_t /*size*/) { notSimulated("write() to a daemon"); }
+
+ssize_t SocketFile::receive(void* buffer, std::size_t size, bool peek) {
+  if (!connection_->connected) return -ENOTCONN;
+  std::string& queued = connection_->queued;
+  if (queued.empty() && !connection_->ended) return -EAGAIN;
+  const std::size_t length = queued.copy(static_cast<char*>(buffer), size);
+  if (!peek) {
+    queued.erase(0, length);
+    connection_->unread = static_cast<int>(std::count(queued.begin(), queued.end(), '\n'));
+  }
+  return static_cast<ssize_t>(length);
+}
+
+// ---- Pipes --------------------------------------------------------------------------------------
+
+namespace {
+
+// As the kernel keeps it: up to 16 pages, each with what one write has begun and the next ones may have filled.
+struct Pipe {
+  static constexpr std::size_t kPages = 16;
+  static constexpr std::size_t kPageSize = 4096;
+  struct Page {
+    std::string bytes;
+    std::size_t taken = 0;
+  };
+
+  bool isFull() const { return pages.size() == kPages; }
+
+  std::deque<Page> pages;
+  bool hasReader = true;
+  bool hasWriter = true;
+};
+
+class PipeReader final : public File {
+ public:
+  PipeReader(bool isBlocking, std::shared_ptr<Pipe> pipe) : File(isBlocking), pipe_(std::move(pipe)) {}
+  ~PipeReader() override { pipe_->hasReader = false; }
+
+  short state() const override {
+    const int queued = pipe_->pages.empty() ? 0 : POLLIN | POLLRDNORM;
+    return static_cast<short>(queued | (pipe_->hasWriter ? 0 : POLLHUP));
+  }
+
+  ssize_t read(void* buffer, std::size_t size) override {
+    if (size == 0) return 0;
+    if (pipe_->pages.empty()) return pipe_->hasWriter ? -EAGAIN : 0;
+    std::size_t used = 0;
+    while (used < size && !pipe_->pages.empty()) {
+      Pipe::Page& page = pipe_->pages.front();
+      const std::size_t length = page.bytes.copy(static_cast<char*>(buffer) + used, size - used, page.taken);
+      used += length;
+      page.taken += length;
+      if (page.taken == page.bytes.size()) pipe_->pages.pop_front();
+    }
+    return static_cast<ssize_t>(used);
+  }
+
+  ssize_t write(const void* /*data*/, std::size_t /*size*/) override { return -EBADF; }
+
+ private:
+  std::shared_ptr<Pipe> pipe_;
+};
+
+class PipeWriter final : public File {
+ public:
+  PipeWriter(bool isBlocking, std::shared_ptr<Pipe> pipe) : File(isBlocking), pipe_(std::move(pipe)) {}
+  ~PipeWriter() override { pipe_->hasWriter = false; }
+
+  short state() const override {
+    const int room = pipe_->isFull() ? 0 : POLLOUT | POLLWRNORM;
+    return static_cast<short>(room | (pipe_->hasReader ? 0 : POLLERR));
+  }
+
+  ssize_t read(void* /*buffer*/, std::size_t /*size*/) override { return -EBADF; }
+
+  // As pipe_write(): the end of it joins the last page if it fits there as a whole.
+  ssize_t write(const void* data, std::size_t size) override {
+    if (size == 0) return 0;
+    if (!pipe_->hasReader) {
+      std::raise(SIGPIPE);
+      return -EPIPE;
+    }
+    const char* bytes = static_cast<const char*>(data);
+    std::size_t used = 0;
+    const std::size_t rest = size % Pipe::kPageSize;
+    if (!pipe_->pages.empty() && pipe_->pages.back().bytes.size() + rest <= Pipe::kPageSize) {
+      pipe_->pages.back().bytes.append(bytes, rest);
+      used = rest;
+    }
+    while (used < size && !pipe_->isFull()) {
+      const std::size_t length = std::min(size - used, Pipe::kPageSize);
+      pipe_->pages.push_back({std::string(bytes + used, length), 0});
+      used += length;
+    }
+    return used > 0 ? static_cast<ssize_t>(used) : -EAGAIN;
+  }
+
+ private:
+  std::shared_ptr<Pipe> pipe_;
+};
+
+}  // namespace
+
+std::pair<std::shared_ptr<File>, std::shared_ptr<File>> makePipe(bool isBlocking) {
+  auto pipe = std::make_shared<Pipe>();
+  return {std::make_shared<PipeReader>(isBlocking, pipe), std::make_shared<PipeWriter>(isBlocking, pipe)};
+}
+
+}  // namespace quarlo::sim
