@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/un.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,14 +15,19 @@
 
 #include "sim/trace.h"
 
+// The call itself, past the machine (seam.cc).
+// NOLINTNEXTLINE(bugprone-reserved-identifier): this is the linker's name
+extern "C" int __real_poll(pollfd* entries, nfds_t count, int timeout);
+
 namespace quarlo::sim {
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr microseconds kFirstStart = seconds(1'000'000);
 constexpr microseconds kPauseBetweenMachines = seconds(10);
-constexpr microseconds kShortestSelect(10);
+constexpr microseconds kShortestWait(10);
 
 // What select() takes for readable: an error or the end of a stream, too, so that the reader finds out.
 constexpr int kReadable = POLLIN | POLLHUP | POLLERR;
@@ -31,6 +37,7 @@ constexpr int kReadable = POLLIN | POLLHUP | POLLERR;
 constexpr int kMostUnread = 280;
 
 Kernel* theKernel = nullptr;
+int goingPast = 0;
 microseconds nextStart = kFirstStart;
 
 bool isBelowDevInput(const std::string& path) { return path.rfind("/dev/input/", 0) == 0; }
@@ -67,6 +74,11 @@ std::string selectCall(int count, const fd_set* readSet, const fd_set* writeSet,
   return text + ")";
 }
 
+// Whether a jump of the clock moves this one.
+bool isWallClock(clockid_t clock) {
+  return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE || clock == CLOCK_TAI;
+}
+
 // The libc convention for a result that is a negative errno.
 long finish(long result) {
   if (result >= 0) return result;
@@ -74,11 +86,10 @@ long finish(long result) {
   return -1;
 }
 
-// Whether libc's descriptor has data now: -1 for one that is not open.
-int realReadable(int fd) {
-  pollfd look = {fd, POLLIN, 0};
-  if (poll(&look, 1, 0) < 1) return 0;
-  return (look.revents & POLLNVAL) != 0 ? -1 : 1;
+// What poll() says now of a descriptor of libc's.
+short realState(int fd, short events) {
+  pollfd look = {fd, events, 0};
+  return __real_poll(&look, 1, 0) == 1 ? look.revents : short{0};
 }
 
 }  // namespace
@@ -98,7 +109,9 @@ Kernel::~Kernel() {
   nextStart = std::chrono::ceil<std::chrono::seconds>(std::max({nextStart, time_, now()}) + kPauseBetweenMachines);
 }
 
-Kernel* Kernel::installed() { return theKernel; }
+Kernel* Kernel::installed() { return goingPast == 0 ? theKernel : nullptr; }
+
+void Kernel::goPast(int step) { goingPast += step; }
 
 void Kernel::addNode(const std::string& path, std::shared_ptr<NodeState> node) {
   const auto found = nodes_.find(path);
@@ -150,6 +163,25 @@ int Kernel::addFile(std::shared_ptr<File> file) {
   return fd;
 }
 
+bool Kernel::ownsClock(clockid_t clock) {
+  switch (clock) {
+    case CLOCK_REALTIME:
+    case CLOCK_REALTIME_COARSE:
+    case CLOCK_TAI:
+    case CLOCK_MONOTONIC:
+    case CLOCK_MONOTONIC_RAW:
+    case CLOCK_MONOTONIC_COARSE:
+    case CLOCK_BOOTTIME: return true;
+    default: return false;
+  }
+}
+
+bool Kernel::ownsPoll(const pollfd* entries, nfds_t count, int timeoutMs) const {
+  return timeoutMs != 0 || std::any_of(entries, entries + count, [this](const pollfd& entry) {
+           return entry.fd >= 0 && ownsDescriptor(entry.fd);
+         });
+}
+
 int Kernel::firstFreeDescriptor() const {
   int fd = firstDescriptor_;
   while (descriptors_.count(fd) != 0 || fcntl(fd, F_GETFD) != -1) ++fd;
@@ -160,8 +192,8 @@ int Kernel::firstFreeDescriptor() const {
 
 void Kernel::fail(Call call, int count, int error) { faults_[{call, counts_[call] + count}] = {error, {}}; }
 
-void Kernel::truncateRead(int count, std::size_t bytes) {
-  faults_[{Call::kRead, counts_[Call::kRead] + count}] = {0, bytes};
+void Kernel::truncateRead(int count, std::size_t bytes, Call call) {
+  faults_[{call, counts_[call] + count}] = {0, bytes};
 }
 
 int Kernel::count(Call call) const {
@@ -170,6 +202,7 @@ int Kernel::count(Call call) const {
 }
 
 std::optional<Kernel::Fault> Kernel::countCall(Call call) {
+  if (callTime_ && callTime_->count() > 0) advance(*callTime_);
   const auto found = faults_.find({call, ++counts_[call]});
   if (found == faults_.end()) return std::nullopt;
   const Fault fault = found->second;
@@ -219,6 +252,15 @@ int Kernel::gettimeofday(timeval* time) {
   if (!fault) *time = toTimeval(now());
   const long result = finish(fault ? -fault->error : 0);
   if (tracing_) trace("gettimeofday()", fault ? callResult(result, errno) : sim::seconds(now()));
+  return static_cast<int>(result);
+}
+
+int Kernel::clockGettime(clockid_t clock, microseconds& time) {
+  const auto fault = countCall(Call::kClockGettime);
+  if (!fault) time = isWallClock(clock) ? now() : time_;
+  const long result = finish(fault ? -fault->error : 0);
+  if (tracing_)
+    trace("clock_gettime(" + clockName(clock) + ")", fault ? callResult(result, errno) : sim::seconds(time));
   return static_cast<int>(result);
 }
 
@@ -281,13 +323,12 @@ bool Kernel::hasUnread() const {
 ssize_t Kernel::readDescriptor(int fd, void* buffer, std::size_t size, std::optional<std::size_t> cut) {
   const std::shared_ptr<File> file = fileOf(fd);
   if (file == nullptr) return -EBADF;
-  const microseconds horizon = lastScheduled();
-  for (;;) {
+  const auto read = [&]() -> std::optional<long> {
     const ssize_t result = cut ? file->readCut(buffer, std::min(size, *cut)) : file->read(buffer, size);
-    if (result != -EAGAIN || !file->blocking) return result;
-    if (!waitForNext(std::nullopt, horizon)) deadlock("read(" + std::to_string(fd) + ")");
-    if (std::exchange(interrupted_, false)) return -EINTR;
-  }
+    if (result == -EAGAIN && file->blocking) return std::nullopt;
+    return result;
+  };
+  return waitUntil(std::nullopt, read, [&] { return "read(" + std::to_string(fd) + ")"; });
 }
 
 ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
@@ -302,6 +343,79 @@ ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
   return result;
 }
 
+ssize_t Kernel::receive(int fd, void* buffer, std::size_t size, int flags) {
+  if ((flags & ~(MSG_PEEK | MSG_DONTWAIT | MSG_NOSIGNAL)) != 0) notSimulated("recv() with " + receiveFlags(flags));
+  const std::shared_ptr<File> file = fileOf(fd);
+  if (file == nullptr) return -EBADF;
+  const auto receive = [&]() -> std::optional<long> {
+    const ssize_t result = file->receive(buffer, size, (flags & MSG_PEEK) != 0);
+    if (result == -EAGAIN && file->blocking && (flags & MSG_DONTWAIT) == 0) return std::nullopt;
+    return result;
+  };
+  return waitUntil(std::nullopt, receive, [&] { return "recv(" + std::to_string(fd) + ")"; });
+}
+
+ssize_t Kernel::recv(int fd, void* buffer, std::size_t size, int flags) {
+  const auto fault = countCall(Call::kRecv);
+  long result = 0;
+  if (!fault) {
+    result = receive(fd, buffer, size, flags);
+  } else if (!fault->bytes) {
+    result = -fault->error;
+  } else if (*fault->bytes > 0) {
+    result = receive(fd, buffer, std::min(size, *fault->bytes), flags);
+  }
+  result = finish(result);
+  if (tracing_) {
+    trace("recv(" + std::to_string(fd) + ", " + std::to_string(size) + ", " + receiveFlags(flags) + ")",
+          callResult(result, errno));
+  }
+  return result;
+}
+
+// ---- Pipes --------------------------------------------------------------------------------------
+
+ssize_t Kernel::writeDescriptor(int fd, const void* data, std::size_t size) {
+  const std::shared_ptr<File> file = fileOf(fd);
+  if (file == nullptr) return -EBADF;
+  std::size_t used = 0;
+  const auto write = [&]() -> std::optional<long> {
+    const ssize_t result = file->write(static_cast<const char*>(data) + used, size - used);
+    if (result > 0) used += static_cast<std::size_t>(result);
+    if (file->blocking && (result == -EAGAIN || (result > 0 && used < size))) return std::nullopt;
+    return result < 0 ? result : static_cast<long>(used);
+  };
+  const long result = waitUntil(std::nullopt, write, [&] { return "write(" + std::to_string(fd) + ")"; });
+  return result < 0 && used > 0 ? static_cast<long>(used) : result;
+}
+
+ssize_t Kernel::write(int fd, const void* data, std::size_t size) {
+  const auto fault = countCall(Call::kWrite);
+  const long result = finish(fault ? -fault->error : writeDescriptor(fd, data, size));
+  if (tracing_) {
+    trace("write(" + std::to_string(fd) + ", " + std::to_string(size) + ")", callResult(result, errno));
+  }
+  return result;
+}
+
+int Kernel::makePipe(int* ends, int flags) {
+  if ((flags & ~(O_NONBLOCK | O_CLOEXEC)) != 0) notSimulated("pipe2() with " + flagsOfPipe(flags));
+  auto [reader, writer] = sim::makePipe((flags & O_NONBLOCK) == 0);
+  ends[0] = addFile(std::move(reader));
+  ends[1] = addFile(std::move(writer));
+  return 0;
+}
+
+int Kernel::pipe2(int* ends, int flags) {
+  const auto fault = countCall(Call::kPipe2);
+  const long result = finish(fault ? -fault->error : makePipe(ends, flags));
+  if (tracing_) {
+    const std::string made = result == 0 ? " [" + std::to_string(ends[0]) + " " + std::to_string(ends[1]) + "]" : "";
+    trace("pipe2(" + flagsOfPipe(flags) + ")", callResult(result, errno) + made);
+  }
+  return static_cast<int>(result);
+}
+
 // ---- Waiting ------------------------------------------------------------------------------------
 
 int Kernel::readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const {
@@ -310,11 +424,9 @@ int Kernel::readyDescriptors(int count, const fd_set* readSet, fd_set& ready) co
   for (int fd = 0; readSet != nullptr && fd < std::min<int>(count, FD_SETSIZE); ++fd) {
     if (!FD_ISSET(fd, readSet)) continue;
     const auto descriptor = descriptors_.find(fd);
-    const int readable = descriptor != descriptors_.end()
-                             ? static_cast<int>((descriptor->second->state() & kReadable) != 0)
-                             : realReadable(fd);
-    if (readable == -1) return -EBADF;
-    if (readable == 0) continue;
+    const short state = descriptor != descriptors_.end() ? descriptor->second->state() : realState(fd, POLLIN);
+    if ((state & POLLNVAL) != 0) return -EBADF;
+    if ((state & kReadable) == 0) continue;
     FD_SET(fd, &ready);
     ++found;
   }
@@ -330,26 +442,43 @@ bool Kernel::waitForNext(std::optional<microseconds> deadline, microseconds hori
   if (nothingComes && !deadline) return false;
   microseconds next = happenings_.empty() ? *deadline : std::max(time_, happenings_.begin()->first);
   if (deadline) next = std::min(next, *deadline);
-  if (pace_) pace_(next - time_);
+  if (pace_) {
+    const Outside outside;
+    pace_(next - time_);
+  }
   runUntil(next);
   return true;
 }
 
-int Kernel::selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline) {
+template <typename Look, typename Name>
+long Kernel::waitUntil(std::optional<microseconds> deadline, Look look, Name name) {
   interrupted_ = false;
   const microseconds horizon = lastScheduled();
-  fd_set ready;
   for (;;) {
-    const int found = readyDescriptors(count, readSet, ready);
-    if (found < 0) return found;
-    if (found > 0 || (deadline && time_ >= *deadline)) {
-      if (readSet != nullptr) *readSet = ready;
-      return found;
-    }
-    if (!waitForNext(deadline, horizon))
-      deadlock("select() on " + (readSet != nullptr ? descriptorSet(count, readSet) : "nothing"));
+    const std::optional<long> result = look();
+    if (result) return *result;
+    if (deadline && time_ >= *deadline) return 0;
+    if (!waitForNext(deadline, horizon)) deadlock(name());
     if (std::exchange(interrupted_, false)) return -EINTR;
   }
+}
+
+void Kernel::passShortWait(microseconds start) {
+  if (!callTime_ && time_ == start) advance(kShortestWait);
+}
+
+long Kernel::selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline) {
+  fd_set ready;
+  const auto look = [&]() -> std::optional<long> {
+    const int found = readyDescriptors(count, readSet, ready);
+    if (found == 0) return std::nullopt;
+    return found;
+  };
+  const long result = waitUntil(deadline, look, [&] {
+    return "select() on " + (readSet != nullptr ? descriptorSet(count, readSet) : "nothing");
+  });
+  if (result >= 0 && readSet != nullptr) *readSet = ready;
+  return result;
 }
 
 int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, timeval* timeout) {
@@ -370,8 +499,47 @@ int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptS
   }
   result = finish(result);
   if (tracing_) trace(call, callResult(result, errno) + (result > 0 ? " " + descriptorSet(count, readSet) : ""));
-  // A loop that only polls must make progress in time, too.
-  if (time_ == start) runUntil(start + kShortestSelect);
+  passShortWait(start);
+  return static_cast<int>(result);
+}
+
+int Kernel::lookAt(pollfd* entries, nfds_t count) const {
+  int found = 0;
+  for (nfds_t i = 0; i < count; ++i) {
+    pollfd& entry = entries[i];
+    entry.revents = 0;
+    if (entry.fd < 0) continue;
+    const auto descriptor = descriptors_.find(entry.fd);
+    entry.revents = descriptor != descriptors_.end()
+                        ? static_cast<short>(descriptor->second->state() & (entry.events | POLLERR | POLLHUP))
+                        : realState(entry.fd, entry.events);
+    if (entry.revents != 0) ++found;
+  }
+  return found;
+}
+
+long Kernel::pollUntil(pollfd* entries, nfds_t count, std::optional<microseconds> deadline) {
+  const auto look = [&]() -> std::optional<long> {
+    const int found = lookAt(entries, count);
+    if (found == 0) return std::nullopt;
+    return found;
+  };
+  return waitUntil(deadline, look, [&] { return "poll() on " + pollEntries(entries, count, &pollfd::events); });
+}
+
+int Kernel::poll(pollfd* entries, nfds_t count, int timeoutMs) {
+  const auto fault = countCall(Call::kPoll);
+  const microseconds start = time_;
+  std::optional<microseconds> timeout;
+  if (timeoutMs >= 0) timeout = milliseconds(timeoutMs);
+  std::optional<microseconds> deadline;
+  if (timeout) deadline = time_ + *timeout;
+  const long result = finish(fault ? -fault->error : pollUntil(entries, count, deadline));
+  if (tracing_) {
+    trace("poll(" + pollEntries(entries, count, &pollfd::events) + ", " + sim::seconds(timeout) + ")",
+          callResult(result, errno) + (result > 0 ? " " + pollEntries(entries, count, &pollfd::revents) : ""));
+  }
+  passShortWait(start);
   return static_cast<int>(result);
 }
 

@@ -2,6 +2,7 @@
 // like the system call of the same name, and returns -1 with errno set when it fails.
 #pragma once
 
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -38,21 +39,35 @@ class Kernel final : public Timers {
   Kernel(const Kernel&) = delete;
   Kernel& operator=(const Kernel&) = delete;
 
-  // The kernel that exists, or null.
+  // The kernel that exists, or null: also while calls go past it.
   static Kernel* installed();
+
+  // Lets calls go past it to libc, until it is called as often with -1 as with 1.
+  static void goPast(int step);
 
   bool ownsPath(const std::string& path) const;
   bool ownsDescriptor(int fd) const;
   static bool ownsEnvironment(const std::string& name);
+  static bool ownsClock(clockid_t clock);
+
+  // Whether a poll() is the machine's: not one that only looks at descriptors of libc's.
+  bool ownsPoll(const pollfd* entries, nfds_t count, int timeoutMs) const;
 
   int open(const char* path, int flags);
   int close(int fd);
   ssize_t read(int fd, void* buffer, std::size_t size);
+  ssize_t recv(int fd, void* buffer, std::size_t size, int flags);
+  ssize_t write(int fd, const void* data, std::size_t size);
+  int pipe2(int* ends, int flags);
   int ioctl(int fd, unsigned request, void* argument);
   int select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, timeval* timeout);
+  int poll(pollfd* entries, nfds_t count, int timeoutMs);
   int socket(int domain, int type, int protocol);
   int connect(int fd, const sockaddr* address, socklen_t length);
   int gettimeofday(timeval* time);
+
+  // REQUIRES: ownsClock(clock)
+  int clockGettime(clockid_t clock, microseconds& time);
   char* getenv(const char* name);
 
   void addNode(const std::string& path, std::shared_ptr<NodeState> node);
@@ -71,10 +86,11 @@ class Kernel final : public Timers {
   void onWait(std::function<void(microseconds)> pace) { pace_ = std::move(pace); }
 
   void fail(Call call, int count, int error);
-  void truncateRead(int count, std::size_t bytes);
+  void truncateRead(int count, std::size_t bytes, Call call);
   int count(Call call) const;
   std::vector<std::string> takeTrace();
   void setTracing(bool on) { tracing_ = on; }
+  void setCallTime(microseconds time) { callTime_ = time; }
   void setFirstDescriptor(int number) { firstDescriptor_ = number; }
   int openDescriptors() const { return static_cast<int>(descriptors_.size()); }
 
@@ -87,17 +103,31 @@ class Kernel final : public Timers {
 
   // The work of the calls, without faults and trace; a negative result is an errno.
   int openNode(const std::string& path, int flags);
+  ssize_t receive(int fd, void* buffer, std::size_t size, int flags);
+  ssize_t writeDescriptor(int fd, const void* data, std::size_t size);
+  int makePipe(int* ends, int flags);
   ssize_t readDescriptor(int fd, void* buffer, std::size_t size, std::optional<std::size_t> cut);
-  int selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline);
+  long selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline);
+  long pollUntil(pollfd* entries, nfds_t count, std::optional<microseconds> deadline);
   int connectTo(int fd, const std::string& path);
 
   std::optional<Fault> countCall(Call call);
   std::shared_ptr<File> fileOf(int fd) const;
   int addFile(std::shared_ptr<File> file);
   int firstFreeDescriptor() const;
+  int lookAt(pollfd* entries, nfds_t count) const;
   int readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const;
   void runUntil(microseconds time);
   microseconds lastScheduled() const;
+
+  // Asks `look` again and again, moving time to what is scheduled next, until it has a result. The result is 0 at the
+  // deadline and -EINTR after a signal. A wait without end is a deadlock of what `name` gives.
+  template <typename Look, typename Name>
+  long waitUntil(std::optional<microseconds> deadline, Look look, Name name);
+
+  // Lets a wait that did not wait take time, too.
+  void passShortWait(microseconds start);
+
   bool waitForNext(std::optional<microseconds> deadline, microseconds horizon);
   [[noreturn]] static void deadlock(const std::string& wait);
   void trace(const std::string& call, const std::string& result);
@@ -107,6 +137,7 @@ class Kernel final : public Timers {
   std::multimap<microseconds, std::function<void()>> happenings_;
   std::size_t background_ = 0;  // how many of them are in the background
   std::function<void(microseconds)> pace_;
+  std::optional<microseconds> callTime_;
   bool interrupted_ = false;
 
   std::map<std::string, std::shared_ptr<NodeState>> nodes_;

@@ -96,6 +96,11 @@ void LircDaemon::stop() {
   state_->running = false;
 }
 
+// ---- Outside ------------------------------------------------------------------------------------
+
+Outside::Outside() { Kernel::goPast(1); }
+Outside::~Outside() { Kernel::goPast(-1); }
+
 // ---- Machine ------------------------------------------------------------------------------------
 
 Machine::Machine() : kernel_(std::make_unique<Kernel>()) {}
@@ -127,12 +132,13 @@ void Machine::jumpClock(microseconds by) { kernel_->jumpClock(by); }
 void Machine::after(microseconds delay, std::function<void()> happening) {
   kernel_->after(delay, std::move(happening));
 }
+void Machine::setCallTime(microseconds time) { kernel_->setCallTime(time); }
 void Machine::signalAfter(microseconds delay) { kernel_->signalAfter(delay); }
 bool Machine::hasScheduled() const { return kernel_->hasScheduled(); }
 bool Machine::hasUnread() const { return kernel_->hasUnread(); }
 void Machine::onWait(std::function<void(microseconds)> pace) { kernel_->onWait(std::move(pace)); }
 void Machine::fail(Call call, int count, int error) { kernel_->fail(call, count, error); }
-void Machine::truncateRead(int count, std::size_t bytes) { kernel_->truncateRead(count, bytes); }
+void Machine::truncateRead(int count, std::size_t bytes, Call call) { kernel_->truncateRead(count, bytes, call); }
 int Machine::count(Call call) const { return kernel_->count(call); }
 std::vector<std::string> Machine::takeTrace() { return kernel_->takeTrace(); }
 void Machine::setTracing(bool on) { kernel_->setTracing(on); }

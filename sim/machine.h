@@ -4,9 +4,9 @@
 //                                                                  └─ libc, otherwise
 //
 // Link quarlo::sim: the linker's --wrap then sends those calls here. While a Machine exists, it owns everything below
-// /dev/input, the paths of its nodes, Unix sockets, gettimeofday(), select() and the LIRC_... environment variables.
-// Every other path, descriptor and call (clock_gettime, poll, sleep, fopen, ...) goes on to libc. There is at most one
-// Machine at a time, in one thread.
+// /dev/input, the paths of its nodes, Unix sockets, what pipe2() makes, the clocks, the calls that wait, and the
+// LIRC_... environment variables. Every other path, descriptor and call (pipe, fcntl, fopen, ...) goes on to libc.
+// There is at most one Machine at a time, in one thread.
 //
 //   sim::Machine machine;
 //   sim::Node& keyboard = machine.addNode("/dev/input/event0", sim::Device::keyboard());
@@ -15,10 +15,23 @@
 //   machine.after(50ms, [&] { keyboard.press(KEY_A); });
 //   reader.readInput(event, 1000);  // returns at once, 50 ms later on the machine's clock
 //
-// Time is virtual. It stands still while code runs. It moves in a select(), until the timeout or until a descriptor
-// becomes ready, whichever is earlier; in a read() that blocks; and by advance(). A select() that does not wait takes
-// 10 us, so that a loop that only polls makes progress, too. Time starts at 1,000,000 s. Each Machine starts on a whole
-// second, at least 10 s after the last one ended, since some code remembers times for as long as the process lives.
+// Time is virtual. It stands still while code runs. It moves in a select() or poll(), until the timeout or until a
+// descriptor becomes ready, whichever is earlier; in a read(), recv() or write() that blocks; and by advance(). A
+// select() or poll() that does not wait takes 10 us, so that a loop that only polls makes progress, too; setCallTime()
+// sets other times. Time starts at 1,000,000 s. Each Machine starts on a whole second, at least 10 s after the last one
+// ended, since some code remembers times for as long as the process lives.
+//
+// gettimeofday(), CLOCK_REALTIME, its coarse sister and CLOCK_TAI are the clock on the wall, which jumpClock() sets.
+// CLOCK_MONOTONIC, its sisters and CLOCK_BOOTTIME go on as time passes. Other clocks, such as those of processor time,
+// are libc's.
+//
+// Descriptors of libc's (a pipe(), a FIFO) can be waited for beside the machine's. They are asked each time that
+// something happens on the machine; nothing waits for them in real time. A poll() that has a timeout of 0 and none of
+// the machine's descriptors is libc's alone. Calls that are not simulated in a way that is asked for, such as recv()
+// with MSG_WAITALL, end the process with a message.
+//
+// What libstdc++ calls reaches the machine only if it is linked statically (-static-libstdc++): without that,
+// std::chrono::steady_clock and system_clock give real time.
 #pragma once
 
 #include <linux/input.h>
@@ -115,7 +128,31 @@ class LircDaemon {
 };
 
 // The calls that reach the machine.
-enum class Call { kOpen, kClose, kRead, kIoctl, kSelect, kSocket, kConnect, kGettimeofday, kGetenv };
+enum class Call {
+  kOpen,
+  kClose,
+  kRead,
+  kRecv,
+  kWrite,
+  kPipe2,
+  kIoctl,
+  kSelect,
+  kPoll,
+  kSocket,
+  kConnect,
+  kGettimeofday,
+  kClockGettime,
+  kGetenv
+};
+
+// While one exists, all calls go to libc, as without a machine: for what has to see the real clock, or to really sleep.
+class Outside {
+ public:
+  Outside();
+  ~Outside();
+  Outside(const Outside&) = delete;
+  Outside& operator=(const Outside&) = delete;
+};
 
 class Machine {
  public:
@@ -149,7 +186,11 @@ class Machine {
   // scheduling.
   void after(microseconds delay, std::function<void()> happening);
 
-  // Schedules a signal that interrupts a waiting select() (EINTR). It has no effect if none is waiting then.
+  // How much time each call takes, before it does its work; of none, also a wait that does not wait takes none. Without
+  // this, only such a wait takes time: 10 us. Where calls take none, a loop that only polls never ends.
+  void setCallTime(microseconds time);
+
+  // Schedules a signal that interrupts the call that waits then (EINTR). It has no effect if none is waiting.
   void signalAfter(microseconds delay);
 
   // Whether something is still scheduled, other than the auto-repeat of a key that is held.
@@ -159,8 +200,8 @@ class Machine {
   // stream does not count.
   bool hasUnread() const;
 
-  // Sets a function that is called with each step of time in select(), before the step: to pace a simulation by the
-  // wall clock.
+  // Sets a function that is called with each step of time in a call that waits, before the step: to pace a simulation
+  // by the wall clock. The calls that it makes go to libc.
   void onWait(std::function<void(microseconds)> pace);
 
   // Makes the count-th such call from now (1: the next one) fail with this errno; getenv() then returns null. A failed
@@ -169,8 +210,8 @@ class Machine {
 
   // Makes the count-th read() from now return just the first `bytes` bytes of what there is. The next read() of a
   // socket gets the rest; that of a node, which has only whole records, gets the record again. 0 bytes are returned at
-  // once.
-  void truncateRead(int count, std::size_t bytes);
+  // once. With kRecv, the same of recv().
+  void truncateRead(int count, std::size_t bytes, Call call = Call::kRead);
 
   // How often a call has been made since the machine started.
   int count(Call call) const;

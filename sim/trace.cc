@@ -4,6 +4,7 @@
 #include <linux/input.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <time.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -33,6 +34,21 @@ std::string eventType(unsigned type) {
     case EV_ABS: return "EV_ABS";
     default: return std::to_string(type);
   }
+}
+
+// Flags without the mark before the first one; "0" for none.
+std::string joined(const std::string& flags) { return flags.empty() ? "0" : flags.substr(1); }
+
+std::string pollEvents(short events) {
+  int rest = events;
+  std::string text = flagName(rest, POLLIN, "POLLIN");
+  text += flagName(rest, POLLPRI, "POLLPRI");
+  text += flagName(rest, POLLOUT, "POLLOUT");
+  text += flagName(rest, POLLERR, "POLLERR");
+  text += flagName(rest, POLLHUP, "POLLHUP");
+  text += flagName(rest, POLLRDHUP, "POLLRDHUP");
+  text += flagName(rest, POLLNVAL, "POLLNVAL");
+  return joined(text + restOfFlags(rest));
 }
 
 }  // namespace
@@ -79,6 +95,43 @@ std::string descriptorSet(int count, const fd_set* set) {
     if (FD_ISSET(fd, set)) text += (text.empty() ? "" : " ") + std::to_string(fd);
   }
   return "[" + text + "]";
+}
+
+std::string pollEntries(const pollfd* entries, nfds_t count, short pollfd::*field) {
+  std::string text;
+  for (nfds_t i = 0; i < count; ++i) {
+    if (field == &pollfd::revents && entries[i].revents == 0) continue;
+    text += (text.empty() ? "" : ", ") + std::to_string(entries[i].fd) + " " + pollEvents(entries[i].*field);
+  }
+  return "[" + text + "]";
+}
+
+std::string receiveFlags(int flags) {
+  int rest = flags;
+  std::string text = flagName(rest, MSG_PEEK, "MSG_PEEK");
+  text += flagName(rest, MSG_DONTWAIT, "MSG_DONTWAIT");
+  text += flagName(rest, MSG_NOSIGNAL, "MSG_NOSIGNAL");
+  return joined(text + restOfFlags(rest));
+}
+
+std::string flagsOfPipe(int flags) {
+  int rest = flags;
+  std::string text = flagName(rest, O_NONBLOCK, "O_NONBLOCK");
+  text += flagName(rest, O_CLOEXEC, "O_CLOEXEC");
+  return joined(text + restOfFlags(rest));
+}
+
+std::string clockName(clockid_t clock) {
+  switch (clock) {
+    case CLOCK_REALTIME: return "CLOCK_REALTIME";
+    case CLOCK_REALTIME_COARSE: return "CLOCK_REALTIME_COARSE";
+    case CLOCK_TAI: return "CLOCK_TAI";
+    case CLOCK_MONOTONIC: return "CLOCK_MONOTONIC";
+    case CLOCK_MONOTONIC_RAW: return "CLOCK_MONOTONIC_RAW";
+    case CLOCK_MONOTONIC_COARSE: return "CLOCK_MONOTONIC_COARSE";
+    case CLOCK_BOOTTIME: return "CLOCK_BOOTTIME";
+    default: return std::to_string(clock);
+  }
 }
 
 std::string seconds(std::optional<std::chrono::microseconds> time) {

@@ -1,7 +1,9 @@
 // The words of a trace: how calls and their arguments are written, in the manner of strace.
 #pragma once
 
+#include <poll.h>
 #include <sys/select.h>
+#include <sys/types.h>
 
 #include <chrono>
 #include <cstddef>
@@ -20,6 +22,14 @@ std::string byteCount(std::size_t size);
 
 // The descriptors below `count` in a set: "[100 101]".
 std::string descriptorSet(int count, const fd_set* set);
+
+// The entries of a poll(), with what one of their two fields says: "[100 POLLIN, 101 POLLIN|POLLHUP]". Entries with an
+// empty field are left out of the answer (revents).
+std::string pollEntries(const pollfd* entries, nfds_t count, short pollfd::*field);
+
+std::string receiveFlags(int flags);
+std::string flagsOfPipe(int flags);
+std::string clockName(clockid_t clock);
 
 // "0.500000", or "forever".
 std::string seconds(std::optional<std::chrono::microseconds> time);
