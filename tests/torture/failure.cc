@@ -33,7 +33,9 @@ class Failure {
       // The sources are read all the same.
       case Call::kSelect:
       // What failed to close is closed.
-      case Call::kClose: return;
+      case Call::kClose:
+      // The reader makes no other calls.
+      default: return;
     }
   }
 
