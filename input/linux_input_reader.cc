@@ -18,6 +18,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "input/elapsed.h"
 #include "input/linux_input_reader_limits.h"
 #include "logging/logging.h"
 
@@ -52,37 +53,6 @@ constexpr std::string_view kLogFile = "input/linux_input_reader";
 #define LOG_ERROR(...) LOG_IF(logging::GetMinLogLevel() <= logging::kError, logging::kError, __VA_ARGS__)
 #define LOG_VERBOSE(level, ...) \
   LOG_IF(logging::GetVlogLevelHelper(kLogFile.data(), kLogFile.size() + 1) >= (level), -(level), __VA_ARGS__)
-
-// ---- Arithmetic of the 32-bit target ------------------------------------------------------------
-
-namespace {
-
-// Times are measured in 32 bits and wrap: the clock can jump, and the environment can hold any timeout.
-std::int32_t wrap(std::uint32_t value) { return static_cast<std::int32_t>(value); }
-
-std::int32_t wrappingSum(std::int32_t a, std::int32_t b) {
-  return wrap(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
-}
-
-std::int32_t wrappingDifference(std::int32_t a, std::int32_t b) {
-  return wrap(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
-}
-
-std::int32_t timesThousand(std::int32_t value) { return wrap(1000U * static_cast<std::uint32_t>(value)); }
-
-timeval currentTime() {
-  timeval now = {};
-  gettimeofday(&now, nullptr);
-  return now;
-}
-
-std::int32_t elapsedMs(const timeval& then, const timeval& now) {
-  const std::int32_t us = wrap(static_cast<std::uint32_t>(now.tv_usec) - static_cast<std::uint32_t>(then.tv_usec));
-  const std::int32_t s = wrap(static_cast<std::uint32_t>(now.tv_sec) - static_cast<std::uint32_t>(then.tv_sec));
-  return wrappingSum(us / 1000, timesThousand(s));
-}
-
-}  // namespace
 
 // ---- Life cycle ---------------------------------------------------------------------------------
 
