@@ -10,9 +10,10 @@ set(cmake_folder ${CMAKE_INSTALL_LIBDIR}/cmake/quarlo-input)
 set(pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 set_target_properties(quarlo_input PROPERTIES EXPORT_NAME input)
+set_target_properties(quarlo_input_loop PROPERTIES EXPORT_NAME input_loop)
 set_target_properties(quarlo_stderr_logging PROPERTIES EXPORT_NAME stderr_logging)
 set_target_properties(quarlo_sim PROPERTIES EXPORT_NAME sim)
-install(TARGETS quarlo_input quarlo_stderr_logging quarlo_sim EXPORT quarlo
+install(TARGETS quarlo_input quarlo_input_loop quarlo_stderr_logging quarlo_sim EXPORT quarlo
   ARCHIVE COMPONENT dev
   FILE_SET HEADERS DESTINATION ${include_folder} COMPONENT dev
   INCLUDES DESTINATION ${include_folder})  # for users of a CMake that knows no file sets

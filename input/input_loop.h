@@ -1,0 +1,242 @@
+// InputLoop: waits for a LinuxInputReader's sources, asleep until there is something to do, and takes what came.
+//
+//   evdev nodes ─┐  poll()              translateEvent()
+//                ├───────── InputLoop ─ getLircEvent() ─ LinuxInputReader
+//   LIRC socket ─┘              │
+//                               └─ one InputEvent per next() ─ the application
+//
+// The loop. Wait, take what came, draw:
+//
+//   LinuxInputReader reader;
+//   if (!reader.init(nullptr, nullptr, nullptr, 1919, 1079)) return;  // no source at all
+//   InputLoop loop(reader);
+//   LinuxInputReader::InputEvent event;
+//   for (;;) {
+//     loop.wait(-1);  // as long as nothing happens; or until the next frame is due
+//     while (loop.next(event)) handle(event);
+//     draw();
+//   }
+//
+// It is a companion of the reader, which knows nothing of it, and it uses only what is public there. The reader's own
+// readInput() waits and reads on its own terms (input/linux_input_reader.h). With a loop, call next() in its place: the
+// reader keeps the pointer, the modifiers, the clicks and the remote's key as it does without, and the events are the
+// same, in the same order, but for what is better left out (docs/behaviour.md compares the two, row by row):
+//
+//   - next() returns true only with an event: no side buttons, no auto-repeat of a button;
+//   - no move comes twice;
+//   - a step of a wheel is a step of a wheel (kWheelEvent), and never brings back an old event;
+//   - a touch that sends BTN_TOUCH and BTN_TOOL_FINGER is one button-down, and one button-up when both are up;
+//   - Shift, Control or Alt stays held while either of its two keys is;
+//   - each line of the LIRC daemon counts, also if several came together, or one in two parts.
+//
+// Invariants, for those who change something here:
+//
+//   - Waiting is level-triggered. What has not been read is reported again by the next wait, so nothing needs to be
+//     read to its end. (Edge-triggered, a wait would sleep on input that an earlier round has left.)
+//   - A drain takes at most 20 records that are not keys, up to one event, keyboard first, as the reader's does: all
+//     motion of a drain becomes one move. Records are read 64 at a time, so some can be read ahead.
+//   - Motion goes into the reader's holding slot (pendingEvent). A key behind it takes its place there, and is
+//   delivered
+//     before anything else is read.
+//   - The remote's key changes its state only in a poll that finds no line. It is made when the time for it has come,
+//   by
+//     the reader's clock and in its arithmetic.
+//   - One thread. No function is safe in a signal handler; a signal ends the wait.
+//
+// If the application calls readInput() in between, nothing is lost and nothing comes twice, but what was read ahead
+// comes after it, with the next next(). The descriptors stay the reader's, which closes them. The loop may be destroyed
+// before or after the reader, but not used after it.
+#pragma once
+
+#include <linux/input.h>
+#include <poll.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "input/linux_input_reader.h"
+#include "input/linux_input_reader_limits.h"
+
+namespace quarlo::components::input {
+
+class InputLoop {
+ public:
+  using InputEvent = LinuxInputReader::InputEvent;
+
+  // Where an event came from.
+  enum Source : std::uint8_t { kKeyboard, kMouse, kRemote };
+  static constexpr int kSources = 3;
+
+  // A set of sources: bit 1 << source.
+  using SourceSet = std::uint32_t;
+
+  // ---- Waiting -----------------------------------------------------------------------------------
+
+  // Why wait() returned. Several can be true at once.
+  struct Wake {
+    bool input = false;    // there is something for next() to read; it need not be an event
+    bool remote = false;   // the remote's key has something due, which next() does; it gives no event
+    bool timeout = false;  // the application's own time is over
+    bool ownFd = false;    // the application's own descriptor is readable, or has an error
+    bool signal = false;   // a signal was handled
+    SourceSet gone = 0;    // sources that are gone, each reported once; what they had sent has been read
+  };
+
+  // Allocates nothing and opens nothing. The reader may be given its sources later.
+  explicit InputLoop(LinuxInputReader& reader);
+  ~InputLoop();
+  InputLoop(const InputLoop&) = delete;
+  InputLoop& operator=(const InputLoop&) = delete;
+
+  // Sleeps until there is input, until the remote's key has something due, for `timeoutMs` ms (any negative value: no
+  // limit), until `ownFd` is readable (any descriptor of the application's: a signalfd, an eventfd that a thread writes
+  // to, a socket; negative: none), until a source goes, or until a signal. Does not sleep while next() still has
+  // something. A clock that is set meanwhile can delay what is due for the remote by the sleep that was begun, but no
+  // more. Without a source it sleeps all the same.
+  Wake wait(int timeoutMs, int ownFd = -1);
+
+  // ---- Waiting elsewhere: for those with an event loop of their own ------------------------------
+
+  static constexpr int kMaxDescriptors = kSources;
+
+  // Fills `fds` with what to wait for (level-triggered: poll's POLLIN is epoll's EPOLLIN), and returns how many there
+  // are. A source that is gone is not among them.
+  // REQUIRES: room for kMaxDescriptors
+  int descriptors(pollfd* fds);
+
+  // Changes whenever the descriptors do: then register them anew, also if the numbers are the same.
+  std::uint32_t generation();
+
+  // The longest time to sleep from now on, in ms: -1 for no limit, 0 if next() has something now.
+  int timeoutMs() const;
+
+  // Tells the loop what the wait has reported for a descriptor: poll's or epoll's bits. Others are ignored.
+  void setReady(int fd, int revents);
+
+  // For a wait that does not tell: next() then asks each source.
+  void setAllReady();
+
+  // The sources that are gone.
+  SourceSet gone() const { return gone_; }
+
+  // ---- Taking what came --------------------------------------------------------------------------
+
+  // The kind of an event that next() can return beside the reader's kinds: a wheel was turned. Its mouseData has the
+  // axis in `action`, the steps in `button`, and the pointer's position; `clicks` is 0.
+  static constexpr std::uint8_t kWheelEvent = 2;
+  static constexpr std::int32_t kVertical = 0;    // steps > 0: up, away from the user
+  static constexpr std::int32_t kHorizontal = 1;  // steps > 0: to the right
+
+  // What an event came of.
+  struct Cause {
+    input_event record;            // of a node: the last of its records, as it was read
+    std::uint32_t records;         // of a node: how many were read for it, those that gave nothing included
+    char line[kLircReadSize + 1];  // of the remote: the line, without its end; else empty
+  };
+
+  // Fills `event` with the next event of what came. Returns false when there is none: then draw, and wait again. The
+  // event's kind is then kNoEvent. A round (all calls up to the one that returns false) is bounded: see setBound().
+  bool next(InputEvent& event) { return take(event, nullptr, false); }
+
+  // The same, and says what the event came of.
+  bool next(InputEvent& event, Cause& cause) { return take(event, &cause, false); }
+
+  // The same, and also returns true for each record or line that gives no event: the event's kind is then kNoEvent.
+  bool nextRecord(InputEvent& event, Cause& cause) { return take(event, &cause, true); }
+
+  // Where it came from, after a call that returned true.
+  Source source() const { return source_; }
+
+  // A round takes at most `events` events (or lines) of each source, and ends for a source some `ms` milliseconds after
+  // its 16th one, so that one that floods keeps neither the others nor the drawing waiting. What is left is there at
+  // once in the next round. 0 events: without a bound.
+  void setBound(int events, int ms);
+  static constexpr int kDefaultBoundEvents = 128;  // as many records as the kernel keeps of a mouse
+  static constexpr int kDefaultBoundMs = 4;        // a quarter of a frame at 60 Hz
+
+ private:
+  static constexpr int kReadAhead = 64;  // records
+
+  // What is waited for, and what one source has had of a round.
+  struct Channel {
+    int readerFd;  // the reader's descriptor, as it was found last
+    int fd;        // the same; -1 once the source is gone
+    bool isReady;  // a read may find something
+    bool isOver;   // it has had its share
+    int taken;
+    std::uint32_t startMs;
+  };
+
+  // The records of a node that were read ahead.
+  struct Queue {
+    int begin;
+    int end;
+    std::size_t cutBytes;                  // after them: the beginning of a record whose rest has not come yet
+    std::uint32_t unexplained;             // records that were taken since the last event
+    std::uint8_t down[(KEY_MAX + 1) / 8];  // bit by key code: the keys and buttons that are down
+    input_event records[kReadAhead];
+
+    bool isEmpty() const { return begin == end; }
+    bool isDown(int code) const { return (down[code / 8] >> (code % 8) & 1) != 0; }
+    void setDown(int code, bool isDown);
+  };
+
+  // A line that came with others, or in parts.
+  struct Line {
+    std::size_t size;
+    char text[kLircReadSize];  // what is longer is cut
+  };
+
+  // What was taken: nothing, a record or line that gave no event, or an event.
+  enum class Taken { kNothing, kRecord, kEvent };
+
+  void findSources();
+  void report(Source source, int error);
+  bool hasSomething() const;
+  std::int32_t remoteDueMs() const;
+
+  bool take(InputEvent& event, Cause* cause, bool everything);
+  void beginRound();
+  void count(Channel& channel) const;
+  Taken takeHeld(InputEvent& event);
+  void explain(Source source, const input_event& record, std::uint32_t records);
+
+  Taken drain(Source source, InputEvent& event);
+  Taken takeKey(Source source, input_event& record, InputEvent& event);
+  void fill(Source source);
+  bool translate(Queue& queue, input_event& record, InputEvent& out);
+  bool translateKey(Queue& queue, input_event& record, InputEvent& out);
+  bool isModifierDown(LinuxInputReader::Modifier modifier) const;
+
+  Taken takeLine(InputEvent& event);
+  ssize_t look(char* text, std::size_t size);
+  bool append(char* text, std::size_t size);
+  bool openPipe();
+  bool handOver(InputEvent& event);
+  void explainLine(const char* text, std::size_t size);
+  void pollRemote(InputEvent& event);
+
+  static constexpr int kNodes = 2;
+
+  LinuxInputReader& reader_;
+  Channel channels_[kSources];  // by source, in the order in which they are asked
+  Queue queues_[kNodes] = {};   // those of the first ones
+  Line line_ = {};
+  int pipe_[2] = {-1, -1};  // hands a line to the reader
+  SourceSet gone_ = 0;
+  SourceSet unreported_ = 0;  // those of them that no wait has reported yet
+  std::uint32_t generation_ = 0;
+  int boundEvents_ = kDefaultBoundEvents;
+  int boundMs_ = kDefaultBoundMs;
+  bool roundIsOpen_ = false;
+  bool lineGaveNothing_ = false;  // the last one of this round
+  Source source_ = kKeyboard;
+  Cause* cause_ = nullptr;         // what the call asks for
+  bool everything_ = false;        // the same: also what gives no event
+  Source heldSource_ = kKeyboard;  // of what is in the holding slot, and of the drain that goes on
+  input_event heldRecord_ = {};    // what came last of what is in the holding slot
+  int budget_ = 0;                 // of a drain in whose middle nextRecord() returned; 0: none
+};
+
+}  // namespace quarlo::components::input
