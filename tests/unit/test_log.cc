@@ -13,6 +13,7 @@ namespace quarlo {
 namespace {
 
 constexpr char kFile[] = "input/linux_input_reader";
+constexpr char kLoopFile[] = "input/input_loop";
 
 std::vector<std::string> messages;
 int minLogLevel;
@@ -48,14 +49,15 @@ void setVlogLevel(int level) { vlogLevel = level; }
 namespace logging {
 
 void LogMessage(const char* file, int line, int severity, const char* format, ...) {
-  EXPECT_STREQ(file, kFile);
+  const bool isLoop = std::strcmp(file, kLoopFile) == 0;
+  EXPECT_STREQ(file, isLoop ? kLoopFile : kFile);
   EXPECT_GT(line, 0);
   char text[512];
   va_list arguments;
   va_start(arguments, format);
   std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  messages.push_back(severityName(severity) + " " + text);
+  messages.push_back((isLoop ? "loop: " : "") + severityName(severity) + " " + text);
 }
 
 int GetMinLogLevel() { return minLogLevel; }

@@ -9,7 +9,8 @@ namespace quarlo::test {
 // Everything is wanted, and nothing is written: for the start of a test.
 void resetLog();
 
-// The messages since the last call, such as "INFO Found a mouse: ..." or "VERBOSE10 LIRC timeout 300ms.".
+// The messages since the last call, such as "INFO Found a mouse: ..." or "VERBOSE10 LIRC timeout 300ms."; one of
+// InputLoop has "loop: " before it.
 std::vector<std::string> takeLog();
 
 void setMinLogLevel(int level);
