@@ -75,12 +75,12 @@ class InputLoop {
 
   // Why wait() returned. Several can be true at once.
   struct Wake {
-    bool input = false;    // there is something for next() to read; it need not be an event
-    bool remote = false;   // the remote's key has something due, which next() does; it gives no event
-    bool timeout = false;  // the application's own time is over
-    bool ownFd = false;    // the application's own descriptor is readable, or has an error
-    bool signal = false;   // a signal was handled
-    SourceSet gone = 0;    // sources that are gone, each reported once; what they had sent has been read
+    bool input;      // there is something for next() to read; it need not be an event
+    bool remote;     // the remote's key has something due, which next() does; it gives no event
+    bool timeout;    // the application's own time is over
+    bool ownFd;      // the application's own descriptor is readable, or has an error
+    bool signal;     // a signal was handled
+    SourceSet gone;  // the sources that next() has found to be gone, each reported once
   };
 
   // Allocates nothing and opens nothing. The reader may be given its sources later.
@@ -130,23 +130,24 @@ class InputLoop {
 
   // What an event came of.
   struct Cause {
-    input_event record;            // of a node: the last of its records, as it was read
-    std::uint32_t records;         // of a node: how many were read for it, those that gave nothing included
-    char line[kLircReadSize + 1];  // of the remote: the line, without its end; else empty
+    Source source;
+    std::uint32_t number;  // which of the source's records or lines, counted from 1: of several, the last one
+    input_event record;    // that record as it was read; zeroes for the remote
   };
 
   // Fills `event` with the next event of what came. Returns false when there is none: then draw, and wait again. The
   // event's kind is then kNoEvent. A round (all calls up to the one that returns false) is bounded: see setBound().
-  bool next(InputEvent& event) { return take(event, nullptr, false); }
+  bool next(InputEvent& event) { return take(event, false); }
 
-  // The same, and says what the event came of.
-  bool next(InputEvent& event, Cause& cause) { return take(event, &cause, false); }
+  // The same, but also returns true for each record or line that gives no event: the event's kind is then kNoEvent.
+  bool nextRecord(InputEvent& event) { return take(event, true); }
 
-  // The same, and also returns true for each record or line that gives no event: the event's kind is then kNoEvent.
-  bool nextRecord(InputEvent& event, Cause& cause) { return take(event, &cause, true); }
+  // Where it came from, and what it came of, after a call that returned true.
+  Source source() const { return cause_.source; }
+  const Cause& cause() const { return cause_; }
 
-  // Where it came from, after a call that returned true.
-  Source source() const { return source_; }
+  // The remote's line that it came of, without its end, if source() is kRemote. Valid until the next call.
+  const char* line() const { return sources_.remote.text; }
 
   // A round takes at most `events` events (or lines) of each source, and ends for a source some `ms` milliseconds after
   // its 16th one, so that one that floods keeps neither the others nor the drawing waiting. What is left is there at
@@ -156,87 +157,96 @@ class InputLoop {
   static constexpr int kDefaultBoundMs = 4;        // a quarter of a frame at 60 Hz
 
  private:
+  using Modifier = LinuxInputReader::Modifier;
+
   static constexpr int kReadAhead = 64;  // records
 
-  // What is waited for, and what one source has had of a round.
+  // What is waited for, and what one source has had of a round. (All of this starts as zeroes.)
   struct Channel {
-    int readerFd;  // the reader's descriptor, as it was found last
-    int fd;        // the same; -1 once the source is gone
-    bool isReady;  // a read may find something
-    bool isOver;   // it has had its share
-    int taken;
-    std::uint32_t startMs;
+    Source source;
+    bool mayRead;   // a read may find something
+    int readerFd;   // the reader's descriptor, as it was found last
+    int fd;         // the same; -1 once the source is gone
+    int taken;      // events and lines
+    timeval start;  // when the 16th of them was taken
   };
 
-  // The records of a node that were read ahead.
-  struct Queue {
+  // A source of records, and those of them that were read ahead.
+  struct Node : Channel {
     int begin;
     int end;
     std::size_t cutBytes;                  // after them: the beginning of a record whose rest has not come yet
-    std::uint32_t unexplained;             // records that were taken since the last event
+    std::uint32_t before;                  // how many records came before them
     std::uint8_t down[(KEY_MAX + 1) / 8];  // bit by key code: the keys and buttons that are down
     input_event records[kReadAhead];
 
-    bool isEmpty() const { return begin == end; }
     bool isDown(int code) const { return (down[code / 8] >> (code % 8) & 1) != 0; }
     void setDown(int code, bool isDown);
   };
 
-  // A line that came with others, or in parts.
-  struct Line {
-    std::size_t size;
-    char text[kLircReadSize];  // what is longer is cut
+  enum class LastLine : std::uint8_t { kNone, kNothing, kKey };
+
+  struct Remote : Channel {
+    LastLine last;  // what the last line of this round gave
+    bool hasPipe;   // which hands a line to the reader
+    bool isCut;     // the rest of a line that was too long is still to come
+    int pipe[2];
+    std::uint32_t number;          // how many lines have been taken
+    std::size_t size;              // of the line that is not complete
+    char text[kLircReadSize + 1];  // of that, or of the last one; the reader would cut what is longer
   };
 
-  // What was taken: nothing, a record or line that gave no event, or an event.
-  enum class Taken { kNothing, kRecord, kEvent };
+  struct Sources {
+    Remote remote;
+    Node keyboard;
+    Node mouse;
+  };
 
   void findSources();
-  void report(Source source, int error);
+  void report(Channel& channel, int error);
+  void checkError(Channel& channel);
+  void makeReady(Channel& channel);
   bool hasSomething() const;
-  std::int32_t remoteDueMs() const;
+  std::int32_t remoteLimitMs() const;
 
-  bool take(InputEvent& event, Cause* cause, bool everything);
+  bool take(InputEvent& event, bool everything);
   void beginRound();
-  void count(Channel& channel) const;
-  Taken takeHeld(InputEvent& event);
-  void explain(Source source, const input_event& record, std::uint32_t records);
+  bool takeReady(InputEvent& event);
+  void count(Channel& channel);
+  bool takeHeld(InputEvent& event);
 
-  Taken drain(Source source, InputEvent& event);
-  Taken takeKey(Source source, input_event& record, InputEvent& event);
-  void fill(Source source);
-  bool translate(Queue& queue, input_event& record, InputEvent& out);
-  bool translateKey(Queue& queue, input_event& record, InputEvent& out);
-  bool isModifierDown(LinuxInputReader::Modifier modifier) const;
+  bool drain(Node& node, InputEvent& event);
+  void takeKey(Node& node, input_event& record, InputEvent& event);
+  static void remember(Cause& cause, const Node& node, const input_event& record);
+  bool fill(Node& node);
+  void translate(Node& node, input_event& record, InputEvent& out);
+  void keepTwin(int released, InputEvent& out);
+  void writeWheel(const input_event& record, InputEvent& out) const;
 
-  Taken takeLine(InputEvent& event);
+  bool takeLine(InputEvent& event);
   ssize_t look(char* text, std::size_t size);
-  bool append(char* text, std::size_t size);
+  bool append(std::size_t size, bool hasEnd);
   bool openPipe();
-  bool handOver(InputEvent& event);
-  void explainLine(const char* text, std::size_t size);
+  void handOver(InputEvent& event);
+  void finishLine(bool gaveKey);
   void pollRemote(InputEvent& event);
 
-  static constexpr int kNodes = 2;
-
   LinuxInputReader& reader_;
-  Channel channels_[kSources];  // by source, in the order in which they are asked
-  Queue queues_[kNodes] = {};   // those of the first ones
-  Line line_ = {};
-  int pipe_[2] = {-1, -1};  // hands a line to the reader
+  Channel* channels_[kSources];  // in the order in which they are asked
+  int boundEvents_ = kDefaultBoundEvents;
+  int boundMs_ = kDefaultBoundMs;
+  SourceSet ready_ = 0;  // may have something, read ahead or not
+  SourceSet over_ = 0;   // have had their share of this round
   SourceSet gone_ = 0;
   SourceSet unreported_ = 0;  // those of them that no wait has reported yet
   std::uint32_t generation_ = 0;
-  int boundEvents_ = kDefaultBoundEvents;
-  int boundMs_ = kDefaultBoundMs;
   bool roundIsOpen_ = false;
-  bool lineGaveNothing_ = false;  // the last one of this round
-  Source source_ = kKeyboard;
-  Cause* cause_ = nullptr;         // what the call asks for
-  bool everything_ = false;        // the same: also what gives no event
-  Source heldSource_ = kKeyboard;  // of what is in the holding slot, and of the drain that goes on
-  input_event heldRecord_ = {};    // what came last of what is in the holding slot
-  int budget_ = 0;                 // of a drain in whose middle nextRecord() returned; 0: none
+  bool everything_ = false;  // the call wants what gives no event, too
+  bool isInDrain_ = false;   // nextRecord() has returned in the middle of a drain of held_.source
+  int budget_ = 0;           // what that drain may still take
+  Cause cause_ = {};
+  Cause held_ = {};  // of what is in the holding slot
+  Sources sources_ = {};
 };
 
 }  // namespace quarlo::components::input

@@ -147,19 +147,21 @@ TEST_F(LoopEvents, TakesCodesThatNoKernelHas) {
 
 // ---- Where it came from, and of what ------------------------------------------------------------
 
-std::string text(const InputLoop::Cause& cause) {
-  if (cause.records == 0) return cause.line;
-  return std::to_string(cause.records) + " to " + std::to_string(cause.record.type) + " " +
-         std::to_string(cause.record.code) + " " + std::to_string(cause.record.value);
+std::string causeText(const InputLoop& loop) {
+  const input_event& record = loop.cause().record;
+  const std::string what =
+      loop.source() == InputLoop::kRemote
+          ? loop.line()
+          : std::to_string(record.type) + " " + std::to_string(record.code) + " " + std::to_string(record.value);
+  return test::text(loop.source()) + " " + std::to_string(loop.cause().number) + ": " + what;
 }
 
 Lines takeCauses(InputLoop& loop, bool everything) {
   Lines lines;
   InputEvent event;
-  InputLoop::Cause cause;
-  while (everything ? loop.nextRecord(event, cause) : loop.next(event, cause)) {
-    lines.push_back(test::text(loop.source()) + ": " +
-                    (event.kind == InputEvent::kNoEvent ? "nothing" : loopText(event)) + " of " + text(cause));
+  while (everything ? loop.nextRecord(event) : loop.next(event)) {
+    const bool isEvent = event.kind != InputEvent::kNoEvent;
+    lines.push_back(causeText(loop) + " gives " + (isEvent ? loopText(event) : "nothing"));
   }
   return lines;
 }
@@ -172,16 +174,17 @@ TEST_F(LoopEvents, SaysWhatAnEventCameOf) {
   daemon.send("KEY_UP");
   loop.wait(0);
   EXPECT_EQ(takeCauses(loop, false),
-            (Lines{"keyboard: " + keyDown('A', 'a') + " of 2 to 1 30 1", "mouse: " + moved(3, 4) + " of 3 to 2 1 4",
-                   "mouse: " + buttonDown(1, 3, 4, 1) + " of 1 to 1 330 1",
-                   "remote: " + keyDown(38) + " of 0000000000f40bf0 00 KEY_UP myremote"}));
+            (Lines{"keyboard 2: 1 30 1 gives " + keyDown('A', 'a'), "mouse 2: 2 1 4 gives " + moved(3, 4),
+                   "mouse 4: 1 330 1 gives " + buttonDown(1, 3, 4, 1),
+                   "remote 1: 0000000000f40bf0 00 KEY_UP myremote gives " + keyDown(38)}));
 }
 
-TEST_F(LoopEvents, CountsTheRecordsThatGaveNothingForTheNextEvent) {
-  mouse.press(BTN_SIDE);
-  mouse.press(BTN_LEFT);
+TEST_F(LoopEvents, NumbersTheRecordsOfASource) {
+  for (int i = 0; i < 60; ++i) inject(mouse, {{EV_KEY, BTN_LEFT, i % 2}});
   loop.wait(0);
-  EXPECT_EQ(takeCauses(loop, false), (Lines{"mouse: " + buttonDown(1, 0, 0, 1) + " of 3 to 1 272 1"}));
+  InputEvent event;
+  for (std::uint32_t number = 1; loop.next(event); number += 2) EXPECT_EQ(loop.cause().number, number);
+  EXPECT_EQ(loop.cause().number, 119);
 }
 
 TEST_F(LoopEvents, ShowsEachRecordAndLineThatGivesNothing) {
@@ -189,9 +192,43 @@ TEST_F(LoopEvents, ShowsEachRecordAndLineThatGivesNothing) {
   mouse.press(BTN_SIDE);
   daemon.sendText("BEGIN\nSIGHUP\n");
   loop.wait(0);
-  EXPECT_EQ(takeCauses(loop, true), (Lines{"mouse: nothing of 1 to 0 0 0", "mouse: " + moved(3, 4) + " of 2 to 2 1 4",
-                                           "mouse: nothing of 1 to 1 275 1", "mouse: nothing of 1 to 0 0 0",
-                                           "remote: nothing of BEGIN", "remote: nothing of SIGHUP"}));
+  EXPECT_EQ(takeCauses(loop, true), (Lines{"mouse 3: 0 0 0 gives nothing", "mouse 2: 2 1 4 gives " + moved(3, 4),
+                                           "mouse 4: 1 275 1 gives nothing", "mouse 5: 0 0 0 gives nothing",
+                                           "remote 1: BEGIN gives nothing", "remote 2: SIGHUP gives nothing"}));
+}
+
+TEST_F(LoopEvents, ShowsASideButtonAfterMotion) {
+  inject(mouse, {{EV_REL, REL_X, 3}, {EV_KEY, BTN_SIDE, 1}});
+  loop.wait(0);
+  EXPECT_EQ(takeCauses(loop, true), (Lines{"mouse 1: 2 0 3 gives " + moved(3, 0), "mouse 2: 1 275 1 gives nothing",
+                                           "mouse 3: 0 0 0 gives nothing"}));
+}
+
+TEST_F(LoopEvents, GivesNothingTwiceWhenATouchFollowsMotion) {
+  inject(mouse, {{EV_KEY, BTN_TOUCH, 1}});
+  takeNow(loop);
+  inject(mouse, {{EV_REL, REL_X, 3}, {EV_KEY, BTN_TOOL_FINGER, 1}});
+  loop.wait(0);
+  EXPECT_EQ(takeCauses(loop, true), (Lines{"mouse 3: 2 0 3 gives " + moved(3, 0, 1), "mouse 4: 1 325 1 gives nothing",
+                                           "mouse 5: 0 0 0 gives nothing"}));
+}
+
+TEST_F(LoopEvents, EndsARoundOfAllRecordsWhereOneOfEventsEnds) {
+  for (int i = 0; i < 20; ++i) keyboard.inject(EV_MSC, MSC_SCAN, i);
+  keyboard.press(KEY_A);
+  loop.wait(0);
+  EXPECT_EQ(takeCauses(loop, true).size(), 20);
+  EXPECT_EQ(loop.timeoutMs(), 0);
+  EXPECT_EQ(takeCauses(loop, true).size(), 2);
+}
+
+TEST_F(LoopEvents, EndsARoundAfterALineThatGivesNothing) {
+  for (int i = 0; i < 25; ++i) mouse.inject(EV_MSC, MSC_SCAN, i);
+  mouse.press(BTN_LEFT);
+  daemon.sendText("BEGIN\n");
+  EXPECT_EQ(takeNow(loop), Lines{});
+  keyboard.press(KEY_A);
+  EXPECT_EQ(takeNow(loop), (Lines{keyDown('A', 'a'), buttonDown(1, 0, 0, 1)}));
 }
 
 // ---- How much a round takes ---------------------------------------------------------------------
