@@ -21,11 +21,15 @@ namespace quarlo::components::input {
 
 using msg::KeyInput;
 
+// Members that are called from one place stand by themselves to be read. As functions of their own, which the compiler
+// has to keep, they would take 200 bytes more.
+#define CALLED_ONCE [[gnu::always_inline]] inline
+
 static_assert(sizeof(InputLoop) <= (sizeof(long) == 4 ? 4096 : 6144), "two nodes with their queues, on the stack");
 
 namespace {
 
-constexpr const char* kGoneMessages[] = {"The keyboard is gone", "The mouse is gone", "The remote is gone"};
+constexpr const char* kSourceNames[] = {"keyboard", "mouse", "remote"};
 
 constexpr int kNoDescriptor = -1;
 
@@ -35,14 +39,9 @@ InputLoop::SourceSet bit(InputLoop::Source source) { return InputLoop::SourceSet
 
 std::int32_t msSince(const timeval& then) { return elapsedMs(then, currentTime()); }
 
-bool isReadable(int fd) {
-  pollfd look = {fd, POLLIN, 0};
-  return poll(&look, 1, 0) > 0;
-}
-
-void logError(const char* what, int error) {
+void logLoss(const char* what, int error) {
   if (logging::GetMinLogLevel() > logging::kError) return;
-  logging::LogMessage("input/input_loop", __LINE__, logging::kError, "%s, errno = %d", what, error);
+  logging::LogMessage("input/input_loop", __LINE__, logging::kError, "Lost the %s, errno = %d", what, error);
 }
 
 }  // namespace
@@ -50,16 +49,16 @@ void logError(const char* what, int error) {
 // ---- Life cycle ---------------------------------------------------------------------------------
 
 InputLoop::InputLoop(LinuxInputReader& reader) : reader_(reader) {
-  channels_[kKeyboard] = &sources_.keyboard;
-  channels_[kMouse] = &sources_.mouse;
-  channels_[kRemote] = &sources_.remote;
-  sources_.mouse.source = kMouse;
-  sources_.remote.source = kRemote;
+  channels_[kKeyboard] = &state_.keyboard;
+  channels_[kMouse] = &state_.mouse;
+  channels_[kRemote] = &state_.remote;
+  state_.mouse.source = kMouse;
+  state_.remote.source = kRemote;
 }
 
 InputLoop::~InputLoop() {
-  if (!sources_.remote.hasPipe) return;
-  for (const int fd : sources_.remote.pipe) close(fd);
+  if (!state_.hasPipe) return;
+  for (const int fd : state_.pipe) close(fd);
 }
 
 void InputLoop::setBound(int events, int ms) {
@@ -78,18 +77,18 @@ void InputLoop::findSources() {
     if (fd == channel->readerFd) continue;
     channel->readerFd = fd;
     channel->fd = fd;
-    gone_ &= ~bit(channel->source);
-    ++generation_;
+    state_.gone &= ~bit(channel->source);
+    ++state_.generation;
   }
 }
 
 // From now on the source is neither waited for nor read. The descriptor stays the reader's.
 void InputLoop::report(Channel& channel, int error) {
-  logError(kGoneMessages[channel.source], error);
+  logLoss(kSourceNames[channel.source], error);
   channel.fd = -1;
-  gone_ |= bit(channel.source);
-  unreported_ |= bit(channel.source);
-  ++generation_;
+  state_.gone |= bit(channel.source);
+  state_.unreported |= bit(channel.source);
+  ++state_.generation;
 }
 
 // REQUIRES: a call on the source's descriptor has failed
@@ -110,22 +109,18 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
   const int found = poll(fds, kSources + 1, isDueFirst ? dueMs : timeoutMs);
 
   Wake wake = {};
-  if (found == -1) {
-    wake.signal = errno == EINTR;
-    if (!wake.signal) {
-      logError("Waiting failed", errno);
-      setAllReady();
-    }
-  } else if (found > 0) {
-    for (int i = 0; i < kSources; ++i) {
-      if (fds[i].revents != 0) makeReady(*channels_[i]);
-    }
-    wake.ownFd = fds[kSources].revents != 0;
+  wake.signal = found == -1;
+  if (wake.signal) setAllReady();
+  for (int i = 0; i < kSources; ++i) {
+    if (fds[i].revents != 0) makeReady(*channels_[i], MayRead::kIsNamed);
   }
-  wake.gone = std::exchange(unreported_, 0);
+  wake.ownFd = fds[kSources].revents != 0;
+  wake.gone = std::exchange(state_.unreported, 0);
   wake.input = hasSomething();
-  wake.timeout = found == 0 && !isDueFirst;
-  wake.remote = found == 0 && isDueFirst && !wake.input && wake.gone == 0;
+  if (found == 0) {
+    wake.timeout = !isDueFirst;
+    wake.remote = isDueFirst && !wake.input && wake.gone == 0;
+  }
   return wake;
 }
 
@@ -140,10 +135,12 @@ int InputLoop::descriptors(pollfd* fds) {
 
 std::uint32_t InputLoop::generation() {
   findSources();
-  return generation_;
+  return state_.generation;
 }
 
-bool InputLoop::hasSomething() const { return ready_ != 0 || reader_.hasPendingEvent || unreported_ != 0; }
+bool InputLoop::isWanted(Source source) const { return (state_.ready & ~state_.over & bit(source)) != 0; }
+
+bool InputLoop::hasSomething() const { return state_.ready != 0 || reader_.hasPendingEvent || state_.unreported != 0; }
 
 int InputLoop::timeoutMs() const {
   if (hasSomething()) return 0;
@@ -158,51 +155,49 @@ int InputLoop::timeoutMs() const {
 // A hang-up or an error, too, makes a source ready: what its read says decides.
 void InputLoop::setReady(int fd, int revents) {
   for (Channel* channel : channels_) {
-    if (channel->fd == fd && fd >= 0 && revents != 0) makeReady(*channel);
+    if (channel->fd == fd && fd >= 0 && revents != 0) makeReady(*channel, MayRead::kIsNamed);
   }
 }
 
 void InputLoop::setAllReady() {
   findSources();
   for (Channel* channel : channels_) {
-    if (channel->fd >= 0) makeReady(*channel);
+    if (channel->fd >= 0) makeReady(*channel, MayRead::kIsAsked);
   }
 }
 
-void InputLoop::makeReady(Channel& channel) {
-  channel.mayRead = true;
-  ready_ |= bit(channel.source);
+void InputLoop::makeReady(Channel& channel, MayRead mayRead) {
+  channel.mayRead = mayRead;
+  state_.ready |= bit(channel.source);
 }
 
 // ---- A round ------------------------------------------------------------------------------------
 
 bool InputLoop::take(InputEvent& event, bool everything) {
-  everything_ = everything;
-  if (!roundIsOpen_) beginRound();
+  state_.everything = everything;
+  if (!state_.roundIsOpen) beginRound();
   event.kind = InputEvent::kNoEvent;
   while (takeHeld(event) || takeReady(event)) {
     if (everything || event.kind != InputEvent::kNoEvent) return true;
   }
   pollRemote(event);
-  roundIsOpen_ = false;
+  state_.roundIsOpen = false;
   return false;
 }
 
-void InputLoop::beginRound() {
-  roundIsOpen_ = true;
-  over_ = 0;
+CALLED_ONCE void InputLoop::beginRound() {
+  state_.roundIsOpen = true;
+  state_.over = 0;
   for (Channel* channel : channels_) channel->taken = 0;
-  sources_.remote.last = LastLine::kNone;
+  state_.lastLine = LastLine::kNone;
 }
 
 // The functions that take something return whether they did. Whether it gave an event is said by the event's kind.
-bool InputLoop::takeReady(InputEvent& event) {
-  const SourceSet wanted = ready_ & ~over_;
+CALLED_ONCE bool InputLoop::takeReady(InputEvent& event) {
   // As with the reader, a line that gives nothing ends the round.
-  if (wanted == 0 || (sources_.remote.last == LastLine::kNothing && (wanted & bit(kRemote)) == 0)) return false;
-  return ((wanted & bit(kKeyboard)) != 0 && drain(sources_.keyboard, event)) ||
-         ((wanted & bit(kMouse)) != 0 && drain(sources_.mouse, event)) ||
-         ((wanted & bit(kRemote)) != 0 && takeLine(event));
+  if (state_.lastLine == LastLine::kNothing && !isWanted(kRemote)) return false;
+  return (isWanted(kKeyboard) && drain(state_.keyboard, event)) || (isWanted(kMouse) && drain(state_.mouse, event)) ||
+         (isWanted(kRemote) && takeLine(event));
 }
 
 // The clock is read only at each 16th event, so a round with few does without it. Should it be set meanwhile, the
@@ -215,15 +210,15 @@ void InputLoop::count(Channel& channel) {
   } else if (channel.taken % kEventsPerLook == 0) {
     isOver |= msSince(channel.start) >= boundMs_;
   }
-  if (isOver) over_ |= bit(channel.source);
+  if (isOver) state_.over |= bit(channel.source);
 }
 
 // What was held back, before anything else is read.
 bool InputLoop::takeHeld(InputEvent& event) {
-  if (!reader_.hasPendingEvent || isInDrain_) return false;
+  if (!reader_.hasPendingEvent || state_.isInDrain) return false;
   reader_.hasPendingEvent = false;
   event = reader_.pendingEvent;
-  cause_ = held_;
+  state_.cause = state_.held;
   return true;
 }
 
@@ -242,32 +237,32 @@ constexpr int kModifierKeys[] = {KEY_LEFTCTRL, KEY_RIGHTCTRL, KEY_LEFTSHIFT, KEY
 // As the reader's drain, of records that are read many at a time.
 bool InputLoop::drain(Node& node, InputEvent& event) {
   int budget = kRecordsPerDrain;
-  if (isInDrain_) {
-    if (held_.source != node.source) return false;
-    budget = budget_;
-    isInDrain_ = false;
+  if (state_.isInDrain) {
+    if (state_.held.source != node.source) return false;
+    budget = state_.budget;
+    state_.isInDrain = false;
   } else {
     reader_.pointerMoved = false;
   }
 
   for (; budget > 0; --budget) {
     if (node.begin == node.end && !fill(node)) {
-      ready_ &= ~bit(node.source);
+      state_.ready &= ~bit(node.source);
       break;
     }
     input_event& record = node.records[node.begin++];
     if (record.type == EV_REL && record.code <= REL_Y) {
-      remember(held_, node, record);
+      remember(state_.held, node, record);
       reader_.translateEvent(&record, reader_.pendingEvent);
       reader_.hasPendingEvent = true;
     } else if (record.type == EV_KEY || (record.type == EV_REL && isWheel(record))) {
       takeKey(node, record, event);
       return true;
-    } else if (everything_) {
-      isInDrain_ = true;
-      budget_ = budget - 1;
-      held_.source = node.source;
-      remember(cause_, node, record);
+    } else if (state_.everything) {
+      state_.isInDrain = true;
+      state_.budget = budget - 1;
+      state_.held.source = node.source;
+      remember(state_.cause, node, record);
       return true;
     }
   }
@@ -277,14 +272,14 @@ bool InputLoop::drain(Node& node, InputEvent& event) {
 }
 
 // Takes a record that ends the drain. It must not overtake the motion before it.
-void InputLoop::takeKey(Node& node, input_event& record, InputEvent& event) {
+CALLED_ONCE void InputLoop::takeKey(Node& node, input_event& record, InputEvent& event) {
   count(node);
   if (takeHeld(event)) {
-    remember(held_, node, record);
+    remember(state_.held, node, record);
     translate(node, record, reader_.pendingEvent);
-    reader_.hasPendingEvent = everything_ || reader_.pendingEvent.kind != InputEvent::kNoEvent;
+    reader_.hasPendingEvent = state_.everything || reader_.pendingEvent.kind != InputEvent::kNoEvent;
   } else {
-    remember(cause_, node, record);
+    remember(state_.cause, node, record);
     translate(node, record, event);
   }
 }
@@ -297,14 +292,13 @@ void InputLoop::remember(Cause& cause, const Node& node, const input_event& reco
 }
 
 // Reads what is there, after what was read before has been taken. Returns whether there is something.
-bool InputLoop::fill(Node& node) {
-  if (!node.mayRead) return false;
+CALLED_ONCE bool InputLoop::fill(Node& node) {
+  if (node.mayRead == MayRead::kNo) return false;
   char* const bytes = reinterpret_cast<char*>(node.records);
   // The kernel gives whole records; a FIFO gives what its writer has written so far.
   if (node.cutBytes != 0) memmove(bytes, node.records + node.end, node.cutBytes);
   const std::size_t room = sizeof node.records - node.cutBytes;
   const ssize_t size = read(node.fd, bytes + node.cutBytes, room);
-  node.mayRead = size == static_cast<ssize_t>(room);  // otherwise that was all
   node.before += static_cast<std::uint32_t>(node.end);
   node.begin = 0;
   node.end = 0;
@@ -314,10 +308,10 @@ bool InputLoop::fill(Node& node) {
     node.cutBytes %= sizeof(input_event);
   } else if (size == -1) {
     checkError(node);
-  } else if (isReadable(node.fd)) {
-    // A FIFO that nobody has opened for writing yet gives nothing, either, but is not reported as readable.
+  } else if (node.mayRead == MayRead::kIsNamed) {
     report(node, 0);
   }
+  if (size != static_cast<ssize_t>(room)) node.mayRead = MayRead::kNo;  // that was all
   return node.end != 0;
 }
 
@@ -335,18 +329,18 @@ void InputLoop::translate(Node& node, input_event& record, InputEvent& out) {
 }
 
 // A modifier stays while its other key is down, on any node.
-void InputLoop::keepTwin(int released, InputEvent& out) {
-  const Modifier modifier = LinuxInputReader::getModifier(released);
-  if (modifier == KeyInput::kNoModifier) return;
+CALLED_ONCE void InputLoop::keepTwin(int released, InputEvent& out) {
+  Modifier down = KeyInput::kNoModifier;
   for (const int code : kModifierKeys) {
-    if (LinuxInputReader::getModifier(code) != modifier) continue;
-    if (!sources_.keyboard.isDown(code) && !sources_.mouse.isDown(code)) continue;
-    reader_.modifiers |= modifier;
-    out.keyData.modifiers |= modifier;
+    if (state_.keyboard.isDown(code) || state_.mouse.isDown(code)) down |= LinuxInputReader::getModifier(code);
   }
+  down &= LinuxInputReader::getModifier(released);
+  if (down == KeyInput::kNoModifier) return;
+  reader_.modifiers |= down;
+  out.keyData.modifiers |= down;
 }
 
-void InputLoop::writeWheel(const input_event& record, InputEvent& out) const {
+CALLED_ONCE void InputLoop::writeWheel(const input_event& record, InputEvent& out) const {
   out.kind = kWheelEvent;
   out.flags = 0;
   out.mouseData.action = record.code == REL_WHEEL ? kVertical : kHorizontal;
@@ -359,9 +353,9 @@ void InputLoop::writeWheel(const input_event& record, InputEvent& out) const {
 // A FIFO can send codes that no kernel has.
 void InputLoop::Node::setDown(int code, bool isDown) {
   if (code > KEY_MAX) return;
-  const unsigned mask = 1U << (code % 8);
-  const unsigned others = down[code / 8] & ~mask;
-  down[code / 8] = static_cast<std::uint8_t>(isDown ? others | mask : others);
+  std::uint32_t& word = down[code / 32];
+  const std::uint32_t mask = std::uint32_t{1} << (code % 32);
+  word = isDown ? word | mask : word & ~mask;
 }
 
 // ---- The remote ---------------------------------------------------------------------------------
@@ -369,21 +363,21 @@ void InputLoop::Node::setDown(int code, bool isDown) {
 // The reader reads the socket itself, takes whatever is there, and looks only at the first line in it. So only a line
 // that is there alone is left to it. All others reach it one by one, through a pipe.
 bool InputLoop::takeLine(InputEvent& event) {
-  Remote& remote = sources_.remote;
-  char* const text = remote.text + remote.size;
-  const ssize_t seen = look(text, kLircReadSize - remote.size);
+  char* const text = state_.lineText + state_.lineSize;
+  const ssize_t seen = look(text, kLircReadSize - state_.lineSize);
   if (seen <= 0) return false;
 
   const auto* end = static_cast<const char*>(memchr(text, '\n', static_cast<std::size_t>(seen)));
   const auto size = static_cast<std::size_t>(end != nullptr ? end - text + 1 : seen);
-  const bool isAlone = end != nullptr && size == static_cast<std::size_t>(seen) && remote.size == 0 && !remote.isCut;
+  const bool isAlone =
+      end != nullptr && size == static_cast<std::size_t>(seen) && state_.lineSize == 0 && !state_.lineIsCut;
   if (isAlone || !openPipe()) {
-    if (isAlone) ready_ &= ~bit(kRemote);
-    remote.size = size;
-    reader_.getLircEvent(remote.fd, event);
+    if (isAlone) state_.ready &= ~bit(kRemote);
+    state_.lineSize = size;
+    reader_.getLircEvent(state_.remote.fd, event);
   } else {
     if (!append(size, end != nullptr)) return false;
-    const bool isRest = std::exchange(remote.isCut, end == nullptr);
+    const bool isRest = std::exchange(state_.lineIsCut, end == nullptr);
     if (!isRest) handOver(event);
   }
   finishLine(event.kind != InputEvent::kNoEvent);
@@ -392,55 +386,51 @@ bool InputLoop::takeLine(InputEvent& event) {
 
 // Looks at what the daemon has sent, and leaves it there. Returns how much it is, or 0 or less if there is nothing.
 ssize_t InputLoop::look(char* text, std::size_t size) {
-  Remote& remote = sources_.remote;
-  const ssize_t seen = recv(remote.fd, text, size, MSG_PEEK | MSG_DONTWAIT);
+  const ssize_t seen = recv(state_.remote.fd, text, size, MSG_PEEK | MSG_DONTWAIT);
   if (seen > 0) {
-    ready_ |= bit(kRemote);
+    state_.ready |= bit(kRemote);
     return seen;
   }
-  ready_ &= ~bit(kRemote);
+  state_.ready &= ~bit(kRemote);
   if (seen == 0) {
-    report(remote, 0);
+    report(state_.remote, 0);
   } else {
-    checkError(remote);
+    checkError(state_.remote);
   }
   return seen;
 }
 
 // Takes `size` bytes that were looked at to what there is of a line. Returns whether it is complete, or as long as a
 // line that the reader cuts.
-bool InputLoop::append(std::size_t size, bool hasEnd) {
-  Remote& remote = sources_.remote;
-  const ssize_t taken = recv(remote.fd, remote.text + remote.size, size, MSG_DONTWAIT);
-  if (taken > 0) remote.size += static_cast<std::size_t>(taken);
-  if (taken == static_cast<ssize_t>(size) && (hasEnd || remote.size == kLircReadSize)) return true;
-  ready_ &= ~bit(kRemote);
+CALLED_ONCE bool InputLoop::append(std::size_t size, bool hasEnd) {
+  const ssize_t taken = recv(state_.remote.fd, state_.lineText + state_.lineSize, size, MSG_DONTWAIT);
+  if (taken > 0) state_.lineSize += static_cast<std::size_t>(taken);
+  if (taken == static_cast<ssize_t>(size) && (hasEnd || state_.lineSize == kLircReadSize)) return true;
+  state_.ready &= ~bit(kRemote);
   return false;
 }
 
-bool InputLoop::openPipe() {
-  Remote& remote = sources_.remote;
-  if (!remote.hasPipe) remote.hasPipe = pipe2(remote.pipe, O_NONBLOCK | O_CLOEXEC) == 0;
-  if (!remote.hasPipe) logError("No pipe for LIRC lines", errno);
-  return remote.hasPipe;
+CALLED_ONCE bool InputLoop::openPipe() {
+  if (!state_.hasPipe) state_.hasPipe = pipe2(state_.pipe, O_NONBLOCK | O_CLOEXEC) == 0;
+  if (!state_.hasPipe) logLoss("other LIRC lines", errno);
+  return state_.hasPipe;
 }
 
-void InputLoop::handOver(InputEvent& event) {
-  Remote& remote = sources_.remote;
-  const bool isWritten = write(remote.pipe[1], remote.text, remote.size) != -1;
-  if (isWritten && reader_.getLircEvent(remote.pipe[0], event)) return;
+CALLED_ONCE void InputLoop::handOver(InputEvent& event) {
+  if (write(state_.pipe[1], state_.lineText, state_.lineSize) != -1 && reader_.getLircEvent(state_.pipe[0], event))
+    return;
   // Should the reader have failed to read it, the line must not stand before the next one.
-  if (!isWritten || read(remote.pipe[0], remote.text, kLircReadSize) > 0) logError("LIRC line lost", errno);
+  while (read(state_.pipe[0], state_.lineText, kLircReadSize) > 0) {
+  }
 }
 
-void InputLoop::finishLine(bool gaveKey) {
-  Remote& remote = sources_.remote;
-  remote.last = gaveKey ? LastLine::kKey : LastLine::kNothing;
-  count(remote);
-  cause_ = {kRemote, ++remote.number, {}};
-  if (remote.text[remote.size - 1] == '\n') --remote.size;
-  remote.text[remote.size] = '\0';
-  remote.size = 0;
+CALLED_ONCE void InputLoop::finishLine(bool gaveKey) {
+  state_.lastLine = gaveKey ? LastLine::kKey : LastLine::kNothing;
+  count(state_.remote);
+  state_.cause.source = kRemote;
+  state_.cause.number = ++state_.lines;
+  state_.lineText[state_.lineSize] = '\0';
+  state_.lineSize = 0;
 }
 
 // The time since the key's last key-down from which on a poll without a line changes something, as the reader reckons:
@@ -451,13 +441,13 @@ std::int32_t InputLoop::remoteLimitMs() const {
 }
 
 // Makes a poll without a line, if it is due. The reader makes none in a round whose last line gave nothing.
-void InputLoop::pollRemote(InputEvent& event) {
-  Remote& remote = sources_.remote;
-  if (reader_.lircKey == KeyInput::kNone || remote.last == LastLine::kNothing || (ready_ & bit(kRemote)) != 0) return;
+CALLED_ONCE void InputLoop::pollRemote(InputEvent& event) {
+  if (reader_.lircKey == KeyInput::kNone || state_.lastLine == LastLine::kNothing || (state_.ready & bit(kRemote)) != 0)
+    return;
   // Right after a key-down, the clock need not be asked.
-  if (remoteLimitMs() > (remote.last == LastLine::kKey ? 0 : msSince(reader_.lircKeyTime))) return;
+  if (remoteLimitMs() > (state_.lastLine == LastLine::kKey ? 0 : msSince(reader_.lircKeyTime))) return;
   char first;
-  if (remote.fd >= 0 && look(&first, sizeof first) > 0) return;  // a line has come since the wait
+  if (state_.remote.fd >= 0 && look(&first, sizeof first) > 0) return;  // a line has come since the wait
   // Nothing can be read from no descriptor, so no line that comes just now is taken for silence.
   reader_.getLircEvent(kNoDescriptor, event);
 }

@@ -118,7 +118,7 @@ class InputLoop {
   void setAllReady();
 
   // The sources that are gone.
-  SourceSet gone() const { return gone_; }
+  SourceSet gone() const { return state_.gone; }
 
   // ---- Taking what came --------------------------------------------------------------------------
 
@@ -132,7 +132,7 @@ class InputLoop {
   struct Cause {
     Source source;
     std::uint32_t number;  // which of the source's records or lines, counted from 1: of several, the last one
-    input_event record;    // that record as it was read; zeroes for the remote
+    input_event record;    // of a node: that record as it was read
   };
 
   // Fills `event` with the next event of what came. Returns false when there is none: then draw, and wait again. The
@@ -143,11 +143,11 @@ class InputLoop {
   bool nextRecord(InputEvent& event) { return take(event, true); }
 
   // Where it came from, and what it came of, after a call that returned true.
-  Source source() const { return cause_.source; }
-  const Cause& cause() const { return cause_; }
+  Source source() const { return state_.cause.source; }
+  const Cause& cause() const { return state_.cause; }
 
-  // The remote's line that it came of, without its end, if source() is kRemote. Valid until the next call.
-  const char* line() const { return sources_.remote.text; }
+  // The remote's line that it came of, with its end, if source() is kRemote. Valid until the next call.
+  const char* line() const { return state_.lineText; }
 
   // A round takes at most `events` events (or lines) of each source, and ends for a source some `ms` milliseconds after
   // its 16th one, so that one that floods keeps neither the others nor the drawing waiting. What is left is there at
@@ -161,10 +161,14 @@ class InputLoop {
 
   static constexpr int kReadAhead = 64;  // records
 
+  // Whether a read may find something. A FIFO that nobody has opened for writing yet is not named by a wait; if it is
+  // read all the same, that looks like the end of one that its writer has closed.
+  enum class MayRead : std::uint8_t { kNo, kIsAsked, kIsNamed };
+
   // What is waited for, and what one source has had of a round. (All of this starts as zeroes.)
   struct Channel {
     Source source;
-    bool mayRead;   // a read may find something
+    MayRead mayRead;
     int readerFd;   // the reader's descriptor, as it was found last
     int fd;         // the same; -1 once the source is gone
     int taken;      // events and lines
@@ -175,29 +179,38 @@ class InputLoop {
   struct Node : Channel {
     int begin;
     int end;
-    std::size_t cutBytes;                  // after them: the beginning of a record whose rest has not come yet
-    std::uint32_t before;                  // how many records came before them
-    std::uint8_t down[(KEY_MAX + 1) / 8];  // bit by key code: the keys and buttons that are down
+    std::size_t cutBytes;                    // after them: the beginning of a record whose rest has not come yet
+    std::uint32_t before;                    // how many records came before them
+    std::uint32_t down[(KEY_MAX + 1) / 32];  // bit by key code: the keys and buttons that are down
     input_event records[kReadAhead];
 
-    bool isDown(int code) const { return (down[code / 8] >> (code % 8) & 1) != 0; }
+    bool isDown(int code) const { return (down[code / 32] >> (code % 32) & 1) != 0; }
     void setDown(int code, bool isDown);
   };
 
   enum class LastLine : std::uint8_t { kNone, kNothing, kKey };
 
-  struct Remote : Channel {
-    LastLine last;  // what the last line of this round gave
-    bool hasPipe;   // which hands a line to the reader
-    bool isCut;     // the rest of a line that was too long is still to come
+  // All that the loop remembers. It starts as zeroes; what is used most comes first.
+  struct State {
+    bool roundIsOpen;
+    bool everything;    // the call wants what gives no event, too
+    bool isInDrain;     // nextRecord() has returned in the middle of a drain of held.source
+    LastLine lastLine;  // what the last line of this round gave
+    bool hasPipe;       // which hands a line to the reader
+    bool lineIsCut;     // the rest of a line that was too long is still to come
+    SourceSet ready;    // may have something, read ahead or not
+    SourceSet over;     // have had their share of this round
+    SourceSet gone;
+    SourceSet unreported;  // those of them that no wait has reported yet
+    std::uint32_t generation;
+    int budget;  // what the drain that goes on may still take
     int pipe[2];
-    std::uint32_t number;          // how many lines have been taken
-    std::size_t size;              // of the line that is not complete
-    char text[kLircReadSize + 1];  // of that, or of the last one; the reader would cut what is longer
-  };
-
-  struct Sources {
-    Remote remote;
+    std::uint32_t lines;   // how many have been taken
+    std::size_t lineSize;  // of the line that is not complete
+    Channel remote;
+    Cause cause;
+    Cause held;                        // of what is in the holding slot
+    char lineText[kLircReadSize + 1];  // of the line that is not complete, or of the last one; what is longer is cut
     Node keyboard;
     Node mouse;
   };
@@ -205,8 +218,9 @@ class InputLoop {
   void findSources();
   void report(Channel& channel, int error);
   void checkError(Channel& channel);
-  void makeReady(Channel& channel);
+  void makeReady(Channel& channel, MayRead mayRead);
   bool hasSomething() const;
+  bool isWanted(Source source) const;
   std::int32_t remoteLimitMs() const;
 
   bool take(InputEvent& event, bool everything);
@@ -235,18 +249,7 @@ class InputLoop {
   Channel* channels_[kSources];  // in the order in which they are asked
   int boundEvents_ = kDefaultBoundEvents;
   int boundMs_ = kDefaultBoundMs;
-  SourceSet ready_ = 0;  // may have something, read ahead or not
-  SourceSet over_ = 0;   // have had their share of this round
-  SourceSet gone_ = 0;
-  SourceSet unreported_ = 0;  // those of them that no wait has reported yet
-  std::uint32_t generation_ = 0;
-  bool roundIsOpen_ = false;
-  bool everything_ = false;  // the call wants what gives no event, too
-  bool isInDrain_ = false;   // nextRecord() has returned in the middle of a drain of held_.source
-  int budget_ = 0;           // what that drain may still take
-  Cause cause_ = {};
-  Cause held_ = {};  // of what is in the holding slot
-  Sources sources_ = {};
+  State state_ = {};
 };
 
 }  // namespace quarlo::components::input

@@ -176,7 +176,7 @@ TEST_F(LoopEvents, SaysWhatAnEventCameOf) {
   EXPECT_EQ(takeCauses(loop, false),
             (Lines{"keyboard 2: 1 30 1 gives " + keyDown('A', 'a'), "mouse 2: 2 1 4 gives " + moved(3, 4),
                    "mouse 4: 1 330 1 gives " + buttonDown(1, 3, 4, 1),
-                   "remote 1: 0000000000f40bf0 00 KEY_UP myremote gives " + keyDown(38)}));
+                   "remote 1: 0000000000f40bf0 00 KEY_UP myremote\n gives " + keyDown(38)}));
 }
 
 TEST_F(LoopEvents, NumbersTheRecordsOfASource) {
@@ -194,7 +194,7 @@ TEST_F(LoopEvents, ShowsEachRecordAndLineThatGivesNothing) {
   loop.wait(0);
   EXPECT_EQ(takeCauses(loop, true), (Lines{"mouse 3: 0 0 0 gives nothing", "mouse 2: 2 1 4 gives " + moved(3, 4),
                                            "mouse 4: 1 275 1 gives nothing", "mouse 5: 0 0 0 gives nothing",
-                                           "remote 1: BEGIN gives nothing", "remote 2: SIGHUP gives nothing"}));
+                                           "remote 1: BEGIN\n gives nothing", "remote 2: SIGHUP\n gives nothing"}));
 }
 
 TEST_F(LoopEvents, ShowsASideButtonAfterMotion) {

