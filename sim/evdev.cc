@@ -1,5 +1,7 @@
 #include "sim/evdev.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -60,7 +62,9 @@ void EvdevClient::push(const input_event& record) {
     buffer_[tail_].value = 0;
     packetHead_ = tail_;
   }
-  if (isReport(record)) packetHead_ = head_;
+  if (!isReport(record)) return;
+  packetHead_ = head_;
+  changed.wake(POLLIN | POLLRDNORM | POLLOUT | POLLWRNORM);
 }
 
 // As input_estimate_events_per_packet() does for devices without multi-touch.
@@ -152,6 +156,11 @@ void NodeState::deliver(const input_event& record) {
   for (const auto& client : clients_) {
     if (grabber == nullptr || grabber == client) client->push(record);
   }
+}
+
+void NodeState::unplug() {
+  present = false;
+  for (const auto& client : clients_) client->changed.wake(POLLHUP | POLLERR);
 }
 
 int NodeState::grab(const std::shared_ptr<EvdevClient>& client, bool on) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "sim/machine.h"
+#include "sim/wait_queue.h"
 
 namespace quarlo::sim {
 
@@ -22,6 +23,7 @@ namespace quarlo::sim {
 class Timers {
  public:
   virtual microseconds now() const = 0;
+  virtual microseconds monotonic() const = 0;
   virtual void afterInBackground(microseconds delay, std::function<void()> happening) = 0;
 
  protected:
@@ -50,6 +52,8 @@ class EvdevClient {
   const input_event& front() const { return buffer_[tail_]; }
   void pop() { tail_ = next(tail_); }
 
+  WaitQueue changed;
+
  private:
   std::size_t next(std::size_t index) const { return (index + 1) & (buffer_.size() - 1); }
 
@@ -69,6 +73,8 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   // What a driver reports, which the input core filters, and what reaches the buffers as it is; both now.
   void report(int type, int code, int value);
   void deliver(int type, int code, int value);
+
+  void unplug();
 
   // EVIOCGRAB and the queries; the results are the ioctl's: a count or 0, or a negative errno.
   int grab(const std::shared_ptr<EvdevClient>& client, bool on);

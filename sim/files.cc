@@ -74,6 +74,11 @@ int NodeFile::ioctl(unsigned request, void* argument) {
 
 // ---- Sockets ------------------------------------------------------------------------------------
 
+void Connection::end() {
+  ended = true;
+  changed.wake(0);
+}
+
 // The daemon finds out when it sends the next time.
 SocketFile::~SocketFile() { connection_->ended = true; }
 
@@ -115,15 +120,27 @@ struct Pipe {
 
   bool isFull() const { return pages.size() == kPages; }
 
+  void endOfReader() {
+    hasReader = false;
+    forWriter.wake(0);
+  }
+
+  void endOfWriter() {
+    hasWriter = false;
+    forReader.wake(0);
+  }
+
   std::deque<Page> pages;
   bool hasReader = true;
   bool hasWriter = true;
+  WaitQueue forReader;
+  WaitQueue forWriter;
 };
 
 class PipeReader final : public File {
  public:
   PipeReader(bool isBlocking, std::shared_ptr<Pipe> pipe) : File(isBlocking), pipe_(std::move(pipe)) {}
-  ~PipeReader() override { pipe_->hasReader = false; }
+  ~PipeReader() override { pipe_->endOfReader(); }
 
   short state() const override {
     const int queued = pipe_->pages.empty() ? 0 : POLLIN | POLLRDNORM;
@@ -133,6 +150,7 @@ class PipeReader final : public File {
   ssize_t read(void* buffer, std::size_t size) override {
     if (size == 0) return 0;
     if (pipe_->pages.empty()) return pipe_->hasWriter ? -EAGAIN : 0;
+    const bool wasFull = pipe_->isFull();
     std::size_t used = 0;
     while (used < size && !pipe_->pages.empty()) {
       Pipe::Page& page = pipe_->pages.front();
@@ -141,10 +159,12 @@ class PipeReader final : public File {
       page.taken += length;
       if (page.taken == page.bytes.size()) pipe_->pages.pop_front();
     }
+    if (wasFull) pipe_->forWriter.wake(POLLOUT | POLLWRNORM);
     return static_cast<ssize_t>(used);
   }
 
   ssize_t write(const void* /*data*/, std::size_t /*size*/) override { return -EBADF; }
+  WaitQueue* waitQueue() override { return &pipe_->forReader; }
 
  private:
   std::shared_ptr<Pipe> pipe_;
@@ -153,7 +173,7 @@ class PipeReader final : public File {
 class PipeWriter final : public File {
  public:
   PipeWriter(bool isBlocking, std::shared_ptr<Pipe> pipe) : File(isBlocking), pipe_(std::move(pipe)) {}
-  ~PipeWriter() override { pipe_->hasWriter = false; }
+  ~PipeWriter() override { pipe_->endOfWriter(); }
 
   short state() const override {
     const int room = pipe_->isFull() ? 0 : POLLOUT | POLLWRNORM;
@@ -181,8 +201,12 @@ class PipeWriter final : public File {
       pipe_->pages.push_back({std::string(bytes + used, length), 0});
       used += length;
     }
-    return used > 0 ? static_cast<ssize_t>(used) : -EAGAIN;
+    if (used == 0) return -EAGAIN;
+    pipe_->forReader.wake(POLLIN | POLLRDNORM);
+    return static_cast<ssize_t>(used);
   }
+
+  WaitQueue* waitQueue() override { return &pipe_->forWriter; }
 
  private:
   std::shared_ptr<Pipe> pipe_;

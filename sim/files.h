@@ -9,16 +9,23 @@
 #include <utility>
 
 #include "sim/evdev.h"
+#include "sim/wait_queue.h"
 
 namespace quarlo::sim {
 
 // The client's end of a connection to a daemon.
 struct Connection {
+  void end();
+
   std::string queued;  // sent by the daemon, not yet read
   int unread = 0;      // how many times the daemon has sent something of it
   bool connected = false;
   bool ended = false;  // one of the two ends is closed
+  WaitQueue changed;
 };
+
+class EpollFile;
+class TimerFile;
 
 // An open file. The results of its calls are a count, 0, or a negative errno; -EAGAIN says that a blocking call waits.
 class File {
@@ -43,8 +50,16 @@ class File {
   virtual ssize_t receive(void* buffer, std::size_t size, bool peek);
   virtual int ioctl(unsigned request, void* argument);
 
-  // Null if it is not a socket.
+  // Who is told of its changes, or null if that is not simulated.
+  virtual WaitQueue* waitQueue() = 0;
+
+  // The clock on the wall has been set.
+  virtual void clockWasSet() {}
+
+  // Null if it is something else.
   virtual std::shared_ptr<Connection> connection() const { return nullptr; }
+  virtual EpollFile* epoll() { return nullptr; }
+  virtual TimerFile* timer() { return nullptr; }
 
   const bool blocking;
 };
@@ -60,6 +75,7 @@ class NodeFile final : public File {
   ssize_t readCut(void* buffer, std::size_t bytes) override;
   ssize_t write(const void* data, std::size_t size) override;
   int ioctl(unsigned request, void* argument) override;
+  WaitQueue* waitQueue() override { return &client_->changed; }
 
  private:
   std::shared_ptr<NodeState> node_;
@@ -76,6 +92,7 @@ class SocketFile final : public File {
   ssize_t read(void* buffer, std::size_t size) override { return receive(buffer, size, false); }
   ssize_t write(const void* data, std::size_t size) override;
   ssize_t receive(void* buffer, std::size_t size, bool peek) override;
+  WaitQueue* waitQueue() override { return &connection_->changed; }
   std::shared_ptr<Connection> connection() const override { return connection_; }
 
  private:

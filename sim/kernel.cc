@@ -13,24 +13,16 @@
 #include <cstring>
 #include <utility>
 
+#include "sim/epoll.h"
 #include "sim/trace.h"
-
-// The call itself, past the machine (seam.cc).
-// NOLINTNEXTLINE(bugprone-reserved-identifier): this is the linker's name
-extern "C" int __real_poll(pollfd* entries, nfds_t count, int timeout);
 
 namespace quarlo::sim {
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr microseconds kFirstStart = seconds(1'000'000);
 constexpr microseconds kPauseBetweenMachines = seconds(10);
-constexpr microseconds kShortestWait(10);
-
-// What select() takes for readable: an error or the end of a stream, too, so that the reader finds out.
-constexpr int kReadable = POLLIN | POLLHUP | POLLERR;
 
 // How many times a daemon can write to a client that does not read, before the kernel's buffer of the socket is full:
 // each line takes a buffer of its own, and about this many fit into the default limit of 208 KiB.
@@ -47,52 +39,17 @@ std::string pathOf(const sockaddr* address) {
   return {local->sun_path, strnlen(local->sun_path, sizeof local->sun_path)};
 }
 
-bool isValid(const timeval& timeout) { return timeout.tv_sec >= 0 && timeout.tv_usec >= 0; }
+}  // namespace
 
-microseconds toMicroseconds(const timeval& time) { return seconds(time.tv_sec) + microseconds(time.tv_usec); }
-
-timeval toTimeval(microseconds time) {
-  timeval result = {};
-  result.tv_sec = static_cast<decltype(result.tv_sec)>(time.count() / 1'000'000);
-  result.tv_usec = static_cast<decltype(result.tv_usec)>(time.count() % 1'000'000);
-  return result;
-}
-
-// A select() as a trace shows it.
-std::string selectCall(int count, const fd_set* readSet, const fd_set* writeSet, const fd_set* exceptSet,
-                       const timeval* timeout) {
-  std::string text = "select(" + std::to_string(count) + ", ";
-  text += readSet != nullptr ? descriptorSet(count, readSet) : "null";
-  if (writeSet != nullptr) text += ", to write";
-  if (exceptSet != nullptr) text += ", exceptions";
-  text += ", ";
-  if (timeout == nullptr) {
-    text += sim::seconds(std::nullopt);
-  } else {
-    text += isValid(*timeout) ? sim::seconds(toMicroseconds(*timeout)) : "negative";
-  }
-  return text + ")";
-}
-
-// Whether a jump of the clock moves this one.
-bool isWallClock(clockid_t clock) {
-  return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE || clock == CLOCK_TAI;
-}
-
-// The libc convention for a result that is a negative errno.
 long finish(long result) {
   if (result >= 0) return result;
   errno = static_cast<int>(-result);
   return -1;
 }
 
-// What poll() says now of a descriptor of libc's.
-short realState(int fd, short events) {
-  pollfd look = {fd, events, 0};
-  return __real_poll(&look, 1, 0) == 1 ? look.revents : short{0};
+bool isWallClock(clockid_t clock) {
+  return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE || clock == CLOCK_TAI;
 }
-
-}  // namespace
 
 // ---- Life cycle ---------------------------------------------------------------------------------
 
@@ -245,11 +202,14 @@ void Kernel::runUntil(microseconds time) {
 
 void Kernel::advance(microseconds time) { runUntil(time_ + time); }
 
-void Kernel::jumpClock(microseconds by) { clockOffset_ += by; }
+void Kernel::jumpClock(microseconds by) {
+  clockOffset_ += by;
+  for (const auto& [fd, file] : descriptors_) file->clockWasSet();
+}
 
-int Kernel::gettimeofday(timeval* time) {
+int Kernel::gettimeofday(microseconds& time) {
   const auto fault = countCall(Call::kGettimeofday);
-  if (!fault) *time = toTimeval(now());
+  if (!fault) time = now();
   const long result = finish(fault ? -fault->error : 0);
   if (tracing_) trace("gettimeofday()", fault ? callResult(result, errno) : sim::seconds(now()));
   return static_cast<int>(result);
@@ -293,7 +253,12 @@ int Kernel::open(const char* path, int flags) {
 int Kernel::close(int fd) {
   const auto fault = countCall(Call::kClose);
   long result = -EBADF;
-  if (descriptors_.erase(fd) == 1) {
+  if (const auto found = descriptors_.find(fd); found != descriptors_.end()) {
+    const std::shared_ptr<File> file = found->second;
+    descriptors_.erase(found);
+    for (const auto& [other, watcher] : descriptors_) {
+      if (EpollFile* epoll = watcher->epoll()) epoll->forget(file);
+    }
     closed_.insert(fd);
     result = 0;
   }
@@ -399,7 +364,7 @@ ssize_t Kernel::write(int fd, const void* data, std::size_t size) {
 }
 
 int Kernel::makePipe(int* ends, int flags) {
-  if ((flags & ~(O_NONBLOCK | O_CLOEXEC)) != 0) notSimulated("pipe2() with " + flagsOfPipe(flags));
+  if ((flags & ~(O_NONBLOCK | O_CLOEXEC)) != 0) notSimulated("pipe2() with " + descriptorFlags(flags));
   auto [reader, writer] = sim::makePipe((flags & O_NONBLOCK) == 0);
   ends[0] = addFile(std::move(reader));
   ends[1] = addFile(std::move(writer));
@@ -411,144 +376,9 @@ int Kernel::pipe2(int* ends, int flags) {
   const long result = finish(fault ? -fault->error : makePipe(ends, flags));
   if (tracing_) {
     const std::string made = result == 0 ? " [" + std::to_string(ends[0]) + " " + std::to_string(ends[1]) + "]" : "";
-    trace("pipe2(" + flagsOfPipe(flags) + ")", callResult(result, errno) + made);
+    trace("pipe2(" + descriptorFlags(flags) + ")", callResult(result, errno) + made);
   }
   return static_cast<int>(result);
-}
-
-// ---- Waiting ------------------------------------------------------------------------------------
-
-int Kernel::readyDescriptors(int count, const fd_set* readSet, fd_set& ready) const {
-  FD_ZERO(&ready);
-  int found = 0;
-  for (int fd = 0; readSet != nullptr && fd < std::min<int>(count, FD_SETSIZE); ++fd) {
-    if (!FD_ISSET(fd, readSet)) continue;
-    const auto descriptor = descriptors_.find(fd);
-    const short state = descriptor != descriptors_.end() ? descriptor->second->state() : realState(fd, POLLIN);
-    if ((state & POLLNVAL) != 0) return -EBADF;
-    if ((state & kReadable) == 0) continue;
-    FD_SET(fd, &ready);
-    ++found;
-  }
-  return found;
-}
-
-microseconds Kernel::lastScheduled() const { return happenings_.empty() ? time_ : happenings_.rbegin()->first; }
-
-// Moves time to what is scheduled next, or to the deadline if that is earlier. Returns false if there is neither. The
-// background goes on forever: if nothing else is left, background timers after `horizon` do not count.
-bool Kernel::waitForNext(std::optional<microseconds> deadline, microseconds horizon) {
-  const bool nothingComes = happenings_.empty() || (!hasScheduled() && happenings_.begin()->first > horizon);
-  if (nothingComes && !deadline) return false;
-  microseconds next = happenings_.empty() ? *deadline : std::max(time_, happenings_.begin()->first);
-  if (deadline) next = std::min(next, *deadline);
-  if (pace_) {
-    const Outside outside;
-    pace_(next - time_);
-  }
-  runUntil(next);
-  return true;
-}
-
-template <typename Look, typename Name>
-long Kernel::waitUntil(std::optional<microseconds> deadline, Look look, Name name) {
-  interrupted_ = false;
-  const microseconds horizon = lastScheduled();
-  for (;;) {
-    const std::optional<long> result = look();
-    if (result) return *result;
-    if (deadline && time_ >= *deadline) return 0;
-    if (!waitForNext(deadline, horizon)) deadlock(name());
-    if (std::exchange(interrupted_, false)) return -EINTR;
-  }
-}
-
-void Kernel::passShortWait(microseconds start) {
-  if (!callTime_ && time_ == start) advance(kShortestWait);
-}
-
-long Kernel::selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline) {
-  fd_set ready;
-  const auto look = [&]() -> std::optional<long> {
-    const int found = readyDescriptors(count, readSet, ready);
-    if (found == 0) return std::nullopt;
-    return found;
-  };
-  const long result = waitUntil(deadline, look, [&] {
-    return "select() on " + (readSet != nullptr ? descriptorSet(count, readSet) : "nothing");
-  });
-  if (result >= 0 && readSet != nullptr) *readSet = ready;
-  return result;
-}
-
-int Kernel::select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, timeval* timeout) {
-  const auto fault = countCall(Call::kSelect);
-  const std::string call = tracing_ ? selectCall(count, readSet, writeSet, exceptSet, timeout) : "";
-  const microseconds start = time_;
-  long result = -EINVAL;
-  if (fault) {
-    result = -fault->error;
-  } else if (count >= 0 && (timeout == nullptr || isValid(*timeout))) {
-    std::optional<microseconds> deadline;
-    if (timeout != nullptr) deadline = time_ + toMicroseconds(*timeout);
-    result = selectUntil(count, readSet, deadline);
-    if (result >= 0 && writeSet != nullptr) FD_ZERO(writeSet);
-    if (result >= 0 && exceptSet != nullptr) FD_ZERO(exceptSet);
-    // As on Linux, what is left of the timeout.
-    if (deadline) *timeout = toTimeval(std::max(*deadline - time_, microseconds(0)));
-  }
-  result = finish(result);
-  if (tracing_) trace(call, callResult(result, errno) + (result > 0 ? " " + descriptorSet(count, readSet) : ""));
-  passShortWait(start);
-  return static_cast<int>(result);
-}
-
-int Kernel::lookAt(pollfd* entries, nfds_t count) const {
-  int found = 0;
-  for (nfds_t i = 0; i < count; ++i) {
-    pollfd& entry = entries[i];
-    entry.revents = 0;
-    if (entry.fd < 0) continue;
-    const auto descriptor = descriptors_.find(entry.fd);
-    entry.revents = descriptor != descriptors_.end()
-                        ? static_cast<short>(descriptor->second->state() & (entry.events | POLLERR | POLLHUP))
-                        : realState(entry.fd, entry.events);
-    if (entry.revents != 0) ++found;
-  }
-  return found;
-}
-
-long Kernel::pollUntil(pollfd* entries, nfds_t count, std::optional<microseconds> deadline) {
-  const auto look = [&]() -> std::optional<long> {
-    const int found = lookAt(entries, count);
-    if (found == 0) return std::nullopt;
-    return found;
-  };
-  return waitUntil(deadline, look, [&] { return "poll() on " + pollEntries(entries, count, &pollfd::events); });
-}
-
-int Kernel::poll(pollfd* entries, nfds_t count, int timeoutMs) {
-  const auto fault = countCall(Call::kPoll);
-  const microseconds start = time_;
-  std::optional<microseconds> timeout;
-  if (timeoutMs >= 0) timeout = milliseconds(timeoutMs);
-  std::optional<microseconds> deadline;
-  if (timeout) deadline = time_ + *timeout;
-  const long result = finish(fault ? -fault->error : pollUntil(entries, count, deadline));
-  if (tracing_) {
-    trace("poll(" + pollEntries(entries, count, &pollfd::events) + ", " + sim::seconds(timeout) + ")",
-          callResult(result, errno) + (result > 0 ? " " + pollEntries(entries, count, &pollfd::revents) : ""));
-  }
-  passShortWait(start);
-  return static_cast<int>(result);
-}
-
-void Kernel::deadlock(const std::string& wait) {
-  std::fprintf(stderr,
-               "sim: deadlock: %s would wait forever, since nothing is scheduled any more.\n"
-               "Schedule input (after), a signal (signalAfter), or wait with a timeout.\n",
-               wait.c_str());
-  std::abort();
 }
 
 // ---- Sockets and the daemon ---------------------------------------------------------------------
@@ -556,10 +386,11 @@ void Kernel::deadlock(const std::string& wait) {
 void DaemonState::send(const std::string& text) {
   for (const auto& client : clients) {
     if (client->unread == kMostUnread) {
-      client->ended = true;
+      client->end();
     } else {
       client->queued += text;
       ++client->unread;
+      client->changed.wake(POLLIN | POLLPRI | POLLRDNORM | POLLRDBAND);
     }
   }
   clients.erase(std::remove_if(clients.begin(), clients.end(), [](const auto& client) { return client->ended; }),

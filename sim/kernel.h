@@ -3,9 +3,10 @@
 #pragma once
 
 #include <poll.h>
+#include <signal.h>
+#include <sys/epoll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -16,13 +17,21 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "sim/evdev.h"
 #include "sim/files.h"
 #include "sim/machine.h"
+#include "sim/timers.h"
 
 namespace quarlo::sim {
+
+// The libc convention for a result that is a negative errno.
+long finish(long result);
+
+// Whether a jump of the clock moves this one.
+bool isWallClock(clockid_t clock);
 
 struct DaemonState {
   void send(const std::string& text);
@@ -60,15 +69,31 @@ class Kernel final : public Timers {
   ssize_t write(int fd, const void* data, std::size_t size);
   int pipe2(int* ends, int flags);
   int ioctl(int fd, unsigned request, void* argument);
-  int select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, timeval* timeout);
-  int poll(pollfd* entries, nfds_t count, int timeoutMs);
   int socket(int domain, int type, int protocol);
   int connect(int fd, const sockaddr* address, socklen_t length);
-  int gettimeofday(timeval* time);
+  char* getenv(const char* name);
+
+  // No timeout is none, a negative one is invalid. As on Linux, select() leaves in it what is left.
+  int select(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, std::optional<microseconds>& timeout);
+  int poll(pollfd* entries, nfds_t count, int timeoutMs);
+  int ppoll(pollfd* entries, nfds_t count, std::optional<microseconds> timeout, const sigset_t* mask);
+  int epollCreate1(int flags);
+  int epollCtl(int epoll, int operation, int fd, const epoll_event* event);
+  int epollWait(int epoll, epoll_event* events, int room, int timeoutMs, const sigset_t* mask);
+
+  int eventfd(unsigned count, int flags);
+  int timerfdCreate(clockid_t clock, int flags);
+  int timerfdSettime(int fd, int flags, const TimerSetting& setting, TimerSetting& old);
+  int timerfdGettime(int fd, TimerSetting& setting);
+
+  // A negative time is invalid. `left` is set if a signal ends the sleep before it is over.
+  int nanosleep(microseconds time, microseconds& left);
+  int clockNanosleep(clockid_t clock, int flags, microseconds time, microseconds& left);  // an errno or 0
+  int usleep(microseconds time);
+  int gettimeofday(microseconds& time);
 
   // REQUIRES: ownsClock(clock)
   int clockGettime(clockid_t clock, microseconds& time);
-  char* getenv(const char* name);
 
   void addNode(const std::string& path, std::shared_ptr<NodeState> node);
   void addLink(const std::string& path, const std::string& target) { links_[path] = target; }
@@ -76,6 +101,7 @@ class Kernel final : public Timers {
   void setEnvironment(const std::string& name, const std::string& value);
 
   microseconds now() const override { return time_ + clockOffset_; }
+  microseconds monotonic() const override { return time_; }
   void advance(microseconds time);
   void jumpClock(microseconds by);
   void after(microseconds delay, std::function<void()> happening);
@@ -107,8 +133,16 @@ class Kernel final : public Timers {
   ssize_t writeDescriptor(int fd, const void* data, std::size_t size);
   int makePipe(int* ends, int flags);
   ssize_t readDescriptor(int fd, void* buffer, std::size_t size, std::optional<std::size_t> cut);
-  long selectUntil(int count, fd_set* readSet, std::optional<microseconds> deadline);
-  long pollUntil(pollfd* entries, nfds_t count, std::optional<microseconds> deadline);
+  long selectUntil(int count, fd_set* readSet, std::optional<microseconds> timeout);
+  long pollUntil(pollfd* entries, nfds_t count, std::optional<microseconds> timeout, const char* name);
+  int epollControl(int epoll, int operation, int fd, const epoll_event* event);
+  long epollUntil(int epoll, epoll_event* events, int room, std::optional<microseconds> timeout);
+  int addTimer(clockid_t clock, int flags);
+  int addCounter(unsigned count, int flags);
+  int setTimer(int fd, int flags, const TimerSetting& setting, TimerSetting& old);
+  int timerSetting(int fd, TimerSetting& setting);
+  long sleepFor(microseconds time, microseconds& left);
+  long sleepUntil(clockid_t clock, microseconds time);
   int connectTo(int fd, const std::string& path);
 
   std::optional<Fault> countCall(Call call);
@@ -120,10 +154,10 @@ class Kernel final : public Timers {
   void runUntil(microseconds time);
   microseconds lastScheduled() const;
 
-  // Asks `look` again and again, moving time to what is scheduled next, until it has a result. The result is 0 at the
-  // deadline and -EINTR after a signal. A wait without end is a deadlock of what `name` gives.
+  // Asks `look` again and again, moving time to what is scheduled next, until it has a result. The result is 0 after
+  // the timeout and -EINTR after a signal. A wait without end is a deadlock of what `name` gives.
   template <typename Look, typename Name>
-  long waitUntil(std::optional<microseconds> deadline, Look look, Name name);
+  long waitUntil(std::optional<microseconds> timeout, Look look, Name name);
 
   // Lets a wait that did not wait take time, too.
   void passShortWait(microseconds start);
@@ -153,5 +187,20 @@ class Kernel final : public Timers {
   std::vector<std::string> trace_;
   bool tracing_ = true;
 };
+
+template <typename Look, typename Name>
+long Kernel::waitUntil(std::optional<microseconds> timeout, Look look, Name name) {
+  std::optional<microseconds> deadline;
+  if (timeout) deadline = time_ + *timeout;
+  interrupted_ = false;
+  const microseconds horizon = lastScheduled();
+  for (;;) {
+    const std::optional<long> result = look();
+    if (result) return *result;
+    if (deadline && time_ >= *deadline) return 0;
+    if (!waitForNext(deadline, horizon)) deadlock(name());
+    if (std::exchange(interrupted_, false)) return -EINTR;
+  }
+}
 
 }  // namespace quarlo::sim

@@ -56,7 +56,7 @@ void Node::move(int dx, int dy) {
 
 void Node::inject(int type, int code, int value) { state_->deliver(type, code, value); }
 
-void Node::unplug() { state_->present = false; }
+void Node::unplug() { state_->unplug(); }
 
 void Node::setGrabbedElsewhere(bool grabbed) { state_->grabbedElsewhere = grabbed; }
 
@@ -85,7 +85,7 @@ void LircDaemon::send(const std::string& button, unsigned repeat) {
 void LircDaemon::sendText(const std::string& text) { state_->send(text); }
 
 void LircDaemon::hangUp() {
-  for (const auto& client : state_->clients) client->ended = true;
+  for (const auto& client : state_->clients) client->end();
   state_->clients.clear();
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/input.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <time.h>
@@ -114,7 +115,29 @@ std::string receiveFlags(int flags) {
   return joined(text + restOfFlags(rest));
 }
 
-std::string flagsOfPipe(int flags) {
+std::string epollEvents(unsigned events) {
+  int rest = static_cast<int>(events);
+  std::string text = flagName(rest, EPOLLIN, "EPOLLIN");
+  text += flagName(rest, EPOLLPRI, "EPOLLPRI");
+  text += flagName(rest, EPOLLOUT, "EPOLLOUT");
+  text += flagName(rest, EPOLLERR, "EPOLLERR");
+  text += flagName(rest, EPOLLHUP, "EPOLLHUP");
+  text += flagName(rest, EPOLLRDHUP, "EPOLLRDHUP");
+  text += flagName(rest, EPOLLONESHOT, "EPOLLONESHOT");
+  text += flagName(rest, static_cast<int>(EPOLLET), "EPOLLET");
+  return joined(text + restOfFlags(rest));
+}
+
+std::string epollOperation(int operation) {
+  switch (operation) {
+    case EPOLL_CTL_ADD: return "EPOLL_CTL_ADD";
+    case EPOLL_CTL_MOD: return "EPOLL_CTL_MOD";
+    case EPOLL_CTL_DEL: return "EPOLL_CTL_DEL";
+    default: return std::to_string(operation);
+  }
+}
+
+std::string descriptorFlags(int flags) {
   int rest = flags;
   std::string text = flagName(rest, O_NONBLOCK, "O_NONBLOCK");
   text += flagName(rest, O_CLOEXEC, "O_CLOEXEC");
@@ -142,10 +165,14 @@ std::string seconds(std::optional<std::chrono::microseconds> time) {
   return text;
 }
 
+std::string errorName(int error) {
+  const char* name = strerrorname_np(error);
+  return name != nullptr ? name : std::to_string(error);
+}
+
 std::string callResult(long result, int error) {
   if (result >= 0) return std::to_string(result);
-  const char* name = strerrorname_np(error);
-  return std::to_string(result) + " " + (name != nullptr ? name : std::to_string(error));
+  return std::to_string(result) + " " + errorName(error);
 }
 
 }  // namespace quarlo::sim

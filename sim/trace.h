@@ -28,11 +28,18 @@ std::string descriptorSet(int count, const fd_set* set);
 std::string pollEntries(const pollfd* entries, nfds_t count, short pollfd::*field);
 
 std::string receiveFlags(int flags);
-std::string flagsOfPipe(int flags);
+std::string epollEvents(unsigned events);
+std::string epollOperation(int operation);
+
+// O_NONBLOCK and O_CLOEXEC, as pipe2() takes them, or their sisters for an eventfd(), a timerfd_create(), an
+// epoll_create1(), which are the same.
+std::string descriptorFlags(int flags);
 std::string clockName(clockid_t clock);
 
 // "0.500000", or "forever".
 std::string seconds(std::optional<std::chrono::microseconds> time);
+
+std::string errorName(int error);
 
 // "100", or "-1 ENOENT".
 std::string callResult(long result, int error);

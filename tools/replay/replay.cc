@@ -83,6 +83,7 @@ class Pacer {
 
   // `elapsed` is the machine's time since this was made.
   void sleepUntil(microseconds elapsed) const {
+    const sim::Outside outside;
     const std::int64_t total = start_.tv_nsec / 1000 + elapsed.count();
     timespec deadline = {};
     deadline.tv_sec = start_.tv_sec + static_cast<std::time_t>(total / 1'000'000);
