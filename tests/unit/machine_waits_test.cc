@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sim/machine.h"
@@ -171,6 +172,49 @@ using PollDeathTest = WaitTest;
 TEST_F(PollDeathTest, NamesADeadlock) {
   pollfd entries[] = {{nodeFd, POLLIN, 0}, {-1, POLLOUT, 0}};
   EXPECT_DEATH(poll(entries, 2, -1), "sim: deadlock: poll\\(\\) on \\[100 POLLIN, -1 POLLOUT\\] would wait forever");
+}
+
+// ---- ppoll --------------------------------------------------------------------------------------
+
+using Ppoll = WaitTest;
+
+// In whole seconds: with 64-bit time, hardened headers of some libcs take the rest of a timeout from the wrong place.
+TEST_F(Ppoll, WaitsAsPollDoes) {
+  pollfd entry = {nodeFd, POLLIN, -1};
+  const timespec timeout = {2, 0};
+  const microseconds start = machine.now();
+  EXPECT_EQ(ppoll(&entry, 1, &timeout, nullptr), 0);
+  EXPECT_EQ(machine.now() - start, 2s);
+  machine.after(10ms, [&] { node.press(KEY_A); });
+  EXPECT_EQ(ppoll(&entry, 1, nullptr, nullptr), 1);
+  EXPECT_EQ(entry.revents, POLLIN);
+  EXPECT_EQ(machine.now() - start, 2s + 10ms);
+}
+
+TEST_F(Ppoll, RefusesANegativeTimeout) {
+  const timespec timeout = {-1, 0};
+  EXPECT_EQ(ppoll(nullptr, 0, &timeout, nullptr), -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+int signals = 0;
+
+TEST_F(Ppoll, ASignalThatItsMaskLetsThroughInterruptsIt) {
+  sigset_t blocked;
+  sigset_t before;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGUSR1);
+  sigprocmask(SIG_BLOCK, &blocked, &before);
+  const auto handler = std::signal(SIGUSR1, [](int) { ++signals; });
+  std::raise(SIGUSR1);
+  const timespec timeout = {2, 0};
+  EXPECT_EQ(ppoll(nullptr, 0, &timeout, &blocked), 0);
+  EXPECT_EQ(signals, 0);
+  EXPECT_EQ(ppoll(nullptr, 0, &timeout, &before), -1);
+  EXPECT_EQ(errno, EINTR);
+  EXPECT_EQ(signals, 1);
+  std::signal(SIGUSR1, handler);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
 // ---- recv ---------------------------------------------------------------------------------------
@@ -362,18 +406,91 @@ TEST_F(Clocks, CallsMayTakeNoTimeAtAll) {
   EXPECT_EQ(clockTime(CLOCK_MONOTONIC), start);
 }
 
+// ---- Sleeping -----------------------------------------------------------------------------------
+
+class Sleep : public WaitTest {
+ protected:
+  microseconds elapsed() const { return machine.now() - start; }
+
+  const microseconds start = machine.now();
+};
+
+TEST_F(Sleep, TakesItsTime) {
+  const timespec time = {1, 500'000'001};
+  EXPECT_EQ(nanosleep(&time, nullptr), 0);
+  EXPECT_EQ(elapsed(), 1500ms + 1us);
+  EXPECT_EQ(clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr), 0);
+  EXPECT_EQ(elapsed(), 3s + 2us);
+  EXPECT_EQ(usleep(500), 0);
+  EXPECT_EQ(elapsed(), 3s + 502us);
+}
+
+TEST_F(Sleep, OfLibstdcppTakesItsTimeToo) {
+  std::this_thread::sleep_for(600s);
+  EXPECT_EQ(elapsed(), 600s);
+  std::this_thread::sleep_until(std::chrono::steady_clock::now() + 10s);
+  EXPECT_EQ(elapsed(), 610s);
+}
+
+TEST_F(Sleep, ASignalEndsItAndItSaysWhatIsLeft) {
+  machine.signalAfter(100ms);
+  const timespec time = {1, 0};
+  timespec left = {};
+  EXPECT_EQ(nanosleep(&time, &left), -1);
+  EXPECT_EQ(errno, EINTR);
+  EXPECT_EQ(left.tv_nsec, 900'000'000);
+  machine.signalAfter(200ms);
+  EXPECT_EQ(clock_nanosleep(CLOCK_MONOTONIC, 0, &time, &left), EINTR);
+  EXPECT_EQ(left.tv_nsec, 800'000'000);
+  EXPECT_EQ(elapsed(), 300ms);
+}
+
+TEST_F(Sleep, RefusesWhatIsNotATime) {
+  const timespec time = {0, 1'000'000'000};
+  EXPECT_EQ(nanosleep(&time, nullptr), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &time, nullptr), EINVAL);
+}
+
+timespec inTenSeconds(clockid_t clock) {
+  timespec time;
+  clock_gettime(clock, &time);
+  time.tv_sec += 10;
+  return time;
+}
+
+TEST_F(Sleep, UntilATimeOnTheWallFollowsTheClock) {
+  const timespec time = inTenSeconds(CLOCK_REALTIME);
+  machine.after(1s, [&] { machine.jumpClock(4s); });
+  machine.after(2s, [&] { machine.jumpClock(-1s); });
+  EXPECT_EQ(clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &time, nullptr), 0);
+  EXPECT_EQ(elapsed(), 10s);
+  EXPECT_EQ(clockTime(CLOCK_MONOTONIC), start + 7s);
+}
+
+TEST_F(Sleep, UntilAMonotonicTimeDoesNot) {
+  const timespec time = inTenSeconds(CLOCK_MONOTONIC);
+  machine.after(1s, [&] { machine.jumpClock(1h); });
+  EXPECT_EQ(clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr), 0);
+  EXPECT_EQ(clockTime(CLOCK_MONOTONIC), start + 10s);
+}
+
 // ---- Faults and trace ---------------------------------------------------------------------------
 
 TEST_F(WaitTest, EachCallFailsAsItIsTold) {
   int ends[2];
   char byte;
   pollfd entry = {nodeFd, POLLIN, 0};
-  timespec time;
-  for (const Call call : {Call::kPoll, Call::kRecv, Call::kPipe2, Call::kWrite, Call::kClockGettime}) {
+  timespec time = {};
+  for (const Call call : {Call::kPoll, Call::kPpoll, Call::kRecv, Call::kPipe2, Call::kWrite, Call::kClockGettime,
+                          Call::kNanosleep, Call::kUsleep, Call::kClockNanosleep}) {
     machine.fail(call, 1, ENOMEM);
   }
-  for (const long result : {long{poll(&entry, 1, 5)}, long{recv(nodeFd, &byte, 1, 0)}, long{pipe2(ends, 0)},
-                            long{write(nodeFd, &byte, 1)}, long{clock_gettime(CLOCK_MONOTONIC, &time)}}) {
+  EXPECT_EQ(clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr), ENOMEM);
+  for (const long result :
+       {long{poll(&entry, 1, 5)}, long{recv(nodeFd, &byte, 1, 0)}, long{pipe2(ends, 0)}, long{write(nodeFd, &byte, 1)},
+        long{clock_gettime(CLOCK_MONOTONIC, &time)}, long{ppoll(&entry, 1, nullptr, nullptr)},
+        long{nanosleep(&time, nullptr)}, long{usleep(1)}}) {
     EXPECT_EQ(result, -1);
     EXPECT_EQ(errno, ENOMEM);
   }
@@ -406,6 +523,11 @@ TEST_F(WaitTest, TraceShowsEveryCallWithItsResult) {
   EXPECT_EQ(recv(lirc, text, sizeof text, MSG_PEEK | MSG_DONTWAIT), 0);
   EXPECT_EQ(recv(nodeFd, text, sizeof text, 0), -1);
   EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &time), 0);
+  const timespec pause = {2, 0};
+  EXPECT_EQ(ppoll(entries, 1, &pause, nullptr), 0);
+  EXPECT_EQ(nanosleep(&pause, nullptr), 0);
+  EXPECT_EQ(clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &pause, nullptr), 0);
+  EXPECT_EQ(usleep(5), 0);
   const std::string clock = std::to_string(time.tv_sec) + ".250010";
   EXPECT_EQ(machine.takeTrace(), Lines({
                                      "pipe2(O_NONBLOCK|O_CLOEXEC) = 0 [102 103]",
@@ -416,6 +538,10 @@ TEST_F(WaitTest, TraceShowsEveryCallWithItsResult) {
                                      "recv(101, 8, MSG_PEEK|MSG_DONTWAIT) = 0",
                                      "recv(100, 8, 0) = -1 ENOTSOCK",
                                      "clock_gettime(CLOCK_MONOTONIC) = " + clock,
+                                     "ppoll([100 POLLIN], 2.000000) = 0",
+                                     "nanosleep(2.000000) = 0",
+                                     "clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, 2.000000) = 0",
+                                     "usleep(5) = 0",
                                  }));
 }
 
