@@ -94,7 +94,7 @@ short SocketFile::state() const {
 ssize_t SocketFile::write(const void* /*data*/, std::size_t /*size*/) { notSimulated("write() to a daemon"); }
 
 ssize_t SocketFile::receive(void* buffer, std::size_t size, bool peek) {
-  if (!connection_->connected) return -ENOTCONN;
+  if (!connection_->connected) return -EINVAL;
   std::string& queued = connection_->queued;
   if (queued.empty() && !connection_->ended) return -EAGAIN;
   const std::size_t length = queued.copy(static_cast<char*>(buffer), size);

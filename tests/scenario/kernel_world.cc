@@ -1,6 +1,7 @@
 // A real kernel as a world: devices made with uinput, and Debian's LIRC daemon. The machine must have no other input
 // device, so that numbers are those of the scenario.
 #include <gtest/gtest.h>
+#include <time.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -48,6 +49,7 @@ class KernelWorld final : public World {
   }
 
   ~KernelWorld() override {
+    if (jumped_ != milliseconds(0)) jumpClock(-jumped_);
     for (const std::string& link : links_) std::filesystem::remove(link);
     for (const std::string& name : variables_) unsetenv(name.c_str());
   }
@@ -78,9 +80,18 @@ class KernelWorld final : public World {
 
   void pass(milliseconds time) override { std::this_thread::sleep_for(time); }
 
+  void jumpClock(milliseconds by) override {
+    timespec time;
+    EXPECT_EQ(clock_gettime(CLOCK_REALTIME, &time), 0);
+    time.tv_sec += static_cast<time_t>(std::chrono::duration_cast<std::chrono::seconds>(by).count());
+    EXPECT_EQ(clock_settime(CLOCK_REALTIME, &time), 0);
+    jumped_ += by;
+  }
+
  private:
   static constexpr milliseconds kMoreThanTheClickWindow{500};
 
+  milliseconds jumped_{0};
   Folder folder_;
   std::vector<std::unique_ptr<UinputDevice>> devices_;
   std::vector<std::unique_ptr<KernelRemote>> remotes_;

@@ -73,6 +73,7 @@ class SimWorld : public World {
   }
 
   void pass(milliseconds time) override { machine_.advance(time); }
+  void jumpClock(milliseconds by) override { machine_.jumpClock(by); }
 
  private:
   std::string lowestFreePath() const {

@@ -86,6 +86,9 @@ class World {
 
   // Lets time pass.
   virtual void pass(milliseconds time) = 0;
+
+  // Sets the clock on the wall forward by whole seconds, until the world ends.
+  virtual void jumpClock(milliseconds by) = 0;
 };
 
 // The machine that this program is linked with. REQUIRES: there is no other one.
