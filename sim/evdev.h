@@ -19,12 +19,17 @@
 
 namespace quarlo::sim {
 
-// The machine's clock, and a timer that does not count as something that the machine's user has scheduled.
+// The machine's clocks, and timers that do not count as something that the machine's user has scheduled.
 class Timers {
  public:
+  using Happenings = std::multimap<microseconds, std::function<void()>>;  // by time
+
   virtual microseconds now() const = 0;
   virtual microseconds monotonic() const = 0;
-  virtual void afterInBackground(microseconds delay, std::function<void()> happening) = 0;
+  virtual Happenings::iterator afterInBackground(microseconds delay, std::function<void()> happening) = 0;
+
+  // REQUIRES: it has not happened.
+  virtual void cancelInBackground(Happenings::iterator happening) = 0;
 
  protected:
   ~Timers() = default;

@@ -177,12 +177,17 @@ void Kernel::after(microseconds delay, std::function<void()> happening) {
   happenings_.emplace(time_ + delay, std::move(happening));
 }
 
-void Kernel::afterInBackground(microseconds delay, std::function<void()> happening) {
+Kernel::Happenings::iterator Kernel::afterInBackground(microseconds delay, std::function<void()> happening) {
   ++background_;
-  after(delay, [this, run = std::move(happening)] {
+  return happenings_.emplace(time_ + delay, [this, run = std::move(happening)] {
     --background_;
     run();
   });
+}
+
+void Kernel::cancelInBackground(Happenings::iterator happening) {
+  --background_;
+  happenings_.erase(happening);
 }
 
 void Kernel::signalAfter(microseconds delay) {

@@ -105,7 +105,8 @@ class Kernel final : public Timers {
   void advance(microseconds time);
   void jumpClock(microseconds by);
   void after(microseconds delay, std::function<void()> happening);
-  void afterInBackground(microseconds delay, std::function<void()> happening) override;
+  Happenings::iterator afterInBackground(microseconds delay, std::function<void()> happening) override;
+  void cancelInBackground(Happenings::iterator happening) override;
   void signalAfter(microseconds delay);
   bool hasScheduled() const { return happenings_.size() > background_; }
   bool hasUnread() const;
@@ -168,7 +169,7 @@ class Kernel final : public Timers {
 
   microseconds time_;  // never goes back
   microseconds clockOffset_{0};
-  std::multimap<microseconds, std::function<void()>> happenings_;
+  Happenings happenings_;
   std::size_t background_ = 0;  // how many of them are in the background
   std::function<void(microseconds)> pace_;
   std::optional<microseconds> callTime_;

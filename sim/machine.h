@@ -4,9 +4,10 @@
 //                                                                  └─ libc, otherwise
 //
 // Link quarlo::sim: the linker's --wrap then sends those calls here. While a Machine exists, it owns everything below
-// /dev/input, the paths of its nodes, Unix sockets, what pipe2() makes, the clocks, the calls that wait, and the
-// LIRC_... environment variables. Every other path, descriptor and call (pipe, fcntl, fopen, ...) goes on to libc.
-// There is at most one Machine at a time, in one thread.
+// /dev/input, the paths of its nodes, Unix sockets, what pipe2(), eventfd(), timerfd_create() and epoll_create1() make,
+// the clocks, the calls that wait or sleep (select, poll, ppoll, epoll_wait, epoll_pwait, nanosleep, clock_nanosleep,
+// usleep), and the LIRC_... environment variables. Every other path, descriptor and call (pipe, fcntl, pselect, sleep,
+// fopen, ...) goes on to libc. There is at most one Machine at a time, in one thread.
 //
 //   sim::Machine machine;
 //   sim::Node& keyboard = machine.addNode("/dev/input/event0", sim::Device::keyboard());
@@ -15,23 +16,27 @@
 //   machine.after(50ms, [&] { keyboard.press(KEY_A); });
 //   reader.readInput(event, 1000);  // returns at once, 50 ms later on the machine's clock
 //
-// Time is virtual. It stands still while code runs. It moves in a select() or poll(), until the timeout or until a
-// descriptor becomes ready, whichever is earlier; in a read(), recv() or write() that blocks; and by advance(). A
-// select() or poll() that does not wait takes 10 us, so that a loop that only polls makes progress, too; setCallTime()
-// sets other times. Time starts at 1,000,000 s. Each Machine starts on a whole second, at least 10 s after the last one
-// ended, since some code remembers times for as long as the process lives.
+// Time is virtual. It stands still while code runs. It moves in a call that waits, until its timeout or until what it
+// waits for has come, whichever is earlier; in a sleep; in a read(), recv() or write() that blocks; and by advance(). A
+// wait or sleep that does not wait takes 10 us, so that a loop that only polls makes progress, too; setCallTime() sets
+// other times. Time is in whole microseconds, and what is given in nanoseconds is rounded up. It starts at 1,000,000 s.
+// Each Machine starts on a whole second, at least 10 s after the last one ended, since some code remembers times for as
+// long as the process lives.
 //
-// gettimeofday(), CLOCK_REALTIME, its coarse sister and CLOCK_TAI are the clock on the wall, which jumpClock() sets.
-// CLOCK_MONOTONIC, its sisters and CLOCK_BOOTTIME go on as time passes. Other clocks, such as those of processor time,
-// are libc's.
+// gettimeofday(), CLOCK_REALTIME, its coarse sister and CLOCK_TAI are the clock on the wall, which jumpClock() sets,
+// and which timers and sleeps until a time on it follow. CLOCK_MONOTONIC, its sisters and CLOCK_BOOTTIME go on as time
+// passes. Other clocks, such as those of processor time, are libc's.
 //
-// Descriptors of libc's (a pipe(), a FIFO) can be waited for beside the machine's. They are asked each time that
-// something happens on the machine; nothing waits for them in real time. A poll() that has a timeout of 0 and none of
-// the machine's descriptors is libc's alone. Calls that are not simulated in a way that is asked for, such as recv()
-// with MSG_WAITALL, end the process with a message.
+// Descriptors of libc's (a pipe(), a FIFO, a signalfd()) can be waited for beside the machine's. They are asked each
+// time that something happens on the machine; nothing waits for them in real time. A poll() that has a timeout of 0 and
+// none of the machine's descriptors is libc's alone. A signal that is pending, and that the mask of ppoll() or
+// epoll_pwait() lets through, interrupts them.
+//
+// What is not simulated (recv() with MSG_WAITALL, EPOLLEXCLUSIVE, TFD_TIMER_CANCEL_ON_SET, an epoll that watches
+// another, writing to a node or to the daemon) ends the process with a message, instead of a wrong answer.
 //
 // What libstdc++ calls reaches the machine only if it is linked statically (-static-libstdc++): without that,
-// std::chrono::steady_clock and system_clock give real time.
+// std::chrono::steady_clock and system_clock give real time, and so does what waits by them.
 #pragma once
 
 #include <linux/input.h>

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -10,6 +11,8 @@
 namespace quarlo::sim {
 
 // ---- timerfd ------------------------------------------------------------------------------------
+
+TimerFile::~TimerFile() { stop(); }
 
 void TimerFile::set(const TimerSetting& setting, bool isAbsolute) {
   // A time from now on passes, whatever becomes of the clock on the wall.
@@ -28,9 +31,14 @@ TimerSetting TimerFile::setting() {
   return {std::max(expiry_ - clockTime(), microseconds(1)), interval_};
 }
 
-// Has the happening of the next expiry scheduled, instead of an earlier one.
+void TimerFile::stop() {
+  if (scheduled_) timers_.cancelInBackground(*scheduled_);
+  scheduled_.reset();
+}
+
+// Has the next expiry scheduled, instead of what was.
 void TimerFile::start() {
-  ++run_;
+  stop();
   if (!isRunning_) return;
   const microseconds delay = expiry_ - clockTime();
   if (delay.count() <= 0) {
@@ -40,9 +48,9 @@ void TimerFile::start() {
     changed_.wake(POLLIN);
     return;
   }
-  timers_.afterInBackground(delay, [self = weak_from_this(), run = run_] {
-    const auto timer = self.lock();
-    if (timer != nullptr && timer->run_ == run) timer->start();
+  scheduled_ = timers_.afterInBackground(delay, [this] {
+    scheduled_.reset();
+    start();
   });
 }
 

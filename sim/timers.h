@@ -4,7 +4,7 @@
 #include <time.h>
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 
 #include "sim/files.h"
 
@@ -17,9 +17,10 @@ struct TimerSetting {
 };
 
 // As fs/timerfd.c of the kernel: what has expired is counted at the read, and only that starts an interval again.
-class TimerFile final : public File, public std::enable_shared_from_this<TimerFile> {
+class TimerFile final : public File {
  public:
   TimerFile(bool isBlocking, clockid_t clock, Timers& timers) : File(isBlocking), clock_(clock), timers_(timers) {}
+  ~TimerFile() override;
 
   // Starts it, or ends it with a value of 0. `isAbsolute` is of the clock that it was made with.
   void set(const TimerSetting& setting, bool isAbsolute);
@@ -37,6 +38,7 @@ class TimerFile final : public File, public std::enable_shared_from_this<TimerFi
  private:
   microseconds clockTime() const { return followsTheWall_ ? timers_.now() : timers_.monotonic(); }
   void start();
+  void stop();
   void countExpiries();
 
   clockid_t clock_;
@@ -47,7 +49,7 @@ class TimerFile final : public File, public std::enable_shared_from_this<TimerFi
   microseconds interval_{0};
   bool hasExpired_ = false;  // since the last read
   std::uint64_t count_ = 0;
-  int run_ = 0;  // the number of its happening: earlier ones have been stopped
+  std::optional<Timers::Happenings::iterator> scheduled_;  // the next expiry
   WaitQueue changed_;
 };
 
