@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 
 #include <cerrno>
+#include <iterator>
 #include <utility>
 
 #include "sim/real.h"

@@ -4,13 +4,13 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/un.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 #include "sim/epoll.h"

@@ -3,12 +3,12 @@
 #pragma once
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <functional>

@@ -9,7 +9,6 @@
 #include <sys/epoll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <optional>
 
 #include "sim/kernel.h"
@@ -29,6 +29,7 @@ namespace {
 
 // ---- Times --------------------------------------------------------------------------------------
 
+// NOLINTBEGIN(readability-identifier-naming): the system's own names
 struct PlainTimeval {
   long tv_sec;
   long tv_usec;
@@ -58,6 +59,8 @@ struct Itimerspec64 {
   Timespec64 it_value;
 };
 #endif
+
+// NOLINTEND(readability-identifier-naming)
 
 constexpr microseconds kInvalid(-1);
 

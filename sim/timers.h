@@ -1,9 +1,8 @@
 // Timers and counters as descriptors: timerfd and eventfd.
 #pragma once
 
-#include <time.h>
-
 #include <cstdint>
+#include <ctime>
 #include <optional>
 
 #include "sim/files.h"

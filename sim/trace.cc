@@ -5,11 +5,11 @@
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <time.h>
 
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace quarlo::sim {
 namespace {

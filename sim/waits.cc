@@ -1,14 +1,14 @@
 // The machine's calls that wait, and how time moves in them.
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include "sim/epoll.h"
 #include "sim/kernel.h"
