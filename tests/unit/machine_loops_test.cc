@@ -267,6 +267,22 @@ TEST_F(Epoll, EndsOfAPipeWakeIt) {
   EXPECT_EQ(ready(), only(ends[0], EPOLLIN | EPOLLHUP));
 }
 
+TEST_F(Epoll, RoomInAPipeOrACounterThatWasFullWakesIt) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+  const int counter = eventfd(0, EFD_NONBLOCK);
+  const std::string much(65'536, 'a');
+  EXPECT_EQ(write(ends[1], much.data(), much.size()), 65'536);
+  EXPECT_EQ(eventfd_write(counter, UINT64_MAX - 1), 0);
+  add(ends[1], EPOLLOUT | kEdge);
+  add(counter, EPOLLOUT | kEdge);
+  EXPECT_EQ(ready(), Lines({}));
+  readAll(ends[0]);
+  EXPECT_EQ(ready(), only(ends[1], EPOLLOUT));
+  readCount(counter);
+  EXPECT_EQ(ready(), only(counter, EPOLLOUT));
+}
+
 // ---- timerfd ------------------------------------------------------------------------------------
 
 class Timer : public LoopTest {
