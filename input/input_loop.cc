@@ -25,6 +25,13 @@ using msg::KeyInput;
 // has to keep, they would take 200 bytes more.
 #define CALLED_ONCE [[gnu::always_inline]] inline
 
+// Where size does not matter, all that next() calls becomes part of it: a fifth fewer instructions for a key.
+#ifdef __OPTIMIZE_SIZE__
+#define FLATTENED
+#else
+#define FLATTENED [[gnu::flatten]]
+#endif
+
 static_assert(sizeof(InputLoop) <= (sizeof(long) == 4 ? 4096 : 6144), "two nodes with their queues, on the stack");
 
 namespace {
@@ -70,10 +77,9 @@ void InputLoop::setBound(int events, int ms) {
 
 // The reader's descriptors are looked at before each wait: it may have been given its sources later, or others.
 void InputLoop::findSources() {
-  constexpr int LinuxInputReader::*kDescriptors[] = {&LinuxInputReader::keyboardFd, &LinuxInputReader::mouseFd,
-                                                     &LinuxInputReader::lircFd};
+  const int fds[kSources] = {reader_.keyboardFd, reader_.mouseFd, reader_.lircFd};
   for (Channel* channel : channels_) {
-    const int fd = reader_.*kDescriptors[channel->source];
+    const int fd = fds[channel->source];
     if (fd == channel->readerFd) continue;
     channel->readerFd = fd;
     channel->fd = fd;
@@ -106,7 +112,7 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
 
   const int dueMs = this->timeoutMs();
   const bool isDueFirst = dueMs >= 0 && (timeoutMs < 0 || dueMs < timeoutMs);
-  const int found = poll(fds, kSources + 1, isDueFirst ? dueMs : timeoutMs);
+  const int found = poll(fds, ownFd < 0 ? kSources : kSources + 1, isDueFirst ? dueMs : timeoutMs);
 
   Wake wake = {};
   wake.signal = found == -1;
@@ -173,7 +179,7 @@ void InputLoop::makeReady(Channel& channel, MayRead mayRead) {
 
 // ---- A round ------------------------------------------------------------------------------------
 
-bool InputLoop::take(InputEvent& event, bool everything) {
+FLATTENED bool InputLoop::take(InputEvent& event, bool everything) {
   state_.everything = everything;
   if (!state_.roundIsOpen) beginRound();
   event.kind = InputEvent::kNoEvent;
@@ -330,14 +336,14 @@ void InputLoop::translate(Node& node, input_event& record, InputEvent& out) {
 
 // A modifier stays while its other key is down, on any node.
 CALLED_ONCE void InputLoop::keepTwin(int released, InputEvent& out) {
+  const Modifier modifier = LinuxInputReader::getModifier(released);
+  if (modifier == KeyInput::kNoModifier) return;
   Modifier down = KeyInput::kNoModifier;
   for (const int code : kModifierKeys) {
     if (state_.keyboard.isDown(code) || state_.mouse.isDown(code)) down |= LinuxInputReader::getModifier(code);
   }
-  down &= LinuxInputReader::getModifier(released);
-  if (down == KeyInput::kNoModifier) return;
-  reader_.modifiers |= down;
-  out.keyData.modifiers |= down;
+  reader_.modifiers |= down & modifier;
+  out.keyData.modifiers |= down & modifier;
 }
 
 CALLED_ONCE void InputLoop::writeWheel(const input_event& record, InputEvent& out) const {
