@@ -110,7 +110,7 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
   for (int i = 0; i < kSources; ++i) fds[i] = {channels_[i]->fd, POLLIN, 0};
   fds[kSources] = {ownFd, POLLIN, 0};
 
-  const int dueMs = this->timeoutMs();
+  const int dueMs = state_.unreported != 0 ? 0 : this->timeoutMs();
   const bool isDueFirst = dueMs >= 0 && (timeoutMs < 0 || dueMs < timeoutMs);
   const int found = poll(fds, ownFd < 0 ? kSources : kSources + 1, isDueFirst ? dueMs : timeoutMs);
 
@@ -146,7 +146,7 @@ std::uint32_t InputLoop::generation() {
 
 bool InputLoop::isWanted(Source source) const { return (state_.ready & ~state_.over & bit(source)) != 0; }
 
-bool InputLoop::hasSomething() const { return state_.ready != 0 || reader_.hasPendingEvent || state_.unreported != 0; }
+bool InputLoop::hasSomething() const { return state_.ready != 0 || reader_.hasPendingEvent; }
 
 int InputLoop::timeoutMs() const {
   if (hasSomething()) return 0;
@@ -370,11 +370,16 @@ void InputLoop::Node::setDown(int code, bool isDown) {
 // that is there alone is left to it. All others reach it one by one, through a pipe.
 bool InputLoop::takeLine(InputEvent& event) {
   char* const text = state_.lineText + state_.lineSize;
-  const ssize_t seen = look(text, kLircReadSize - state_.lineSize);
+  const std::size_t room = kLircReadSize - state_.lineSize;
+  const ssize_t seen = look(text, room + 1);  // one more, to see whether something follows
   if (seen <= 0) return false;
 
   const auto* end = static_cast<const char*>(memchr(text, '\n', static_cast<std::size_t>(seen)));
-  const auto size = static_cast<std::size_t>(end != nullptr ? end - text + 1 : seen);
+  std::size_t size = static_cast<std::size_t>(end != nullptr ? end - text + 1 : seen);
+  if (size > room) {
+    size = room;
+    end = nullptr;
+  }
   const bool isAlone =
       end != nullptr && size == static_cast<std::size_t>(seen) && state_.lineSize == 0 && !state_.lineIsCut;
   if (isAlone || !openPipe()) {

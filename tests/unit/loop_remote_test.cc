@@ -50,6 +50,12 @@ TEST_F(LoopRemote, TakesALineOf127BytesWhole) {
   EXPECT_EQ(machine.count(Call::kPipe2), 0);
 }
 
+TEST_F(LoopRemote, TakesWhatFollowsALineOf127Bytes) {
+  const std::string code(127 - line("KEY_UP").size(), '0');
+  daemon.sendText(code + line("KEY_UP") + line("KEY_DOWN"));
+  EXPECT_EQ(takeNow(loop), (Lines{kUp, kDown}));
+}
+
 TEST_F(LoopRemote, CutsALongerLineAndDropsItsRest) {
   const std::string code(128 - line("KEY_UP").size(), '0');
   daemon.sendText(code + line("KEY_UP") + line("KEY_DOWN"));

@@ -195,7 +195,7 @@ TEST_F(LoopWait, TellsOfASourceThatGoesWhileItIsRead) {
   loop.wait(-1);
   machine.fail(Call::kRead, 1, EIO);
   EXPECT_EQ(takeAll(loop), Lines{});
-  EXPECT_EQ(loop.timeoutMs(), 0);
+  EXPECT_EQ(loop.timeoutMs(), -1);  // those who wait elsewhere look at gone()
   EXPECT_EQ(waited(-1), "keyboard is gone after 0 ms");
 }
 
