@@ -1,7 +1,6 @@
 #include "input/linux_input_reader.h"
 
 #include <fcntl.h>
-#include <strings.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -518,8 +517,21 @@ char* endField(char* field) {
   return space + 1;
 }
 
+// Whether a byte of a name is this one of a text in capitals. Case is that of ASCII alone, whatever the application's
+// locale: in some, I is not the capital of i.
+bool isSame(char byte, char capital) {
+  return byte == capital || (byte >= 'a' && byte <= 'z' && byte - 'a' + 'A' == capital);
+}
+
+bool startsWith(const char* name, const char* capitals, std::size_t size) {
+  for (std::size_t i = 0; i < size; ++i) {
+    if (!isSame(name[i], capitals[i])) return false;
+  }
+  return true;
+}
+
 void dropPrefix(const char*& name, std::string_view prefix) {
-  if (strncasecmp(name, prefix.data(), prefix.size()) == 0) name += prefix.size();
+  if (startsWith(name, prefix.data(), prefix.size())) name += prefix.size();
 }
 
 // The names one after another, each with its NUL: the place of a name follows from the sizes of those before it. A
@@ -543,15 +555,15 @@ constexpr LircButton kLircButtons[] = {
 };
 
 // The names in the list are in capitals. Most differ from `name` in the first letter already.
-bool isButton(const char* name, const char* candidate) {
+bool isButton(const char* name, const char* candidate, std::size_t sizeWithNul) {
   constexpr int kCaseBit = 'a' ^ 'A';
-  return (name[0] & ~kCaseBit) == candidate[0] && strcasecmp(name, candidate) == 0;
+  return (name[0] & ~kCaseBit) == candidate[0] && startsWith(name, candidate, sizeWithNul);
 }
 
 bool findLircButton(const char* name, LircPress& press) {
   const char* candidate = kLircButtonNames;
   for (const LircButton& button : kLircButtons) {
-    if (isButton(name, candidate)) {
+    if (isButton(name, candidate, button.nameSize)) {
       press.key = button.key;
       press.ch = button.ch;
       return true;

@@ -40,7 +40,7 @@ constexpr std::size_t kLongestLircPath = 107;
 // How many bytes one read of the socket takes. Only the first line in them counts.
 constexpr std::size_t kLircReadSize = 127;
 
-// The prefixes that are removed from a button's name, each once and in this order. Case does not matter.
+// The prefixes that are removed from a button's name, each once and in this order. Case does not matter, in any locale.
 constexpr std::string_view kLircButtonPrefixes[] = {"KEY_NUMERIC_", "KEY_"};
 
 // The environment variables with the two timeouts, and the defaults in ms.

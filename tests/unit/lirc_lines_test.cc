@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <iterator>
 #include <string>
 
+#include "tests/support/turkish_locale.h"
 #include "tests/unit/reader_test.h"
 
 namespace quarlo::test {
@@ -32,6 +32,8 @@ class LircLinesTest : public ReaderTest {
     EXPECT_EQ(takeLog().back(), "VERBOSE10 LIRC keypress skipped - too close.");
     return false;
   }
+
+  void expectEveryButton();
 
   Lines unknown(const std::string& text, const std::string& name) {
     return {"VERBOSE2 LIRC string: " + text, "VERBOSE2 LIRC unknown: " + name};
@@ -72,12 +74,15 @@ TEST_F(LircLinesTest, Names_EveryButtonIsTestedOnce) {
   EXPECT_EQ(std::size(kButtons), std::size(kNamedButtons));
 }
 
+// Of ASCII alone.
 std::string lowerCase(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
   return text;
 }
 
-TEST_F(LircLinesTest, Names_EveryButtonWithAndWithoutPrefixInAnyCase) {
+void LircLinesTest::expectEveryButton() {
   for (const Button& button : kButtons) {
     for (const char* prefix : {"", "KEY_", "KEY_NUMERIC_", "key_", "Key_Numeric_", "KEY_NUMERIC_KEY_"}) {
       const std::string name = prefix + std::string(button.name);
@@ -86,6 +91,23 @@ TEST_F(LircLinesTest, Names_EveryButtonWithAndWithoutPrefixInAnyCase) {
       EXPECT_EQ(reader.lircChar, button.storedCh) << name;
       EXPECT_EQ(press(lowerCase(name)), keyDown(button.key, button.ch)) << name;
     }
+  }
+}
+
+TEST_F(LircLinesTest, Names_EveryButtonWithAndWithoutPrefixInAnyCase) { expectEveryButton(); }
+
+TEST_F(LircLinesTest, Names_AreTheSameForAnApplicationInTurkish) {
+  const TurkishLocale turkish;
+  expectEveryButton();
+  EXPECT_EQ(press("key_numeric_5"), keyDown('5', '5'));
+  EXPECT_EQ(press("Right"), keyDown(39));
+}
+
+// A byte that differs from a letter's, or from _, as a small letter differs from a capital.
+TEST_F(LircLinesTest, Names_OnlyLettersOfAsciiHaveTwoCases) {
+  for (const char* name : {"CURSOR\x7fUP", "KEY\x7fUP", "CURSOR\xdfUP", "\xd5P", "\xf5p", "U\x30", "RE\xe4"}) {
+    EXPECT_EQ(press(name), kNone) << name;
+    EXPECT_EQ(takeLog().back(), "VERBOSE2 LIRC unknown: " + std::string(name));
   }
 }
 
@@ -98,6 +120,8 @@ TEST_F(LircLinesTest, Names_ThePrefixesAreDroppedOnceAndInTheirOrder) {
   EXPECT_EQ(takeLog().back(), "VERBOSE2 LIRC unknown: NUMERIC_1");
   EXPECT_EQ(press("XKEY_OK"), kNone);
   EXPECT_EQ(takeLog().back(), "VERBOSE2 LIRC unknown: XKEY_OK");
+  EXPECT_EQ(press("XEY_OK"), kNone);
+  EXPECT_EQ(takeLog().back(), "VERBOSE2 LIRC unknown: XEY_OK");
 }
 
 TEST_F(LircLinesTest, Names_ADigitAndALetterAreTheirOwnKey) {
