@@ -2,10 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cctype>
 #include <numeric>
 #include <optional>
 #include <sstream>
+
+#include "tools/common/letter_case.h"
 
 namespace quarlo::tools {
 
@@ -57,11 +58,6 @@ CLI::Option* addValue(CLI::App& app, const std::string& names, const std::string
 template <typename Value>
 void addFlagFor(CLI::App& app, const std::string& names, Value& value, const std::string& description) {
   app.add_flag(names, value, wrapped(description))->disable_flag_override();
-}
-
-std::string inSmallLetters(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char letter) { return std::tolower(letter); });
-  return text;
 }
 
 // ---- Saying what is wrong -----------------------------------------------------------------------

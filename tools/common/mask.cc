@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "input/linux_input_reader_limits.h"
+#include "tools/common/letter_case.h"
 
 namespace quarlo::tools {
 namespace {
@@ -82,17 +83,12 @@ bool isKeyShown(Mask mask, const InputEvent::KeyData& data) {
 
 // ---- The remote's lines -------------------------------------------------------------------------
 
-// Whatever the locale: in the Turkish one, I is not the capital i.
-char lower(char byte) { return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte; }
-
-bool isSame(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return lower(x) == lower(y); });
+bool startsWith(std::string_view text, std::string_view start) {
+  return isSameText(text.substr(0, start.size()), start);
 }
 
-bool startsWith(std::string_view text, std::string_view start) { return isSame(text.substr(0, start.size()), start); }
-
 bool endsWith(std::string_view text, std::string_view end) {
-  return text.size() >= end.size() && isSame(text.substr(text.size() - end.size()), end);
+  return text.size() >= end.size() && isSameText(text.substr(text.size() - end.size()), end);
 }
 
 // What is left of a button's name without the prefixes that the reader drops.
@@ -112,9 +108,9 @@ std::string releaseSuffix(std::string_view name) {
 
 bool isNameShown(Mask mask, std::string_view name) {
   return std::any_of(std::begin(kShownKeys), std::end(kShownKeys),
-                     [&](const ShownKey& key) { return isShown(mask, key) && isSame(key.name, name); }) ||
+                     [&](const ShownKey& key) { return isShown(mask, key) && isSameText(key.name, name); }) ||
          std::any_of(std::begin(kLircButtons), std::end(kLircButtons),
-                     [&](const LircButton& button) { return isSame(button.name, withoutPrefixes(name)); });
+                     [&](const LircButton& button) { return isSameText(button.name, withoutPrefixes(name)); });
 }
 
 bool isButtonShown(Mask mask, std::string_view name) {

@@ -1,12 +1,12 @@
 #include "tools/tune/command.h"
 
 #include <algorithm>
-#include <cctype>
 #include <optional>
 #include <string_view>
 #include <vector>
 
 #include "input/linux_input_reader_limits.h"
+#include "tools/common/letter_case.h"
 #include "tools/common/numbers.h"
 
 namespace quarlo::tools::tune {
@@ -75,11 +75,9 @@ std::string protocolNames() {
 
 // Small and capital letters are the same.
 const Protocol* findProtocol(const std::string& name) {
-  const auto isSame = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
   const std::vector<Protocol>& known = knownProtocols();
-  const auto found = std::find_if(known.begin(), known.end(), [&](const Protocol& protocol) {
-    return std::equal(protocol.name.begin(), protocol.name.end(), name.begin(), name.end(), isSame);
-  });
+  const auto found = std::find_if(known.begin(), known.end(),
+                                  [&](const Protocol& protocol) { return isSameText(protocol.name, name); });
   return found == known.end() ? nullptr : &*found;
 }
 
