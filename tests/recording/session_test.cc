@@ -5,6 +5,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "tests/recording/recording_test.h"
 
 namespace quarlo::recording {

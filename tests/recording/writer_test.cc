@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <sstream>
 
 #include "tests/recording/recording_test.h"

@@ -2,27 +2,37 @@
 #pragma once
 
 #include <fcntl.h>
+#include <ftw.h>
 #include <gtest/gtest.h>
 #include <linux/input.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <string>
 
 namespace quarlo::test {
 
-// A directory that other users can search, removed at the end with all that is in it.
+// A directory that other users can search, removed at the end with all that is in it. Not by std::filesystem: in 32-bit
+// programs, that of Debian's C++ library fails at what was written to after January 2038.
 class Folder {
  public:
-  Folder() : path_((std::filesystem::temp_directory_path() / "quarlo-XXXXXX").string()) {
+  Folder() {
+    const char* parent = std::getenv("TMPDIR");
+    path_ = std::string(parent == nullptr ? "/tmp" : parent) + "/quarlo-XXXXXX";
     EXPECT_NE(mkdtemp(path_.data()), nullptr);
     EXPECT_EQ(chmod(path_.c_str(), 0755), 0);
   }
-  ~Folder() { std::filesystem::remove_all(path_); }
+  ~Folder() {
+    constexpr int kMostDescriptors = 16;
+    const auto remove = [](const char* path, const struct stat* /*status*/, int /*type*/, FTW* /*place*/) {
+      return std::remove(path);
+    };
+    nftw(path_.c_str(), remove, kMostDescriptors, FTW_DEPTH | FTW_PHYS);
+  }
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
 

@@ -30,7 +30,7 @@ const std::string kRoot = QUARLO_LIRC_ROOT;
 std::string librariesFolder() {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(kRoot + "/usr/lib", error)) {
-    if (std::filesystem::exists(entry.path() / "lirc/plugins", error)) return entry.path();
+    if (access((entry.path() / "lirc/plugins").c_str(), F_OK) == 0) return entry.path();
   }
   return "";
 }
