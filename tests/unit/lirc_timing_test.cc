@@ -425,5 +425,21 @@ TEST_F(LircTimingTest, HeldInTheLoop_GivesTheFirstAfterTheDelayAndThenTheFasterR
   EXPECT_EQ(reader.lircKey, 0);
 }
 
+// As in a 32-bit program with 32-bit time after January 2038.
+TEST_F(LircTimingTest, HeldInTheLoop_WithoutAClockGivesOneKeyDownAndIsNeverForgotten) {
+  constexpr int kMoreCallsThanOfTheLoop = 5000;
+  for (int call = 1; call <= kMoreCallsThanOfTheLoop; ++call) machine.fail(Call::kGettimeofday, call, EOVERFLOW);
+  for (unsigned i = 0; i <= 13; ++i) {
+    machine.after(110ms * i, [this, i] { daemon.send("KEY_VOLUMEUP", i); });
+  }
+  Lines events;
+  while (machine.now() - start < 3s) {
+    for (std::string event = readOne(reader, 10); event != kNone; event = readOne(reader, 0)) events.push_back(event);
+  }
+  EXPECT_EQ(events, Lines({keyDown(447)}));
+  EXPECT_EQ(reader.lircKey, 447);
+  EXPECT_LT(machine.count(Call::kGettimeofday), kMoreCallsThanOfTheLoop);
+}
+
 }  // namespace
 }  // namespace quarlo::test

@@ -1,6 +1,7 @@
 // Pointer motion and buttons: the handlers by themselves, record by record.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <climits>
 
 #include "tests/unit/reader_test.h"
@@ -285,6 +286,16 @@ TEST_F(PointerTest, Clicks_ElapsedTimeWrapsIn32Bits) {
   EXPECT_EQ(click(BTN_LEFT), 3);
   machine.jumpClock(4'294'968s);  // 704 ms after it
   EXPECT_EQ(click(BTN_LEFT), 1);
+}
+
+// As in a 32-bit program with 32-bit time after January 2038.
+TEST_F(PointerTest, Clicks_WithoutAClockCountOn) {
+  for (int call = 1; call <= 3; ++call) machine.fail(Call::kGettimeofday, call, EOVERFLOW);
+  const int first = click(BTN_LEFT);
+  machine.advance(3600s);
+  EXPECT_EQ(click(BTN_LEFT), first + 1);
+  machine.advance(3600s);
+  EXPECT_EQ(click(BTN_LEFT), first + 2);
 }
 
 }  // namespace
