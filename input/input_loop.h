@@ -105,7 +105,7 @@ class InputLoop {
   // REQUIRES: room for kMaxDescriptors
   int descriptors(pollfd* fds);
 
-  // Changes whenever the descriptors do: then register them anew, also if the numbers are the same.
+  // Changes whenever the descriptors do: then register them again, also if the numbers are the same.
   std::uint32_t generation();
 
   // The longest time to sleep from now on, in ms: -1 for no limit, 0 if next() has something now.
