@@ -11,9 +11,9 @@ namespace quarlo::bench {
 using components::input::LinuxInputReader;
 using InputEvent = LinuxInputReader::InputEvent;
 
-// The largest pointer coordinates.
-constexpr int kMaxX = 1919;
-constexpr int kMaxY = 1079;
+// The largest pointer coordinates: so large that the mouse's steps can be counted by them.
+constexpr int kMaxX = 0xffff;
+constexpr int kMaxY = 0xffff;
 
 // Where the sources are: two evdev nodes or FIFOs in their place, and the socket of a LIRC daemon.
 struct Paths {

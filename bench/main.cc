@@ -10,13 +10,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "bench/clock.h"
 #include "bench/contestant.h"
 #include "bench/devices.h"
 #include "bench/fail.h"
@@ -52,12 +52,6 @@ extern "C" __attribute__((noinline)) std::size_t drainFrame(Contestant& contesta
     if (++count == kMostEvents) fail("A frame does not come to its end");
     timeoutMs = 0;
   }
-}
-
-double nowNs() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
 // ---- The same events ----------------------------------------------------------------------------

@@ -14,25 +14,11 @@ constexpr int kIdleMs = 100;
 constexpr int kMotionFrames = 100;
 constexpr int kBacklogReports = 40;
 
-input_event record(int type, int code, int value) {
-  input_event made = {};
-  made.type = static_cast<__u16>(type);
-  made.code = static_cast<__u16>(code);
-  made.value = value;
-  return made;
-}
-
 void addKey(Frame& frame, int code, int value) {
   frame.source = Frame::Source::kKeyboard;
   frame.records.push_back(record(EV_MSC, MSC_SCAN, code));
   frame.records.push_back(record(EV_KEY, code, value));
   frame.records.push_back(record(EV_SYN, SYN_REPORT, 0));
-}
-
-Frame change(int code, int value) {
-  Frame frame;
-  addKey(frame, code, value);
-  return frame;
 }
 
 int codeOf(char character) {
@@ -98,10 +84,7 @@ std::vector<Frame> remote() {
   std::vector<Frame> frames;
   for (const char* button : {"UP", "DOWN", "LEFT", "RIGHT", "OK", "BACK", "HOME", "POWER", "MUTE", "VOLUMEUP",
                              "VOLUMEDOWN", "CHANNELUP", "CHANNELDOWN", "PLAY", "PAUSE", "STOP", "RED", "GREEN"}) {
-    Frame frame;
-    frame.source = Frame::Source::kRemote;
-    frame.line = std::string("0000000000f40bf0 00 KEY_") + button + " myremote\n";
-    frames.push_back(frame);
+    frames.push_back(line(button, "myremote"));
   }
   return frames;
 }
@@ -123,6 +106,27 @@ const std::vector<Workload>& workloads() {
       {"idle", {Frame()}, kIdleMs},
   };
   return all;
+}
+
+input_event record(int type, int code, int value) {
+  input_event made = {};
+  made.type = static_cast<__u16>(type);
+  made.code = static_cast<__u16>(code);
+  made.value = value;
+  return made;
+}
+
+Frame change(int code, int value) {
+  Frame frame;
+  addKey(frame, code, value);
+  return frame;
+}
+
+Frame line(const std::string& button, const std::string& remote) {
+  Frame frame;
+  frame.source = Frame::Source::kRemote;
+  frame.line = "0000000000f40bf0 00 KEY_" + button + ' ' + remote + '\n';
+  return frame;
 }
 
 Frame tap(int code) {

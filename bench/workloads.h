@@ -33,6 +33,14 @@ struct Workload {
 // Idle: nothing, and a wait of 100 ms.
 const std::vector<Workload>& workloads();
 
+input_event record(int type, int code, int value);
+
+// A key that is pressed (1) or released (0).
+Frame change(int code, int value);
+
+// A press of a button of a remote, by LIRC's names.
+Frame line(const std::string& button, const std::string& remote);
+
 // A key that is pressed and released.
 Frame tap(int code);
 
