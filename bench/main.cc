@@ -27,7 +27,7 @@ namespace quarlo::bench {
 namespace {
 
 constexpr Entry kContestants[] = {
-    {"bare", openBare, false, false},        {"reader", openReader, true, false},
+    {"bare", openBare, false, false},        {"reader", openReader, true, false}, {"loop", openLoop, true, false},
 #ifdef QUARLO_BENCH_LIBEVDEV
     {"libevdev", openLibevdev, true, false},
 #endif

@@ -51,7 +51,7 @@ def run(*command, **how):
 
 def contestants():
     peers = ["libevdev"] if (BIN / "start_libevdev").exists() else []
-    return ["bare", "reader", *peers, "batch"]
+    return ["bare", "reader", "loop", *peers, "batch"]
 
 
 # ---- This machine --------------------------------------------------------------------------------
@@ -138,7 +138,7 @@ def traced(strace):
     """Of strace's lines of two passes: what waits and reads, with arguments, and between them what is sent."""
     lines = strace.splitlines()
     accepted = next(i for i, line in enumerate(lines) if line.startswith("accept4"))
-    wanted = re.compile(r"(pselect6|select|poll|ppoll|read|write)\(")
+    wanted = re.compile(r"(pselect6|select|poll|ppoll|read|recvfrom|write)\(")
     return [re.sub("0x[0-9a-f]+", "ADDRESS", line) for line in lines[accepted + 1:]
             if wanted.match(line) and not line.startswith("write(1,")]
 
@@ -146,8 +146,8 @@ def traced(strace):
 def calls_per_frame(calls):
     names = [call.split("(")[0] for call in calls]
     frames = names.count("write") or 2  # nothing is sent where there is nothing: a pass is a frame
-    reads = names.count("read")
-    waits = [name for name in names if name not in ("read", "write")]
+    reads = names.count("read") + names.count("recvfrom")
+    waits = [name for name in names if name not in ("read", "recvfrom", "write")]
     return {"wait": "select" if "select" in waits[-1] else "poll", "waits": len(waits) / frames, "reads": reads / frames}
 
 

@@ -56,6 +56,8 @@ class CallsTest(unittest.TestCase):
 
     def test_are_counted_for_a_frame(self):
         self.assertEqual(measure.calls_per_frame(measure.traced(STRACE)), {"wait": "select", "waits": 1, "reads": 1.5})
+        self.assertEqual(measure.calls_per_frame(["write(...) = 1", "poll(...) = 1", "recvfrom(...) = 1", "read(...) = 1"]),
+                         {"wait": "poll", "waits": 1, "reads": 2})
         self.assertEqual(measure.calls_per_frame(["poll(...) = 0", "poll(...) = 0"]), {"wait": "poll", "waits": 1, "reads": 0})
 
 
