@@ -38,6 +38,7 @@ std::unique_ptr<Contestant> openBare(const Paths& paths);      // the component'
 std::unique_ptr<Contestant> openBatch(const Paths& paths);     // as few system calls as can be, and nothing else
 std::unique_ptr<Contestant> openReader(const Paths& paths);    // the component
 std::unique_ptr<Contestant> openLoop(const Paths& paths);      // the component, waited for by its companion
+std::unique_ptr<Contestant> openWaking(const Paths& paths);    // the component, called when there is input
 std::unique_ptr<Contestant> openLibevdev(const Paths& paths);  // libevdev, libxkbcommon and LIRC's client library
 std::unique_ptr<Contestant> openLibinput(const Paths& paths);  // libinput, libxkbcommon and LIRC's client library
 
