@@ -13,6 +13,12 @@ start      by program: instructions up to its first event, of kernel and user sp
 lookup     by contestant: instructions and ns for one key to what it types
 calls      by workload and contestant: the call that waits, and how many waits and reads a frame takes
 same_calls the workloads in which the component makes the very calls of bare
+loops      by measurement and loop (reader: its 10 ms; waking: its readInput() behind poll(); loop: InputLoop):
+           idle, mouse (at 1000 Hz), remote (a tap in 2 s): sleeps and instructions a second of the application
+           (process) and of all (machine; nothing: without an application);
+           2000Hz, 4000Hz, 8000Hz: the mouse's steps and clicks that the application has seen, the steps that read()
+           gave, the records SYN_DROPPED, and the gaps in the reports that no such record explains;
+           lateness: median and p90 in ms; daemon, both: frames drawn while the daemon, or the mouse too, floods
 size       by target: bytes of code, data, the largest frame of a function, and of the deepest chain
 allocators how many allocators the component's object names
 

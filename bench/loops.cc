@@ -320,7 +320,6 @@ int measureInGuest() {
   const auto mouse = [](Devices& devices) {
     return std::make_unique<Sender>([&devices] { sendReports(devices, 1000, kMouseSeconds); });
   };
-  printTaken("idle", nullptr, kIdleSeconds, silence);
   printTaken("mouse", nullptr, kMouseSeconds, mouse);
   for (const Loop& loop : kLoops) {
     printTaken("idle", &loop, kIdleSeconds, silence);

@@ -29,6 +29,7 @@ ROUNDS = {"host_rounds": HOST_ROUNDS, "guest_rounds": GUEST_ROUNDS, "ns_per_inst
 FOLDER = pathlib.Path("build/bench")
 BIN = FOLDER / "bench"
 BENCH = BIN / "input_bench"
+LOOP_BENCH = BIN / "loop_bench"
 GUEST = FOLDER / "guest"
 
 LIBRARIES = ("libevdev", "libinput", "xkbcommon", "lirc")
@@ -96,6 +97,30 @@ def measure_time():
     log = run(BENCH, "compare", "fifos", str(HOST_ROUNDS))
     logging.info("%s", log.rstrip())
     return compared(log)
+
+
+# What `loop_bench` says of a loop in a measurement.
+LOOPS = re.compile(r"(\w+)\t(nothing|reader|waking|loop)\t(\w+)\t(-?[\d.]+)")
+
+
+def of_loops(log):
+    """By measurement and loop: figures by name. In a guest, a time is a number of instructions."""
+    figures = {}
+    for match in filter(None, map(LOOPS.fullmatch, log.splitlines())):
+        measurement, loop, name, figure = match.groups()
+        row = figures.setdefault(measurement, {}).setdefault(loop, {})
+        if name.endswith("_ns"):
+            row[name.removesuffix("_ns")] = float(figure) / NS_PER_INSTRUCTION
+        else:
+            row[name] = float(figure)
+    return figures
+
+
+def measure_loops():
+    logging.info("== how the loops wait: on this machine, with FIFOs")
+    log = run(LOOP_BENCH, "host")
+    logging.info("%s", log.rstrip())
+    return of_loops(log)
 
 
 # ---- User space ----------------------------------------------------------------------------------
@@ -224,19 +249,21 @@ def started(log):
 
 
 def measure_guests():
-    """Two boots on the 64-bit kernel, to see that they agree, and one of 32 bits without peers."""
+    """Two boots on the 64-bit kernel, to see that they agree, one of 32 bits without peers, and one for the loops."""
     logging.info("== kernel and user space: instructions, counted by QEMU")
     gather_for_guest()
     command = ("bench/in-guest", "sh", "in-guest", str(GUEST_ROUNDS))
     files = [BENCH, *sorted(BIN.glob("start_*")), *sorted(GUEST.iterdir()), command[0]]
     bin32 = pathlib.Path("build/bench-i386/bench")
     files32 = [bin32 / "input_bench", *sorted(bin32.glob("start_*")), command[0]]
+    loops = ("sh", "-c", "echo 0 >/proc/sys/kernel/randomize_va_space; loop_bench guest")
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
         boots = [pool.submit(run_guest, "amd64", FOLDER / f"amd64-{boot}.log", files, *command[1:]) for boot in (1, 2)]
+        loops_log = pool.submit(run_guest, "amd64", FOLDER / "loops.log", [LOOP_BENCH], *loops).result()
     first, second = (boot.result() for boot in boots)
     log32 = run_guest("i386", FOLDER / "i386.log", files32, *command[1:])
     return {"amd64": in_instructions(first), "amd64_again": in_instructions(second), "i386": in_instructions(log32),
-            "start": started(first)}
+            "start": started(first), "loops": of_loops(loops_log)}
 
 
 # ---- All of it -----------------------------------------------------------------------------------
@@ -248,4 +275,7 @@ def measure():
     figures["calls"], figures["same_calls"] = measure_calls()
     figures["size"] = measure_sizes()
     figures["allocators"] = count_allocators()
-    return {**figures, **measure_guests()}
+    loops = measure_loops()
+    figures.update(measure_guests())
+    figures["loops"].update(loops)
+    return figures

@@ -41,6 +41,13 @@ class GuestTest(unittest.TestCase):
                                                   "reader_shared": {"instructions": 3900000, "kilobytes": 2720}})
 
 
+class LoopsTest(unittest.TestCase):
+    def test_have_figures_by_name_and_instructions_for_times(self):
+        log = "guest: starting\nidle\tloop\tprocess_ns\t264.000\nidle\tloop\tsleeps\t0.003\n8000Hz\treader\tsteps\t58.000\n"
+        self.assertEqual(measure.of_loops(log), {"idle": {"loop": {"process": 33.0, "sleeps": 0.003}},
+                                                 "8000Hz": {"reader": {"steps": 58.0}}})
+
+
 class TimeTest(unittest.TestCase):
     def test_has_its_quartiles(self):
         self.assertEqual(measure.compared(GUEST)["typing"]["reader"],

@@ -27,6 +27,25 @@ SIZE_TARGETS = (
     ("stack of a function, bytes", "function", {"armhf": "384", "i386": "384"}),
     ("stack of the deepest chain, bytes", "chain", {"armhf": "768", "i386": "768"}),
 )
+LOOPS = {"reader": "the 10 ms loop", "waking": "waking with `readInput()`", "loop": "`InputLoop`"}
+FAST_MICE = {"2000Hz": {"steps": 2000, "clicks": 20}, "4000Hz": {"steps": 4000, "clicks": 40}}
+LOOP_ROWS = {
+    "nothing to do: sleeps a second": lambda of: shown(of("idle", "sleeps"), ".1f"),
+    "the same: instructions a second": lambda of: shown(of("idle", "process"), ",.0f"),
+    "a tap of the remote: instructions above that": lambda of: shown(tap_of(of), ",.0f"),
+    "a mouse at 1000 Hz: instructions a second": lambda of: shown(of("mouse", "process"), ",.0f"),
+    "the same, with those that the kernel executes elsewhere": lambda of: shown(of("mouse", "above"), ",.0f"),
+    "a key is late by, median (and the 90th of 100), ms":
+        lambda of: f"{shown(of('lateness', 'median'), '.2f')} ({shown(of('lateness', 'p90'), '.2f')})",
+    "a mouse at 2000 Hz, 16 ms: steps seen of 2000, clicks of 20": lambda of: seen_by(of, "2000Hz"),
+    "at 4000 Hz, 4 ms: of 4000, of 40": lambda of: seen_by(of, "4000Hz"),
+    "at 8000 Hz, 16 ms: of 8000, of 80": lambda of: seen_by(of, "8000Hz"),
+    "the same: steps that `read()` gave": lambda of: shown(of("8000Hz", "read"), ".0f"),
+    "the same: times that the kernel's queue was full, as `SYN_DROPPED` says":
+        lambda of: shown(of("8000Hz", "dropped"), ".0f"),
+    "frames drawn in 5 s while the daemon floods": lambda of: shown(of("daemon", "frames"), ".0f"),
+    "the same, and the mouse floods, too": lambda of: shown(of("both", "frames"), ".0f"),
+}
 STARTS = {
     "reader": "the component, static",
     "reader_shared": "the component, with shared libc and libstdc++",
@@ -90,6 +109,7 @@ def targets(figures):
         for workload, limit in zip(WORKLOADS, limits, strict=True):
             own, others = (find(figures, what, workload, contestant) for contestant in (whose, other))
             yield target(title, workload, limit, ratio(own, others), ".3f")
+    yield from loop_targets(figures)
     yield target("one key to what it types", "instructions", "40", find(figures, "lookup", "reader", "instructions"), ".0f")
     times = (find(figures, "lookup", whose, "ns") for whose in ("reader", "xkbcommon"))
     yield target("one key to what it types", "time, to xkbcommon's", "0.025", ratio(*times), ".3f")
@@ -101,6 +121,27 @@ def targets(figures):
     for peer in ("libevdev", "libinput"):
         others = find(figures, "start", peer, "instructions")
         yield target(f"start to the first event, to {peer}'s", "static", "0.333", ratio(own, others), ".3f")
+
+
+def of_loop(figures, measurement, name, loop="loop"):
+    return find(figures, "loops", measurement, loop, name)
+
+
+def loop_targets(figures):
+    yield target("InputLoop, nothing to do", "sleeps a second", "1", of_loop(figures, "idle", "sleeps"), ".3f")
+    for title, measurement, limit, other in (("InputLoop, nothing to do", "idle", "0.01", "reader"),
+                                             ("InputLoop, a mouse at 1000 Hz", "mouse", "0.50", "waking")):
+        own, others = (of_loop(figures, measurement, "process", loop) for loop in ("loop", other))
+        yield target(title, f"instructions, to those of {LOOPS[other]}", limit, ratio(own, others), ".4f")
+    yield target("InputLoop, a key is late by, ms", "median", "0.2", of_loop(figures, "lateness", "median"), ".3f")
+    for measurement, sent in FAST_MICE.items():
+        for name in ("steps", "clicks"):
+            seen = of_loop(figures, measurement, name)
+            missed = None if seen is None else sent[name] - seen
+            yield target(f"InputLoop, a mouse at {sent['steps']} Hz", f"{name} not seen", "0", missed, ".0f")
+    steps, read, unexplained = (of_loop(figures, "8000Hz", name) for name in ("steps", "read", "unexplained"))
+    lost = None if steps is None else read - steps + unexplained
+    yield target("InputLoop, a mouse at 8000 Hz", "lost behind the kernel's queue", "0", lost, ".0f")
 
 
 # ---- Tables --------------------------------------------------------------------------------------
@@ -134,6 +175,34 @@ def time_ratios(figures):
         return MISSING if found is None else f"{found['ratio']:.2f} ({found['lower']:.2f} to {found['upper']:.2f})"
 
     return table(text_of, ("reader", "loop", "libevdev", "batch"), WORKLOADS)
+
+
+SECONDS_PER_TAP = 2
+
+
+def tap_of(of):
+    own, idle = of("remote", "process"), of("idle", "process")
+    return None if own is None or idle is None else (own - idle) * SECONDS_PER_TAP
+
+
+def seen_by(of, measurement):
+    return ", ".join(shown(of(measurement, name), ".0f") for name in ("steps", "clicks"))
+
+
+def loops(figures):
+    def text_of(title, loop):
+        def of(measurement, name):
+            if name != "above":
+                return of_loop(figures, measurement, name, loop)
+            machine, alone = (of_loop(figures, measurement, "machine", whose) for whose in (loop, "nothing"))
+            return None if machine is None or alone is None else machine - alone
+
+        return LOOP_ROWS[title](of)
+
+    def cells(title):
+        return row(title, *(text_of(title, loop) for loop in LOOPS))
+
+    return rows([row("", *LOOPS.values()), f"|---|{'---|' * len(LOOPS)}", *map(cells, LOOP_ROWS)])
 
 
 def starts(figures):
@@ -172,6 +241,7 @@ def page(figures):
         calls=calls(figures),
         times=time_table(figures, with_fifos),
         time_ratios=time_ratios(figures),
+        loops=loops(figures),
         starts=rows(starts(figures)),
         lookups=rows(lookups(figures)),
         sizes=rows(sizes(figures)),
