@@ -1,6 +1,5 @@
 #include <poll.h>
 
-#include <algorithm>
 #include <memory>
 
 #include "bench/contestant.h"
@@ -31,7 +30,7 @@ class Waking final : public Contestant {
  private:
   void wait(int timeoutMs) const {
     pollfd sources[] = {{reader_.keyboardFd, POLLIN, 0}, {reader_.mouseFd, POLLIN, 0}, {reader_.lircFd, POLLIN, 0}};
-    poll(sources, 3, reader_.lircKey == 0 ? timeoutMs : std::min(timeoutMs, kRemoteStepMs));
+    poll(sources, 3, reader_.lircKey == 0 ? timeoutMs : kRemoteStepMs);
   }
 
   LinuxInputReader reader_;
