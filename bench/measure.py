@@ -197,9 +197,10 @@ def measure_calls():
 
 
 def measure_sizes():
-    """The component as a device has it: check_object.py says with which options."""
+    """The component and its loop as a device has them: check_object.py says with which options."""
     logging.info("== size and stack")
-    return {target: check_object.measure(compiler)[0] for target, compiler in COMPILERS.items()}
+    return {whose: {target: check_object.measure(compiler, whose)[0] for target, compiler in COMPILERS.items()}
+            for whose in check_object.SOURCES}
 
 
 def count_allocators():

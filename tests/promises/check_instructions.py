@@ -1,5 +1,6 @@
 #!/usr/bin/env -S python3 -B
-"""Counts the component's instructions per record in user space, and fails where they are more than their budget."""
+"""Counts the instructions per record of the component and of InputLoop in user space, and fails where they are more than
+their budget."""
 
 import argparse
 import configparser
@@ -20,12 +21,14 @@ def main():
     budgets = configparser.ConfigParser()
     budgets.read(HERE / "budgets.ini")
     exceeded = False
-    for workload, budget in budgets["instructions"].items():
-        floor = instructions_per_record(arguments.bench, "bare", workload)
-        own = instructions_per_record(arguments.bench, "reader", workload) - floor
-        verdict = "" if own <= float(budget) else f", which is more than the budget of {budget}"
-        print(f"{workload}: {own:.0f} instructions per record above those of its system calls ({floor:.0f}){verdict}")
-        exceeded = exceeded or bool(verdict)
+    for section in filter(lambda name: name.startswith("instructions, "), budgets.sections()):
+        _, whose, floor_of = section.split(", ")
+        for workload, budget in budgets[section].items():
+            floor = instructions_per_record(arguments.bench, floor_of, workload)
+            own = instructions_per_record(arguments.bench, whose, workload) - floor
+            verdict = "" if own <= float(budget) else f", which is more than the budget of {budget}"
+            print(f"{whose}, {workload}: {own:.0f} instructions per record above those of {floor_of} ({floor:.0f}){verdict}")
+            exceeded = exceeded or bool(verdict)
     sys.exit(1 if exceeded else 0)
 
 

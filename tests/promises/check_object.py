@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Compiles the component for size, prints what it takes, and fails where that is more than its budget (budgets.ini)."""
+"""Compiles the component or InputLoop for size, prints what it takes, and fails where that is more than its budget
+(budgets.ini)."""
 
 import argparse
 import configparser
@@ -12,6 +13,9 @@ import tempfile
 OPTIONS = ("-std=c++17 -Os -fno-pie -fno-exceptions -fno-rtti -fno-asynchronous-unwind-tables "
            "-fcallgraph-info=su").split()
 
+# What is measured, by the name of its budgets, and what its functions call.
+SOURCES = {"reader": ("linux_input_reader.cc",), "loop": ("input_loop.cc", "linux_input_reader.cc")}
+
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 
@@ -23,11 +27,14 @@ def section_sizes(readelf, object_file):
     return {name: int(size, 16) for name, size, _ in row.findall(output.stdout)}
 
 
-def deepest_chain(call_graph):
-    """The hungriest function's stack and that of the deepest chain of calls with its functions, from GCC's graph."""
+def deepest_chain(own_graph, *called_graphs):
+    """The hungriest function's stack and that of the deepest chain of calls with its functions, from GCC's graphs: of a
+    source, and of those that it calls."""
     stacks = {}
     names = {}
     calls = {}
+    call_graph = own_graph + "".join(called_graphs)
+    own_functions = re.findall(r'node: \{ title: "([^"]*)" label: "[^"]* bytes \(', own_graph)
     for title, label in re.findall(r'node: \{ title: "([^"]*)" label: "([^"]*)"', call_graph):
         own = re.search(r"(\d+) bytes \((static|dynamic,bounded)\)", label)
         if own:
@@ -48,25 +55,27 @@ def deepest_chain(call_graph):
         own = stacks.get(function, 0)
         return own + depth, ([names[function]] if own else []) + functions
 
-    if not stacks:
+    if not own_functions:
         sys.exit("the compiler gave no call graph")
-    return max(stacks.values()), *max(below(function, []) for function in stacks)
+    return (max(stacks[function] for function in own_functions),
+            *max(below(function, []) for function in own_functions))
 
 
-def measure(compiler, readelf="readelf"):
-    """What the component takes in bytes, by name, and the functions of the deepest chain."""
+def measure(compiler, whose, readelf="readelf"):
+    """What the object takes in bytes, by name, and the functions of the deepest chain."""
+    call_graphs = []
     with tempfile.TemporaryDirectory() as folder:
-        object_file = pathlib.Path(folder) / "reader.o"
-        source = ROOT / "input" / "linux_input_reader.cc"
-        subprocess.run([compiler, *OPTIONS, f"-I{ROOT}", "-c", source, "-o", object_file], check=True)
-        sections = section_sizes(readelf, object_file)
-        call_graph = object_file.with_suffix(".ci").read_text(encoding="utf-8")
+        objects = [pathlib.Path(folder) / f"{source}.o" for source in SOURCES[whose]]
+        for source, object_file in zip(SOURCES[whose], objects):
+            subprocess.run([compiler, *OPTIONS, f"-I{ROOT}", "-c", ROOT / "input" / source, "-o", object_file], check=True)
+            call_graphs.append(object_file.with_suffix(".ci").read_text(encoding="utf-8"))
+        sections = section_sizes(readelf, objects[0])
 
     constructors = [name for name in sections if re.match(r"\.(init_array|ctors|preinit_array)", name)]
     if constructors:
-        sys.exit(f"the component runs code before main(): {', '.join(constructors)}")
+        sys.exit(f"{SOURCES[whose][0]} runs code before main(): {', '.join(constructors)}")
     data = {name: size for name, size in sections.items() if re.match(r"\.(data|bss|tbss|tdata)", name)}
-    function, chain, functions = deepest_chain(call_graph)
+    function, chain, functions = deepest_chain(*call_graphs)
     figures = {"code": sum(sections.values()) - sum(data.values()), "data": sum(data.values()), "function": function,
                "chain": chain}
     return figures, functions
@@ -76,15 +85,17 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--compiler", required=True)
     parser.add_argument("--readelf", default="readelf")
-    parser.add_argument("--target", required=True, help="a section of budgets.ini")
+    parser.add_argument("--target", required=True, help="budgets.ini has its budgets")
+    parser.add_argument("whose", choices=SOURCES)
     arguments = parser.parse_args()
 
+    section = f"{arguments.whose}, {arguments.target}"
     budgets = configparser.ConfigParser()
     budgets.read(HERE / "budgets.ini")
-    budget = budgets[arguments.target]
+    budget = budgets[section]
 
-    figures, functions = measure(arguments.compiler, arguments.readelf)
-    print(f"{arguments.target}:", ", ".join(f"{name} {figure} bytes" for name, figure in figures.items()))
+    figures, functions = measure(arguments.compiler, arguments.whose, arguments.readelf)
+    print(f"{section}:", ", ".join(f"{name} {figure} bytes" for name, figure in figures.items()))
     print("the deepest chain:", " > ".join(functions))
     too_much = [name for name, figure in figures.items() if figure > budget.getint(name)]
     for name in too_much:
