@@ -150,11 +150,12 @@ def loop_targets(figures):
 # ---- Tables --------------------------------------------------------------------------------------
 
 
-def floors(figures):
-    """How far the floor itself is above or below libinput."""
-    for workload in WORKLOADS:
-        bare, libinput = (find(figures, "amd64", workload, contestant) for contestant in ("bare", "libinput"))
-        yield f"{workload} {shown(ratio(bare, libinput), '.2f')}"
+def ratios(figures, what, whose, other):
+    """How far a contestant is above or below another, in a line."""
+    def of(workload):
+        return ratio(*(find(figures, what, workload, contestant) for contestant in (whose, other)))
+
+    return ", ".join(f"{workload} {shown(of(workload), '.2f')}" for workload in WORKLOADS)
 
 
 def boots_differ_by(figures):
@@ -238,9 +239,11 @@ def page(figures):
         **figures["rounds"],
         versions=", ".join(f"{name} {version}" for name, version in figures["versions"].items()),
         targets=rows(targets(figures)),
-        floors=", ".join(floors(figures)),
+        floors=ratios(figures, "amd64", "bare", "libinput"),
         boots_differ_by=f"{boots_differ_by(figures):.3f}",
         amd64=comparison(figures, "amd64", ".0f", everyone),
+        loop_i386=ratios(figures, "i386", "loop", "bare"),
+        loop_user=ratios(figures, "user", "loop", "bare"),
         i386=comparison(figures, "i386", ".0f", ("bare", "reader", "loop", "batch")),
         user=comparison(figures, "user", ".0f", with_fifos, IDLE),
         calls=calls(figures),
