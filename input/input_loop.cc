@@ -110,7 +110,7 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
   for (int i = 0; i < kSources; ++i) fds[i] = {channels_[i]->fd, POLLIN, 0};
   fds[kSources] = {ownFd, POLLIN, 0};
 
-  const int dueMs = state_.unreported != 0 ? 0 : this->timeoutMs();
+  const int dueMs = state_.unreported != 0 || timeoutMs == 0 ? 0 : this->timeoutMs();
   const bool isDueFirst = dueMs >= 0 && (timeoutMs < 0 || dueMs < timeoutMs);
   const int found = poll(fds, ownFd < 0 ? kSources : kSources + 1, isDueFirst ? dueMs : timeoutMs);
 
@@ -247,8 +247,6 @@ bool InputLoop::drain(Node& node, InputEvent& event) {
     if (state_.held.source != node.source) return false;
     budget = state_.budget;
     state_.isInDrain = false;
-  } else {
-    reader_.pointerMoved = false;
   }
 
   for (; budget > 0; --budget) {
@@ -423,7 +421,7 @@ CALLED_ONCE bool InputLoop::append(std::size_t size, bool hasEnd) {
 
 CALLED_ONCE bool InputLoop::openPipe() {
   if (!state_.hasPipe) state_.hasPipe = pipe2(state_.pipe, O_NONBLOCK | O_CLOEXEC) == 0;
-  if (!state_.hasPipe) logLoss("other LIRC lines", errno);
+  if (!state_.hasPipe) logLoss("LIRC lines", errno);
   return state_.hasPipe;
 }
 

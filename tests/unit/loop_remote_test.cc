@@ -71,7 +71,7 @@ TEST_F(LoopRemote, LosesTheLinesOfOneReadWhereThereIsNoPipe) {
   machine.fail(Call::kPipe2, 1, EMFILE);
   daemon.sendText(line("KEY_UP") + line("KEY_DOWN"));
   EXPECT_EQ(takeNow(loop), Lines{kUp});
-  EXPECT_EQ(takeLog().front(), "loop: ERROR Lost the other LIRC lines, errno = 24");
+  EXPECT_EQ(takeLog().front(), "loop: ERROR Lost the LIRC lines, errno = 24");
 }
 
 TEST_F(LoopRemote, LosesOneLineWhereThePipeFails) {
