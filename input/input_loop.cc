@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -132,11 +131,11 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
 
 int InputLoop::descriptors(pollfd* fds) {
   findSources();
-  int count = 0;
+  int used = 0;
   for (const Channel* channel : channels_) {
-    if (channel->fd >= 0) fds[count++] = {channel->fd, POLLIN, 0};
+    if (channel->fd >= 0) fds[used++] = {channel->fd, POLLIN, 0};
   }
-  return count;
+  return used;
 }
 
 std::uint32_t InputLoop::generation() {
@@ -373,7 +372,7 @@ bool InputLoop::takeLine(InputEvent& event) {
   if (seen <= 0) return false;
 
   const auto* end = static_cast<const char*>(memchr(text, '\n', static_cast<std::size_t>(seen)));
-  std::size_t size = static_cast<std::size_t>(end != nullptr ? end - text + 1 : seen);
+  auto size = static_cast<std::size_t>(end != nullptr ? end - text + 1 : seen);
   if (size > room) {
     size = room;
     end = nullptr;
