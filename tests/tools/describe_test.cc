@@ -32,6 +32,12 @@ InputEvent mouseEvent(std::int32_t action, std::int32_t button, std::uint16_t x,
   return event;
 }
 
+InputEvent wheelEvent(std::int32_t axis, std::int32_t steps) {
+  InputEvent event = mouseEvent(axis, steps, 312, 40, 0);
+  event.kind = InputLoop::kWheelEvent;
+  return event;
+}
+
 TEST(Describe, ShowsAKeyWithItsCharacterAndModifiers) {
   const LinuxInputReader::Modifier all = KeyInput::kControlModifier | KeyInput::kShiftModifier | KeyInput::kAltModifier;
   EXPECT_EQ(describe(keyDown(KeyInput::kA, 'a')), "key down    A               'a'");
@@ -63,6 +69,13 @@ TEST(Describe, ShowsTheMouse) {
             "mouse down  middle x255     1,2");
 }
 
+TEST(Describe, ShowsWhereAWheelWasTurnedTo) {
+  EXPECT_EQ(describe(wheelEvent(InputLoop::kVertical, 1)), "wheel       up x1           312,40");
+  EXPECT_EQ(describe(wheelEvent(InputLoop::kVertical, -3)), "wheel       down x3         312,40");
+  EXPECT_EQ(describe(wheelEvent(InputLoop::kHorizontal, 2)), "wheel       right x2        312,40");
+  EXPECT_EQ(describe(wheelEvent(InputLoop::kHorizontal, INT32_MIN)), "wheel       left x2147483648  312,40");
+}
+
 TEST(Describe, ShowsARecordWithoutAnEvent) {
   InputEvent event = {};
   event.kind = InputEvent::kNoEvent;
@@ -84,6 +97,10 @@ TEST(Describe, GivesJsonAllFields) {
             R"({"time":0.0,"kind":"mouse","action":"move","button":"none","x":312,"y":40,"clicks":0})");
   EXPECT_EQ(toJson(2s, mouseEvent(MouseData::kButtonUp, MouseData::kMiddle, 1, 2, 3)).dump(),
             R"({"time":2.0,"kind":"mouse","action":"up","button":"middle","x":1,"y":2,"clicks":3})");
+  EXPECT_EQ(toJson(2s, wheelEvent(InputLoop::kVertical, -3)).dump(),
+            R"({"time":2.0,"kind":"wheel","axis":"vertical","steps":-3,"x":312,"y":40})");
+  EXPECT_EQ(toJson(2s, wheelEvent(InputLoop::kHorizontal, 1)).dump(),
+            R"({"time":2.0,"kind":"wheel","axis":"horizontal","steps":1,"x":312,"y":40})");
 }
 
 // Every key code that some key code or remote button gives.

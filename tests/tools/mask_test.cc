@@ -291,6 +291,13 @@ TEST(MaskedEvent, HidesARemotesCharacterWhateverKeyHasItsNumber) {
   }
 }
 
+TEST(MaskedEvent, ShowsWheelsWhichNeverType) {
+  InputEvent event = {};
+  event.kind = InputLoop::kWheelEvent;
+  event.mouseData = {InputLoop::kHorizontal, KeyInput::kA, 1, 2, 0};
+  for (const Mask mask : kMasks) EXPECT_EQ(maskedText(mask, event), "wheel       right x65       1,2");
+}
+
 TEST(MaskedEvent, ShowsWhatIsKnownNotToType) {
   for (const InputEvent& event :
        {keyEvent(KeyInput::kEnter, 13), keyEvent(KeyInput::kTab, 9), keyEvent(KeyInput::kLeft, 0),

@@ -114,6 +114,15 @@ TEST_F(ScreenModelTest, ARecordWithoutAnEventIsALineButNoEvent) {
   EXPECT_EQ(model_.counts().events(), 0);
 }
 
+TEST_F(ScreenModelTest, AWheelIsALineAndAnEventOfItsOwnKind) {
+  InputEvent event = mouseEvent(InputLoop::kVertical, -2, 3, 4);
+  event.kind = InputLoop::kWheelEvent;
+  model_.addEvent(1s, event);
+  EXPECT_EQ(model_.lines(), Lines{"   1.000  wheel       down x2         3,4"});
+  EXPECT_EQ(model_.counts().summary(1s, false), "1 event in 1.000 s: 0 keys, 0 moves, 0 buttons, 1 wheel");
+  EXPECT_FALSE(model_.pointer().lastPress);
+}
+
 TEST_F(ScreenModelTest, OldLinesAreForgotten) {
   for (std::size_t i = 0; i <= ScreenModel::kLines; ++i) model_.addLogLine(std::to_string(i));
   EXPECT_EQ(model_.lines().size(), ScreenModel::kLines);

@@ -2,6 +2,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "tools/common/columns.h"
@@ -67,6 +68,18 @@ std::string describeMouse(const MouseData& mouse) {
   return columns(what, position, held ? std::string(buttonName(mouse.button)) + " held" : "");
 }
 
+// How often a wheel was turned, and where to.
+std::string describeSteps(const MouseData& wheel) {
+  const bool isVertical = wheel.action == InputLoop::kVertical;
+  const std::int64_t steps = wheel.button;
+  const char* direction = steps > 0 ? (isVertical ? "up" : "right") : (isVertical ? "down" : "left");
+  return direction + (" x" + std::to_string(std::abs(steps)));
+}
+
+std::string describeWheel(const MouseData& wheel) {
+  return columns("wheel", describeSteps(wheel), std::to_string(wheel.x) + "," + std::to_string(wheel.y));
+}
+
 void addKey(nlohmann::ordered_json& json, const KeyData& key) {
   json["kind"] = "key";
   json["action"] = keyAction(key);
@@ -86,6 +99,14 @@ void addMouse(nlohmann::ordered_json& json, const MouseData& mouse) {
   json["x"] = mouse.x;
   json["y"] = mouse.y;
   json["clicks"] = mouse.clicks;
+}
+
+void addWheel(nlohmann::ordered_json& json, const MouseData& wheel) {
+  json["kind"] = "wheel";
+  json["axis"] = wheel.action == InputLoop::kVertical ? "vertical" : "horizontal";
+  json["steps"] = wheel.button;
+  json["x"] = wheel.x;
+  json["y"] = wheel.y;
 }
 
 }  // namespace
@@ -124,6 +145,7 @@ std::string describe(const InputEvent& event) {
   switch (event.kind) {
     case InputEvent::kKeyEvent: return describeKey(event.keyData);
     case InputEvent::kMouseEvent: return describeMouse(event.mouseData);
+    case InputLoop::kWheelEvent: return describeWheel(event.mouseData);
     default: return "record without an event";
   }
 }
@@ -140,6 +162,8 @@ nlohmann::ordered_json toJson(microseconds time, const InputEvent& event) {
   json["time"] = static_cast<double>(time.count()) / 1e6;
   if (event.kind == InputEvent::kKeyEvent) {
     addKey(json, event.keyData);
+  } else if (event.kind == InputLoop::kWheelEvent) {
+    addWheel(json, event.mouseData);
   } else {
     addMouse(json, event.mouseData);
   }

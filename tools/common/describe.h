@@ -5,10 +5,12 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "input/input_loop.h"
 #include "input/linux_input_reader.h"
 
 namespace quarlo::tools {
 
+using components::input::InputLoop;
 using components::input::LinuxInputReader;
 using std::chrono::microseconds;
 using InputEvent = LinuxInputReader::InputEvent;
@@ -29,6 +31,7 @@ std::string describeModifiers(LinuxInputReader::Modifier modifiers);
 //   key down    A               'a'  shift
 //   mouse move  312,40          left held
 //   mouse down  left x2         312,40
+//   wheel       up x3           312,40
 std::string describe(const InputEvent& event);
 
 // `time` in seconds, as the text lines have it.
@@ -37,6 +40,7 @@ std::string describeTime(microseconds time);
 // The event with all its fields, such as
 //   {"time":0.512,"kind":"key","action":"down","key":"A","code":65,"ch":97,"modifiers":["shift"]}
 //   {"time":0.513,"kind":"mouse","action":"move","button":"none","x":312,"y":40,"clicks":0}
+//   {"time":0.514,"kind":"wheel","axis":"vertical","steps":3,"x":312,"y":40}
 // `time` is in seconds.
 nlohmann::ordered_json toJson(microseconds time, const InputEvent& event);
 

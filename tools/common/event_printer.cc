@@ -9,6 +9,8 @@ namespace quarlo::tools {
 void EventCounts::add(const InputEvent& event) {
   if (event.kind == InputEvent::kKeyEvent) {
     ++keys_;
+  } else if (event.kind == InputLoop::kWheelEvent) {
+    ++wheels_;
   } else if (event.kind != InputEvent::kMouseEvent) {
     ++empty_;
   } else if (event.mouseData.action == InputEvent::MouseData::kMove) {
@@ -21,6 +23,7 @@ void EventCounts::add(const InputEvent& event) {
 std::string EventCounts::summary(microseconds duration, bool withEmptyRecords) const {
   std::string text = counted(events(), "event") + " in " + describeTime(duration) + " s: " + counted(keys_, "key") +
                      ", " + counted(moves_, "move") + ", " + counted(buttons_, "button");
+  if (wheels_ != 0) text += ", " + counted(wheels_, "wheel");
   if (withEmptyRecords) text += ", " + counted(empty_, "record") + " without an event";
   return text;
 }

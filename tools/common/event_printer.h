@@ -23,15 +23,17 @@ class EventCounts {
   // kNoEvent stands for a record without an event.
   void add(const InputEvent& event);
 
-  long events() const { return keys_ + moves_ + buttons_; }
+  long events() const { return keys_ + moves_ + buttons_ + wheels_; }
 
-  // "2 events in 1.500 s: 0 keys, 1 move, 1 button", and how many records gave no event, if that is wanted.
+  // "2 events in 1.500 s: 0 keys, 1 move, 1 button", and of wheels if they were turned, and how many records gave no
+  // event, if that is wanted.
   std::string summary(microseconds duration, bool withEmptyRecords) const;
 
  private:
   long keys_ = 0;
   long moves_ = 0;
   long buttons_ = 0;
+  long wheels_ = 0;
   long empty_ = 0;
 };
 
