@@ -1,0 +1,38 @@
+#include "tools/common/reader_loop.h"
+
+#include <linux/input.h>
+
+#include <utility>
+
+namespace quarlo::tools {
+
+ReaderLoop::ReaderLoop(LinuxInputReader& reader, PollTimeout timeout, Empty empty)
+    : reader_(reader), loop_(reader), timeout_(timeout), empty_(empty) {}
+
+void ReaderLoop::wait(int limitMs, int ownFd) {
+  if (polls()) {
+    timeoutMs_ = *timeout_;
+  } else {
+    loop_.wait(limitMs, ownFd);
+  }
+}
+
+bool ReaderLoop::next(InputEvent& event) {
+  if (polls()) {
+    event.kind = InputEvent::kNoEvent;
+    return reader_.readInput(event, std::exchange(timeoutMs_, 0));
+  }
+  InputLoop::Cause cause = {};
+  while (loop_.nextRecord(event, cause)) {
+    if (isWanted(event, cause)) return true;
+  }
+  return false;
+}
+
+bool ReaderLoop::isWanted(const InputEvent& event, const InputLoop::Cause& cause) const {
+  if (event.kind != InputEvent::kNoEvent) return true;
+  const bool isLine = loop_.source() == InputLoop::kRemote;
+  return empty_ == Empty::kLines ? isLine : !isLine && cause.record.type == EV_KEY;
+}
+
+}  // namespace quarlo::tools

@@ -1,0 +1,46 @@
+// The loop of an application, as all commands that run the reader have it: that of input/input_loop.h, or the one that
+// does without it.
+#pragma once
+
+#include <optional>
+
+#include "input/input_loop.h"
+#include "tools/common/describe.h"
+
+namespace quarlo::tools {
+
+// Of a loop that polls: the timeout of the first readInput() of each round, in ms. None: the loop is an InputLoop's.
+using PollTimeout = std::optional<int>;
+
+// A round: wait(), then next() until it returns false.
+class ReaderLoop {
+ public:
+  // What next() gives beside events: keys and buttons that gave none, or lines of the remote that gave none.
+  enum class Empty { kKeys, kLines };
+
+  // REQUIRES: one that polls is not asked for lines, of which readInput() does not tell.
+  ReaderLoop(LinuxInputReader& reader, PollTimeout timeout, Empty empty);
+
+  // Waits until there is something to take, for at most `limitMs` ms (-1: without a limit), until `ownFd` (-1: none) is
+  // readable, until a source goes, or until a signal. One that polls waits in next() instead, by its timeout alone.
+  void wait(int limitMs, int ownFd = -1);
+
+  // Fills `event` with what came next; kNoEvent stands for what gave no event. Returns false when there is nothing.
+  bool next(InputEvent& event);
+
+  // The sources that are gone. One that polls does not know.
+  InputLoop::SourceSet gone() const { return loop_.gone(); }
+
+  bool polls() const { return timeout_.has_value(); }
+
+ private:
+  bool isWanted(const InputEvent& event, const InputLoop::Cause& cause) const;
+
+  LinuxInputReader& reader_;
+  InputLoop loop_;
+  PollTimeout timeout_;
+  Empty empty_;
+  int timeoutMs_ = 0;  // of the next readInput()
+};
+
+}  // namespace quarlo::tools
