@@ -1,11 +1,14 @@
 #include "tools/common/stop_request.h"
 
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <cstdint>
 
 namespace quarlo::tools {
 namespace {
@@ -14,14 +17,24 @@ constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGALRM};
 
 volatile std::sig_atomic_t requested = 0;
 
+std::atomic<int> descriptor = -1;
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
+
 std::atomic<void (*)(int)> secondAction = SIG_DFL;
 static_assert(std::atomic<void (*)(int)>::is_always_lock_free, "a signal handler reads it");
 
-// A request that comes after the loop has asked stopRequested(), but before it waits in select(), would be noticed only
-// at the end of that wait. The alarm comes here again, and interrupts it.
+void makeReadable() {
+  const std::uint64_t one = 1;
+  const int before = errno;
+  if (descriptor != -1 && write(descriptor, &one, sizeof one) == -1) errno = before;
+}
+
+// A request that comes after the loop has asked stopRequested(), but before it waits without stopDescriptor(), would be
+// noticed only at the end of that wait. The alarm comes here again, and interrupts it.
 void requestStop(int signal) {
   constexpr unsigned kSecondsToNextAlarm = 1;
   requested = 1;
+  makeReadable();
   // A second one ends the program at once; but of a terminal that is closed, the shell and the kernel both tell.
   if (signal == SIGINT || signal == SIGTERM) std::signal(signal, secondAction);
   alarm(kSecondsToNextAlarm);
@@ -52,6 +65,12 @@ void catchStopRequests() {
 void onSecondStopRequest(void (*handler)(int)) { secondAction = handler; }
 
 bool stopRequested() { return requested != 0; }
+
+int stopDescriptor() {
+  if (descriptor == -1) descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (stopRequested()) makeReadable();  // it may have come before
+  return descriptor;
+}
 
 bool isStopRequest(int signal) { return std::find(kSignals.begin(), kSignals.end(), signal) != kSignals.end(); }
 

@@ -12,6 +12,10 @@ void onSecondStopRequest(void (*handler)(int));
 // Whether a stop was requested.
 bool stopRequested();
 
+// A descriptor that is readable once a stop was requested, also before it is waited for; -1 if there is none. Never
+// read it. REQUIRES: catchStopRequests() was called.
+int stopDescriptor();
+
 // Whether this signal is such a request, or belongs to one.
 bool isStopRequest(int signal);
 
