@@ -30,7 +30,8 @@ void checkSources(const SourcePaths& sources) {
 
 void checkReader(const ReaderOptions& options) {
   require(options.maxX <= 65535 && options.maxY <= 65535, "a size has at most 65536 pixels a side");
-  require(options.timeoutMs >= 1 && options.timeoutMs <= components::input::kLongestTimeoutMs,
+  const int timeoutMs = options.pollTimeout.value_or(kRoundTimeoutMs);
+  require(timeoutMs >= 1 && timeoutMs <= components::input::kLongestTimeoutMs,
           "a timeout is one that the reader waits for");
 }
 

@@ -149,15 +149,17 @@ recording::microseconds lengthOf(const Session& session) {
   return length;
 }
 
-// In a number of rounds that does not depend on the session's length, which can be a day. The reader does not wait at
-// all from the release timeout of a remote's key to the end of the repeat timeout, so that one is short.
+// With a loop that polls, in a number of rounds that does not depend on the session's length, which can be a day. The
+// reader does not wait at all from the release timeout of a remote's key to the end of the repeat timeout, so that one
+// is short.
 void checkPlaying(const Session& session) {
   constexpr int kRounds = 64;
   setenv("LIRC_REPEAT_TIMEOUT", "1", 1);
   tools::setVerbosity(0);
   tools::replay::ReplayOptions options;
   options.lircEnvironment = true;
-  options.timeoutMs = 1 + static_cast<int>(lengthOf(session) / std::chrono::milliseconds(kRounds));
+  tools::replay::play(session, options);
+  options.pollTimeout = 1 + static_cast<int>(lengthOf(session) / std::chrono::milliseconds(kRounds));
   tools::replay::play(session, options);
 }
 

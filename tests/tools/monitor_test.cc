@@ -31,6 +31,8 @@ class MonitorTest : public testing::Test {
 
 using Events = std::vector<std::string>;
 
+const Arguments kPolling = {"--loop", "poll"};
+
 TEST_F(MonitorTest, SaysWhatIsOpenPrintsTheEventsAndEndsAfterTheLastOneWanted) {
   node_.send({{EV_REL, REL_X, 5}, {EV_REL, REL_Y, 7}});
   node_.send({{EV_KEY, BTN_RIGHT, 0}});
@@ -65,6 +67,29 @@ TEST_F(MonitorTest, LosesNothingOfABurst) {
     expected.push_back("key up      Up              0");
   }
   EXPECT_EQ(eventsOf(result.out), expected);
+}
+
+TEST_F(MonitorTest, PrintsWheels) {
+  node_.send({{EV_REL, REL_X, 5}, {EV_REL, REL_WHEEL, -1}, {EV_REL, REL_WHEEL_HI_RES, -120}});
+  node_.send({{EV_REL, REL_HWHEEL, 2}});
+  const Result result = run(mouse({"--count", "3"}));
+  EXPECT_EQ(eventsOf(result.out),
+            (Events{"mouse move  5,0", "wheel       down x1         5,0", "wheel       right x2        5,0"}));
+  EXPECT_NE(result.out.find(" s: 0 keys, 1 move, 0 buttons, 2 wheels\n"), std::string::npos) << result.out;
+}
+
+TEST_F(MonitorTest, PrintsAKeyWithoutAnEventOnlyWhenAskedTo) {
+  for (const std::string loop : {"wait", "poll"}) {
+    for (const bool isVerbose : {false, true}) {
+      node_.send({{EV_MSC, MSC_SCAN, 1}, {EV_KEY, BTN_SIDE, 1}});
+      node_.send({{EV_KEY, BTN_LEFT, 1}});
+      Arguments arguments = mouse({"--count", "1", "--loop", loop});
+      if (isVerbose) arguments.emplace_back("-v");
+      Events expected = {"mouse down  left x1         0,0"};
+      if (isVerbose) expected.insert(expected.begin(), "record without an event");
+      EXPECT_EQ(eventsOf(run(arguments).out), expected) << loop;
+    }
+  }
 }
 
 TEST_F(MonitorTest, MasksWhatWasTypedWhereTheOutputIsNoTerminal) {
@@ -132,40 +157,81 @@ TEST_F(MonitorTest, PrintsTheRemote) {
   const Result result = program.finish();
   EXPECT_EQ(result.status, 1);
   EXPECT_NE(result.out.find("  remote    " + socket + "\n"), std::string::npos);
+  EXPECT_EQ(result.err,
+            "ERROR The remote is gone, errno = 0\n"
+            "quarlo-input: the LIRC daemon has closed the connection: start it again, then this\n");
+}
+
+TEST_F(MonitorTest, EndsWhenTheDaemonIsGoneWithALoopThatPollsToo) {
+  const std::string socket = folder_.path("lircd");
+  Daemon daemon(socket);
+  Program program({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--loop", "poll"});
+  daemon.send("0000000000f40bf0 00 KEY_VOLUMEUP myremote\n");
+  EXPECT_TRUE(program.waitFor("key down    VolumeUp        0\n"));
+  daemon.hangUp();
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "quarlo-input: the LIRC daemon has closed the connection: start it again, then this\n");
 }
 
-TEST_F(MonitorTest, LosesNothingOfTheRemotesLines) {
+TEST_F(MonitorTest, TakesEachOfTheRemotesLinesAlsoIfTheyComeTogether) {
   const std::string socket = folder_.path("lircd");
   Daemon daemon(socket);
-  Program program({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "1"});
+  Program program({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "3"});
+  daemon.send("0 00 KEY_UP myremote\n0 00 KEY_DOWN myremote\n0 00 KEY_LEFT myrem");
+  daemon.send("ote\n");
+  EXPECT_EQ(eventsOf(program.finish().out), (Events{"key down    Up              0", "key down    Down            0",
+                                                    "key down    Left            0"}));
+}
+
+TEST_F(MonitorTest, LosesNothingOfTheRemotesLinesThatALoopThatPollsTakes) {
+  const std::string socket = folder_.path("lircd");
+  Daemon daemon(socket);
+  Program program(
+      {"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "1", "--loop", "poll"});
   // The reader takes 127 bytes at a time; of what is left, not a byte is one too many.
   daemon.send(std::string(127, 'x') + " 00 KEY_UP myremote\n");
   EXPECT_EQ(eventsOf(program.finish().out), Events{"key down    Up              0"});
 }
 
+// It ends after what it had sent.
 TEST_F(MonitorTest, EndsWhenASourceIsGone) {
   Program program(mouse());
   node_.send({{EV_REL, REL_X, 1}});
   EXPECT_TRUE(program.waitFor("mouse move  1,0\n"));
+  node_.send({{EV_KEY, BTN_LEFT, 1}});
   node_.close();
   const Result result = program.finish();
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.err, "quarlo-input: the mouse is gone: it was unplugged, or what wrote to it has ended\n");
-  EXPECT_EQ(linesOf(result.out).back().rfind("1 event in ", 0), 0U);
+  EXPECT_EQ(result.err,
+            "ERROR The mouse is gone, errno = 0\n"
+            "quarlo-input: the mouse is gone: it was unplugged, or what wrote to it has ended\n");
+  EXPECT_EQ(eventsOf(result.out), (Events{"mouse move  1,0", "mouse down  left x1         1,0"}));
 }
 
+TEST_F(MonitorTest, EndsWhenASourceIsGoneWithALoopThatPollsToo) {
+  Program program(keyboard(kPolling));
+  node_.send({{EV_KEY, KEY_UP, 1}});
+  EXPECT_TRUE(program.waitFor("key down    Up              0\n"));
+  node_.close();
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: the keyboard is gone: it was unplugged, or what wrote to it has ended\n");
+}
+
+// Without the signal, the wait would last forever, or for more than half an hour.
 TEST_F(MonitorTest, EndsWithItsSummaryWhenAskedToStop) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    // Without the signal, the wait would last for more than half an hour.
-    Program program(keyboard({"--timeout", "2147483"}));
-    node_.send({{EV_KEY, KEY_UP, 1}});
-    EXPECT_TRUE(program.waitFor("key down    Up              0\n"));
-    program.signal(signal);
-    const Result result = program.finish();
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err, "");
-    EXPECT_EQ(linesOf(result.out).back().rfind("1 event in ", 0), 0U) << result.out;
+  for (const Arguments& options : {Arguments{}, Arguments{"--loop", "poll", "--timeout", "2147483"}}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      Program program(keyboard(options));
+      node_.send({{EV_KEY, KEY_UP, 1}});
+      EXPECT_TRUE(program.waitFor("key down    Up              0\n"));
+      program.signal(signal);
+      const Result result = program.finish();
+      EXPECT_EQ(result.status, 0);
+      EXPECT_EQ(result.err, "");
+      EXPECT_EQ(linesOf(result.out).back().rfind("1 event in ", 0), 0U) << result.out;
+    }
   }
 }
 
@@ -195,10 +261,14 @@ TEST_F(MonitorTest, PrintsNothingIntoTheDaemonsSocketWhenItsOutputIsClosed) {
 TEST_F(MonitorTest, ShowsTheRemotesLinesEscaped) {
   const std::string socket = folder_.path("lircd");
   Daemon daemon(socket);
-  Program program({"monitor", "-vv", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "1"});
-  daemon.send("0 00 KEY_UP " + kHostile + "\n");
+  Program program({"monitor", "-vv", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "2"});
+  daemon.send("0 00 KEY_UP " + kHostile + "\n0 00 KEY_DOWN tv\n");
   const Result result = program.finish();
-  EXPECT_NE(result.err.find(kHostileEscaped), std::string::npos) << result.err;
+  // A new line within it begins the next one.
+  const std::size_t end = kHostileEscaped.find("\\n") + 2;
+  for (const std::string& line : {kHostileEscaped.substr(0, end), kHostileEscaped.substr(end)}) {
+    EXPECT_NE(result.err.find(line), std::string::npos) << result.err;
+  }
   EXPECT_TRUE(isHarmless(result.out + result.err)) << result.out << result.err;
 }
 

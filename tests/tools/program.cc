@@ -204,7 +204,9 @@ std::vector<std::string> eventsOf(const std::string& out) {
   for (const std::string& line : linesOf(out)) {
     const std::size_t end = line.find("  ", line.find_first_not_of(' '));
     const std::string event = end == std::string::npos ? "" : line.substr(end + 2);
-    if (event.rfind("key ", 0) == 0 || event.rfind("mouse ", 0) == 0) events.push_back(event);
+    for (const std::string kind : {"key ", "mouse ", "wheel ", "record "}) {
+      if (event.rfind(kind, 0) == 0) events.push_back(event);
+    }
   }
   return events;
 }

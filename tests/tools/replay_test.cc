@@ -53,6 +53,11 @@ TEST_P(SampleSession, GivesTheEventsOfItsGoldenFile) {
   EXPECT_EQ(replayed({sample(GetParam())}), contentOf(std::string(QUARLO_GOLDEN) + "/" + GetParam() + ".txt"));
 }
 
+TEST_P(SampleSession, GivesTheEventsOfAnotherGoldenFileWithALoopThatPolls) {
+  EXPECT_EQ(replayed({"--loop", "poll", sample(GetParam())}),
+            contentOf(std::string(QUARLO_GOLDEN) + "/" + GetParam() + ".poll.txt"));
+}
+
 TEST_P(SampleSession, GivesTheSameEventsAgain) {
   EXPECT_EQ(replayed({sample(GetParam())}), replayed({sample(GetParam())}));
 }
@@ -89,7 +94,7 @@ TEST(Replay, PlaysAFileAloneFromItsFirstRecord) {
   EXPECT_EQ(replayed({file}),
             "  0.000  key down    Up              0\n"
             "  1.000  key up      Up              0\n"
-            "2 events in 1.010 s: 2 keys, 0 moves, 0 buttons\n");
+            "2 events in 1.000 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
 TEST(Replay, ReadsAReportThatIsLongerThanADrain) {
@@ -116,10 +121,10 @@ TEST(Replay, ShowsRecordsWithoutAnEventOnlyWhenAskedTo) {
   const Folder folder;
   folder.write("mouse.evemu",
                kDescription + record("0.000000", EV_KEY, BTN_SIDE, 1) + record("0.000000", EV_SYN, SYN_REPORT, 0));
-  EXPECT_EQ(replayed({folder.path("")}), "0 events in 0.010 s: 0 keys, 0 moves, 0 buttons\n");
+  EXPECT_EQ(replayed({folder.path("")}), "0 events in 0.000 s: 0 keys, 0 moves, 0 buttons\n");
   EXPECT_EQ(run({"replay", "-v", folder.path("")}).out,
             "  0.000  record without an event\n"
-            "0 events in 0.010 s: 0 keys, 0 moves, 0 buttons, 1 record without an event\n");
+            "0 events in 0.000 s: 0 keys, 0 moves, 0 buttons, 1 record without an event\n");
   EXPECT_EQ(run({"replay", "-v", "--json", folder.path("")}).out, "");
 }
 
@@ -153,7 +158,7 @@ TEST(Replay, ShowsNothingOfAReportBeforeItsEnd) {
                              record("1.060000", EV_SYN, SYN_REPORT, 0);
   EXPECT_EQ(replayed({folder.write("mouse.evemu", kMouseCapabilities + report)}),
             "  0.060  mouse move  4,2\n"
-            "1 event in 0.070 s: 0 keys, 1 move, 0 buttons\n");
+            "1 event in 0.060 s: 0 keys, 1 move, 0 buttons\n");
 }
 
 TEST(Replay, KeepsThePointerOnTheScreen) {
@@ -165,14 +170,44 @@ TEST(Replay, KeepsThePointerOnTheScreen) {
   EXPECT_EQ(eventsOf(replayed({"--size", "640x1", file})), std::vector<std::string>{"mouse move  639,0"});
 }
 
-TEST(Replay, WaitsAsLongAsTheTimeoutSays) {
+TEST(Replay, ReadsEachRecordWhenItComes) {
+  const Folder folder;
+  const std::string file = folder.write(
+      "keys.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0) +
+                        record("86399.987654", EV_KEY, KEY_UP, 0) + record("86399.987654", EV_SYN, 0, 0));
+  EXPECT_EQ(replayed({file}),
+            "  0.000  key down    Up              0\n"
+            "86399.987  key up      Up              0\n"
+            "2 events in 86399.987 s: 2 keys, 0 moves, 0 buttons\n");
+}
+
+TEST(Replay, EndsAfterAReportThatDoesNotEnd) {
+  const Folder folder;
+  const std::string press = record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0);
+  const std::string unfinished = record("1.000000", EV_KEY, KEY_UP, 0);
+  EXPECT_EQ(replayed({folder.write("keys.evemu", kDescription + press + unfinished)}),
+            "  0.000  key down    Up              0\n"
+            "1 event in 1.000 s: 1 key, 0 moves, 0 buttons\n");
+}
+
+TEST(Replay, TakesEachOfTheRemotesLinesAlsoIfTheyComeTogether) {
+  const Folder folder;
+  const std::string file =
+      folder.write("tv.lirc", "0.000000 0 00 KEY_UP tv\n0.000000 0 00 KEY_DOWN tv\n0.000000 0 00 KEY_LEFT tv\n");
+  EXPECT_EQ(eventsOf(replayed({file})),
+            (std::vector<std::string>{"key down    Up              0", "key down    Down            0",
+                                      "key down    Left            0"}));
+  EXPECT_EQ(eventsOf(replayed({"--loop", "poll", file})), std::vector<std::string>{"key down    Up              0"});
+}
+
+TEST(Replay, ALoopThatPollsWaitsAsLongAsTheTimeoutSays) {
   const Folder folder;
   // The first wait ends with the first record; those after it sleep, since they watch nothing any more.
   const std::string file = folder.write(
       "keys.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0) +
                         record("0.350000", EV_KEY, KEY_UP, 0) + record("0.350000", EV_SYN, 0, 0) +
                         record("0.420000", EV_KEY, KEY_UP, 1) + record("0.420000", EV_SYN, 0, 0));
-  const std::string out = replayed({"--timeout", "100", file});
+  const std::string out = replayed({"--loop", "poll", "--timeout", "100", file});
   EXPECT_NE(out.find("  0.400  key up  "), std::string::npos) << out;
   EXPECT_NE(out.find("  0.500  key down  "), std::string::npos) << out;
 }
@@ -188,6 +223,8 @@ TEST(Replay, TakesTheRemotesTimeoutsFromTheEnvironmentOnlyWhenAskedTo) {
 TEST(Replay, EndsAlsoIfTheRemotesKeyIsNeverForgotten) {
   setenv("LIRC_RELEASE_TIMEOUT", "2000000000", 1);
   EXPECT_EQ(linesOf(replayed({"--lirc-environment", sample("sofa")})).back(),
+            "7 events in 16.001 s: 7 keys, 0 moves, 0 buttons");
+  EXPECT_EQ(linesOf(replayed({"--lirc-environment", "--loop", "poll", sample("sofa")})).back(),
             "7 events in 16.010 s: 7 keys, 0 moves, 0 buttons");
   unsetenv("LIRC_RELEASE_TIMEOUT");
 }
@@ -244,13 +281,15 @@ TEST(Replay, EndsWhenTheDaemonWouldDropAReaderThatDoesNotKeepUp) {
   std::string lines;
   for (int i = 0; i < 300; ++i) lines += "0.000000 0 00 KEY_UP tv\n";
   const std::string path = folder.write("tv.lirc", lines + "86400.000000 0 00 KEY_OK tv\n");
-  const Result result = run({"replay", path});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.err, "quarlo-input: " + path +
-                            ": the remote's lines come faster than the reader takes them, so that the LIRC daemon "
-                            "would close the connection; the rest was not played\n");
-  EXPECT_EQ(eventsOf(result.out).front(), "key down    Up              0");
-  EXPECT_EQ(result.out.find("Enter"), std::string::npos);
+  for (const std::string loop : {"wait", "poll"}) {
+    const Result result = run({"replay", "--loop", loop, path});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "quarlo-input: " + path +
+                              ": the remote's lines come faster than the reader takes them, so that the LIRC daemon "
+                              "would close the connection; the rest was not played\n");
+    EXPECT_EQ(eventsOf(result.out).front(), "key down    Up              0");
+    EXPECT_EQ(result.out.find("Enter"), std::string::npos);
+  }
 }
 
 TEST(Replay, SaysThatThereIsNotEnoughMemory) {

@@ -191,6 +191,24 @@ TEST_F(ScreenTest, ARecordWithoutAnEventIsShownWithV) {
   EXPECT_TRUE(terminal_->waitFor("record without an event"));
 }
 
+TEST_F(ScreenTest, AWheelIsAmongTheEvents) {
+  start();
+  mouse_.send({{EV_REL, REL_WHEEL, 1}});
+  EXPECT_TRUE(terminal_->waitFor("  wheel       up x1           0,0\n"));
+}
+
+TEST_F(ScreenTest, ShowsTheSameWithALoopThatPolls) {
+  start("--loop poll");
+  mouse_.send({{EV_REL, REL_X, 1}});
+  ASSERT_TRUE(terminal_->waitFor("  mouse move  1,0\n"));
+  daemon_.send("0 00 KEY_UP myremote\n");
+  ASSERT_TRUE(terminal_->waitFor("key down    Up "));
+  daemon_.hangUp();
+  ASSERT_TRUE(terminal_->waitFor(" remote     gone      " + socket_));
+  terminal_->press("C-c");
+  expectTerminalAsBefore(0);
+}
+
 TEST_F(ScreenTest, EndsAfterTheCountWithTheSummary) {
   start("--count 1");
   keyboard_.send({{EV_KEY, KEY_UP, 1}});

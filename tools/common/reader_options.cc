@@ -1,5 +1,7 @@
 #include "tools/common/reader_options.h"
 
+#include <memory>
+
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/numbers.h"
 
@@ -21,27 +23,59 @@ void parseSize(const std::string& text, ReaderOptions& options) {
   options.maxY = height - 1;
 }
 
-void parseTimeout(const std::string& text, ReaderOptions& options) {
+int parseTimeout(const std::string& text) {
   if (text == "-1") {
     throw ArgumentError(
         "-1 is refused: without a limit, the reader can sleep through input once a wait has ended; use a short time "
         "such as 10");
   }
-  options.timeoutMs =
-      parseNumber<int>(text, {"number of milliseconds", 1, components::input::kLongestTimeoutMs, kRoundTimeoutMs});
+  return parseNumber<int>(text, {"number of milliseconds", 1, components::input::kLongestTimeoutMs, kRoundTimeoutMs});
+}
+
+// What the command line says of the loop.
+struct LoopChoice {
+  LoopKind kind = LoopKind::kWait;
+  PollTimeout timeout;
+};
+
+LoopKind parseLoop(const std::string& text) {
+  if (text == "wait") return LoopKind::kWait;
+  if (text == "poll") return LoopKind::kPoll;
+  throw ArgumentError("\"" + text + "\" is not a loop: expected wait or poll, such as poll");
 }
 
 }  // namespace
 
+void addLoopOption(CommandLine& line, LoopKind& loop) {
+  line.addOption("--loop", "KIND",
+                 "The application's loop: wait (InputLoop's, asleep until something comes) or poll (readInput()'s, "
+                 "which waits for a time); default: wait",
+                 [&](const std::string& text) { loop = parseLoop(text); });
+}
+
+void checkTimeout(LoopKind loop, bool timeoutIsGiven) {
+  if (loop == LoopKind::kPoll || !timeoutIsGiven) return;
+  throw ArgumentError(
+      "--timeout is for the loop that polls: expected --loop poll beside it, such as --loop poll --timeout " +
+      std::to_string(kRoundTimeoutMs));
+}
+
 void addReaderOptions(CommandLine& line, ReaderOptions& options) {
   line.addOption("--size", "WxH", "The screen that the pointer moves on; default: 1920x1080",
                  [&](const std::string& text) { parseSize(text, options); });
+  const auto loop = std::make_shared<LoopChoice>();
+  addLoopOption(line, loop->kind);
   line.addOption("--timeout", "MS",
-                 "How long each round may wait for input, in milliseconds; default: " + std::to_string(kRoundTimeoutMs),
-                 [&](const std::string& text) { parseTimeout(text, options); });
+                 "With --loop poll: how long each round may wait for input, in milliseconds; default: " +
+                     std::to_string(kRoundTimeoutMs),
+                 [=](const std::string& text) { loop->timeout = parseTimeout(text); });
+  line.setCheck([loop, &options] {
+    checkTimeout(loop->kind, loop->timeout.has_value());
+    if (loop->kind == LoopKind::kPoll) options.pollTimeout = loop->timeout.value_or(kRoundTimeoutMs);
+  });
   line.addFlag("--json", options.json, "Print one JSON object per event; all else goes to standard error");
   line.addCounter("-v,--verbose", options.verbosity,
-                  "Show the reader's log, and records without an event; -vv: the remote's timing, too");
+                  "Show the reader's log, and keys and buttons without an event; -vv: the remote's timing, too");
 }
 
 }  // namespace quarlo::tools

@@ -4,16 +4,26 @@
 #include <cstdint>
 
 #include "tools/common/command_line.h"
+#include "tools/common/reader_loop.h"
 
 namespace quarlo::tools {
 
 // The first wait of a round in the loop that input/linux_input_reader.h teaches.
 constexpr int kRoundTimeoutMs = 10;
 
+// The loop that runs the reader: one that sleeps until there is something to do (input/input_loop.h), or one that
+// polls.
+enum class LoopKind { kWait, kPoll };
+
+void addLoopOption(CommandLine& line, LoopKind& loop);
+
+// Throws ArgumentError if a timeout was given to a loop that has none.
+void checkTimeout(LoopKind loop, bool timeoutIsGiven);
+
 struct ReaderOptions {
   std::uint32_t maxX = 1919;  // the largest coordinates of the pointer
   std::uint32_t maxY = 1079;
-  int timeoutMs = kRoundTimeoutMs;  // of the first wait in each round
+  PollTimeout pollTimeout;  // none: the loop waits
   bool json = false;
   int verbosity = 0;  // how often -v was given
 };

@@ -1,6 +1,7 @@
 #include "tools/monitor/monitor.h"
 
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,7 +20,7 @@
 #include "tools/common/event_printer.h"
 #include "tools/common/hidden_typing.h"
 #include "tools/common/output.h"
-#include "tools/common/read_round.h"
+#include "tools/common/reader_loop.h"
 #include "tools/common/stop_request.h"
 #include "tools/common/undumpable.h"
 #include "tools/monitor/screen.h"
@@ -70,6 +71,17 @@ std::string problemWith(const SourcePath& source) {
 
 // ---- The loop -----------------------------------------------------------------------------------
 
+// Of the mouse, the keyboard and the remote.
+constexpr std::size_t kSources = 3;
+
+constexpr const char* kGoneMessages[kSources] = {
+    "the mouse is gone: it was unplugged, or what wrote to it has ended",
+    "the keyboard is gone: it was unplugged, or what wrote to it has ended",
+    "the LIRC daemon has closed the connection: start it again, then this",
+};
+
+using Gone = std::array<bool, kSources>;
+
 bool nodeHasGone(int fd) {
   if (fd == -1) return false;
   pollfd look = {fd, POLLIN, 0};
@@ -82,21 +94,42 @@ bool daemonHasGone(int fd) {
   return fd != -1 && recv(fd, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) == 0;
 }
 
-// Of the mouse, the keyboard and the remote. The reader would not tell: it goes on with the others, without waiting any
-// more.
-constexpr std::size_t kSources = 3;
-
-constexpr const char* kGoneMessages[kSources] = {
-    "the mouse is gone: it was unplugged, or what wrote to it has ended",
-    "the keyboard is gone: it was unplugged, or what wrote to it has ended",
-    "the LIRC daemon has closed the connection: start it again, then this",
-};
-
-using Gone = std::array<bool, kSources>;
-
-Gone goneSources(const LinuxInputReader& reader) {
-  return {nodeHasGone(reader.mouseFd), nodeHasGone(reader.keyboardFd), daemonHasGone(reader.lircFd)};
+// Where the loop polls, nobody tells: the reader goes on with the others, without waiting any more.
+Gone goneSources(const ReaderLoop& loop, const LinuxInputReader& reader) {
+  if (loop.polls()) return {nodeHasGone(reader.mouseFd), nodeHasGone(reader.keyboardFd), daemonHasGone(reader.lircFd)};
+  const auto isGone = [&](InputLoop::Source source) { return (loop.gone() >> source & 1) != 0; };
+  return {isGone(InputLoop::kMouse), isGone(InputLoop::kKeyboard), isGone(InputLoop::kRemote)};
 }
+
+// One descriptor for several: it is readable when one of them is.
+class AnyDescriptor {
+ public:
+  // `constant` is always one of them.
+  explicit AnyDescriptor(int constant) : fd_(epoll_create1(EPOLL_CLOEXEC)) { add(constant); }
+  ~AnyDescriptor() { close(fd_); }
+  AnyDescriptor(const AnyDescriptor&) = delete;
+  AnyDescriptor& operator=(const AnyDescriptor&) = delete;
+
+  // From now on `other` (-1: none) is the other one.
+  void setOther(int other) {
+    if (other == other_) return;
+    epoll_ctl(fd_, EPOLL_CTL_DEL, other_, nullptr);  // fails if it was closed, which removes it, too
+    add(other);
+    other_ = other;
+  }
+
+  int get() const { return fd_; }
+
+ private:
+  void add(int fd) const {
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    epoll_ctl(fd_, EPOLL_CTL_ADD, fd, &event);
+  }
+
+  int fd_;
+  int other_ = -1;
+};
 
 // What shows the events.
 class View {
@@ -109,6 +142,10 @@ class View {
   // Shows an event, or with kNoEvent a record without one. Returns whether to go on.
   virtual bool show(microseconds time, const InputEvent& event) = 0;
 
+  // How long a wait may last, in ms (-1: without a limit), and what ends it, besides: a descriptor, or -1.
+  virtual int longestWaitMs(microseconds time) const = 0;
+  virtual int descriptor() const = 0;
+
   // Called after each round, with the sources that are gone. Returns why it cannot go on; null if it can.
   virtual const char* endRound(microseconds time, const Gone& gone) = 0;
 
@@ -118,18 +155,34 @@ class View {
 
 microseconds since(Clock::time_point start) { return std::chrono::duration_cast<microseconds>(Clock::now() - start); }
 
-// However long the rounds that are asked for: what is typed fills a terminal, which then takes no Ctrl-C, and a source
+// However long the polls that are asked for: what is typed fills a terminal, which then takes no Ctrl-C, and a source
 // that has gone must be noticed.
-constexpr int kMaxWaitMs = 10000;
+constexpr int kLongestPollMs = 10000;
+
+PollTimeout pollTimeout(const MonitorOptions& options) {
+  return options.pollTimeout ? PollTimeout(std::min(*options.pollTimeout, kLongestPollMs)) : std::nullopt;
+}
+
+// Returns whether to go on.
+bool showRound(ReaderLoop& loop, View& view, Clock::time_point start) {
+  InputEvent event = {};
+  while (!stopRequested() && loop.next(event)) {
+    if (!view.show(since(start), event)) return false;
+  }
+  return true;
+}
 
 // Returns the exit status.
 int showEvents(const MonitorOptions& options, LinuxInputReader& reader, View& view) {
   const Clock::time_point start = Clock::now();
-  const auto handle = [&](const InputEvent& event) { return view.show(since(start), event) && !stopRequested(); };
+  ReaderLoop loop(reader, pollTimeout(options), ReaderLoop::Empty::kKeys);
+  AnyDescriptor wakeUp(stopDescriptor());
   const char* ended = nullptr;
-  while (!stopRequested() && ended == nullptr && std::ferror(stdout) == 0 &&
-         readRound(reader, std::min(options.timeoutMs, kMaxWaitMs), handle)) {
-    ended = view.endRound(since(start), goneSources(reader));
+  for (bool goOn = true; goOn && !stopRequested() && ended == nullptr && std::ferror(stdout) == 0;) {
+    wakeUp.setOther(view.descriptor());
+    loop.wait(view.longestWaitMs(since(start)), wakeUp.get());
+    goOn = showRound(loop, view, start);
+    if (goOn) ended = view.endRound(since(start), goneSources(loop, reader));
   }
   view.finish(since(start));
   return ended == nullptr ? kDone : fail(ended);
@@ -165,6 +218,10 @@ class Lines : public View {
   explicit Lines(const PrintOptions& options) : printer_(options) {}
 
   bool show(microseconds time, const InputEvent& event) override { return printer_.print(time, event); }
+
+  int longestWaitMs(microseconds /*time*/) const override { return typing_.limited(-1); }
+
+  int descriptor() const override { return typing_.descriptor(); }
 
   const char* endRound(microseconds /*time*/, const Gone& gone) override {
     std::fflush(stdout);
@@ -204,6 +261,15 @@ class FullScreen : public View {
     return options_.count == 0 || model_.counts().events() < options_.count;
   }
 
+  // Time passes on the screen, too.
+  int longestWaitMs(microseconds time) const override {
+    const microseconds due = drawn_ + (isDrawn_ ? ScreenModel::kSlotLength : microseconds(kFrame));
+    return static_cast<int>(
+        std::chrono::ceil<std::chrono::milliseconds>(std::max(due - time, microseconds(0))).count());
+  }
+
+  int descriptor() const override { return -1; }
+
   const char* endRound(microseconds time, const Gone& gone) override {
     takeLog();
     model_.look(time, reader_);
@@ -222,7 +288,7 @@ class FullScreen : public View {
     for (const std::string& line : screen_->takeErrors()) model_.addLogLine(line);
   }
 
-  // From then on, the reader does not wait any more, and would log an error in each round.
+  // Where the loop polls, the reader does not wait any more from then on, and would log an error in each round.
   void takeOverGone(const Gone& gone) {
     constexpr int kPauseMs = 10;
     bool anyIsGone = false;
@@ -230,7 +296,7 @@ class FullScreen : public View {
       if (gone[i]) model_.setGone(i);
       anyIsGone = anyIsGone || gone[i];
     }
-    if (!anyIsGone) return;
+    if (!anyIsGone || !options_.pollTimeout) return;
     silenceReader();
     poll(nullptr, 0, kPauseMs);
   }
@@ -243,7 +309,9 @@ class FullScreen : public View {
 
   // Not after each round, unless the next one may last longer than a frame: then it would not be drawn for as long.
   void draw(microseconds time) {
-    if (options_.timeoutMs < kFrame.count() && time < drawn_ + kFrame) return;
+    const bool isShort = !options_.pollTimeout || *options_.pollTimeout < kFrame.count();
+    isDrawn_ = !isShort || time >= drawn_ + kFrame;
+    if (!isDrawn_) return;
     screen_->draw(model_);
     drawn_ = time;
   }
@@ -252,7 +320,8 @@ class FullScreen : public View {
   const LinuxInputReader& reader_;
   ScreenModel model_;
   std::unique_ptr<Screen> screen_;
-  microseconds drawn_{0};
+  microseconds drawn_{0};  // when it was drawn last
+  bool isDrawn_ = true;    // so is what has come since
 };
 
 std::unique_ptr<View> openView(const MonitorOptions& options, const std::vector<SourceReport>& reports,

@@ -59,7 +59,7 @@ class ScreenModel {
   void addEvent(microseconds time, const InputEvent& event);
   void addLogLine(const std::string& line);
 
-  // Takes over the state of the reader. To call after each readInput(), so that no drag and no key-down of the remote
+  // Takes over the state of the reader. To call after each event, so that no drag and no key-down of the remote
   // is missed.
   void look(microseconds time, const LinuxInputReader& reader);
 

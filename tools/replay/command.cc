@@ -5,10 +5,10 @@ namespace {
 
 constexpr char kHelp[] =
     R"(The records go through the real reader, on a simulated machine with a clock of
-its own: a replay gives the same events (with the same --timeout). A session is
-a directory with any of mouse.evemu and keyboard.evemu (as evemu-record writes
-them) and remote.lirc (lines of "<seconds>.<microseconds> <what lircd sent>"),
-or one such file.
+its own: a replay gives the same events (with the same --loop and --timeout). A
+session is a directory with any of mouse.evemu and keyboard.evemu (as
+evemu-record writes them) and remote.lirc (lines of "<seconds>.<microseconds>
+<what lircd sent>"), or one such file.
 
 Example: see someone use a remote
   quarlo-input replay --realtime sessions/sofa

@@ -1,5 +1,6 @@
 #include "tools/replay/replay.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -17,12 +18,13 @@
 #include "sim/machine.h"
 #include "tools/common/event_printer.h"
 #include "tools/common/output.h"
-#include "tools/common/read_round.h"
+#include "tools/common/reader_loop.h"
 #include "tools/common/stop_request.h"
 
 namespace quarlo::tools::replay {
 namespace {
 
+using namespace std::chrono_literals;
 using recording::DeviceRecording;
 using recording::Record;
 using recording::RemoteLine;
@@ -35,6 +37,9 @@ constexpr char kLircPath[] = "remote.lirc";
 
 // How long a replay waits for the remote's key to be forgotten: timeouts from the environment can be days.
 constexpr std::chrono::seconds kLongestRelease{10};
+
+// With --realtime, a wait is not longer, so that the time at which a stop is requested is known.
+constexpr std::chrono::milliseconds kLongestRealWait{100};
 
 // ---- Recordings into the machine ----------------------------------------------------------------
 
@@ -56,6 +61,14 @@ void scheduleLines(sim::Machine& machine, sim::LircDaemon& daemon, const std::ve
     daemon.sendText(lines[index].text + "\n");
     scheduleLines(machine, daemon, lines, start, index + 1);
   });
+}
+
+microseconds lengthOf(const Session& session) {
+  microseconds length(0);
+  if (session.mouse) length = std::max(length, session.mouse->records.back().time);
+  if (session.keyboard) length = std::max(length, session.keyboard->records.back().time);
+  if (session.remote) length = std::max(length, session.remote->back().time);
+  return length;
 }
 
 // ---- The environment ----------------------------------------------------------------------------
@@ -131,6 +144,7 @@ class Player {
     reader_.emplace();
     reader_->init(mouse != nullptr ? kMousePath : nullptr, keyboard != nullptr ? kKeyboardPath : nullptr,
                   daemon_ != nullptr ? kLircPath : nullptr, options_.maxX, options_.maxY);
+    loop_.emplace(*reader_, options_.pollTimeout, ReaderLoop::Empty::kKeys);
     start_ = machine_.now();
     pacer_ = Pacer();
     if (mouse != nullptr) scheduleRecords(machine_, *mouse, session_.mouse->records, start_);
@@ -141,10 +155,26 @@ class Player {
 
   // Returns whether to go on.
   bool playRound() {
-    const auto handle = [&](const InputEvent& event) { return printer_.print(elapsed(), event) && !stopRequested(); };
-    const bool goOn = readRound(*reader_, options_.timeoutMs, handle);
+    loop_->wait(longestWaitMs());
+    InputEvent event = {};
+    bool goOn = true;
+    while (goOn && !stopRequested() && loop_->next(event)) goOn = printer_.print(elapsed(), event);
     keepPace(elapsed());  // polls take some of the machine's time without a wait
     return goOn;
+  }
+
+  // How long the loop may sleep, in ms: until all has happened, which need not wake it, and the remote's key is
+  // forgotten.
+  int longestWaitMs() const {
+    microseconds end(0);
+    if (machine_.hasScheduled()) {
+      end = lengthOf(session_);
+    } else if (isKeyHeld() && lastHappened_) {
+      end = *lastHappened_ + kLongestRelease;
+    }
+    const microseconds longest = std::max<microseconds>(end - elapsed(), 0us);
+    const auto longestMs = std::chrono::ceil<std::chrono::milliseconds>(longest);
+    return static_cast<int>((options_.realtime ? std::min(longestMs, kLongestRealWait) : longestMs).count());
   }
 
   void keepPace(microseconds until) const {
@@ -163,10 +193,12 @@ class Player {
   bool hasEnded() {
     if (machine_.hasScheduled()) return false;
     if (!lastHappened_) lastHappened_ = elapsed();
-    const bool keyHeld = reader_->lircKey != msg::KeyInput::kNone && elapsed() < *lastHappened_ + kLongestRelease;
+    const bool isWaitedFor = isKeyHeld() && elapsed() < *lastHappened_ + kLongestRelease;
     const bool roundFoundNothing = std::exchange(nothingUnread_, !machine_.hasUnread());
-    return roundFoundNothing && !keyHeld;
+    return roundFoundNothing && !isWaitedFor;
   }
+
+  bool isKeyHeld() const { return reader_->lircKey != msg::KeyInput::kNone; }
 
   // The daemon closes the connection of a client that does not keep up. Once that has read what was left, it finds the
   // end of it at once in each round, and would never come to the end of the session.
@@ -178,6 +210,7 @@ class Player {
   sim::Machine machine_;
   sim::LircDaemon* daemon_ = nullptr;
   std::optional<LinuxInputReader> reader_;
+  std::optional<ReaderLoop> loop_;
   microseconds start_{0};
   Pacer pacer_;
   std::optional<microseconds> lastHappened_;  // since then nothing new comes
