@@ -137,6 +137,27 @@ TEST(Arguments, TimeoutIsANumberOfMilliseconds) {
   }
 }
 
+TEST(Arguments, TimeoutNeedsALoopThatPolls) {
+  for (const Arguments& arguments : {Arguments{"monitor", "--timeout", "10"},
+                                     {"monitor", "--timeout", "10", "--loop", "wait"},
+                                     {"replay", "--timeout", "10", "x"},
+                                     {"tune", "--timeout", "10,20"}}) {
+    EXPECT_EQ(usageError(arguments),
+              "quarlo-input: --timeout is for the loop that polls: expected --loop poll beside it, such as --loop poll "
+              "--timeout 10" +
+                  hint(arguments.front()));
+  }
+}
+
+TEST(Arguments, LoopIsOneOfTwo) {
+  for (const std::string command : {"monitor", "replay", "tune"}) {
+    for (const std::string text : {"", "Poll", "polls", "10"}) {
+      EXPECT_EQ(complaintAbout(command, "--loop", text),
+                "\"" + text + "\" is not a loop: expected wait or poll, such as poll");
+    }
+  }
+}
+
 TEST(Arguments, SizeIsTwoNumbers) {
   for (const std::string text : {"1920", "1920x", "x1080", "0x1", "1x0", "65537x1", "1x65537", "-1x5", "1x2x3"}) {
     EXPECT_EQ(complaintAbout("replay", "--size", text),
@@ -173,8 +194,8 @@ TEST(Arguments, TimeoutsToTryAreLists) {
 
 TEST(Arguments, TooManySettingsAreRefused) {
   EXPECT_EQ(complaintAbout("tune", "--repeat-timeout", "1,2,3,4,5,6,7,8,9"), "at most 8 values can be tried at once");
-  EXPECT_EQ(usageError({"tune", "--repeat-timeout", "1,2,3,4,5,6,7", "--release-timeout", "1,2,3,4,5", "--timeout",
-                        "1,2,3,4,5,6"}),
+  EXPECT_EQ(usageError({"tune", "--repeat-timeout", "1,2,3,4,5,6,7", "--release-timeout", "1,2,3,4,5", "--loop", "poll",
+                        "--timeout", "1,2,3,4,5,6"}),
             "quarlo-input: the lists make 210 settings, and at most 200 can be tried at once" + hint("tune"));
 }
 

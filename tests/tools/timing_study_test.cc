@@ -18,6 +18,8 @@ using recording::RemoteLine;
 // The first line comes just after a poll, and the application does nothing but read.
 constexpr Circumstances kIdle{0us, 0us};
 
+const Setting kPolledDefault = defaultSetting(LoopKind::kPoll);
+
 // A tap of three lines and a button held for 1.1 s: eleven lines.
 Remote remoteOf108Ms() { return imagineRemote({"test", 108ms, 3}, 1100ms); }
 
@@ -54,8 +56,15 @@ std::string fatesOf(const Timeline& timeline) {
   return text;
 }
 
+Grid gridOf(const Setting& setting) {
+  return {setting.pollMs ? LoopKind::kPoll : LoopKind::kWait,
+          {setting.repeatMs},
+          {setting.releaseMs},
+          {setting.pollMs.value_or(0)}};
+}
+
 Finding findingOf(const Remote& remote, const Setting& setting) {
-  const Study study = studyTiming(remote, {{setting.repeatMs}, {setting.releaseMs}, {setting.pollMs}});
+  const Study study = studyTiming(remote, gridOf(setting));
   return study.findings[study.recommended];
 }
 
@@ -103,6 +112,23 @@ TEST_F(TimingTest, TheApplicationsWorkDelaysItsPolls) { EXPECT_EQ(keyDownsOfHold
 TEST_F(TimingTest, LinesThatAreReadTogetherAreLostButForTheFirst) {
   const Remote remote = imagineRemote({"test", 45ms, 3}, 500ms);
   EXPECT_EQ(fatesOf(runReader(remote, {100, 300, 100}, kIdle)).substr(0, 3), "Kll");
+}
+
+TEST_F(TimingTest, ALoopThatWaitsTakesEachLineAsItComes) {
+  EXPECT_EQ(keyDownsOfHold({105, 300, {}}), (std::vector<long>{0, 324, 432, 540, 648, 756, 864, 972, 1080}));
+}
+
+// It wakes at 301, when the repeat mode starts, and then works.
+TEST_F(TimingTest, ALoopThatWaitsTakesALineThatCameMeanwhileAfterItsWork) {
+  EXPECT_EQ(keyDownsOfHold({105, 300, {}}, 25ms), (std::vector<long>{0, 326, 432, 540, 648, 756, 864, 972, 1080}));
+}
+
+// Most of the lines come while the application works, two or three at a time.
+TEST_F(TimingTest, ALoopThatWaitsLosesNoLineOfThoseThatCameTogether) {
+  const Remote remote = imagineRemote({"test", 45ms, 3}, 500ms);
+  const Timeline timeline = runReader(remote, {100, 300, {}}, {0us, 120ms});
+  EXPECT_EQ(fatesOf(timeline).find('l'), std::string::npos) << fatesOf(timeline);
+  EXPECT_EQ(fatesOf(timeline).substr(0, 3), "Kss");
 }
 
 TEST_F(TimingTest, LinesThatFillAReadAreNotLost) {
@@ -228,6 +254,15 @@ TEST_F(TimingTest, CircumstancesAreEightMomentsForEachOfThreeLoads) {
   EXPECT_EQ(all[16].work, 3ms);
 }
 
+TEST_F(TimingTest, CircumstancesOfALoopThatWaitsAreThreeLoads) {
+  const std::vector<Circumstances> all = studiedCircumstances({100, 300, {}});
+  ASSERT_EQ(all.size(), 3U);
+  for (const Circumstances& circumstances : all) EXPECT_EQ(circumstances.phase, 0us);
+  EXPECT_EQ(all[0].work, 100us);
+  EXPECT_EQ(all[1].work, 1ms);
+  EXPECT_EQ(all[2].work, 3ms);
+}
+
 TEST_F(TimingTest, AFindingCoversAllCircumstances) {
   const Remote remote = remoteOf108Ms();
   const Setting setting = {75, 300, 10};
@@ -268,30 +303,47 @@ TEST_F(TimingTest, AnApplicationThatPollsTooRarelyMissesPressesAndIsLate) {
   EXPECT_GT(finding.lost, 0);
 }
 
+TEST_F(TimingTest, WhatHelpsDependsOnTheLoop) {
+  EXPECT_EQ(meaningOf(Fault::kMisses, LoopKind::kPoll), "a press gives no key-down: poll more often");
+  EXPECT_EQ(meaningOf(Fault::kMisses, LoopKind::kWait), "a press gives no key-down: take a shorter release timeout");
+  EXPECT_EQ(meaningOf(Fault::kUneven, LoopKind::kWait),
+            "pauses between repeats differ 1.75-fold: take another repeat timeout");
+  EXPECT_EQ(meaningOf(Fault::kLate, LoopKind::kWait), "the last key-down comes more than 100 ms after the last line");
+}
+
+TEST_F(TimingTest, AStudyOfALoopThatWaitsHasNoPollTimeouts) {
+  const Study study = studyTiming(remoteOf108Ms(), {LoopKind::kWait, {75, 100}, {300}, {10, 20}});
+  ASSERT_EQ(study.findings.size(), 2U);
+  EXPECT_EQ(study.findings[0].setting, (Setting{75, 300, {}}));
+  EXPECT_EQ(study.findings[1].setting, defaultSetting(LoopKind::kWait));
+  EXPECT_EQ(study.recommended, 1U);
+  EXPECT_TRUE(study.findings[1].faults.empty());
+}
+
 TEST_F(TimingTest, TheStudyIsInOrderAndHasThePresentSettingOnce) {
-  const Study without = studyTiming(remoteOf108Ms(), {{75, 150}, {300}, {10}});
+  const Study without = studyTiming(remoteOf108Ms(), {LoopKind::kPoll, {75, 150}, {300}, {10}});
   ASSERT_EQ(without.findings.size(), 3U);
   EXPECT_EQ(without.findings[0].setting, (Setting{75, 300, 10}));
-  EXPECT_EQ(without.findings[1].setting, kDefaultSetting);
+  EXPECT_EQ(without.findings[1].setting, kPolledDefault);
   EXPECT_EQ(without.byDefault, 1U);
-  const Study with = studyTiming(remoteOf108Ms(), {{100}, {300}, {10}});
+  const Study with = studyTiming(remoteOf108Ms(), {LoopKind::kPoll, {100}, {300}, {10}});
   EXPECT_EQ(with.findings.size(), 1U);
 }
 
 TEST_F(TimingTest, OnlyASettingOfTheGridIsRecommended) {
-  const Study study = studyTiming(remoteOf108Ms(), {{50}, {200}, {20}});
+  const Study study = studyTiming(remoteOf108Ms(), {LoopKind::kPoll, {50}, {200}, {20}});
   ASSERT_EQ(study.findings.size(), 2U);
   EXPECT_EQ(study.findings[study.recommended].setting, (Setting{50, 200, 20}));
 }
 
 TEST_F(TimingTest, TheBestHasNoFaultAndRepeatsSoonWithTheLongestReleaseTimeout) {
-  const Study study = studyTiming(remoteOf108Ms(), {{50, 75, 100}, {200, 250, 300, 400}, {10, 20}});
+  const Study study = studyTiming(remoteOf108Ms(), {LoopKind::kPoll, {50, 75, 100}, {200, 250, 300, 400}, {10, 20}});
   EXPECT_EQ(study.findings[study.recommended].setting, (Setting{75, 300, 10}));
 }
 
 TEST_F(TimingTest, ThePresentSettingIsRecommendedUnlessAnotherIsBetter) {
   const Remote remote = imagineRemote({"test", 45ms, 6}, 2000ms);
-  const Study study = studyTiming(remote, {{100, 125}, {300}, {10}});
+  const Study study = studyTiming(remote, {LoopKind::kPoll, {100, 125}, {300}, {10}});
   EXPECT_TRUE(study.findings[0].faults.empty());
   EXPECT_TRUE(study.findings[1].faults.empty());
   EXPECT_EQ(study.recommended, study.byDefault);
@@ -299,7 +351,7 @@ TEST_F(TimingTest, ThePresentSettingIsRecommendedUnlessAnotherIsBetter) {
 
 TEST_F(TimingTest, TheWorstCircumstancesShowTheFault) {
   const Remote remote = remoteOf108Ms();
-  const Timeline timeline = runReader(remote, kDefaultSetting, worstCircumstances(remote, kDefaultSetting));
+  const Timeline timeline = runReader(remote, kPolledDefault, worstCircumstances(remote, kPolledDefault));
   const std::string fates = fatesOf(timeline);
   EXPECT_NE(fates.find('s', fates.find("KK")), std::string::npos) << fates;  // a repeat is skipped after others counted
 }
@@ -323,19 +375,29 @@ int count(const std::string& text, const std::string& part) {
 
 TEST_F(TimingTest, ThePictureShowsTheRecommendedSettingBesideThePresentOneIfTheyDiffer) {
   const Remote remote = remoteOf108Ms();
-  const std::string two = plotScript(remote, studyTiming(remote, {{75, 100}, {300}, {10, 20}}), "title");
+  const std::string two =
+      plotScript(remote, studyTiming(remote, {LoopKind::kPoll, {75, 100}, {300}, {10, 20}}), "title");
   EXPECT_EQ(count(two, "Now: repeat 100, release 300, poll 10 ms"), 1);
   EXPECT_EQ(count(two, "Recommended: repeat 75, release 300, poll 10 ms"), 1);
   EXPECT_EQ(count(two, "polled every"), 2);
   EXPECT_EQ(count(two, "set ytics ('300' 0)"), 1);  // two maps side by side share them
-  const std::string one = plotScript(remote, studyTiming(remote, {{100}, {300}, {10}}), "title");
+  const std::string one = plotScript(remote, studyTiming(remote, {LoopKind::kPoll, {100}, {300}, {10}}), "title");
   EXPECT_EQ(count(one, "Now, and recommended: repeat 100, release 300, poll 10 ms"), 1);
   EXPECT_EQ(count(one, "Recommended: "), 0);
 }
 
+TEST_F(TimingTest, ThePictureOfALoopThatWaitsHasOneMap) {
+  const Remote remote = remoteOf108Ms();
+  const std::string script =
+      plotScript(remote, studyTiming(remote, {LoopKind::kWait, {100}, {300}, {10, 20}}), "title");
+  EXPECT_EQ(count(script, "Now, and recommended: repeat 100, release 300 ms"), 1);
+  EXPECT_EQ(count(script, "set title 'each line read as it comes'"), 1);
+  EXPECT_EQ(count(script, "polled every"), 0);
+}
+
 TEST_F(TimingTest, MapsThatAreTooWideForARowAreDrawnInSeveral) {
   const Remote remote = remoteOf108Ms();
-  const Study study = studyTiming(remote, {{50, 60, 70, 80, 90, 100, 110, 120}, {300}, {10, 20}});
+  const Study study = studyTiming(remote, {LoopKind::kPoll, {50, 60, 70, 80, 90, 100, 110, 120}, {300}, {10, 20}});
   EXPECT_EQ(count(plotScript(remote, study, "title"), "set ytics ('300' 0)"), 2);
 }
 

@@ -19,12 +19,12 @@ constexpr std::size_t kMaxSettings = 200;
 // %HOLD% stands for kShortestHold.
 constexpr char kHelp[] =
     R"(The lines of a tap and of a held button go through the real reader, on a
-simulated machine, with each setting. When the reader gets a line depends on
-when the application polls: the press comes at eight moments between two polls,
-while the application's own work takes 0.1, 1 and 3 ms a round, and the worst
-counts. In a session, a press begins with a line whose repeat count is 0; it is
-a held button from %HOLD% ms on, and a tap otherwise. Both must be there. --plot
-needs gnuplot (package gnuplot-nox).
+simulated machine, with each setting, while the application's own work takes
+0.1, 1 and 3 ms a round; the worst counts. A loop that waits reads each line as
+it comes. One that polls reads it at its next poll, so that the press comes at
+eight moments between two polls. In a session, a press begins with a line whose
+repeat count is 0; it is a held button from %HOLD% ms on, and a tap otherwise. Both
+must be there. --plot needs gnuplot (package gnuplot-nox).
 
 Example: a remote of which a tap sends three lines
   quarlo-input tune --period 108 --hold 2000 --tap 3
@@ -128,9 +128,8 @@ void check(const ImaginedRemote& remote, TuneOptions& options) {
                         "\" has a remote of its own: leave out --protocol, --period, --tap and --hold, or the session");
   }
   const Grid& grid = options.grid;
-  const std::size_t settings = grid.repeatMs.size() * grid.releaseMs.size() * grid.pollMs.size();
-  if (settings > kMaxSettings) {
-    throw ArgumentError("the lists make " + std::to_string(settings) + " settings, and at most " +
+  if (grid.size() > kMaxSettings) {
+    throw ArgumentError("the lists make " + std::to_string(grid.size()) + " settings, and at most " +
                         std::to_string(kMaxSettings) + " can be tried at once");
   }
   completeRemote(remote, options);
@@ -157,15 +156,21 @@ void addImaginedRemote(CommandLine& line, const std::shared_ptr<ImaginedRemote>&
             &ImaginedRemote::holdMs, {"number of milliseconds", kShortestHoldMs, 10000, 2000});
 }
 
-void addGrid(CommandLine& line, Grid& grid) {
+void addGrid(CommandLine& line, Grid& grid, const std::shared_ptr<bool>& timeoutIsGiven) {
   const auto addList = [&](const char* name, const std::string& description, int maximum, std::vector<int>& values) {
     line.addOption(name, "LIST", description + "; default: " + listed(values),
                    [maximum, &values](const std::string& text) { parseTimeouts(text, maximum, values); });
   };
   addList("--repeat-timeout", "Values of LIRC_REPEAT_TIMEOUT to try", kMaxLircTimeoutMs, grid.repeatMs);
   addList("--release-timeout", "Values of LIRC_RELEASE_TIMEOUT to try", kMaxLircTimeoutMs, grid.releaseMs);
-  addList("--timeout", "How long each round of the application may wait for input",
-          components::input::kLongestTimeoutMs, grid.pollMs);
+  addLoopOption(line, grid.loop);
+  line.addOption(
+      "--timeout", "LIST",
+      "With --loop poll: how long each round of the application may wait for input; default: " + listed(grid.pollMs),
+      [=, &grid](const std::string& text) {
+        parseTimeouts(text, components::input::kLongestTimeoutMs, grid.pollMs);
+        *timeoutIsGiven = true;
+      });
 }
 
 std::string helpText() {
@@ -181,11 +186,15 @@ void addOptions(CommandLine& line, TuneOptions& options) {
                    [&](const std::string& text) { parseSession(text, options); });
   const auto remote = std::make_shared<ImaginedRemote>();
   addImaginedRemote(line, remote);
-  addGrid(line, options.grid);
+  const auto timeoutIsGiven = std::make_shared<bool>(false);
+  addGrid(line, options.grid, timeoutIsGiven);
   line.addFlag("--json", options.json, "Print one JSON object per setting, then the recommendation");
   line.addOption("--plot", "FILE.svg", "Draw the current and the recommended setting, and all of them, with gnuplot",
                  [&](const std::string& text) { parsePlot(text, options); });
-  line.setCheck([remote, &options] { check(*remote, options); });
+  line.setCheck([=, &options] {
+    checkTimeout(options.grid.loop, *timeoutIsGiven);
+    check(*remote, options);
+  });
   line.setHintForArguments("one session is studied at a time; the values of a list have commas between them");
   line.setHelp(helpText());
 }

@@ -8,7 +8,6 @@
 
 #include "input/linux_input_reader.h"
 #include "sim/machine.h"
-#include "tools/common/read_round.h"
 
 namespace quarlo::tools::tune {
 
@@ -19,12 +18,17 @@ bool operator==(const Setting& a, const Setting& b) {
   return std::tie(a.repeatMs, a.releaseMs, a.pollMs) == std::tie(b.repeatMs, b.releaseMs, b.pollMs);
 }
 
+Setting defaultSetting(LoopKind loop) {
+  return {components::input::kDefaultRepeatTimeoutMs, components::input::kDefaultReleaseTimeoutMs,
+          loop == LoopKind::kPoll ? PollTimeout(kRoundTimeoutMs) : std::nullopt};
+}
+
 std::vector<Circumstances> studiedCircumstances(const Setting& setting) {
-  constexpr int kMoments = 8;
+  const int moments = setting.pollMs ? 8 : 1;
   std::vector<Circumstances> all;
   for (const microseconds work : {100us, 1000us, 3000us}) {
-    const microseconds round = std::chrono::milliseconds(setting.pollMs) + work;
-    for (int moment = 0; moment < kMoments; ++moment) all.push_back({round * moment / kMoments, work});
+    const microseconds round = std::chrono::milliseconds(setting.pollMs.value_or(0)) + work;
+    for (int moment = 0; moment < moments; ++moment) all.push_back({round * moment / moments, work});
   }
   return all;
 }
@@ -34,15 +38,15 @@ namespace {
 // A machine with the daemon alone, and the application on it.
 class Run {
  public:
-  Run(const Remote& remote, const Setting& setting, const Circumstances& circumstances)
-      : setting_(setting), work_(circumstances.work) {
+  Run(const Remote& remote, const Setting& setting, const Circumstances& circumstances) : work_(circumstances.work) {
     machine_.setTracing(false);
     machine_.setEnvironment(components::input::kRepeatTimeoutVariable, std::to_string(setting.repeatMs));
     machine_.setEnvironment(components::input::kReleaseTimeoutVariable, std::to_string(setting.releaseMs));
     sim::LircDaemon& daemon = machine_.addLircDaemon(kStudiedSocket);
     reader_.emplace();
     reader_->init(nullptr, nullptr, kStudiedSocket, 0, 0);
-    // The first wait still watches the socket. An application that has run for a while sleeps through its waits.
+    loop_.emplace(*reader_, setting.pollMs, setting.pollMs ? ReaderLoop::Empty::kKeys : ReaderLoop::Empty::kLines);
+    // The first poll still watches the socket. An application that has run for a while sleeps through its polls.
     playRound();
     start_ = machine_.now() + circumstances.phase;
     timeline_.states.push_back({-circumstances.phase, ButtonState::kReleased});
@@ -72,16 +76,21 @@ class Run {
   }
 
   void playRound() {
-    readRound(*reader_, setting_.pollMs, [this](const InputEvent& /*event*/) {
-      noteCall(true);
-      return true;
-    });
-    noteCall(false);
+    constexpr std::chrono::milliseconds kLongestWait = kPauseBetweenPresses;
+    loop_->wait(static_cast<int>(kLongestWait.count()));
+    InputEvent event = {};
+    while (loop_->next(event)) noteCall(event.kind != InputEvent::kNoEvent);
+    if (loop_->polls()) takeLines(false);
+    noteState();
     machine_.advance(work_);
   }
 
   void noteCall(bool keyDown) {
     takeLines(keyDown);
+    noteState();
+  }
+
+  void noteState() {
     const ButtonState state = reader_->lircKey == msg::KeyInput::kNone ? ButtonState::kReleased
                               : reader_->lircRepeatMode                ? ButtonState::kRepeating
                                                                        : ButtonState::kHeld;
@@ -89,13 +98,14 @@ class Run {
       timeline_.states.push_back({elapsed(), state});
   }
 
-  // A call reads once, what has come until then, and looks at the first line of it alone.
+  // A poll reads once, what has come until then, and looks at the first line of it alone. Else each line counts.
   void takeLines(bool keyDown) {
     if (waiting_.empty()) return;
     if (keyDown) timeline_.keyDowns.push_back({elapsed(), waiting_.front().line});
     if (!waiting_.front().begun)
       timeline_.lines[waiting_.front().line].fate = keyDown ? Fate::kKeyDown : Fate::kSkipped;
-    for (std::size_t left = components::input::kLircReadSize; left > 0 && !waiting_.empty();) {
+    const std::size_t size = loop_->polls() ? components::input::kLircReadSize : waiting_.front().bytes;
+    for (std::size_t left = size; left > 0 && !waiting_.empty();) {
       Waiting& first = waiting_.front();
       const std::size_t taken = std::min(left, first.bytes);
       left -= taken;
@@ -112,10 +122,10 @@ class Run {
 
   microseconds elapsed() const { return machine_.now() - start_; }
 
-  Setting setting_;
   microseconds work_;
   sim::Machine machine_;
   std::optional<LinuxInputReader> reader_;  // it reads the environment when it is made
+  std::optional<ReaderLoop> loop_;
   microseconds start_{0};
   std::deque<Waiting> waiting_;
   Timeline timeline_;

@@ -1,27 +1,27 @@
-// What the reader makes of a remote's lines with one setting: the real reader, on the simulated machine, in the loop
-// that its header teaches.
+// What the reader makes of a remote's lines with one setting: the real reader, on the simulated machine, in one of the
+// loops that an application can have.
 #pragma once
 
 #include <cstddef>
 #include <vector>
 
 #include "input/linux_input_reader_limits.h"
+#include "tools/common/reader_loop.h"
 #include "tools/common/reader_options.h"
 #include "tools/tune/remote_lines.h"
 
 namespace quarlo::tools::tune {
 
 struct Setting {
-  int repeatMs;   // LIRC_REPEAT_TIMEOUT
-  int releaseMs;  // LIRC_RELEASE_TIMEOUT
-  int pollMs;     // the timeout of the first readInput() of each round
+  int repeatMs;        // LIRC_REPEAT_TIMEOUT
+  int releaseMs;       // LIRC_RELEASE_TIMEOUT
+  PollTimeout pollMs;  // of the application's loop
 };
 
 bool operator==(const Setting& a, const Setting& b);
 
-// What applications have that set nothing: the reader's defaults, and the loop's timeout.
-constexpr Setting kDefaultSetting{components::input::kDefaultRepeatTimeoutMs,
-                                  components::input::kDefaultReleaseTimeoutMs, kRoundTimeoutMs};
+// What applications have that set nothing: the reader's defaults, and with a loop that polls, its usual timeout.
+Setting defaultSetting(LoopKind loop);
 
 // What nobody chooses, but makes a difference.
 struct Circumstances {
@@ -29,14 +29,15 @@ struct Circumstances {
   microseconds work;   // what the application does in each round, besides reading
 };
 
-// Those that a study looks at: eight moments between two polls, for each of three loads of the application.
+// Those that a study looks at: three loads of the application, and if it polls, for each of them eight moments between
+// two polls.
 std::vector<Circumstances> studiedCircumstances(const Setting& setting);
 
 // What became of a line.
 enum class Fate {
   kKeyDown,
   kSkipped,  // too close to the last key-down
-  kLost,     // the application read it together with an earlier one, which alone counts
+  kLost,     // a poll read it together with an earlier one, which alone counts
 };
 
 // All times are since the first line.

@@ -142,14 +142,17 @@ const char* nameOf(Fault fault) {
   return "late";
 }
 
-std::string meaningOf(Fault fault) {
+std::string meaningOf(Fault fault, LoopKind loop) {
+  const bool polls = loop == LoopKind::kPoll;
   switch (fault) {
     case Fault::kGhosts: return "a tap gives more than one key-down: take a longer release timeout";
-    case Fault::kMisses: return "a press gives no key-down: poll more often";
+    case Fault::kMisses:
+      return std::string("a press gives no key-down: ") +
+             (polls ? "poll more often" : "take a shorter release timeout");
     case Fault::kNoRepeats: return "a held button does not repeat: take a shorter release timeout";
     case Fault::kUneven:
-      return "pauses between repeats differ " + plain(kMaxUneven) +
-             "-fold: take another repeat timeout, or poll more often";
+      return "pauses between repeats differ " + plain(kMaxUneven) + "-fold: take another repeat timeout" +
+             (polls ? ", or poll more often" : "");
     case Fault::kHasty:
       return "the first repeat comes within " + plain(kSoonestRepeatMs) +
              " ms: a slow tap would be two; take a longer release timeout";
@@ -161,7 +164,8 @@ std::string meaningOf(Fault fault) {
       return "fewer than " + plain(kSlowestPerSecond) + " repeats a second: take another repeat timeout";
     case Fault::kLate: break;
   }
-  return "the last key-down comes more than " + plain(kLatestAfterMs) + " ms after the last line: poll more often";
+  return "the last key-down comes more than " + plain(kLatestAfterMs) + " ms after the last line" +
+         (polls ? ": poll more often" : "");
 }
 
 std::string toText(const std::optional<Range>& range, int decimals) {
@@ -203,8 +207,10 @@ namespace {
 
 // Without repetitions, by poll timeout, then release timeout, then repeat timeout.
 std::vector<Setting> settingsOf(const Grid& grid) {
+  std::vector<PollTimeout> polls = {std::nullopt};
+  if (grid.loop == LoopKind::kPoll) polls.assign(grid.pollMs.begin(), grid.pollMs.end());
   std::vector<Setting> settings;
-  for (const int poll : grid.pollMs) {
+  for (const PollTimeout poll : polls) {
     for (const int release : grid.releaseMs) {
       for (const int repeat : grid.repeatMs) settings.push_back({repeat, release, poll});
     }
@@ -234,7 +240,8 @@ void keepLeast(Candidates& candidates, const Value& valueOf, double tolerance = 
 std::size_t chooseBest(const std::vector<Finding>& findings, std::size_t byDefault, Candidates candidates,
                        microseconds period) {
   keepLeast(candidates, [&](std::size_t i) { return weightOf(findings[i]); });
-  keepLeast(candidates, [&](std::size_t i) { return std::abs(findings[i].setting.pollMs - kDefaultSetting.pollMs); });
+  keepLeast(candidates,
+            [&](std::size_t i) { return std::abs(findings[i].setting.pollMs.value_or(0) - kRoundTimeoutMs); });
   const auto firstRepeat = [&](std::size_t i) {
     return findings[i].firstRepeatMs ? findings[i].firstRepeatMs->maximum : 0;
   };
@@ -246,15 +253,21 @@ std::size_t chooseBest(const std::vector<Finding>& findings, std::size_t byDefau
 
 }  // namespace
 
+std::size_t Grid::size() const {
+  return repeatMs.size() * releaseMs.size() * (loop == LoopKind::kPoll ? pollMs.size() : 1);
+}
+
 Study studyTiming(const Remote& remote, const Grid& grid) {
+  const Setting byDefault = defaultSetting(grid.loop);
   const std::vector<Setting> wanted = settingsOf(grid);
   std::vector<Setting> settings = wanted;
-  settings.push_back(kDefaultSetting);
+  settings.push_back(byDefault);
   sortSettings(settings);
   Study study = {};
+  study.loop = grid.loop;
   Candidates candidates;
   for (const Setting& setting : settings) {
-    if (setting == kDefaultSetting) study.byDefault = study.findings.size();
+    if (setting == byDefault) study.byDefault = study.findings.size();
     if (std::count(wanted.begin(), wanted.end(), setting) != 0) candidates.push_back(study.findings.size());
     study.findings.push_back(findingOf(remote, setting, studiedCircumstances(setting)));
   }

@@ -16,8 +16,8 @@ enum class Fault { kGhosts, kMisses, kNoRepeats, kUneven, kHasty, kSlowStart, kF
 // One word or two.
 const char* nameOf(Fault fault);
 
-// What it means, with its threshold, and what helps.
-std::string meaningOf(Fault fault);
+// What it means, with its threshold, and what helps an application with such a loop.
+std::string meaningOf(Fault fault, LoopKind loop);
 
 struct Range {
   double minimum;
@@ -49,16 +49,21 @@ std::string describe(const Finding& finding);
 // Those of the studied circumstances in which one run shows the worst faults.
 Circumstances worstCircumstances(const Remote& remote, const Setting& setting);
 
-// The values of each setting to try.
+// The values of each setting to try. The poll timeouts are for a loop that polls.
 struct Grid {
+  LoopKind loop = LoopKind::kWait;
   std::vector<int> repeatMs{50, 75, 100, 150};
   std::vector<int> releaseMs{200, 300, 400};
   std::vector<int> pollMs{10, 20, 50};
+
+  // How many settings they make, repetitions included.
+  std::size_t size() const;
 };
 
 struct Study {
+  LoopKind loop;
   std::vector<Finding> findings;  // by poll timeout, then release timeout, then repeat timeout
-  std::size_t byDefault;          // the index of kDefaultSetting, which is there even if the grid lacks it
+  std::size_t byDefault;          // the index of the default setting, which is there even if the grid lacks it
   std::size_t recommended;        // the index of the best one of the grid
 };
 

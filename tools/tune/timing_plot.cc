@@ -66,8 +66,8 @@ void place(Script& script, const Panel& panel, int height) {
 }
 
 std::string settingText(const Setting& setting) {
-  return "repeat " + std::to_string(setting.repeatMs) + ", release " + std::to_string(setting.releaseMs) + ", poll " +
-         std::to_string(setting.pollMs) + " ms";
+  return "repeat " + std::to_string(setting.repeatMs) + ", release " + std::to_string(setting.releaseMs) +
+         (setting.pollMs ? ", poll " + std::to_string(*setting.pollMs) : "") + " ms";
 }
 
 std::string summaryOf(const Finding& finding) {
@@ -189,8 +189,9 @@ void drawTimeline(Script& script, const Remote& remote, const Finding& finding, 
 
 // ---- Maps ---------------------------------------------------------------------------------------
 
-std::vector<int> valuesOf(const Study& study, int Setting::*member) {
-  std::set<int> values;
+template <typename Value>
+std::vector<Value> valuesOf(const Study& study, Value Setting::*member) {
+  std::set<Value> values;
   for (const Finding& finding : study.findings) values.insert(finding.setting.*member);
   return {values.begin(), values.end()};
 }
@@ -213,7 +214,7 @@ void addFrame(Script& script, int x, int y, const char* style) {
 }
 
 // One cell for each setting with this poll timeout: repeats a second, and under it what is wrong.
-void addCells(Script& script, const Study& study, int poll) {
+void addCells(Script& script, const Study& study, PollTimeout poll) {
   const std::vector<int> repeats = valuesOf(study, &Setting::repeatMs);
   const std::vector<int> releases = valuesOf(study, &Setting::releaseMs);
   script.add("unset object");
@@ -233,12 +234,13 @@ void addCells(Script& script, const Study& study, int poll) {
   }
 }
 
-void drawMap(Script& script, const Study& study, int poll, const Panel& panel, int height) {
+void drawMap(Script& script, const Study& study, PollTimeout poll, const Panel& panel, int height) {
   const std::vector<int> repeats = valuesOf(study, &Setting::repeatMs);
   const std::vector<int> releases = valuesOf(study, &Setting::releaseMs);
   addCells(script, study, poll);
   place(script, panel, height);
-  script.add("set title 'polled every %d ms' offset 0,-0.5 textcolor rgb '%s'", poll, kInk);
+  const std::string title = poll ? "polled every " + std::to_string(*poll) + " ms" : "each line read as it comes";
+  script.add("set title '%s' offset 0,-0.5 textcolor rgb '%s'", title.c_str(), kInk);
   script.add("set xtics (%s) scale 0 offset 0,0.4", tics(repeats).c_str());
   script.add("set xrange [-0.5:%.1f]", static_cast<double>(repeats.size()) - 0.5);
   script.add("set yrange [-0.5:%.1f]", static_cast<double>(releases.size()) - 0.5);
@@ -261,7 +263,7 @@ struct MapLayout {
 
   int height() const { return static_cast<int>((polls.size() + perRow - 1) / perRow) * rowHeight; }
 
-  std::vector<int> polls;
+  std::vector<PollTimeout> polls;
   std::size_t perRow;
   double width;   // of a map
   int rowHeight;  // of a row of them

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "recording/session.h"
+#include "tools/common/columns.h"
 #include "tools/common/output.h"
 #include "tools/tune/gnuplot.h"
 #include "tools/tune/timing_plot.h"
@@ -68,24 +69,35 @@ std::string titleOf(const TuneOptions& options, const Remote& remote, const Stud
 
 void printHeading(const TuneOptions& options, const Remote& remote) {
   std::printf("Remote: %s.\n", printable(describeRemote(options, remote)).c_str());
-  std::printf(
-      "Each setting is run 24 times: the press comes at 8 moments between two polls, and the application's\n"
-      "own work takes 0.1, 1 and 3 ms a round. Ranges are over all runs; times are in ms.\n\n"
-      "   repeat release    poll downs    first   repeats  last down lines\n"
-      "  timeout timeout timeout a tap   repeat  a second  after end skip lost  faults\n");
+  if (options.grid.loop == LoopKind::kPoll) {
+    std::printf(
+        "Each setting is run 24 times: the press comes at 8 moments between two polls, and the application's\n"
+        "own work takes 0.1, 1 and 3 ms a round. Ranges are over all runs; times are in ms.\n\n"
+        "   repeat release    poll downs    first   repeats  last down lines\n"
+        "  timeout timeout timeout a tap   repeat  a second  after end skip lost  faults\n");
+  } else {
+    std::printf(
+        "Each setting is run 3 times: the application's own work takes 0.1, 1 and 3 ms a round. Ranges are\n"
+        "over all runs; times are in ms.\n\n"
+        "   repeat release downs    first   repeats  last down lines\n"
+        "  timeout timeout a tap   repeat  a second  after end skip  faults\n");
+  }
 }
 
+// Only polls have a timeout, and lose lines.
 void printRow(const Finding& finding, bool here, bool best) {
   const Setting& setting = finding.setting;
-  std::printf("%c%c%7d %7d %7d %5s %8s %9s %10s %4d %4d  %s\n", here ? '>' : ' ', best ? '*' : ' ', setting.repeatMs,
-              setting.releaseMs, setting.pollMs, toText(finding.keyDownsPerTap, 0).c_str(),
-              toText(finding.firstRepeatMs, 0).c_str(), toText(finding.repeatsPerSecond, 1).c_str(),
-              shownSigned(finding.lastAfterMs).c_str(), finding.skipped, finding.lost,
+  const bool polls = setting.pollMs.has_value();
+  std::printf("%c%c%7d %7d %s%5s %8s %9s %10s %4d%s  %s\n", here ? '>' : ' ', best ? '*' : ' ', setting.repeatMs,
+              setting.releaseMs, polls ? rightAligned(std::to_string(*setting.pollMs) + " ", 8).c_str() : "",
+              toText(finding.keyDownsPerTap, 0).c_str(), toText(finding.firstRepeatMs, 0).c_str(),
+              toText(finding.repeatsPerSecond, 1).c_str(), shownSigned(finding.lastAfterMs).c_str(), finding.skipped,
+              polls ? rightAligned(std::to_string(finding.lost), 5).c_str() : "",
               finding.faults.empty() ? "good" : toText(finding.faults).c_str());
 }
 
 void printTable(const Study& study) {
-  int poll = study.findings.front().setting.pollMs;
+  PollTimeout poll = study.findings.front().setting.pollMs;
   for (std::size_t i = 0; i < study.findings.size(); ++i) {
     const Finding& finding = study.findings[i];
     if (std::exchange(poll, finding.setting.pollMs) != finding.setting.pollMs) std::printf("\n");
@@ -97,7 +109,7 @@ void printLegend(const Study& study) {
   std::set<Fault> faults;
   for (const Finding& finding : study.findings) faults.insert(finding.faults.begin(), finding.faults.end());
   std::printf("\n> you are here, if you set nothing   * recommended\n");
-  for (const Fault fault : faults) std::printf("%s: %s\n", nameOf(fault), meaningOf(fault).c_str());
+  for (const Fault fault : faults) std::printf("%s: %s\n", nameOf(fault), meaningOf(fault, study.loop).c_str());
 }
 
 // ---- The recommendation -------------------------------------------------------------------------
@@ -135,7 +147,9 @@ void printRecommendation(const Study& study) {
   std::printf("\n%s\n\n", wrapped(reasonOf(study)).c_str());
   std::printf("  export LIRC_REPEAT_TIMEOUT=%d\n", setting.repeatMs);
   std::printf("  export LIRC_RELEASE_TIMEOUT=%d\n", setting.releaseMs);
-  std::printf("  and the first readInput() of each round of the loop waits %d ms\n", setting.pollMs);
+  if (setting.pollMs) {
+    std::printf("  and the first readInput() of each round of the loop waits %d ms\n", *setting.pollMs);
+  }
 }
 
 // ---- JSON ---------------------------------------------------------------------------------------
@@ -151,7 +165,7 @@ ordered_json toJson(const char* kind, const Finding& finding) {
   json["kind"] = kind;
   json["repeatTimeoutMs"] = finding.setting.repeatMs;
   json["releaseTimeoutMs"] = finding.setting.releaseMs;
-  json["timeoutMs"] = finding.setting.pollMs;
+  if (finding.setting.pollMs) json["timeoutMs"] = *finding.setting.pollMs;
   json["keyDownsPerTap"] = toJson(finding.keyDownsPerTap);
   json["firstRepeatMs"] = toJson(finding.firstRepeatMs);
   json["repeatsPerSecond"] = toJson(finding.repeatsPerSecond);
