@@ -119,9 +119,10 @@ TEST_P(CommandTest, WhatIsTypedUntilCtrlCReachesNoShell) {
   expectSecretKept(0);
 }
 
+// Nothing else wakes it meanwhile: of a button that the reader does not know, nothing becomes due.
 TEST_P(CommandTest, CtrlCEndsItHoweverMuchWasTyped) {
   start(GetParam());
-  daemon_.send("0 00 KEY_OK tv\n");
+  daemon_.send("0 00 KEY_UNKNOWN tv\n");
   constexpr int kMoreThanATerminalKeeps = 60;
   for (int i = 0; i < kMoreThanATerminalKeeps; ++i) terminal_->enter(std::string(100, 'x'));
   terminal_->press("C-c");
