@@ -158,7 +158,7 @@ TEST_F(MonitorTest, PrintsTheRemote) {
   EXPECT_EQ(result.status, 1);
   EXPECT_NE(result.out.find("  remote    " + socket + "\n"), std::string::npos);
   EXPECT_EQ(result.err,
-            "ERROR The remote is gone, errno = 0\n"
+            "ERROR Lost the remote, errno = 0\n"
             "quarlo-input: the LIRC daemon has closed the connection: start it again, then this\n");
 }
 
@@ -204,7 +204,7 @@ TEST_F(MonitorTest, EndsWhenASourceIsGone) {
   const Result result = program.finish();
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err,
-            "ERROR The mouse is gone, errno = 0\n"
+            "ERROR Lost the mouse, errno = 0\n"
             "quarlo-input: the mouse is gone: it was unplugged, or what wrote to it has ended\n");
   EXPECT_EQ(eventsOf(result.out), (Events{"mouse move  1,0", "mouse down  left x1         1,0"}));
 }

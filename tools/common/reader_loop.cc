@@ -22,17 +22,16 @@ bool ReaderLoop::next(InputEvent& event) {
     event.kind = InputEvent::kNoEvent;
     return reader_.readInput(event, std::exchange(timeoutMs_, 0));
   }
-  InputLoop::Cause cause = {};
-  while (loop_.nextRecord(event, cause)) {
-    if (isWanted(event, cause)) return true;
+  while (loop_.nextRecord(event)) {
+    if (isWanted(event)) return true;
   }
   return false;
 }
 
-bool ReaderLoop::isWanted(const InputEvent& event, const InputLoop::Cause& cause) const {
+bool ReaderLoop::isWanted(const InputEvent& event) const {
   if (event.kind != InputEvent::kNoEvent) return true;
   const bool isLine = loop_.source() == InputLoop::kRemote;
-  return empty_ == Empty::kLines ? isLine : !isLine && cause.record.type == EV_KEY;
+  return empty_ == Empty::kLines ? isLine : !isLine && loop_.cause().record.type == EV_KEY;
 }
 
 }  // namespace quarlo::tools

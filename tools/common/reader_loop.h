@@ -34,7 +34,7 @@ class ReaderLoop {
   bool polls() const { return timeout_.has_value(); }
 
  private:
-  bool isWanted(const InputEvent& event, const InputLoop::Cause& cause) const;
+  bool isWanted(const InputEvent& event) const;
 
   LinuxInputReader& reader_;
   InputLoop loop_;
