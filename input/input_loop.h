@@ -35,12 +35,10 @@
 //     read to its end. (Edge-triggered, a wait would sleep on input that an earlier round has left.)
 //   - A drain takes at most 20 records that are not keys, up to one event, keyboard first, as the reader's does: all
 //     motion of a drain becomes one move. Records are read 64 at a time, so some can be read ahead.
-//   - Motion goes into the reader's holding slot (pendingEvent). A key behind it takes its place there, and is
-//   delivered
+//   - Motion goes into the reader's holding slot (pendingEvent). A key behind it takes its place there, and comes
 //     before anything else is read.
 //   - The remote's key changes its state only in a poll that finds no line. It is made when the time for it has come,
-//   by
-//     the reader's clock and in its arithmetic.
+//     by the reader's clock and in its arithmetic.
 //   - One thread. No function is safe in a signal handler; a signal ends the wait.
 //
 // If the application calls readInput() in between, nothing is lost and nothing comes twice, but what was read ahead
