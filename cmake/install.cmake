@@ -23,8 +23,9 @@ write_basic_package_version_file(quarlo-input-config-version.cmake COMPATIBILITY
 install(FILES cmake/quarlo-input-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/quarlo-input-config-version.cmake
   DESTINATION ${cmake_folder} COMPONENT dev)
 
-# Installs what pkg-config says of one library, from its own place, so that the whole can be moved.
-function(quarlo_install_pkg_config name target description)
+# Installs what pkg-config says of some libraries (the users of a library before it), from its own place, so that the
+# whole can be moved.
+function(quarlo_install_pkg_config name targets description)
   set(NAME ${name})
   set(DESCRIPTION ${description})
   cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
@@ -33,17 +34,20 @@ function(quarlo_install_pkg_config name target description)
   set(LIBDIR "\${prefix}")
   cmake_path(APPEND INCLUDEDIR ${include_folder})
   cmake_path(APPEND LIBDIR ${CMAKE_INSTALL_LIBDIR})
-  get_target_property(options ${target} INTERFACE_LINK_OPTIONS)
-  set(LIBS -l${target})
-  if(options)
-    list(APPEND LIBS ${options})
-  endif()
-  get_target_property(definitions ${target} INTERFACE_COMPILE_DEFINITIONS)
   set(CFLAGS "-I\${includedir}")
-  if(definitions)
-    list(TRANSFORM definitions PREPEND -D)
-    list(APPEND CFLAGS ${definitions})
-  endif()
+  set(LIBS)
+  foreach(target IN LISTS targets)
+    list(APPEND LIBS -l${target})
+    get_target_property(options ${target} INTERFACE_LINK_OPTIONS)
+    if(options)
+      list(APPEND LIBS ${options})
+    endif()
+    get_target_property(definitions ${target} INTERFACE_COMPILE_DEFINITIONS)
+    if(definitions)
+      list(TRANSFORM definitions PREPEND -D)
+      list(APPEND CFLAGS ${definitions})
+    endif()
+  endforeach()
   list(JOIN CFLAGS " " CFLAGS)
   string(REPLACE "LINKER:" "-Wl," LIBS "${LIBS}")
   list(JOIN LIBS " " LIBS)
@@ -51,7 +55,7 @@ function(quarlo_install_pkg_config name target description)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_folder} COMPONENT dev)
 endfunction()
 
-quarlo_install_pkg_config(quarlo-input quarlo_input
+quarlo_install_pkg_config(quarlo-input "quarlo_input_loop;quarlo_input"
   "Mouse, keyboard and infrared remote on Linux, as one stream of events")
 quarlo_install_pkg_config(quarlo-stderr-logging quarlo_stderr_logging
   "Logging to standard error, for users of quarlo-input that have no other")

@@ -12,8 +12,9 @@ int main(int argc, char** argv) {
     std::printf("no input device\n");
     return 1;
   }
+  quarlo::components::input::InputLoop loop(reader);
   for (;;) {
-    std::fputs(typedText(reader).c_str(), stdout);
+    std::fputs(typedText(loop).c_str(), stdout);
     std::fflush(stdout);
   }
 }

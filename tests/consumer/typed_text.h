@@ -1,19 +1,18 @@
-// An application's own loop around the reader.
+// An application's own use of the loop.
 #pragma once
 
 #include <string>
 
-#include "input/linux_input_reader.h"
+#include "input/input_loop.h"
 
-// What was typed up to now. Waits 10 ms for it if there is nothing yet.
-inline std::string typedText(quarlo::components::input::LinuxInputReader& reader) {
-  using Event = quarlo::components::input::LinuxInputReader::InputEvent;
+// What was typed up to now. Waits for input if there is none yet.
+inline std::string typedText(quarlo::components::input::InputLoop& loop) {
+  using Event = quarlo::components::input::InputLoop::InputEvent;
   std::string text;
+  loop.wait(-1);
   Event event;
-  event.kind = Event::kNoEvent;
-  for (int timeoutMs = 10; reader.readInput(event, timeoutMs); timeoutMs = 0) {
+  while (loop.next(event)) {
     if (event.kind == Event::kKeyEvent && event.keyData.action == Event::KeyData::kDown) text += event.keyData.ch;
-    event.kind = Event::kNoEvent;
   }
   return text;
 }
