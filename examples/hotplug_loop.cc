@@ -7,29 +7,29 @@
 //   key up 65
 //
 // A reader opens its sources once. So this program makes a new reader when /dev/input has changed, when a source has
-// gone, and when a LIRC daemon has come, and carries over what must not change for the application. What is typed
-// between two readers, for a tenth of a second or so, is lost.
+// gone, and when a LIRC daemon has come, and carries over what must not change for the application. What is typed while
+// the new reader opens its sources, for some milliseconds, is lost.
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <optional>
 #include <set>
 
+#include "input/input_loop.h"
 #include "input/linux_input_reader.h"
-#include "logging/escape.h"
-#include "logging/logging.h"
 
+using quarlo::components::input::InputLoop;
 using quarlo::components::input::LinuxInputReader;
-using Event = LinuxInputReader::InputEvent;
+using Event = InputLoop::InputEvent;
 using KeyData = Event::KeyData;
 using MouseData = Event::MouseData;
 using Clock = std::chrono::steady_clock;
@@ -41,45 +41,15 @@ constexpr char kLircSocket[] = "/var/run/lirc/lircd";
 constexpr std::uint32_t kMaxX = 1919;
 constexpr std::uint32_t kMaxY = 1079;
 
-constexpr int kWaitMs = 10;
 constexpr std::chrono::milliseconds kQuiet{100};  // a device that comes is several changes: nodes, then permissions
 constexpr std::chrono::seconds kLookAgain{1};     // for changes that nothing announces
 
 constexpr Clock::time_point kAtOnce = Clock::time_point::min();
 constexpr Clock::time_point kNever = Clock::time_point::max();
 
-bool errorLogged = false;  // by the reader, since it was set up
 volatile std::sig_atomic_t stopRequested = 0;
 
 void requestStop(int /*signal*/) { stopRequested = 1; }
-
-}  // namespace
-
-// ---- The application's logging facility ---------------------------------------------------------
-
-namespace quarlo::logging {
-
-int GetMinLogLevel() { return kInfo; }
-
-int GetVlogLevelHelper(const char* /*file*/, std::size_t /*size*/) { return 0; }
-
-// readInput() logs only one kind of error, that it could not read from a device, and reports that in no other way.
-void LogMessage(const char* /*file*/, int /*line*/, int severity, const char* format, ...) {
-  if (severity == kError) errorLogged = true;
-  char message[1024];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(message, sizeof message, format, arguments);
-  va_end(arguments);
-  // A device can have any name, even one that controls a terminal.
-  char escaped[kLongestEscape * sizeof message];
-  Escape(message, std::strlen(message), escaped, sizeof escaped);
-  std::fprintf(stderr, "%s: %s\n", severity == kError ? "error" : "info", escaped);
-}
-
-}  // namespace quarlo::logging
-
-namespace {
 
 // ---- What the application does with an event ----------------------------------------------------
 
@@ -101,12 +71,6 @@ void handleMouse(const MouseData& data) {
 
 // ---- The LIRC daemon ----------------------------------------------------------------------------
 
-// Takes nothing away: what the daemon has sent is for the reader.
-bool daemonHasGone(int fd) {
-  char byte;
-  return fd != -1 && recv(fd, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) == 0;
-}
-
 // The socket's file can exist without a daemon; only a connection tells.
 bool daemonListens() {
   sockaddr_un address = {};
@@ -122,10 +86,15 @@ bool daemonListens() {
 
 // ---- The loop -----------------------------------------------------------------------------------
 
-class InputLoop {
+struct Sources {
+  LinuxInputReader reader;
+  InputLoop loop{reader};
+};
+
+class HotplugLoop {
  public:
   // `changes` is an inotify descriptor that does not block.
-  explicit InputLoop(int changes) : changes_(changes) {}
+  explicit HotplugLoop(int changes) : changes_(changes) {}
 
   void run() {
     while (stopRequested == 0) {
@@ -133,28 +102,24 @@ class InputLoop {
       if (now >= lookAgainAt_) lookAgain();
       if (now >= openAt_) openSources();
 
-      if (reader_) {
-        readEvents();
-      } else {
-        waitForChange();
-      }
-      // Everything that was there has been read: draw, run timers, and come back.
+      const InputLoop::Wake wake = sources_->loop.wait(msUntil(std::min(lookAgainAt_, openAt_)), changes_);
+      takeEvents();
+      // What had come is taken: draw, run timers, and come back.
 
-      // When a source has gone, readInput() no longer waits. Close it at once, so that this loop does not spin.
-      const bool sourceHasGone = reader_ && (errorLogged || daemonHasGone(reader_->lircFd));
-      if (sourceHasGone) closeSources();
-      if (nodesChanged() || sourceHasGone) openAt_ = Clock::now() + kQuiet;
+      if (wake.gone != 0) releaseHeld();
+      if (nodesChanged() || wake.gone != 0) openAt_ = Clock::now() + kQuiet;
     }
   }
 
  private:
-  void readEvents() {
-    for (int timeoutMs = kWaitMs;; timeoutMs = 0) {
-      Event event;
-      event.kind = Event::kNoEvent;  // as a side button leaves it
-      // A wheel step delivers this one again.
-      if (!reader_->hasPendingEvent) reader_->pendingEvent.kind = Event::kNoEvent;
-      if (!reader_->readInput(event, timeoutMs)) return;
+  static int msUntil(Clock::time_point time) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now());
+    return std::max(static_cast<int>(left.count()), 0);
+  }
+
+  void takeEvents() {
+    Event event;
+    while (sources_->loop.next(event)) {
       if (event.kind == Event::kKeyEvent) {
         noteHeldKey(event.keyData);
         handleKey(event.keyData);
@@ -163,12 +128,6 @@ class InputLoop {
         handleMouse(event.mouseData);
       }
     }
-  }
-
-  // For when there is no source, and readInput() would return at once.
-  void waitForChange() const {
-    pollfd wait = {changes_, POLLIN, 0};
-    poll(&wait, 1, kWaitMs);
   }
 
   // It does not matter which nodes they are: a new reader looks at all of them.
@@ -187,37 +146,37 @@ class InputLoop {
     const int watch = inotify_add_watch(changes_, kNodes, IN_CREATE | IN_DELETE | IN_ATTRIB);
     if (watch != watch_) openAt_ = kAtOnce;
     watch_ = watch;
-    const bool hasRemote = reader_ && reader_->lircFd != -1;
+    const bool hasRemote = sources_ && sources_->reader.lircFd != -1;
     if (!hasRemote && daemonListens()) openAt_ = kAtOnce;
   }
 
   void openSources() {
     openAt_ = kNever;
     closeSources();
-    reader_.emplace();
-    const bool anySource = reader_->init(nullptr, nullptr, kLircSocket, kMaxX, kMaxY);
-    errorLogged = false;  // a source that cannot be opened does not count
-    reader_->pointerX = pointerX_;
-    reader_->pointerY = pointerY_;
-    reader_->numLock = numLock_;
-    std::printf("sources: mouse %s, keyboard %s, remote %s\n", reader_->mouseFd == -1 ? "no" : "yes",
-                reader_->keyboardFd == -1 ? "no" : "yes", reader_->lircFd == -1 ? "no" : "yes");
-    if (!anySource) reader_.reset();
+    LinuxInputReader& reader = sources_.emplace().reader;
+    reader.init(nullptr, nullptr, kLircSocket, kMaxX, kMaxY);  // without any, the loop waits for a change
+    reader.pointerX = pointerX_;
+    reader.pointerY = pointerY_;
+    reader.numLock = numLock_;
+    std::printf("sources: mouse %s, keyboard %s, remote %s\n", reader.mouseFd == -1 ? "no" : "yes",
+                reader.keyboardFd == -1 ? "no" : "yes", reader.lircFd == -1 ? "no" : "yes");
   }
 
   void closeSources() {
-    if (!reader_) return;
-    pointerX_ = reader_->pointerX;
-    pointerY_ = reader_->pointerY;
-    numLock_ = reader_->numLock;
-    reader_.reset();
+    if (!sources_) return;
+    sources_->loop.setAllReady();
+    takeEvents();
+    pointerX_ = sources_->reader.pointerX;
+    pointerY_ = sources_->reader.pointerY;
+    numLock_ = sources_->reader.numLock;
     releaseHeld();
+    sources_.reset();
   }
 
   void noteHeldKey(const KeyData& data) {
     if (data.action == KeyData::kUp) {
       heldKeys_.erase(data.key);
-    } else if (data.key != reader_->lircKey) {  // the remote's, which never comes up; or 0, a key without a code
+    } else if (sources_->loop.source() != InputLoop::kRemote) {  // whose keys never come up
       heldKeys_.insert(data.key);
     }
   }
@@ -236,8 +195,8 @@ class InputLoop {
   void releaseHeld() {
     for (const LinuxInputReader::Key key : heldKeys_) handleKey({KeyData::kUp, key, 0, 0});
     for (const std::int32_t button : heldButtons_) {
-      handleMouse({MouseData::kButtonUp, button, static_cast<std::uint16_t>(pointerX_),
-                   static_cast<std::uint16_t>(pointerY_), 0});
+      handleMouse({MouseData::kButtonUp, button, static_cast<std::uint16_t>(sources_->reader.pointerX),
+                   static_cast<std::uint16_t>(sources_->reader.pointerY), 0});
     }
     heldKeys_.clear();
     heldButtons_.clear();
@@ -247,7 +206,7 @@ class InputLoop {
   int watch_ = -1;  // inotify's number for /dev/input, -1: it is not there
   Clock::time_point lookAgainAt_ = kAtOnce;
   Clock::time_point openAt_ = kAtOnce;
-  std::optional<LinuxInputReader> reader_;  // only while a source is open
+  std::optional<Sources> sources_;  // from the first round on
   std::int32_t pointerX_ = 0;
   std::int32_t pointerY_ = 0;
   bool numLock_ = false;
@@ -270,7 +229,7 @@ int main() {
     std::perror("cannot watch /dev/input: inotify_init1");
     return 1;
   }
-  InputLoop(changes).run();
+  HotplugLoop(changes).run();
   close(changes);
   return 0;
 }

@@ -1,15 +1,12 @@
 // The example examples/hotplug_loop.cc, with devices and a LIRC daemon that come and go while it runs.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/input.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -20,6 +17,7 @@
 #include <vector>
 
 #include "tests/scenario/uinput.h"
+#include "tests/support/example.h"
 #include "tests/support/files.h"
 #include "tests/support/lircd.h"
 
@@ -52,90 +50,9 @@ std::string contents(const std::string& path) {
   return text.str();
 }
 
-// The program while it runs.
-class Example {
- public:
-  explicit Example(const std::string& log, uid_t user = 0) {
-    int ends[2] = {-1, -1};
-    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    pid_ = fork();
-    if (pid_ == 0) execute(ends[1], log, user);
-    close(ends[1]);
-    out_ = fdopen(ends[0], "r");
-  }
-
-  ~Example() {
-    if (pid_ != -1) end(SIGKILL);
-    std::fclose(out_);
-  }
-
-  Example(const Example&) = delete;
-  Example& operator=(const Example&) = delete;
-
-  // The next lines that it prints, without their ends; fewer if it ends before.
-  Lines next(std::size_t count) {
-    Lines lines;
-    char line[128];
-    while (lines.size() < count && std::fgets(line, sizeof line, out_) != nullptr) {
-      lines.emplace_back(line);
-      lines.back().pop_back();
-    }
-    return lines;
-  }
-
-  // Which part of the processor's time it takes, over a while.
-  double load() const {
-    constexpr std::chrono::seconds kWhile{2};
-    const auto start = std::chrono::steady_clock::now();
-    const double before = processorSeconds();
-    std::this_thread::sleep_for(kWhile);
-    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
-    return (processorSeconds() - before) / passed.count();
-  }
-
-  // Stops it, as if it was busy, and lets it go on.
-  void pause() const {
-    kill(pid_, SIGSTOP);
-    waitpid(pid_, nullptr, WUNTRACED);
-  }
-  void resume() const { kill(pid_, SIGCONT); }
-
-  // Sends it a signal, and returns its exit status, as a shell has it.
-  int end(int signal) {
-    kill(pid_, signal);
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-
- private:
-  [[noreturn]] static void execute(int out, const std::string& log, uid_t user) {
-    dup2(out, STDOUT_FILENO);
-    dup2(open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDERR_FILENO);
-    if (setuid(user) == 0) execlp("hotplug_loop", "hotplug_loop", nullptr);
-    _exit(127);
-  }
-
-  double processorSeconds() const {
-    const std::string text = contents("/proc/" + std::to_string(pid_) + "/stat");
-    std::istringstream stat(text.substr(text.rfind(')') + 1));
-    constexpr int kFieldsBefore = 11;  // from the state to cmajflt (proc(5))
-    std::string skipped;
-    for (int i = 0; i < kFieldsBefore; ++i) stat >> skipped;
-    long user = 0;
-    long system = 0;
-    EXPECT_TRUE(stat >> user >> system) << text;
-    return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
-  }
-
-  pid_t pid_;
-  FILE* out_;
-};
-
 class HotplugTest : public testing::Test {
  protected:
-  // A loop that waits 10 ms at a time is far below; one that does not wait takes all of the processor. So this bound
+  // A loop that wakes once a second is far below; one that does not wait takes all of the processor. So this bound
   // tells idle from spinning, on a machine of any speed.
   static constexpr double kIdle = 0.05;
 
@@ -160,7 +77,7 @@ class HotplugTest : public testing::Test {
 
   // Starts the program, and returns the sources that it begins with.
   std::string start(uid_t user = 0) {
-    example.emplace(log(), user);
+    example.emplace(Lines{"hotplug_loop"}, log(), user);
     return next();
   }
 
@@ -300,7 +217,7 @@ TEST_F(HotplugTest, ChangesThatComeTogetherMakeOneNewReader) {
   EXPECT_EQ(start(), kKeyboard);
   for (int i = 0; i < 10; ++i) {
     EXPECT_EQ(chmod(keys.path().c_str(), i % 2 == 0 ? 0660 : 0600), 0);
-    std::this_thread::sleep_for(30ms);  // the program looks each 10 ms
+    std::this_thread::sleep_for(30ms);  // shorter than it waits for quiet
   }
   EXPECT_EQ(next(), kKeyboard);
   keys.tap(KEY_A);
@@ -397,7 +314,7 @@ TEST_F(HotplugTest, ItsLogEscapesWhatADeviceIsCalled) {
   plug(keyboard("\x1b[2JKeyboard"));
   EXPECT_EQ(start(), kKeyboard);
   EXPECT_EQ(example->end(SIGTERM), 0);
-  EXPECT_NE(contents(log()).find("info: Found a keyboard: /dev/input/event0 - \\x1b[2JKeyboard\n"), std::string::npos)
+  EXPECT_NE(contents(log()).find("INFO Found a keyboard: /dev/input/event0 - \\x1b[2JKeyboard\n"), std::string::npos)
       << contents(log());
 }
 
