@@ -9,8 +9,12 @@ using MouseData = InputEvent::MouseData;
 
 bool open(LinuxInputReader& reader, int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // each line at once, through a pipe as well
-  if (argc != 4) return reader.init(nullptr, nullptr, nullptr, 1919, 1079);
-  return reader.init(argv[1], argv[2], argv[3], 1919, 1079);
+  const bool isGiven = argc == 4;
+  const bool isAnyOpen =
+      reader.init(isGiven ? argv[1] : nullptr, isGiven ? argv[2] : nullptr, isGiven ? argv[3] : nullptr, 1919, 1079);
+  std::printf("sources: mouse %s, keyboard %s, remote %s\n", reader.mouseFd == -1 ? "no" : "yes",
+              reader.keyboardFd == -1 ? "no" : "yes", reader.lircFd == -1 ? "no" : "yes");
+  return isAnyOpen;
 }
 
 namespace {

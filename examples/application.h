@@ -1,6 +1,7 @@
 // What the loops of this directory serve: an application that prints a line for all that happens, until Escape is
 // pressed. Such as:
 //
+//   sources: mouse yes, keyboard yes, remote yes
 //   key down 65 char 97
 //   pointer 10,20
 //   button down 1
@@ -19,7 +20,7 @@ using quarlo::components::input::LinuxInputReader;
 using InputEvent = InputLoop::InputEvent;
 
 // Opens the mouse, the keyboard and LIRC's socket whose paths are a program's three arguments, or searches for them if
-// there are none. Returns whether one is open.
+// there are none, and prints which are open. Returns whether one is.
 bool open(LinuxInputReader& reader, int argc, char** argv);
 
 class Application {

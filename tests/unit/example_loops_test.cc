@@ -23,7 +23,7 @@ class ExampleLoop : public testing::Test {
  protected:
   ExampleLoop() { logging::SetMinLogLevel(logging::kError + 1); }
 
-  // What a loop prints until Escape is pressed.
+  // What a loop prints, after the sources, until Escape is pressed.
   Lines run(int (*loop)(int, char**), microseconds time) {
     machine.after(time, [this] { keyboard.press(KEY_ESC); });
     const microseconds start = machine.now();
@@ -31,8 +31,11 @@ class ExampleLoop : public testing::Test {
     EXPECT_EQ(loop(1, nullptr), 0);
     std::istringstream out(testing::internal::GetCapturedStdout());
     lateness = machine.now() - start - time;
+    std::string line;
+    std::getline(out, line);
+    EXPECT_EQ(line, "sources: mouse yes, keyboard yes, remote yes");
     Lines lines;
-    for (std::string line; std::getline(out, line);) lines.push_back(line);
+    while (std::getline(out, line)) lines.push_back(line);
     return lines;
   }
 
