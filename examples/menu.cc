@@ -4,17 +4,14 @@
 
 namespace example {
 
-using quarlo::components::input::LinuxInputReader;
+using quarlo::components::input::InputLoop;
 using quarlo::msg::KeyInput;
-using Event = LinuxInputReader::InputEvent;
+using Event = InputLoop::InputEvent;
 
-void Menu::readInput(LinuxInputReader& reader) {
+void Menu::readInput(InputLoop& loop, int timeoutMs) {
+  loop.wait(timeoutMs);
   Event event;
-  event.kind = Event::kNoEvent;
-  for (int timeoutMs = 10; reader.readInput(event, timeoutMs); timeoutMs = 0) {
-    handle(event);
-    event.kind = Event::kNoEvent;
-  }
+  while (loop.next(event)) handle(event);
 }
 
 void Menu::handle(const Event& event) {

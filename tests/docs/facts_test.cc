@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "input/input_loop.h"
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/reader_options.h"
 #include "tools/tune/study.h"
@@ -115,7 +116,7 @@ TEST(FactsTest, TheLoopsFirstWait) {
   const std::string wait = ms(tools::kRoundTimeoutMs);
   const std::string assigned = "int timeoutMs = " + std::to_string(tools::kRoundTimeoutMs) + ";";
   expectQuoted("tools/common/reader_options.h", {{kReaderHeader, assigned},
-                                                 {"README.md", assigned},
+                                                 {"examples/polling_loop.cc", assigned},
                                                  {"docs/embedding.md", assigned},
                                                  {"docs/embedding.md", wait + " for the first call of a round"},
                                                  {"docs/embedding.md", "**" + wait + " and never -1.**"},
@@ -123,6 +124,12 @@ TEST(FactsTest, TheLoopsFirstWait) {
                                                  {"docs/behaviour.md", "at most " + wait + " late"},
                                                  {"docs/tuning.md", "and waits for " + wait},
                                                  {"docs/tuning.md", "closest to " + wait}});
+}
+
+TEST(FactsTest, TheBoundOfARound) {
+  const std::string events = std::to_string(InputLoop::kDefaultBoundEvents) + " events of each source in a round";
+  expectQuoted("input/input_loop.h", {{"docs/embedding.md", events},
+                                      {"docs/embedding.md", "and some " + ms(InputLoop::kDefaultBoundMs) + " ("}});
 }
 
 // As the table shows it, rounded to a tenth of a millisecond.
