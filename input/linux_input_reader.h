@@ -5,27 +5,22 @@
 //   LIRC socket (lircd) ──┘
 //
 // Life cycle. Construct a reader (this reads the two environment variables below), call init() once with the paths that
-// you know and the pointer's bounds, then call readInput() again and again, then destroy the reader. Copying is
-// deleted. The five members that an application calls are the constructor, init(), readInput(), the destructor and, for
-// diagnosis, listLinuxInputReader(). Everything else is public for the application's diagnostics and for tests: read
-// it, but do not change it (docs/behaviour.md has the two exceptions: for wheels, and for what a new reader takes
-// over).
+// you know and the pointer's bounds, then take events, with an InputLoop or by readInput(), then destroy the reader.
+// Copying is deleted. The five members that an application calls are the constructor, init(), readInput(), the
+// destructor and, for diagnosis, listLinuxInputReader(). Everything else is public for InputLoop, for the application's
+// diagnostics and for tests: read it, but do not change it (docs/behaviour.md has the two exceptions: for wheels, and
+// for what a new reader takes over).
 //
-// The loop. Wait once, with a short finite timeout, and then take all that is there without waiting:
+// The loop is input/input_loop.h. It sleeps until there is something, and most of the surprises below are not there.
+// An application that cannot wait for descriptors does without: wait once, for a short time, and then take all that is
+// there.
 //
-//   LinuxInputReader reader;
-//   if (!reader.init(nullptr, nullptr, nullptr, 1919, 1079)) return;  // no source at all
-//   LinuxInputReader::InputEvent event;
-//   for (;;) {
-//     int timeoutMs = 10;
-//     for (;;) {
-//       event.kind = LinuxInputReader::InputEvent::kNoEvent;
-//       if (!reader.readInput(event, timeoutMs)) break;
-//       if (event.kind != LinuxInputReader::InputEvent::kNoEvent) handle(event);
-//       timeoutMs = 0;
-//     }
-//     draw();
+//   for (int timeoutMs = 10;; timeoutMs = 0) {
+//     event.kind = LinuxInputReader::InputEvent::kNoEvent;
+//     if (!reader.readInput(event, timeoutMs)) break;
+//     if (event.kind != LinuxInputReader::InputEvent::kNoEvent) handle(event);
 //   }
+//   draw();
 //
 // What one readInput() call does. If the call before held an event over, it delivers that, without waiting or reading.
 // Otherwise it waits, then drains the keyboard, then the mouse, then reads the remote, and stops at the first event.
