@@ -60,6 +60,7 @@ namespace quarlo::components::input {
 
 class InputLoop {
  public:
+  // The reader's, with one kind more: kWheelEvent.
   using InputEvent = LinuxInputReader::InputEvent;
 
   // Where an event came from.
@@ -96,6 +97,7 @@ class InputLoop {
 
   // ---- Waiting elsewhere: for those with an event loop of their own ------------------------------
 
+  // How many descriptors there can be.
   static constexpr int kMaxDescriptors = kSources;
 
   // Fills `fds` with what to wait for (level-triggered: poll's POLLIN is epoll's EPOLLIN), and returns how many there
@@ -128,7 +130,7 @@ class InputLoop {
 
   // What an event came of.
   struct Cause {
-    Source source;
+    Source source;         // where it came from
     std::uint32_t number;  // which of the source's records or lines, counted from 1: of several, the last one
     input_event record;    // of a node: that record as it was read
   };
@@ -140,8 +142,10 @@ class InputLoop {
   // The same, but also returns true for each record or line that gives no event: the event's kind is then kNoEvent.
   bool nextRecord(InputEvent& event) { return take(event, true); }
 
-  // Where it came from, and what it came of, after a call that returned true.
+  // Where the event came from, after a call that returned true.
   Source source() const { return state_.cause.source; }
+
+  // What it came of, after such a call.
   const Cause& cause() const { return state_.cause; }
 
   // The remote's line that it came of, with its end, if source() is kRemote. Valid until the next call.
