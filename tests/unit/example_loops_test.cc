@@ -72,6 +72,11 @@ TEST_F(EpollLoop, WakesForTheTimesOfTheRemote) {
   EXPECT_EQ(lines, Lines({"key down 38 char 0", "no longer held on the remote: 38", kEscape, "4 frames"}));
 }
 
+TEST_F(EpollLoop, SleepsAfterASourceIsGone) {
+  machine.after(100ms, [this] { mouse.unplug(); });
+  EXPECT_EQ(run(epollLoop, 900ms), Lines({"gone: mouse", kEscape, "2 frames"}));
+}
+
 TEST_F(EpollLoop, GivesTheRestOfALineThatItWasTooLongToLookAt) {
   machine.after(100ms, [this] { daemon.sendText(std::string(300, 'x') + "\n0 0 KEY_UP r\n"); });
   EXPECT_EQ(run(epollLoop, 200ms).front(), "key down 38 char 0");
