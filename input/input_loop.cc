@@ -35,7 +35,7 @@ static_assert(sizeof(InputLoop) <= (sizeof(long) == 4 ? 4096 : 6144), "two nodes
 
 namespace {
 
-constexpr const char* kSourceNames[] = {"keyboard", "mouse", "remote"};
+constexpr char kSourceNames[][9] = {"keyboard", "mouse", "remote"};
 
 constexpr int kNoDescriptor = -1;
 
@@ -60,6 +60,7 @@ InputLoop::InputLoop(LinuxInputReader& reader) : reader_(reader) {
   channels_[kRemote] = &state_.remote;
   state_.mouse.source = kMouse;
   state_.remote.source = kRemote;
+  findSources();
 }
 
 InputLoop::~InputLoop() {
@@ -82,6 +83,7 @@ void InputLoop::findSources() {
     if (fd == channel->readerFd) continue;
     channel->readerFd = fd;
     channel->fd = fd;
+    channel->rest = {};
     state_.gone &= ~bit(channel->source);
     ++state_.generation;
   }
@@ -92,7 +94,6 @@ void InputLoop::report(Channel& channel, int error) {
   logLoss(kSourceNames[channel.source], error);
   channel.fd = -1;
   state_.gone |= bit(channel.source);
-  state_.unreported |= bit(channel.source);
   ++state_.generation;
 }
 
@@ -109,7 +110,8 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
   for (int i = 0; i < kSources; ++i) fds[i] = {channels_[i]->fd, POLLIN, 0};
   fds[kSources] = {ownFd, POLLIN, 0};
 
-  const int dueMs = state_.unreported != 0 || timeoutMs == 0 ? 0 : this->timeoutMs();
+  const SourceSet unreported = state_.gone & ~state_.reported;
+  const int dueMs = unreported != 0 || timeoutMs == 0 ? 0 : this->timeoutMs();
   const bool isDueFirst = dueMs >= 0 && (timeoutMs < 0 || dueMs < timeoutMs);
   const int found = poll(fds, ownFd < 0 ? kSources : kSources + 1, isDueFirst ? dueMs : timeoutMs);
 
@@ -120,7 +122,8 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
     if (fds[i].revents != 0) makeReady(*channels_[i], MayRead::kIsNamed);
   }
   wake.ownFd = fds[kSources].revents != 0;
-  wake.gone = std::exchange(state_.unreported, 0);
+  wake.gone = unreported;
+  state_.reported = state_.gone;
   wake.input = hasSomething();
   if (found == 0) {
     wake.timeout = !isDueFirst;
@@ -172,7 +175,7 @@ void InputLoop::setAllReady() {
 }
 
 void InputLoop::makeReady(Channel& channel, MayRead mayRead) {
-  channel.mayRead = mayRead;
+  channel.rest.mayRead = mayRead;
   state_.ready |= bit(channel.source);
 }
 
@@ -235,7 +238,8 @@ bool isWheel(const input_event& record) {
   return (record.code == REL_WHEEL || record.code == REL_HWHEEL) && record.value != 0;
 }
 
-constexpr int kModifierKeys[] = {KEY_LEFTCTRL, KEY_RIGHTCTRL, KEY_LEFTSHIFT, KEY_RIGHTSHIFT, KEY_LEFTALT, KEY_RIGHTALT};
+constexpr std::uint8_t kModifierKeys[] = {KEY_LEFTCTRL,   KEY_RIGHTCTRL, KEY_LEFTSHIFT,
+                                          KEY_RIGHTSHIFT, KEY_LEFTALT,   KEY_RIGHTALT};
 
 }  // namespace
 
@@ -296,32 +300,32 @@ void InputLoop::remember(Cause& cause, const Node& node, const input_event& reco
 
 // Reads what is there, after what was read before has been taken. Returns whether there is something.
 CALLED_ONCE bool InputLoop::fill(Node& node) {
-  if (node.mayRead == MayRead::kNo) return false;
+  if (node.rest.mayRead == MayRead::kNo) return false;
   char* const bytes = reinterpret_cast<char*>(node.records);
   // The kernel gives whole records; a FIFO gives what its writer has written so far.
-  if (node.cutBytes != 0) memmove(bytes, node.records + node.end, node.cutBytes);
-  const std::size_t room = sizeof node.records - node.cutBytes;
-  const ssize_t size = read(node.fd, bytes + node.cutBytes, room);
+  if (node.rest.bytes != 0) memmove(bytes, node.records + node.end, node.rest.bytes);
+  const std::size_t room = sizeof node.records - node.rest.bytes;
+  const ssize_t size = read(node.fd, bytes + node.rest.bytes, room);
   node.before += static_cast<std::uint32_t>(node.end);
   node.begin = 0;
   node.end = 0;
   if (size > 0) {
-    node.cutBytes += static_cast<std::size_t>(size);
-    node.end = static_cast<int>(node.cutBytes / sizeof(input_event));
-    node.cutBytes %= sizeof(input_event);
+    node.rest.bytes += static_cast<std::size_t>(size);
+    node.end = static_cast<int>(node.rest.bytes / sizeof(input_event));
+    node.rest.bytes %= sizeof(input_event);
   } else if (size == -1) {
     checkError(node);
-  } else if (node.mayRead == MayRead::kIsNamed) {
+  } else if (node.rest.mayRead == MayRead::kIsNamed) {
     report(node, 0);
   }
-  if (size != static_cast<ssize_t>(room)) node.mayRead = MayRead::kNo;  // that was all
+  if (size != static_cast<ssize_t>(room)) node.rest.mayRead = MayRead::kNo;  // that was all
   return node.end != 0;
 }
 
 void InputLoop::translate(Node& node, input_event& record, InputEvent& out) {
   if (record.type != EV_KEY) return writeWheel(record, out);
   out.kind = InputEvent::kNoEvent;
-  const int code = record.code;
+  const unsigned code = record.code;
   const bool isDown = record.value != 0;
   node.setDown(code, isDown);
   // A touchpad reports a touch by two codes, which the reader takes for two presses of the left button.
@@ -332,21 +336,21 @@ void InputLoop::translate(Node& node, input_event& record, InputEvent& out) {
 }
 
 // A modifier stays while its other key is down, on any node.
-CALLED_ONCE void InputLoop::keepTwin(int released, InputEvent& out) {
-  const Modifier modifier = LinuxInputReader::getModifier(released);
+CALLED_ONCE void InputLoop::keepTwin(unsigned released, InputEvent& out) {
+  const Modifier modifier = LinuxInputReader::getModifier(static_cast<int>(released));
   if (modifier == KeyInput::kNoModifier) return;
-  Modifier down = KeyInput::kNoModifier;
-  for (const int code : kModifierKeys) {
-    if (state_.keyboard.isDown(code) || state_.mouse.isDown(code)) down |= LinuxInputReader::getModifier(code);
+  for (const unsigned code : kModifierKeys) {
+    if (LinuxInputReader::getModifier(static_cast<int>(code)) != modifier) continue;
+    if (!state_.keyboard.isDown(code) && !state_.mouse.isDown(code)) continue;
+    reader_.modifiers |= modifier;
+    out.keyData.modifiers |= modifier;
   }
-  reader_.modifiers |= down & modifier;
-  out.keyData.modifiers |= down & modifier;
 }
 
 CALLED_ONCE void InputLoop::writeWheel(const input_event& record, InputEvent& out) const {
   out.kind = kWheelEvent;
   out.flags = 0;
-  out.mouseData.action = record.code == REL_WHEEL ? kVertical : kHorizontal;
+  out.mouseData.action = record.code;
   out.mouseData.button = record.value;
   out.mouseData.x = static_cast<std::uint16_t>(reader_.pointerX);
   out.mouseData.y = static_cast<std::uint16_t>(reader_.pointerY);
@@ -354,9 +358,9 @@ CALLED_ONCE void InputLoop::writeWheel(const input_event& record, InputEvent& ou
 }
 
 // A FIFO can send codes that no kernel has.
-void InputLoop::Node::setDown(int code, bool isDown) {
+void InputLoop::Node::setDown(unsigned code, bool isDown) {
   if (code > KEY_MAX) return;
-  std::uint32_t& word = down[code / 32];
+  std::uint32_t& word = rest.down[code / 32];
   const std::uint32_t mask = std::uint32_t{1} << (code % 32);
   word = isDown ? word | mask : word & ~mask;
 }
@@ -366,8 +370,8 @@ void InputLoop::Node::setDown(int code, bool isDown) {
 // The reader reads the socket itself, takes whatever is there, and looks only at the first line in it. So only a line
 // that is there alone is left to it. All others reach it one by one, through a pipe.
 bool InputLoop::takeLine(InputEvent& event) {
-  char* const text = state_.lineText + state_.lineSize;
-  const std::size_t room = kLircReadSize - state_.lineSize;
+  char* const text = state_.lineText + state_.remote.rest.bytes;
+  const std::size_t room = kLircReadSize - state_.remote.rest.bytes;
   const ssize_t seen = look(text, room + 1);  // one more, to see whether something follows
   if (seen <= 0) return false;
 
@@ -377,15 +381,15 @@ bool InputLoop::takeLine(InputEvent& event) {
     size = room;
     end = nullptr;
   }
-  const bool isAlone =
-      end != nullptr && size == static_cast<std::size_t>(seen) && state_.lineSize == 0 && !state_.lineIsCut;
+  const bool isAlone = end != nullptr && size == static_cast<std::size_t>(seen) && state_.remote.rest.bytes == 0 &&
+                       !state_.remote.rest.isCut;
   if (isAlone || !openPipe()) {
     if (isAlone) state_.ready &= ~bit(kRemote);
-    state_.lineSize = size;
+    state_.remote.rest.bytes = size;
     reader_.getLircEvent(state_.remote.fd, event);
   } else {
     if (!append(size, end != nullptr)) return false;
-    const bool isRest = std::exchange(state_.lineIsCut, end == nullptr);
+    const bool isRest = std::exchange(state_.remote.rest.isCut, end == nullptr);
     if (!isRest) handOver(event);
   }
   finishLine(event.kind != InputEvent::kNoEvent);
@@ -400,20 +404,17 @@ ssize_t InputLoop::look(char* text, std::size_t size) {
     return seen;
   }
   state_.ready &= ~bit(kRemote);
-  if (seen == 0) {
-    report(state_.remote, 0);
-  } else {
-    checkError(state_.remote);
-  }
+  if (seen == 0) errno = 0;
+  checkError(state_.remote);
   return seen;
 }
 
 // Takes `size` bytes that were looked at to what there is of a line. Returns whether it is complete, or as long as a
 // line that the reader cuts.
 CALLED_ONCE bool InputLoop::append(std::size_t size, bool hasEnd) {
-  const ssize_t taken = recv(state_.remote.fd, state_.lineText + state_.lineSize, size, MSG_DONTWAIT);
-  if (taken > 0) state_.lineSize += static_cast<std::size_t>(taken);
-  if (taken == static_cast<ssize_t>(size) && (hasEnd || state_.lineSize == kLircReadSize)) return true;
+  const ssize_t taken = recv(state_.remote.fd, state_.lineText + state_.remote.rest.bytes, size, MSG_DONTWAIT);
+  if (taken > 0) state_.remote.rest.bytes += static_cast<std::size_t>(taken);
+  if (taken == static_cast<ssize_t>(size) && (hasEnd || state_.remote.rest.bytes == kLircReadSize)) return true;
   state_.ready &= ~bit(kRemote);
   return false;
 }
@@ -425,8 +426,8 @@ CALLED_ONCE bool InputLoop::openPipe() {
 }
 
 CALLED_ONCE void InputLoop::handOver(InputEvent& event) {
-  if (write(state_.pipe[1], state_.lineText, state_.lineSize) != -1 && reader_.getLircEvent(state_.pipe[0], event))
-    return;
+  if (write(state_.pipe[1], state_.lineText, state_.remote.rest.bytes) != -1)
+    reader_.getLircEvent(state_.pipe[0], event);
   // Should the reader have failed to read it, the line must not stand before the next one.
   while (read(state_.pipe[0], state_.lineText, kLircReadSize) > 0) {
   }
@@ -437,8 +438,8 @@ CALLED_ONCE void InputLoop::finishLine(bool gaveKey) {
   count(state_.remote);
   state_.cause.source = kRemote;
   state_.cause.number = ++state_.lines;
-  state_.lineText[state_.lineSize] = '\0';
-  state_.lineSize = 0;
+  state_.lineText[state_.remote.rest.bytes] = '\0';
+  state_.remote.rest.bytes = 0;
 }
 
 // The time since the key's last key-down from which on a poll without a line changes something, as the reader reckons:

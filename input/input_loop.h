@@ -125,8 +125,8 @@ class InputLoop {
   // The kind of an event that next() can return beside the reader's kinds: a wheel was turned. Its mouseData has the
   // axis in `action`, the steps in `button`, and the pointer's position; `clicks` is 0.
   static constexpr std::uint8_t kWheelEvent = 2;
-  static constexpr std::int32_t kVertical = 0;    // steps > 0: up, away from the user
-  static constexpr std::int32_t kHorizontal = 1;  // steps > 0: to the right
+  static constexpr std::int32_t kVertical = REL_WHEEL;     // steps > 0: up, away from the user
+  static constexpr std::int32_t kHorizontal = REL_HWHEEL;  // steps > 0: to the right
 
   // What an event came of.
   struct Cause {
@@ -167,27 +167,33 @@ class InputLoop {
   // read all the same, that looks like the end of one that its writer has closed.
   enum class MayRead : std::uint8_t { kNo, kIsAsked, kIsNamed };
 
+  // What is left of what a source has sent, until more of it comes.
+  struct Rest {
+    MayRead mayRead;
+    std::size_t bytes;                       // the beginning of a record or line whose rest has not come yet
+    bool isCut;                              // the rest of a line that was too long is still to come
+    std::uint32_t down[(KEY_MAX + 1) / 32];  // bit by key code: the keys and buttons that are down
+  };
+
   // What is waited for, and what one source has had of a round. (All of this starts as zeroes.)
   struct Channel {
     Source source;
-    MayRead mayRead;
     int readerFd;   // the reader's descriptor, as it was found last
     int fd;         // the same; -1 once the source is gone
     int taken;      // events and lines
     timeval start;  // when the 16th of them was taken
+    Rest rest;
   };
 
   // A source of records, and those of them that were read ahead.
   struct Node : Channel {
     int begin;
     int end;
-    std::size_t cutBytes;                    // after them: the beginning of a record whose rest has not come yet
-    std::uint32_t before;                    // how many records came before them
-    std::uint32_t down[(KEY_MAX + 1) / 32];  // bit by key code: the keys and buttons that are down
+    std::uint32_t before;  // how many records came before them
     input_event records[kReadAhead];
 
-    bool isDown(int code) const { return (down[code / 32] >> (code % 32) & 1) != 0; }
-    void setDown(int code, bool isDown);
+    bool isDown(unsigned code) const { return (rest.down[code / 32] >> (code % 32) & 1) != 0; }
+    void setDown(unsigned code, bool isDown);
   };
 
   enum class LastLine : std::uint8_t { kNone, kNothing, kKey };
@@ -199,16 +205,14 @@ class InputLoop {
     bool isInDrain;     // nextRecord() has returned in the middle of a drain of held.source
     LastLine lastLine;  // what the last line of this round gave
     bool hasPipe;       // which hands a line to the reader
-    bool lineIsCut;     // the rest of a line that was too long is still to come
     SourceSet ready;    // may have something, read ahead or not
     SourceSet over;     // have had their share of this round
     SourceSet gone;
-    SourceSet unreported;  // those of them that no wait has reported yet
+    SourceSet reported;  // those of them that a wait has reported
     std::uint32_t generation;
     int budget;  // what the drain that goes on may still take
     int pipe[2];
-    std::uint32_t lines;   // how many have been taken
-    std::size_t lineSize;  // of the line that is not complete
+    std::uint32_t lines;  // how many have been taken
     Channel remote;
     Cause cause;
     Cause held;                        // of what is in the holding slot
@@ -236,7 +240,7 @@ class InputLoop {
   static void remember(Cause& cause, const Node& node, const input_event& record);
   bool fill(Node& node);
   void translate(Node& node, input_event& record, InputEvent& out);
-  void keepTwin(int released, InputEvent& out);
+  void keepTwin(unsigned released, InputEvent& out);
   void writeWheel(const input_event& record, InputEvent& out) const;
 
   bool takeLine(InputEvent& event);

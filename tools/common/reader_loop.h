@@ -28,6 +28,9 @@ class ReaderLoop {
   // Fills `event` with what came next; kNoEvent stands for what gave no event. Returns false when there is nothing.
   bool next(InputEvent& event);
 
+  // Whether next() has more to do at once, although a round has ended. One that polls does not know.
+  bool hasMore() const { return !polls() && loop_.timeoutMs() == 0; }
+
   // The sources that are gone. One that polls does not know.
   InputLoop::SourceSet gone() const { return loop_.gone(); }
 

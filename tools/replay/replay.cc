@@ -194,7 +194,7 @@ class Player {
     if (machine_.hasScheduled()) return false;
     if (!lastHappened_) lastHappened_ = elapsed();
     const bool isWaitedFor = isKeyHeld() && elapsed() < *lastHappened_ + kLongestRelease;
-    const bool roundFoundNothing = std::exchange(nothingUnread_, !machine_.hasUnread());
+    const bool roundFoundNothing = std::exchange(nothingUnread_, !machine_.hasUnread() && !loop_->hasMore());
     return roundFoundNothing && !isWaitedFor;
   }
 
