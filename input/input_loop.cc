@@ -282,6 +282,7 @@ bool InputLoop::drain(Node& node, InputEvent& event) {
 CALLED_ONCE void InputLoop::takeKey(Node& node, input_event& record, InputEvent& event) {
   count(node);
   if (takeHeld(event)) {
+    count(node);
     remember(state_.held, node, record);
     translate(node, record, reader_.pendingEvent);
     reader_.hasPendingEvent = state_.everything || reader_.pendingEvent.kind != InputEvent::kNoEvent;
@@ -358,7 +359,7 @@ CALLED_ONCE void InputLoop::writeWheel(const input_event& record, InputEvent& ou
 }
 
 // A FIFO can send codes that no kernel has.
-void InputLoop::Node::setDown(unsigned code, bool isDown) {
+CALLED_ONCE void InputLoop::Node::setDown(unsigned code, bool isDown) {
   if (code > KEY_MAX) return;
   std::uint32_t& word = rest.down[code / 32];
   const std::uint32_t mask = std::uint32_t{1} << (code % 32);

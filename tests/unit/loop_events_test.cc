@@ -248,6 +248,12 @@ TEST_F(LoopEvents, TakesNoMoreThanTheBoundOfEachSource) {
   EXPECT_EQ(loop.timeoutMs(), 300);
 }
 
+TEST_F(LoopEvents, CountsTheMovesBeforeButtonsTowardsTheBound) {
+  loop.setBound(4, 1000);
+  for (int i = 0; i < 5; ++i) inject(mouse, {{EV_REL, REL_X, 1}, {EV_KEY, BTN_LEFT, 1 - i % 2}});
+  EXPECT_EQ(takeNow(loop).size(), 4);
+}
+
 TEST_F(LoopEvents, TakesNoLongerThanTheBoundOfEachSource) {
   loop.setBound(1000, 4);
   pressOften(mouse, BTN_LEFT, 1);

@@ -265,6 +265,81 @@ TEST_F(LoopWait, ReadsAllSourcesWhereTheWaitDoesNotName) {
   EXPECT_EQ(takeLog().size(), 3);  // what the reader says of the line
 }
 
+// ---- Sources that the application replaces ------------------------------------------------------
+
+TEST_F(LoopWait, KnowsASourceThatIsOpenedAgainUnderTheSameNumber) {
+  keyboard.unplug();
+  takeNow(loop);
+  sim::Node& second = machine.addNode("/dev/input/event7", Device::keyboard());
+  const unsigned before = loop.generation();
+  close(reader.keyboardFd);
+  reader.keyboardFd = -1;
+  loop.generation();
+  reader.keyboardFd = reader.openDevice("/dev/input/event7", false);
+  EXPECT_EQ(reader.keyboardFd, kKeyboardFd);
+  EXPECT_NE(loop.generation(), before);
+  second.press(KEY_A);
+  EXPECT_EQ(waited(-1), "input after 0 ms");
+  EXPECT_EQ(takeAll(loop), Lines{keyDown('A', 'a')});
+  EXPECT_EQ(loop.gone(), 0U);
+}
+
+TEST_F(LoopWait, ForgetsWhatWasDownOnAnEarlierNode) {
+  keyboard.press(KEY_LEFTSHIFT);
+  takeNow(loop);
+  keyboard.unplug();
+  sim::Node& second = machine.addNode("/dev/input/event7", Device::keyboard());
+  reader.keyboardFd = reader.openDevice("/dev/input/event7", false);
+  second.press(KEY_RIGHTSHIFT);
+  second.release(KEY_RIGHTSHIFT);
+  EXPECT_EQ(takeNow(loop), (Lines{keyDown(16, 0, 2), keyUp(16)}));
+}
+
+TEST_F(LoopWait, ForgetsThePartOfALineOfAnEarlierDaemon) {
+  daemon.sendText("0000000000f40bf0 00 KEY");
+  takeNow(loop);
+  sim::LircDaemon& second = machine.addLircDaemon("/run/lircd2");
+  reader.lircFd = reader.openLircSocket("/run/lircd2");
+  second.send("KEY_DOWN");
+  EXPECT_EQ(takeNow(loop), Lines{keyDown(40)});
+}
+
+TEST_F(LoopWait, DoesNotReportASourceThatWasReplacedBefore) {
+  keyboard.unplug();
+  takeNow(loop);
+  machine.addNode("/dev/input/event7", Device::keyboard());
+  reader.keyboardFd = reader.openDevice("/dev/input/event7", false);
+  loop.generation();
+  EXPECT_EQ(waited(0), "timeout after 0 ms");
+}
+
+TEST_F(LoopWait, DoesNotMissASourceThatTheApplicationTookAway) {
+  loop.setBound(1, 1000);
+  for (int i = 0; i < 40; ++i) mouse.inject(EV_KEY, BTN_LEFT, i % 2);
+  mouse.inject(EV_SYN, SYN_REPORT, 0);
+  takeNow(loop);
+  close(reader.mouseFd);
+  reader.mouseFd = -1;
+  loop.setBound(0, 0);
+  EXPECT_EQ(takeNow(loop).size(), 39);
+  EXPECT_EQ(loop.gone(), 0U);
+  EXPECT_EQ(takeLog(), Lines{});
+}
+
+TEST_F(LoopWait, LeavesStandardInputAloneBeforeTheReaderHasSources) {
+  daemon.send("KEY_OK");
+  readOne(reader);
+  machine.advance(300ms);
+  InputLoop second(reader);
+  LinuxInputReader empty;
+  InputLoop third(empty);
+  third.setReady(STDIN_FILENO, POLLIN);
+  takeLog();
+  EXPECT_EQ(takeAll(second), Lines{});  // without a wait before it
+  EXPECT_EQ(takeAll(third), Lines{});
+  EXPECT_EQ(takeLog(), Lines{"VERBOSE10 LIRC key repeat mode started."});
+}
+
 // ---- Descriptors that select() cannot watch ----------------------------------------------------
 
 TEST_F(MachineTest, LoopWaitsOnDescriptorsFrom1024On) {
