@@ -11,10 +11,19 @@
 namespace quarlo::test::torture {
 namespace {
 
-const std::map<std::string, Call> kCalls = {{"open", Call::kOpen},       {"close", Call::kClose},
-                                            {"read", Call::kRead},       {"ioctl", Call::kIoctl},
-                                            {"select", Call::kSelect},   {"socket", Call::kSocket},
-                                            {"connect", Call::kConnect}, {"gettimeofday", Call::kGettimeofday},
+const std::map<std::string, Call> kCalls = {{"open", Call::kOpen},
+                                            {"close", Call::kClose},
+                                            {"read", Call::kRead},
+                                            {"recv", Call::kRecv},
+                                            {"write", Call::kWrite},
+                                            {"pipe2", Call::kPipe2},
+                                            {"ioctl", Call::kIoctl},
+                                            {"select", Call::kSelect},
+                                            {"poll", Call::kPoll},
+                                            {"socket", Call::kSocket},
+                                            {"connect", Call::kConnect},
+                                            {"gettimeofday", Call::kGettimeofday},
+                                            {"clock_gettime", Call::kClockGettime},
                                             {"getenv", Call::kGetenv}};
 
 std::string howItGoes(const Fault& fault) {
@@ -76,14 +85,20 @@ std::vector<int> errorsOf(Call call) {
               ENXIO,  EOPNOTSUPP, EOVERFLOW,    EPERM,  EROFS,  ETXTBSY, EAGAIN};
     case Call::kClose: return {EBADF, EINTR, EIO, ENOSPC, EDQUOT};
     case Call::kRead: return {EAGAIN, EBADF, EFAULT, EINTR, EINVAL, EIO, EISDIR, ENODEV, ECONNRESET, ENOTCONN};
+    case Call::kRecv:
+      return {EAGAIN, EBADF, ECONNREFUSED, ECONNRESET, EFAULT, EINTR, EINVAL, ENOMEM, ENOTCONN, ENOTSOCK};
+    case Call::kWrite: return {EAGAIN, EBADF, EFAULT, EINTR, EINVAL, EIO, ENOSPC, EPERM, EPIPE};
+    case Call::kPipe2: return {EFAULT, EINVAL, EMFILE, ENFILE, ENOPKG};
     case Call::kIoctl: return {EBADF, EFAULT, EINVAL, ENOTTY, ENODEV, EINTR, EBUSY};
     case Call::kSelect: return {EBADF, EINTR, EINVAL, ENOMEM};
+    case Call::kPoll: return {EFAULT, EINTR, EINVAL, ENOMEM};
     case Call::kSocket: return {EACCES, EAFNOSUPPORT, EINVAL, EMFILE, ENFILE, ENOBUFS, ENOMEM, EPROTONOSUPPORT};
     case Call::kConnect:
       return {EACCES,       EADDRINUSE, EADDRNOTAVAIL, EAFNOSUPPORT, EAGAIN, EALREADY,   EBADF,
               ECONNREFUSED, EFAULT,     EINPROGRESS,   EINTR,        EINVAL, EISCONN,    ENETUNREACH,
               ENOENT,       ENOMEM,     ENOTSOCK,      EPERM,        EPIPE,  EPROTOTYPE, ETIMEDOUT};
     case Call::kGettimeofday: return {EFAULT};
+    case Call::kClockGettime: return {EFAULT, EINVAL, ENODEV, ENOTSUP};
     case Call::kGetenv: return {0};
     // The reader makes no other calls.
     default: return {};
