@@ -123,7 +123,7 @@ std::vector<Fault> twoErrors(const TracedCall& call) {
 }
 
 std::vector<Fault> anEmptyRead(const TracedCall& call) {
-  if (call.call != Call::kRead) return {};
+  if (call.call != Call::kRead && call.call != Call::kRecv) return {};
   return {{call.call, call.count, 0, 0}};
 }
 
@@ -138,7 +138,7 @@ std::vector<Fault> partsOfARecord(const TracedCall& call) {
 }
 
 std::vector<Fault> partsOfALine(const TracedCall& call) {
-  if (call.call != Call::kRead || !call.succeeded) return {};
+  if ((call.call != Call::kRead && call.call != Call::kRecv) || !call.succeeded) return {};
   std::vector<Fault> result;
   const std::size_t length = std::stoul(call.result);
   for (std::size_t bytes = 1; bytes < length; ++bytes) result.push_back({call.call, call.count, 0, bytes});

@@ -80,6 +80,15 @@ Life remote() {
   return life;
 }
 
+Life linesInPairs() {
+  Life life = {"lines in pairs", false, {}, {}, 3000ms};
+  for (const milliseconds at : {100ms, 1800ms, 1900ms}) {
+    life.lines.push_back({at, "KEY_VOLUMEUP", 447});
+    life.lines.push_back({at, "KEY_MUTE", 449});
+  }
+  return life;
+}
+
 Life allSources() {
   Life life = {"all sources", false, {}, {}, 800ms};
   report(life.records[kMouse], 100ms, {{EV_REL, REL_X, 100}, {EV_REL, REL_Y, 50}, {EV_KEY, BTN_LEFT, 1}});

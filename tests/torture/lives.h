@@ -52,6 +52,9 @@ Life pointing();
 // A button is held for a second, then others are tapped.
 Life remote();
 
+// Lines come two at a time, while a button is held and when others are tapped.
+Life linesInPairs();
+
 // All sources have something at the same times.
 Life allSources();
 

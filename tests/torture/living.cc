@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "input/input_loop.h"
 #include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
 #include "tests/unit/test_log.h"
@@ -54,7 +55,7 @@ class LivingMachine {
   void arm(const Fault& fault) {
     for (int i = 0; i < fault.times; ++i) {
       if (fault.bytes) {
-        machine.truncateRead(fault.count + i, *fault.bytes);
+        machine.truncateRead(fault.count + i, *fault.bytes, fault.call);
       } else {
         machine.fail(fault.call, fault.count + i, fault.error);
       }
@@ -74,6 +75,22 @@ class LivingMachine {
     if (paths[kRemote].empty()) return;
     for (const RemoteLine& line : life.lines) {
       machine.after(line.at, [&line, daemon = daemons_.at(paths[kRemote])] { daemon->sendText(textOf(line)); });
+    }
+  }
+
+  void schedule(const Incident& incident) {
+    switch (incident.kind) {
+      case Incident::kSignal: return machine.signalAfter(incident.at);
+      case Incident::kJump: return machine.after(incident.at, [&] { machine.jumpClock(incident.jump); });
+      case Incident::kLoss: machine.after(incident.at, [&] { lose(incident.source); });
+    }
+  }
+
+  void lose(Source source) {
+    if (source == kRemote) {
+      daemons_.at(kGivenPaths[source])->stop();
+    } else {
+      nodes_.at(kGivenPaths[source])->unplug();
     }
   }
 
@@ -166,6 +183,40 @@ Lines comparable(Lines log) {
   return log;
 }
 
+namespace {
+
+std::map<std::string, int> fieldsOf(const LinuxInputReader& reader) {
+  return {{"pointerX", reader.pointerX},
+          {"pointerY", reader.pointerY},
+          {"pressedButton", reader.pressedButton},
+          {"modifiers", static_cast<int>(reader.modifiers)},
+          {"hasPendingEvent", static_cast<int>(reader.hasPendingEvent)},
+          {"lircKey", reader.lircKey},
+          {"lircRepeatTimeout", reader.lircRepeatTimeout},
+          {"lircReleaseTimeout", reader.lircReleaseTimeout}};
+}
+
+Source sourceOf(const InputLoop& loop) {
+  if (loop.source() == InputLoop::kRemote) return kRemote;
+  return loop.source() == InputLoop::kMouse ? kMouse : kKeyboard;
+}
+
+// The application that has a loop: it is asleep for as long as nothing happens.
+void runLoop(LinuxInputReader& reader, sim::Machine& machine, milliseconds time, LivedWithLoop& lived) {
+  InputLoop loop(reader);
+  // The clock of the machine can jump.
+  bool isOver = false;
+  machine.after(time, [&] { isOver = true; });
+  while (!isOver) {
+    loop.wait(kRound / 1ms);
+    ++lived.waits;
+    InputEvent event = untouched();
+    while (loop.next(event)) lived.events[sourceOf(loop)].push_back(text(event));
+  }
+}
+
+}  // namespace
+
 Lived live(const Life& life, const Paths& paths, const std::optional<Fault>& fault) {
   resetLog();
   Lived lived;
@@ -180,18 +231,39 @@ Lived live(const Life& life, const Paths& paths, const std::optional<Fault>& fau
     world.expectNoGrabs();
     world.schedule(life, paths);
     if (lived.opened != (std::array<bool, kSources>{})) runApplication(reader, world.machine, life.end, lived);
-    lived.end = {{"pointerX", reader.pointerX},
-                 {"pointerY", reader.pointerY},
-                 {"pressedButton", reader.pressedButton},
-                 {"modifiers", static_cast<int>(reader.modifiers)},
-                 {"hasPendingEvent", static_cast<int>(reader.hasPendingEvent)},
-                 {"lircKey", reader.lircKey},
-                 {"lircRepeatTimeout", reader.lircRepeatTimeout},
-                 {"lircReleaseTimeout", reader.lircReleaseTimeout}};
+    lived.end = fieldsOf(reader);
   }
   EXPECT_EQ(world.machine.openDescriptors(), 0);
   lived.trace = world.machine.takeTrace();
   lived.log = comparable(takeLog());
+  return lived;
+}
+
+LivedWithLoop liveWithLoop(const Life& life, const std::optional<Fault>& fault,
+                           const std::optional<Incident>& incident) {
+  resetLog();
+  LivedWithLoop lived;
+  LivingMachine world(life);
+  if (fault) world.arm(*fault);
+  {
+    LinuxInputReader reader;
+    initialise(reader, life, lived);
+    Paths paths = kGivenPaths;
+    for (std::size_t source = 0; source < kSources; ++source) {
+      if (!lived.opened[source]) paths[source] = "";
+    }
+    world.schedule(life, paths);
+    if (incident) world.schedule(*incident);
+    runLoop(reader, world.machine, life.end, lived);
+    lived.end = fieldsOf(reader);
+  }
+  EXPECT_EQ(world.machine.openDescriptors(), 0);
+  lived.trace = world.machine.takeTrace();
+  lived.log = comparable(takeLog());
+  const auto ofLoop = std::stable_partition(lived.log.begin(), lived.log.end(),
+                                            [](const std::string& line) { return line.rfind("loop: ", 0) != 0; });
+  lived.loopLog.assign(ofLoop, lived.log.end());
+  lived.log.erase(ofLoop, lived.log.end());
   return lived;
 }
 

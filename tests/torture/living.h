@@ -57,6 +57,25 @@ struct Lived : Outcome {
 // `paths` are where the reader should find its sources.
 Lived live(const Life& life, const Paths& paths, const std::optional<Fault>& fault);
 
+// What happens to a life at some time, beside its input.
+struct Incident {
+  enum Kind { kLoss, kSignal, kJump };
+
+  Kind kind;
+  milliseconds at;
+  Source source = kMouse;  // that is lost
+  milliseconds jump{0};    // of the clock
+};
+
+// The same with InputLoop, by the paths that are given: it waits for no more than a round at a time. Also says how
+// often it waited.
+struct LivedWithLoop : Lived {
+  Lines loopLog;
+  int waits = 0;
+};
+LivedWithLoop liveWithLoop(const Life& life, const std::optional<Fault>& fault,
+                           const std::optional<Incident>& incident);
+
 constexpr char kReadError[] = "ERROR Reading from input device failed, errno = ";
 
 // A log without the milliseconds that depend on when exactly a line was read, the errors of reading at its end.

@@ -165,15 +165,19 @@ class RemoteModel {
         outcome_(outcome) {}
 
   void takeAll() {
-    for (std::size_t index = 0; index < course_.life.lines.size(); ++index) {
-      watchUntil(course_.life.lines[index].at);
+    const std::size_t lines = std::min(course_.life.lines.size(), course_.readable[kRemote]);
+    for (std::size_t index = 0; index < lines; ++index) {
+      if (course_.unseenLine == index || course_.swallowedLine == index) continue;
+      watchBefore(index);
       if (course_.cutLine && course_.cutLine->line == index) {
         takeInPieces(index, course_.cutLine->bytes);
       } else {
-        logString(textOf(course_.life.lines[index]));
+        const bool takesNext = course_.swallowedLine == index + 1;
+        logString(textOf(course_.life.lines[index]) + (takesNext ? textOf(course_.life.lines[index + 1]) : ""));
         take(index);
       }
     }
+    if (course_.jump && course_.jump->line >= lines) watchUntil(course_.jump->at);
     watchUntil(course_.life.end);
   }
 
@@ -182,6 +186,13 @@ class RemoteModel {
  private:
   void log(const std::string& message) { outcome_.log.push_back("VERBOSE10 " + message); }
   void logString(const std::string& text) { outcome_.log.push_back("VERBOSE2 LIRC string: " + text); }
+
+  // Nobody looks between lines that come together.
+  void watchBefore(std::size_t index) {
+    if (course_.jump && course_.jump->line == index) watchUntil(course_.jump->at);
+    const milliseconds at = course_.life.lines[index].at;
+    if (std::exchange(lastLine_, at) != at) watchUntil(at);
+  }
 
   // Nothing comes until then.
   void watchUntil(milliseconds time) {
@@ -231,6 +242,7 @@ class RemoteModel {
   milliseconds accepted_ = kLongAgo;
   milliseconds timeout_{0};
   bool repeating_ = false;
+  milliseconds lastLine_ = kLongAgo;
 };
 
 }  // namespace
@@ -244,7 +256,7 @@ Expected expected(const Course& course) {
   for (const Source source : {kMouse, kKeyboard}) {
     if (!result.opened[source] || isHeldElsewhere(result.paths[source])) continue;
     const std::vector<Record>& records = course.life.records[source];
-    for (std::size_t i = 0; i < records.size(); ++i) {
+    for (std::size_t i = 0; i < std::min(records.size(), course.readable[source]); ++i) {
       devices.take(records[i], source == kMouse && course.clickWithoutTime == i);
     }
   }

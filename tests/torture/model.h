@@ -2,7 +2,9 @@
 // from the life or adds to it.
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -22,6 +24,12 @@ struct CutLine {
   std::size_t bytes;  // of the first piece
 };
 
+// When the clock jumps, and the first line after that.
+struct ClockJump {
+  milliseconds at;
+  std::size_t line;
+};
+
 // A life as it should go.
 struct Course {
   explicit Course(Life what) : life(std::move(what)) {}
@@ -34,6 +42,15 @@ struct Course {
   int releaseTimeout = kReleaseTimeout;
   std::optional<CutLine> cutLine;
   Lines readErrors;
+
+  // How much of a source's input is read, before it is gone.
+  std::array<std::size_t, kSources> readable = {SIZE_MAX, SIZE_MAX, SIZE_MAX};
+
+  // The times of what comes after it are those that the clock shows then.
+  std::optional<ClockJump> jump;
+
+  std::optional<std::size_t> unseenLine;     // does not reach the reader
+  std::optional<std::size_t> swallowedLine;  // is read with the one before it, which counts
 
   // When the clock fails, by their places among the mouse's records and the remote's lines.
   std::optional<std::size_t> clickWithoutTime;

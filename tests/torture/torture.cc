@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <iterator>
 #include <optional>
+#include <sstream>
 
 #include "tests/torture/failure.h"
 #include "tests/torture/living.h"
@@ -14,6 +15,11 @@ void expectEachIsClosedOnce(const Calls& calls) {
   std::set<std::string> open;
   for (const TracedCall& call : calls) {
     if ((call.call == Call::kOpen || call.call == Call::kSocket) && call.succeeded) open.insert(call.result);
+    if (call.call == Call::kPipe2 && call.succeeded) {
+      std::istringstream ends(call.result.substr(call.result.find('[') + 1));
+      int end;
+      while (ends >> end) open.insert(std::to_string(end));
+    }
     if (call.call != Call::kClose || call.firstArgument == "-1") continue;
     EXPECT_EQ(open.erase(call.firstArgument), 1U) << call.line;
   }
