@@ -27,7 +27,7 @@ using Lines = std::vector<std::string>;
 
 constexpr unsigned kEdge = EPOLLET;
 
-class LoopTest : public testing::Test {
+class LoopCalls : public testing::Test {
  protected:
   microseconds elapsed() const { return machine.now() - start; }
 
@@ -67,7 +67,7 @@ int polled(int fd) {
 
 // ---- epoll --------------------------------------------------------------------------------------
 
-class Epoll : public LoopTest {
+class Epoll : public LoopCalls {
  protected:
   int control(int operation, int fd, unsigned events) const {
     epoll_event event = {};
@@ -285,7 +285,7 @@ TEST_F(Epoll, RoomInAPipeOrACounterThatWasFullWakesIt) {
 
 // ---- timerfd ------------------------------------------------------------------------------------
 
-class Timer : public LoopTest {
+class Timer : public LoopCalls {
  protected:
   static int make(clockid_t clock = CLOCK_MONOTONIC) { return timerfd_create(clock, TFD_NONBLOCK | TFD_CLOEXEC); }
 
@@ -461,7 +461,7 @@ TEST_F(TimerDeathTest, NamesADeadlockWhereOnlyAnotherTimerRuns) {
 
 // ---- eventfd ------------------------------------------------------------------------------------
 
-using Counter = LoopTest;
+using Counter = LoopCalls;
 
 TEST_F(Counter, AddsUpAndIsEmptiedByARead) {
   const int fd = eventfd(2, EFD_NONBLOCK);
@@ -502,7 +502,7 @@ TEST_F(Counter, WakesAWait) {
 
 // ---- Faults and trace ---------------------------------------------------------------------------
 
-TEST_F(LoopTest, EachCallFailsAsItIsTold) {
+TEST_F(LoopCalls, EachCallFailsAsItIsTold) {
   for (const Call call : {Call::kEpollCreate1, Call::kEpollCtl, Call::kEpollWait, Call::kEventfd, Call::kTimerfdCreate,
                           Call::kTimerfdSettime, Call::kTimerfdGettime}) {
     machine.fail(call, 1, ENOMEM);
@@ -519,7 +519,7 @@ TEST_F(LoopTest, EachCallFailsAsItIsTold) {
   }
 }
 
-TEST_F(LoopTest, TraceShowsEveryCallWithItsResult) {
+TEST_F(LoopCalls, TraceShowsEveryCallWithItsResult) {
   machine.takeTrace();
   const int epoll = epoll_create1(EPOLL_CLOEXEC);
   const int timer = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK);
