@@ -233,9 +233,10 @@ def mutants_of(source):
 
 
 def read_sources(root, file):
-    """A source file, and what it includes from its own directory except its header, which tests are compiled with."""
+    """A source file, and what it includes from its own directory except headers of sources, which tests are compiled
+    with."""
     source = root / file
     unit = parse(root, file)
     names = dict.fromkeys(pathlib.Path(inclusion.include.name) for inclusion in unit.get_includes())
-    included = [name for name in names if name.parent == source.parent and name != source.with_suffix(".h")]
+    included = [name for name in names if name.parent == source.parent and not name.with_suffix(source.suffix).exists()]
     return [Source(unit, root, str(name.relative_to(root))) for name in (source, *included)]

@@ -13,7 +13,7 @@ import shutil
 import sys
 
 from changes import mutants_of, read_sources
-from project import COPY, FOLDER, ROOT, SOURCE, fail
+from project import COPY, FOLDER, ROOT, SOURCES, fail
 from source import SourceError
 from trial import Outcome, Tests, build_tests
 from verdicts import COUNTS, EQUIVALENT, ListError, described, find_miscounted, find_stale, key, read_equivalent, summary
@@ -31,12 +31,23 @@ def write_sources(folder, sources, mutant=None):
         path.write_text(mutant.text if mutant is not None and mutant.file == source.file else source.text)
 
 
+def read_all(root):
+    """The sources, each once, and by the name of each those of SOURCES that it is compiled with."""
+    sources = {}
+    users = collections.defaultdict(list)
+    for unit in SOURCES:
+        for source in read_sources(root, unit):
+            sources.setdefault(source.file, source)
+            users[source.file].append(unit)
+    return list(sources.values()), users
+
+
 def judge(mutant, tests, sources, folders, original):
     """What becomes of a mutant: the tests' Outcome, or "broken" (no C++), or "same" (as object code)."""
     folder = folders.get()
     try:
         write_sources(folder, sources, mutant)
-        code = tests.compile(folder)
+        code = tests.compile(folder, mutant.file)
         if code is None:
             return "broken"
         if code == original:
@@ -46,16 +57,16 @@ def judge(mutant, tests, sources, folders, original):
         folders.put(folder)
 
 
-def judge_all(mutants, sources, jobs):
+def judge_all(mutants, sources, users, jobs):
     """Yields each mutant with what becomes of it."""
-    tests = Tests()
+    tests = Tests(users)
     folders = queue.Queue()
     for number in range(jobs):
         folder = FOLDER / f"mutant-{number}"
         shutil.rmtree(folder, ignore_errors=True)
         write_sources(folder, sources)
         folders.put(folder)
-    original = tests.compile(folder)
+    original = tests.compile_original(folder)
     tests.measure(folder)
     pool = concurrent.futures.ThreadPoolExecutor(jobs)
     try:
@@ -87,7 +98,7 @@ def main():
     arguments = parse_arguments()
     copy_checkout()
     try:
-        sources = read_sources(COPY, SOURCE)
+        sources, users = read_all(COPY)
         mutants = [mutant for source in sources for mutant in mutants_of(source)]
         equivalent = read_equivalent((COPY / EQUIVALENT).read_text())
     except (SourceError, ListError) as error:
@@ -104,7 +115,7 @@ def main():
     build_tests(arguments.j)
     counts = collections.Counter()
     survivors = collections.Counter()
-    for mutant, verdict in judge_all(chosen, sources, arguments.j):
+    for mutant, verdict in judge_all(chosen, sources, users, arguments.j):
         if verdict == Outcome.PASSED:
             survivors[key(mutant)] += 1
             if survivors[key(mutant)] <= equivalent[key(mutant)]:

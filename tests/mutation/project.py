@@ -9,7 +9,8 @@ FOLDER = ROOT / "build/mutation"
 COPY = FOLDER / "source"
 BUILD = FOLDER / "build"
 
-SOURCE = "input/linux_input_reader.cc"
+# The sources whose mutants are tried, with what they include from their directory.
+SOURCES = ("input/linux_input_reader.cc", "input/input_loop.cc")
 HERE = "tests/mutation"
 
 

@@ -1,13 +1,14 @@
 #!/usr/bin/python3 -B
 """What script/mutate finds in C++, and which mutants it makes of it."""
 
+import itertools
 import pathlib
 import re
 import tempfile
 import unittest
 
 from changes import mutants_of, read_sources
-from project import ROOT, SOURCE
+from project import ROOT, SOURCES
 from source import Source, SourceError, parse
 
 FILE = "sample.cc"
@@ -156,8 +157,10 @@ class SourcesTest(unittest.TestCase):
     def test_are_a_file_and_what_it_includes_from_its_folder(self):
         sources = sources_of({
             "in/one.cc": '#include "in/limits.h"\n#include "in/one.h"\n#include "other/two.h"\n#include <cstddef>\n',
-            "in/limits.h": "#pragma once\n#include \"in/one.h\"\nconstexpr int kIt = 1;\n",
+            "in/limits.h": "#pragma once\n#include \"in/one.h\"\nconstexpr int kIt = 1;\n#include \"in/other.h\"\n",
             "in/one.h": "#pragma once\n",
+            "in/other.h": "#pragma once\n",
+            "in/other.cc": "\n",
             "other/two.h": "\n"})
         self.assertEqual([source.file for source in sources], ["in/one.cc", "in/limits.h"])
         self.assertEqual({(mutant.function, mutant.after) for mutant in mutants_of(sources[1])},
@@ -166,16 +169,16 @@ class SourcesTest(unittest.TestCase):
 
 class LayoutTest(unittest.TestCase):
     def test_makes_no_difference_to_the_number_of_mutants(self):
-        """Of the component: each token on a line of its own, and all of it in as few lines as can be."""
-        source = Source(parse(ROOT, SOURCE), ROOT, SOURCE)
-        for blank in ("\n", " "):
+        """Of the sources: each token on a line of its own, and all of it in as few lines as can be."""
+        for file, blank in itertools.product(SOURCES, ("\n", " ")):
+            source = Source(parse(ROOT, file), ROOT, file)
             places = [token.start for token in source.tokens]
             text = source.text
             for token in reversed(source.tokens):
                 behind = re.compile(r"[ \n]*").match(text, token.end)
                 if not text.startswith("#", behind.end()):
                     text = text[:token.end] + blank + text[behind.end():]
-            again = Source(parse(ROOT, SOURCE, text), ROOT, SOURCE, text)
+            again = Source(parse(ROOT, file, text), ROOT, file, text)
             self.assertNotEqual([token.start for token in again.tokens], places)
             self.assertEqual([token.text for token in again.tokens], [token.text for token in source.tokens])
             self.assertEqual(len(mutants_of(again)), len(mutants_of(source)))

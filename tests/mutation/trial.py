@@ -3,13 +3,14 @@
 import enum
 import json
 import os
+import pathlib
 import re
 import resource
 import shlex
 import shutil
 import subprocess
 
-from project import BUILD, COPY, SOURCE, fail, run, run_or_fail
+from project import BUILD, COPY, SOURCES, fail, run, run_or_fail
 
 # Optimised, so that a change without an effect gives the same object code. What is never written to has one value, and
 # an index beyond an array ends the program.
@@ -26,6 +27,10 @@ MEMORY_LIMIT = 1 << 20
 FILE_LIMIT = 2048
 
 
+# How many random lives a mutant lives: each of them runs after the other tests, for those mutants that they let pass.
+LIVES = 5000
+
+
 class Outcome(enum.Enum):
     """Of tests: all passed, one failed, or they came to no end by themselves."""
 
@@ -39,7 +44,7 @@ def build_tests(jobs):
         if shutil.which(program) is None:
             fail(f"there is no {program} here; script/test --quick installs what a build needs")
     options = ("QUARLO_BUILD_TOOLS=OFF", "CMAKE_COMPILE_WARNING_AS_ERROR=OFF", "CMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1",
-               "CMAKE_CXX_COMPILER_LAUNCHER=")
+               "CMAKE_CXX_COMPILER_LAUNCHER=", f"QUARLO_LIVES={LIVES}")
     configure = ["cmake", "-S", COPY, "--preset", "host-gcc", "-B", BUILD, *(f"-D{option}" for option in options)]
     run_or_fail(configure, "the tests cannot be configured")
     run_or_fail(["ninja", "-C", BUILD, f"-j{jobs}", "tests/unit/all"], "the tests do not build")
@@ -49,16 +54,25 @@ class Tests:
     """The programs of tests/unit that use the component. Those on the simulated machine become one program, which is
     linked once for each mutant, but runs the tests of each by themselves: they share the history of clicks."""
 
-    def __init__(self):
+    def __init__(self, users):
+        """`users`: by the name of a file, those of SOURCES that it is compiled with."""
+        self._users = users
         commands = json.loads((BUILD / "compile_commands.json").read_text())
-        self._compiler = next(shlex.split(entry["command"]) for entry in commands if entry["file"].endswith(SOURCE))
+        self._compilers = {
+            source: next(shlex.split(entry["command"]) for entry in commands if entry["file"].endswith(source))
+            for source in SOURCES
+        }
         links = self._links()
         simulated = [link for link in links if "libquarlo_sim.a" in link]
         objects = dict.fromkeys(argument for link in simulated for argument in link if argument.endswith(".o"))
-        together = [simulated[0][0], *objects, *(argument for argument in simulated[0][1:] if argument not in objects)]
+        # Some programs need more of the linker than others.
+        options = {argument for link in simulated for argument in link if argument.startswith("-static-")}
+        rest = (argument for argument in simulated[0][1:] if argument not in objects)
+        together = [simulated[0][0], *objects, *options, *rest]
         self._programs = [(together, [self._suites(link) for link in simulated])]
         self._programs += [(link, ["*"]) for link in links if link not in simulated]
         self._limits = {}  # of CPU, by what is run
+        self._original = {}  # object code, by source
 
     @staticmethod
     def _links():
@@ -74,17 +88,35 @@ class Tests:
         lines = run_or_fail([program, "--gtest_list_tests"], f"{program} does not run").splitlines()
         return ":".join(line.split()[0] + "*" for line in lines if re.match(r"[\w/]+\.", line))
 
-    def compile(self, folder):
-        """Compiles the source in the directory, and returns the object code, or None if it is not C++."""
-        target = folder / "reader.o"
-        command = [self._compiler[0], "-I", folder]
-        arguments = iter(self._compiler[1:])
+    def compile_original(self, folder):
+        """Compiles the sources in the directory, and returns their object code. REQUIRES: they are not changed"""
+        for source in SOURCES:
+            self._original[source] = self._compile(folder, source)
+        return list(self._original.values())
+
+    def compile(self, folder, file):
+        """Compiles what the file is part of, of which the directory has a mutant. Returns the object code of all
+        sources, or None if it is not C++."""
+        codes = []
+        for source in SOURCES:
+            is_changed = source in self._users[file]
+            code = self._compile(folder, source) if is_changed else self._original[source]
+            if code is None:
+                return None
+            object_of(folder, source).write_bytes(code)
+            codes.append(code)
+        return codes
+
+    def _compile(self, folder, source):
+        target = object_of(folder, source)
+        command = [self._compilers[source][0], "-I", folder]
+        arguments = iter(self._compilers[source][1:])
         for argument in arguments:
             if argument in ("-MT", "-MF", "-o", "-c"):
                 next(arguments)
             elif argument != "-MD":
                 command.append(argument)
-        result = run([*command, *MUTANT_FLAGS, "-o", target, "-c", folder / SOURCE])
+        result = run([*command, *MUTANT_FLAGS, "-o", target, "-c", folder / source])
         return target.read_bytes() if result.returncode == 0 else None
 
     def measure(self, folder):
@@ -113,12 +145,17 @@ class Tests:
     @staticmethod
     def _link(link, folder):
         program = folder / "tests"
-        command = [folder / "reader.o" if argument == "libquarlo_input.a" else argument for argument in link]
+        command = [argument for argument in link if argument not in ("libquarlo_input.a", "libquarlo_input_loop.a")]
+        command += [object_of(folder, source) for source in SOURCES]
         command[command.index("-o") + 1] = program
         result = run([*command, *LINK_FLAGS], BUILD)
         if result.returncode != 0:
             fail(f"the tests do not link:\n{result.stdout}")
         return program
+
+
+def object_of(folder, source):
+    return folder / pathlib.Path(source).with_suffix(".o").name
 
 
 def output_of(program):
