@@ -27,23 +27,33 @@
 //   - a step of a wheel is a step of a wheel (kWheelEvent), and never brings back an old event;
 //   - a touch that sends BTN_TOUCH and BTN_TOOL_FINGER is one button-down, and one button-up when both are up;
 //   - Shift, Control or Alt stays held while either of its two keys is;
-//   - each line of the LIRC daemon counts, also if several came together, or one in two parts.
+//   - each line of the LIRC daemon counts, also if several came together, or one in two parts. (A line that arrives
+//     between the loop's look at the one before it and the reader's read, microseconds later, is still read with that
+//     one and does not count.) A line without its end waits for it.
 //
 // Invariants, for those who change something here:
 //
-//   - Waiting is level-triggered. What has not been read is reported again by the next wait, so nothing needs to be
-//     read to its end. (Edge-triggered, a wait would sleep on input that an earlier round has left.)
+//   - Waiting is level-triggered. What has not been read, for example because a call was interrupted, is reported again
+//     by the next wait, so nothing needs to be read to its end.
 //   - A drain takes at most 20 records that are not keys, up to one event, keyboard first, as the reader's does: all
-//     motion of a drain becomes one move. Records are read 64 at a time, so some can be read ahead.
+//     motion of a drain becomes one move, and 20 records that give nothing end the node's share of a round. Records are
+//     read 64 at a time, so some can be read ahead.
 //   - Motion goes into the reader's holding slot (pendingEvent). A key behind it takes its place there, and comes
 //     before anything else is read.
 //   - The remote's key changes its state only in a poll that finds no line. It is made when the time for it has come,
 //     by the reader's clock and in its arithmetic.
-//   - One thread. No function is safe in a signal handler; a signal ends the wait.
+//   - One thread. No function is safe in a signal handler.
 //
-// If the application calls readInput() in between, nothing is lost and nothing comes twice, but what was read ahead
-// comes after it, with the next next(). The descriptors stay the reader's, which closes them. The loop may be destroyed
-// before or after the reader, but not used after it.
+// Descriptors. They stay the reader's, which closes them. A source that is gone, because a read failed or its stream
+// has ended, is left out from then on, also if somebody opens the FIFO again. To open it again: between two rounds,
+// close its descriptor, set the reader's field to -1, call generation(), and set the field to the new descriptor. For a
+// new reader, make a new loop. If lines come together, the loop opens a pipe, once, and closes it at its end; where
+// that fails, the log has an ERROR, and of the lines only the first counts.
+//
+// If the application calls readInput() in between, what was read ahead comes after it, with the next next(). Do so only
+// between two rounds with timeoutMs() != 0: a part of a line or record that the loop has, and a modifier key's release
+// that it does not see, are wrong otherwise. source() and cause() say nothing about what the reader held back itself.
+// The loop may be destroyed before or after the reader, but not used after it.
 #pragma once
 
 #include <linux/input.h>
@@ -72,13 +82,13 @@ class InputLoop {
 
   // ---- Waiting -----------------------------------------------------------------------------------
 
-  // Why wait() returned. Several can be true at once.
+  // Why wait() returned. Call next() after each wait, whatever this says.
   struct Wake {
-    bool input;      // there is something for next() to read; it need not be an event
+    bool input;      // there is something to read: an event, or perhaps only that a source is gone
     bool remote;     // the remote's key has something due, which next() does; it gives no event
-    bool timeout;    // the application's own time is over
+    bool timeout;    // nothing but the application's own time ended the wait: no timer, for input can always be first
     bool ownFd;      // the application's own descriptor is readable, or has an error
-    bool signal;     // a signal was handled
+    bool signal;     // a signal was handled during the wait, or poll() failed: next() asks each source
     SourceSet gone;  // the sources that next() has found to be gone, each reported once
   };
 
@@ -90,9 +100,10 @@ class InputLoop {
 
   // Sleeps until there is input, until the remote's key has something due, for `timeoutMs` ms (any negative value: no
   // limit), until `ownFd` is readable (any descriptor of the application's: a signalfd, an eventfd that a thread writes
-  // to, a socket; negative: none), until a source goes, or until a signal. Does not sleep while next() still has
-  // something. A clock that is set meanwhile can delay what is due for the remote by the sleep that was begun, but no
-  // more. Without a source it sleeps all the same.
+  // to, a socket; negative: none), until a source goes, or until a signal. A signal that was handled just before does
+  // not end it: let the handler write to `ownFd`. Does not sleep while next() still has something. A clock that is set
+  // meanwhile can delay what is due for the remote by the sleep that was begun, but no more. Without a source it sleeps
+  // all the same.
   Wake wait(int timeoutMs, int ownFd = -1);
 
   // ---- Waiting elsewhere: for those with an event loop of their own ------------------------------
@@ -101,20 +112,22 @@ class InputLoop {
   static constexpr int kMaxDescriptors = kSources;
 
   // Fills `fds` with what to wait for (level-triggered: poll's POLLIN is epoll's EPOLLIN), and returns how many there
-  // are. A source that is gone is not among them.
+  // are. A source that is gone is not among them. Look at generation() after each round.
   // REQUIRES: room for kMaxDescriptors
   int descriptors(pollfd* fds);
 
   // Changes whenever the descriptors do: then register them again, also if the numbers are the same.
   std::uint32_t generation();
 
-  // The longest time to sleep from now on, in ms: -1 for no limit, 0 if next() has something now.
+  // The longest time to sleep from now on, in ms: -1 for no limit, 0 if next() has something now. When it is over, call
+  // next(), also if no descriptor was reported.
   int timeoutMs() const;
 
   // Tells the loop what the wait has reported for a descriptor: poll's or epoll's bits. Others are ignored.
   void setReady(int fd, int revents);
 
-  // For a wait that does not tell: next() then asks each source.
+  // For a wait that does not tell: next() then asks each source. (A FIFO that its writers have closed looks then like
+  // one that nobody has opened yet, and is not found to be gone.)
   void setAllReady();
 
   // The sources that are gone.
@@ -122,8 +135,8 @@ class InputLoop {
 
   // ---- Taking what came --------------------------------------------------------------------------
 
-  // The kind of an event that next() can return beside the reader's kinds: a wheel was turned. Its mouseData has the
-  // axis in `action`, the steps in `button`, and the pointer's position; `clicks` is 0.
+  // The kind of an event that next() can return beside the reader's two: a wheel was turned. Its mouseData has the axis
+  // in `action`, the steps in `button`, and the pointer's position; `clicks` is 0.
   static constexpr std::uint8_t kWheelEvent = 2;
   static constexpr std::int32_t kVertical = REL_WHEEL;     // steps > 0: up, away from the user
   static constexpr std::int32_t kHorizontal = REL_HWHEEL;  // steps > 0: to the right
@@ -139,7 +152,8 @@ class InputLoop {
   // event's kind is then kNoEvent. A round (all calls up to the one that returns false) is bounded: see setBound().
   bool next(InputEvent& event) { return take(event, false); }
 
-  // The same, but also returns true for each record or line that gives no event: the event's kind is then kNoEvent.
+  // The same, but also returns true for each record or line that gives no event: the event's kind is then kNoEvent. A
+  // record of motion is part of its move, which comes at the end of its drain, after what gave nothing in between.
   bool nextRecord(InputEvent& event) { return take(event, true); }
 
   // Where the event came from, after a call that returned true.
@@ -151,9 +165,10 @@ class InputLoop {
   // The remote's line that it came of, with its end, if source() is kRemote. Valid until the next call.
   const char* line() const { return state_.lineText; }
 
-  // A round takes at most `events` events (or lines) of each source, and ends for a source some `ms` milliseconds after
-  // its 16th one, so that one that floods keeps neither the others nor the drawing waiting. What is left is there at
-  // once in the next round. 0 events: without a bound.
+  // A round takes of each source about `events` events (records and lines that gave nothing are counted, too), and
+  // `ms` ms from its 16th one on, where the clock is read at each 16th. So a source that floods keeps neither the
+  // others nor the drawing waiting; if handling an event takes long, lower `events`. What is left is there at once in
+  // the next round. 0 events: without a bound.
   void setBound(int events, int ms);
   static constexpr int kDefaultBoundEvents = 128;  // as many records as the kernel keeps of a mouse
   static constexpr int kDefaultBoundMs = 4;        // a quarter of a frame at 60 Hz

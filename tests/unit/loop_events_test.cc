@@ -131,6 +131,21 @@ TEST_F(LoopEvents, KeepsAModifierWhileItsTwinIsDown) {
   }
 }
 
+TEST_F(LoopEvents, KeepsAModifierWhoseReleaseWasLostUntilItsKeyIsTapped) {
+  keyboard.press(KEY_LEFTSHIFT);
+  takeNow(loop);
+  keyboard.release(KEY_LEFTSHIFT);
+  for (int i = 0; i < 64; ++i) keyboard.repeat(KEY_LEFTSHIFT);  // the queue overflows
+  takeNow(loop);
+  takeNow(loop);
+  inject(keyboard, {{EV_KEY, KEY_RIGHTSHIFT, 1}, {EV_KEY, KEY_RIGHTSHIFT, 0}});
+  takeNow(loop);
+  EXPECT_EQ(reader.modifiers, 2U);
+  inject(keyboard, {{EV_KEY, KEY_LEFTSHIFT, 1}, {EV_KEY, KEY_LEFTSHIFT, 0}});
+  takeNow(loop);
+  EXPECT_EQ(reader.modifiers, 0U);
+}
+
 TEST_F(LoopEvents, KeepsAModifierWhileItIsDownOnAnotherNode) {
   mouse.inject(EV_KEY, KEY_RIGHTSHIFT, 1);
   inject(mouse, {});
