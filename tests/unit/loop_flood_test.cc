@@ -57,7 +57,7 @@ class LoopFlood : public LoopTest {
     for (int frame = 1; frame <= kFrames;) {
       const auto due = start + frame * kFrame;
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - machine.now());
-      loop.wait(static_cast<int>(std::max<std::ptrdiff_t>(left / 1ms, 0)));
+      loop.wait(static_cast<int>(std::max(left, 0ms) / 1ms));
       takeRound();
       if (machine.now() < due) continue;
       longestDelay = std::max(longestDelay, machine.now() - due);
