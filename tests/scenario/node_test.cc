@@ -8,62 +8,21 @@
 #include <cerrno>
 #include <cstring>
 
+#include "tests/scenario/node_client.h"
 #include "tests/scenario/scenario_test.h"
 
 namespace quarlo::test {
 namespace {
 
-constexpr long kGrab = 1;
 constexpr long kReleaseGrab = 0;
 
-// A descriptor of a node, and what it has to read.
-class Client {
- public:
-  explicit Client(const std::string& path, int moreFlags = O_NONBLOCK)
-      : fd_(open(path.c_str(), O_RDONLY | moreFlags)) {}
-  ~Client() {
-    if (fd_ != -1) close(fd_);
-  }
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-
-  int fd() const { return fd_; }
-
-  // The next record, such as "1 30 1" (type, code, value), or the error of the read.
-  std::string next() const {
-    input_event record;
-    const ssize_t size = read(fd_, &record, sizeof record);
-    if (size == -1) return std::strerror(errno);
-    EXPECT_EQ(size, static_cast<ssize_t>(sizeof record));
-    return std::to_string(record.type) + " " + std::to_string(record.code) + " " + std::to_string(record.value);
-  }
-
-  // All there is to read, up to the error that ends it, which is left out if it is that there is nothing more.
-  Lines all() const {
-    Lines records;
-    for (std::string record = next(); record != std::strerror(EAGAIN); record = next()) {
-      records.push_back(record);
-      if (record == std::strerror(ENODEV)) break;
-    }
-    return records;
-  }
-
- private:
-  int fd_;
-};
-
 using NodeTest = ScenarioTest;
-
-const std::string kReport = "0 0 0";
-const std::string kDropped = "0 3 0";
-const std::string kPressA = "1 30 1";
-const std::string kReleaseA = "1 30 0";
 
 // ---- What gets through --------------------------------------------------------------------------
 
 TEST_F(NodeTest, ARecordHasTheSizeOfThisPlatform) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.press(KEY_A);
   char buffer[100];
   EXPECT_EQ(read(client.fd(), buffer, sizeof buffer), sizeof(long) == 4 ? 2 * 16 : 2 * 24);
@@ -71,7 +30,7 @@ TEST_F(NodeTest, ARecordHasTheSizeOfThisPlatform) {
 
 TEST_F(NodeTest, ReadingLessThanARecordIsInvalid) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.press(KEY_A);
   char buffer[8];
   EXPECT_EQ(read(client.fd(), buffer, sizeof buffer), -1);
@@ -80,7 +39,7 @@ TEST_F(NodeTest, ReadingLessThanARecordIsInvalid) {
 
 TEST_F(NodeTest, NothingIsReadableBeforeTheReport) {
   Plugged& device = world->plug(mouse());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.report(EV_REL, REL_X, 5);
   EXPECT_EQ(client.all(), Lines({}));
   device.report(EV_SYN, SYN_REPORT, 0);
@@ -89,7 +48,7 @@ TEST_F(NodeTest, NothingIsReadableBeforeTheReport) {
 
 TEST_F(NodeTest, AReportOfNothingNewIsDropped) {
   Plugged& device = world->plug(mouse());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.report(EV_REL, REL_X, 0);       // a zero step
   device.report(EV_REL, REL_HWHEEL, 1);  // a code that the device does not have
   device.report(EV_ABS, ABS_X, 1);       // a type that it does not have
@@ -100,7 +59,7 @@ TEST_F(NodeTest, AReportOfNothingNewIsDropped) {
 
 TEST_F(NodeTest, ARepeatedStateIsDroppedButNotAnAutoRepeat) {
   Plugged& device = world->plug(mouse());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.report(EV_KEY, BTN_LEFT, 1);
   device.report(EV_KEY, BTN_LEFT, 1);
   device.report(EV_KEY, BTN_LEFT, 2);
@@ -112,7 +71,7 @@ TEST_F(NodeTest, ARepeatedPositionIsDroppedButNotAScanCode) {
   Description description = touchscreen();
   description.codes[EV_MSC] = {MSC_SCAN};
   Plugged& device = world->plug(description);
-  const Client client(device.path());
+  const NodeClient client(device.path());
   for (int i = 0; i < 2; ++i) {
     device.report(EV_ABS, ABS_X, 7);
     device.report(EV_MSC, MSC_SCAN, 4);
@@ -123,7 +82,7 @@ TEST_F(NodeTest, ARepeatedPositionIsDroppedButNotAScanCode) {
 
 TEST_F(NodeTest, APacketThatIsLongerThanExpectedIsCut) {
   Plugged& device = world->plug(keyboard());  // 8 records are expected of it
-  const Client client(device.path());
+  const NodeClient client(device.path());
   for (int code = KEY_Q; code < KEY_Q + 8; ++code) device.report(EV_KEY, code, 1);
   const Lines records = client.all();
   ASSERT_EQ(records.size(), 9U);
@@ -132,9 +91,9 @@ TEST_F(NodeTest, APacketThatIsLongerThanExpectedIsCut) {
 
 TEST_F(NodeTest, EachDescriptorHasItsOwnQueueFromItsOpening) {
   Plugged& device = world->plug(keyboard());
-  const Client first(device.path());
+  const NodeClient first(device.path());
   device.press(KEY_A);
-  const Client second(device.path());
+  const NodeClient second(device.path());
   device.release(KEY_A);
   EXPECT_EQ(first.all(), Lines({kPressA, kReport, kReleaseA, kReport}));
   EXPECT_EQ(second.all(), Lines({kReleaseA, kReport}));
@@ -144,7 +103,7 @@ TEST_F(NodeTest, EachDescriptorHasItsOwnQueueFromItsOpening) {
 
 TEST_F(NodeTest, AHeldKeyRepeatsByItselfWithReportsOfValue1) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path(), 0);
+  const NodeClient client(device.path(), 0);
   device.press(KEY_A);
   Lines records;
   for (int i = 0; i < 6; ++i) records.push_back(client.next());
@@ -153,7 +112,7 @@ TEST_F(NodeTest, AHeldKeyRepeatsByItselfWithReportsOfValue1) {
 
 TEST_F(NodeTest, TheRepeatStartsAfter250MsAtSome30ASecond) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.press(KEY_A);
   world->pass(240ms);
   EXPECT_EQ(client.all(), Lines({kPressA, kReport}));
@@ -165,7 +124,7 @@ TEST_F(NodeTest, TheRepeatStartsAfter250MsAtSome30ASecond) {
 
 TEST_F(NodeTest, TheLastKeyPressedRepeats) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path(), 0);
+  const NodeClient client(device.path(), 0);
   device.press(KEY_A);
   device.press(KEY_B);
   Lines records;
@@ -175,7 +134,7 @@ TEST_F(NodeTest, TheLastKeyPressedRepeats) {
 
 TEST_F(NodeTest, TheReleaseOfAnyKeyEndsTheRepeat) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.press(KEY_A);
   device.press(KEY_B);
   device.release(KEY_A);
@@ -185,7 +144,7 @@ TEST_F(NodeTest, TheReleaseOfAnyKeyEndsTheRepeat) {
 
 TEST_F(NodeTest, ADeviceWithoutAutoRepeatDoesNotRepeat) {
   Plugged& device = world->plug(mediaKeys());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.press(KEY_MUTE);
   world->pass(500ms);
   EXPECT_EQ(client.all(), Lines({"1 113 1", kReport}));
@@ -196,21 +155,21 @@ TEST_F(NodeTest, ADeviceWithoutAutoRepeatDoesNotRepeat) {
 // The ring holds one less than its size: a full one counts as overrun.
 TEST_F(NodeTest, AKeyboardsQueueHolds63Records) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   for (int i = 0; i < 31; ++i) i % 2 == 0 ? device.press(KEY_A) : device.release(KEY_A);  // 62 records
   EXPECT_EQ(client.all().size(), 62U);
 }
 
 TEST_F(NodeTest, AFullKeyboardQueueKeepsOnlyTheNewestRecordBehindSynDropped) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   for (int i = 0; i < 32; ++i) i % 2 == 0 ? device.press(KEY_A) : device.release(KEY_A);  // 64 records
   EXPECT_EQ(client.all(), Lines({kDropped, kReport}));
 }
 
 TEST_F(NodeTest, AMousesQueueHolds127Records) {
   Plugged& device = world->plug(mouse());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   for (int i = 0; i < 42; ++i) device.move(1, 1);  // 126 records
   EXPECT_EQ(client.all().size(), 126U);
   for (int i = 0; i < 43; ++i) device.move(1, 1);  // the 128th is the second of a report
@@ -219,7 +178,7 @@ TEST_F(NodeTest, AMousesQueueHolds127Records) {
 
 TEST_F(NodeTest, AfterSynDroppedTheRestOfTheReportFollows) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   for (int i = 0; i < 32; ++i) i % 2 == 0 ? device.press(KEY_A) : device.release(KEY_A);
   device.report(EV_KEY, KEY_B, 1);
   EXPECT_EQ(client.all(), Lines({kDropped, kReport}));
@@ -231,7 +190,7 @@ TEST_F(NodeTest, AfterSynDroppedTheRestOfTheReportFollows) {
 
 TEST_F(NodeTest, AnUnpluggedDeviceIsReadableGivesEnodevAndLosesItsQueue) {
   Plugged& device = world->plug(keyboard());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   device.press(KEY_A);
   device.unplug();
   fd_set set;
@@ -247,17 +206,17 @@ TEST_F(NodeTest, AnUnpluggedDeviceIsReadableGivesEnodevAndLosesItsQueue) {
 TEST_F(NodeTest, AnUnpluggedDevicesPathDoesNotOpen) {
   Plugged& device = world->plug(keyboard());
   device.unplug();
-  EXPECT_EQ(Client(device.path()).fd(), -1);
+  EXPECT_EQ(NodeClient(device.path()).fd(), -1);
   EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(NodeTest, TheNextDeviceTakesTheNumberWhileTheOldDescriptorStaysDead) {
   Plugged& device = world->plug(keyboard());
-  const Client old(device.path());
+  const NodeClient old(device.path());
   device.unplug();
   Plugged& next = world->plug(keyboard());
   EXPECT_EQ(next.path(), device.path());
-  const Client client(next.path());
+  const NodeClient client(next.path());
   next.press(KEY_A);
   EXPECT_EQ(client.all(), Lines({kPressA, kReport}));
   EXPECT_EQ(old.all(), Lines({std::strerror(ENODEV)}));
@@ -267,9 +226,9 @@ TEST_F(NodeTest, TheNextDeviceTakesTheNumberWhileTheOldDescriptorStaysDead) {
 
 TEST_F(NodeTest, AGrabKeepsRecordsFromOthersAndEndsWithItsDescriptor) {
   Plugged& device = world->plug(keyboard());
-  const Client other(device.path());
+  const NodeClient other(device.path());
   {
-    const Client holder(device.path());
+    const NodeClient holder(device.path());
     EXPECT_EQ(ioctl(holder.fd(), EVIOCGRAB, kGrab), 0);
     device.press(KEY_A);
     EXPECT_EQ(other.all(), Lines({}));
@@ -281,8 +240,8 @@ TEST_F(NodeTest, AGrabKeepsRecordsFromOthersAndEndsWithItsDescriptor) {
 
 TEST_F(NodeTest, ASecondGrabIsBusyAlsoOfTheSameDescriptor) {
   Plugged& device = world->plug(keyboard());
-  const Client holder(device.path());
-  const Client other(device.path());
+  const NodeClient holder(device.path());
+  const NodeClient other(device.path());
   EXPECT_EQ(ioctl(holder.fd(), EVIOCGRAB, kGrab), 0);
   for (const int fd : {holder.fd(), other.fd()}) {
     EXPECT_EQ(ioctl(fd, EVIOCGRAB, kGrab), -1);
@@ -292,8 +251,8 @@ TEST_F(NodeTest, ASecondGrabIsBusyAlsoOfTheSameDescriptor) {
 
 TEST_F(NodeTest, OnlyTheHolderCanLetGo) {
   Plugged& device = world->plug(keyboard());
-  const Client holder(device.path());
-  const Client other(device.path());
+  const NodeClient holder(device.path());
+  const NodeClient other(device.path());
   EXPECT_EQ(ioctl(holder.fd(), EVIOCGRAB, kReleaseGrab), -1);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(ioctl(holder.fd(), EVIOCGRAB, kGrab), 0);
@@ -305,7 +264,7 @@ TEST_F(NodeTest, OnlyTheHolderCanLetGo) {
 TEST_F(NodeTest, AnotherProcessCanHoldItWhileItStillOpens) {
   Plugged& device = world->plug(keyboard());
   ASSERT_TRUE(device.grabElsewhere());
-  const Client client(device.path());
+  const NodeClient client(device.path());
   ASSERT_NE(client.fd(), -1);
   EXPECT_EQ(ioctl(client.fd(), EVIOCGRAB, kGrab), -1);
   EXPECT_EQ(errno, EBUSY);
@@ -319,7 +278,7 @@ TEST_F(NodeTest, AnotherProcessCanHoldItWhileItStillOpens) {
 // ---- What a node says about itself --------------------------------------------------------------
 
 TEST_F(NodeTest, ANameThatDoesNotFitIsCutWithoutANul) {
-  const Client client(world->plug(keyboard("Keyboard")).path());
+  const NodeClient client(world->plug(keyboard("Keyboard")).path());
   char name[16];
   std::memset(name, '#', sizeof name);
   EXPECT_EQ(ioctl(client.fd(), EVIOCGNAME(3), name), 3);
@@ -329,7 +288,7 @@ TEST_F(NodeTest, ANameThatDoesNotFitIsCutWithoutANul) {
 }
 
 TEST_F(NodeTest, CapabilitiesAreAnsweredInWholeLongsButNeverMoreThanAsked) {
-  const Client client(world->plug(keyboard()).path());
+  const NodeClient client(world->plug(keyboard()).path());
   unsigned char bits[128] = {};
   EXPECT_EQ(ioctl(client.fd(), EVIOCGBIT(0, 31), bits), static_cast<int>(sizeof(long)));
   EXPECT_EQ(bits[0] | bits[1] << 8 | bits[2] << 16, 1 << EV_SYN | 1 << EV_KEY | 1 << EV_MSC | 1 << EV_REP);
@@ -340,7 +299,7 @@ TEST_F(NodeTest, CapabilitiesAreAnsweredInWholeLongsButNeverMoreThanAsked) {
 }
 
 TEST_F(NodeTest, TheCodesOfAutoRepeatCannotBeAskedFor) {
-  const Client client(world->plug(keyboard()).path());
+  const NodeClient client(world->plug(keyboard()).path());
   unsigned char bits[8];
   EXPECT_EQ(ioctl(client.fd(), EVIOCGBIT(EV_REP, sizeof bits), bits), -1);
   EXPECT_EQ(errno, EINVAL);
