@@ -33,6 +33,9 @@ int highestCode(int type) {
   }
 }
 
+// Whether the codes of an event type are just on or off.
+bool isOnOrOff(int type) { return type == EV_KEY || type == EV_LED || type == EV_SND || type == EV_SW; }
+
 void setBit(unsigned char* bits, std::size_t size, int bit) {
   const auto byte = static_cast<std::size_t>(bit) / 8;
   if (byte < size) bits[byte] = static_cast<unsigned char>(bits[byte] | 1U << (bit % 8));
@@ -100,9 +103,9 @@ bool NodeState::passes(const input_event& record) {
   if (record.type == EV_MSC) return true;
   if (record.type == EV_KEY && record.value == kAutoRepeat) return true;
   int& last = lastValue_[{record.type, record.code}];
-  const bool changed = record.type == EV_KEY ? (last != 0) != (record.value != 0) : last != record.value;
+  const bool changed = isOnOrOff(record.type) ? (last != 0) != (record.value != 0) : last != record.value;
   last = record.value;
-  return changed;
+  return changed || record.type == EV_SND;
 }
 
 void NodeState::report(int type, int code, int value) {

@@ -80,6 +80,18 @@ TEST_F(NodeTest, ARepeatedPositionIsDroppedButNotAScanCode) {
   EXPECT_EQ(client.all(), Lines({"3 0 7", "4 4 4", "4 4 4", kReport}));
 }
 
+TEST_F(NodeTest, ALightAndASwitchAreOnOrOffAndASoundIsAlwaysPassedOn) {
+  Plugged& device = world->plug({"Lights", {{EV_LED, {LED_MAIL}}, {EV_SW, {SW_LID}}, {EV_SND, {SND_TONE}}}});
+  const NodeClient client(device.path());
+  for (const int value : {1, 2}) {
+    device.report(EV_LED, LED_MAIL, value);
+    device.report(EV_SW, SW_LID, value);
+    device.report(EV_SND, SND_TONE, value);
+  }
+  device.report(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(client.all(), Lines({"17 9 1", "5 0 1", "18 2 1", "18 2 2", kReport}));
+}
+
 TEST_F(NodeTest, APacketThatIsLongerThanExpectedIsCut) {
   Plugged& device = world->plug(keyboard());  // 8 records are expected of it
   const NodeClient client(device.path());

@@ -23,6 +23,8 @@ unsigned long codeRequest(int type) {
     case EV_ABS: return UI_SET_ABSBIT;
     case EV_MSC: return UI_SET_MSCBIT;
     case EV_LED: return UI_SET_LEDBIT;
+    case EV_SND: return UI_SET_SNDBIT;
+    case EV_SW: return UI_SET_SWBIT;
     default: ADD_FAILURE() << "no ioctl declares codes of event type " << type; return 0;
   }
 }
