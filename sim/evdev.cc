@@ -36,6 +36,12 @@ int highestCode(int type) {
 // Whether the codes of an event type are just on or off.
 bool isOnOrOff(int type) { return type == EV_KEY || type == EV_LED || type == EV_SND || type == EV_SW; }
 
+// How many bytes of bits the kernel answers: whole longs, but never more than it is asked for.
+std::size_t answerLength(int type, std::size_t size) {
+  const std::size_t longs = (static_cast<std::size_t>(highestCode(type)) / 8 / sizeof(long)) + 1;
+  return std::min(longs * sizeof(long), size);
+}
+
 void setBit(unsigned char* bits, std::size_t size, int bit) {
   const auto byte = static_cast<std::size_t>(bit) / 8;
   if (byte < size) bits[byte] = static_cast<unsigned char>(bits[byte] | 1U << (bit % 8));
@@ -185,17 +191,23 @@ int NodeState::name(char* buffer, std::size_t size) const {
 }
 
 int NodeState::bits(int type, unsigned char* buffer, std::size_t size) const {
-  const int highest = highestCode(type);
-  if (highest == 0) return -EINVAL;
-  // The kernel answers in whole longs, but never more than it is asked for.
-  const std::size_t longs = (static_cast<std::size_t>(highest) / 8 / sizeof(long)) + 1;
-  const std::size_t length = std::min(longs * sizeof(long), size);
+  if (highestCode(type) == 0) return -EINVAL;
+  const std::size_t length = answerLength(type, size);
   std::memset(buffer, 0, length);
   if (type == 0) {
     setBit(buffer, length, EV_SYN);
     for (const auto& [supported, codes] : device.codes) setBit(buffer, length, supported);
   } else if (const auto found = device.codes.find(type); found != device.codes.end()) {
     for (const int code : found->second) setBit(buffer, length, code);
+  }
+  return static_cast<int>(length);
+}
+
+int NodeState::states(int type, unsigned char* buffer, std::size_t size) const {
+  const std::size_t length = answerLength(type, size);
+  std::memset(buffer, 0, length);
+  for (const auto& [code, value] : lastValue_) {
+    if (code.first == type && value != 0) setBit(buffer, length, code.second);
   }
   return static_cast<int>(length);
 }

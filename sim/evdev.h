@@ -81,10 +81,12 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
 
   void unplug();
 
-  // EVIOCGRAB and the queries; the results are the ioctl's: a count or 0, or a negative errno.
+  // EVIOCGRAB and the queries; the results are the ioctl's: a count or 0, or a negative errno. states() is EVIOCGKEY
+  // and its sisters: of this event type, the codes that are down, lit or on.
   int grab(const std::shared_ptr<EvdevClient>& client, bool on);
   int name(char* buffer, std::size_t size) const;
   int bits(int type, unsigned char* buffer, std::size_t size) const;
+  int states(int type, unsigned char* buffer, std::size_t size) const;
 
   Device device;
   Timers& timers;

@@ -57,6 +57,21 @@ ssize_t NodeFile::readCut(void* buffer, std::size_t bytes) {
 
 ssize_t NodeFile::write(const void* /*data*/, std::size_t /*size*/) { notSimulated("write() to a node"); }
 
+namespace {
+
+// The event type whose states a request asks for, 0 if it does not.
+int typeOfStates(unsigned sizelessRequest) {
+  switch (sizelessRequest) {
+    case EVIOCGKEY(0): return EV_KEY;
+    case EVIOCGLED(0): return EV_LED;
+    case EVIOCGSND(0): return EV_SND;
+    case EVIOCGSW(0): return EV_SW;
+    default: return 0;
+  }
+}
+
+}  // namespace
+
 int NodeFile::ioctl(unsigned request, void* argument) {
   if (!node_->present) return -ENODEV;
   const unsigned size = _IOC_SIZE(request);
@@ -66,6 +81,9 @@ int NodeFile::ioctl(unsigned request, void* argument) {
 
   if (request == EVIOCGRAB) return node_->grab(client_, argument != nullptr);
   if (sizeless == EVIOCGNAME(0)) return node_->name(static_cast<char*>(argument), size);
+  if (const int type = typeOfStates(sizeless); type != 0) {
+    return node_->states(type, static_cast<unsigned char*>(argument), size);
+  }
   for (int type = 0; type <= EV_MAX; ++type) {
     if (sizeless == EVIOCGBIT(type, 0)) return node_->bits(type, static_cast<unsigned char*>(argument), size);
   }

@@ -74,8 +74,9 @@ struct Device {
 class Node {
  public:
   // Reports one value now, as a driver does. As in the kernel, codes that the device does not have, repeated states and
-  // zero steps are dropped, and a reader sees nothing before the SYN_REPORT. A held key of a device that has EV_REP
-  // repeats by itself, after 250 ms and then every 33 ms, until any key is released.
+  // zero steps are dropped, and a reader sees nothing before the SYN_REPORT. What is down, lit or on is so from here
+  // on, whether the node is open or not: EVIOCGKEY, EVIOCGLED, EVIOCGSND and EVIOCGSW tell. A held key of a device that
+  // has EV_REP repeats by itself, after 250 ms and then every 33 ms, until any key is released.
   void report(int type, int code, int value);
 
   // The usual reports, each with its SYN_REPORT.
@@ -84,7 +85,8 @@ class Node {
   void repeat(int code);
   void move(int dx, int dy);
 
-  // Puts exactly this record into the buffer of every reader, whether a kernel would have sent it or not.
+  // Puts exactly this record into the buffer of every reader, whether a kernel would have sent it or not. It changes
+  // nothing of what is down, lit or on.
   void inject(int type, int code, int value);
 
   // The device is gone: its path no longer opens, its descriptors give ENODEV, and what was queued is lost.
@@ -97,7 +99,7 @@ class Node {
   bool isGrabbed() const;
 
   // Makes open() of this node, or an ioctl() on it, fail with this errno until it is set to 0. `request` is EVIOCGRAB,
-  // EVIOCGNAME(0) or EVIOCGBIT(type, 0).
+  // EVIOCGNAME(0), EVIOCGBIT(type, 0), EVIOCGKEY(0), EVIOCGLED(0), EVIOCGSND(0) or EVIOCGSW(0).
   void setOpenError(int error);
   void setIoctlError(unsigned request, int error);
 

@@ -77,7 +77,11 @@ std::string ioctlRequest(unsigned request, long argument) {
   const std::string size = std::to_string(_IOC_SIZE(request));
   const unsigned number = _IOC_NR(request);
   if (request == EVIOCGRAB) return "EVIOCGRAB, " + std::to_string(argument);
-  if (_IOC_TYPE(request) == 'E' && number == _IOC_NR(EVIOCGNAME(0))) return "EVIOCGNAME(" + size + ")";
+  if (request == EVIOCGNAME(_IOC_SIZE(request))) return "EVIOCGNAME(" + size + ")";
+  if (request == EVIOCGKEY(_IOC_SIZE(request))) return "EVIOCGKEY(" + size + ")";
+  if (request == EVIOCGLED(_IOC_SIZE(request))) return "EVIOCGLED(" + size + ")";
+  if (request == EVIOCGSND(_IOC_SIZE(request))) return "EVIOCGSND(" + size + ")";
+  if (request == EVIOCGSW(_IOC_SIZE(request))) return "EVIOCGSW(" + size + ")";
   if (_IOC_TYPE(request) == 'E' && number >= _IOC_NR(EVIOCGBIT(0, 0)) && number <= _IOC_NR(EVIOCGBIT(EV_MAX, 0))) {
     return "EVIOCGBIT(" + eventType(number - _IOC_NR(EVIOCGBIT(0, 0))) + ", " + size + ")";
   }

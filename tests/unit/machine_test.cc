@@ -377,6 +377,44 @@ TEST(Node, AnswersItsEventTypesInWholeLongs) {
   EXPECT_EQ(errno, EINVAL);
 }
 
+// The codes below 768 whose bits a request sets, such as EVIOCGKEY(96); or nothing but -1 if it fails.
+std::vector<int> codesThatAreOn(int fd, unsigned request) {
+  unsigned char bits[96] = {};
+  if (ioctl(fd, request, bits) == -1) return {-1};
+  std::vector<int> codes;
+  for (int code = 0; code < 768; ++code) {
+    if ((bits[code / 8] >> (code % 8) & 1) != 0) codes.push_back(code);
+  }
+  return codes;
+}
+
+TEST(Node, WhatIsInjectedIsNotDown) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  node.inject(EV_KEY, KEY_A, 0);
+  node.inject(EV_KEY, KEY_B, 1);
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({KEY_A}));
+}
+
+TEST(Node, AStateCanBeRefused) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  node.report(EV_LED, LED_NUML, 1);
+  node.setIoctlError(EVIOCGKEY(0), EIO);
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({-1}));
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGLED(8)), std::vector<int>({LED_NUML}));
+  node.setIoctlError(EVIOCGKEY(0), 0);
+  machine.fail(Call::kIoctl, 2, EINTR);
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({KEY_A}));
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({-1}));
+  EXPECT_EQ(errno, EINTR);
+}
+
 TEST(Node, ABlockingReadWaitsForARecordOrASignal) {
   Machine machine;
   Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
@@ -648,6 +686,19 @@ TEST(Trace, ShowsEveryCallWithItsResult) {
                                      "connect(101, \"/dev/lircd\", 110) = -1 ENOENT",
                                      "close(-1) = -1 EBADF",
                                  }));
+}
+
+TEST(Trace, NamesTheStatesThatAreAskedFor) {
+  Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  machine.takeTrace();
+  const std::string one = " = " + std::to_string(sizeof(long));
+  unsigned char bits[96];
+  for (const unsigned long request : {EVIOCGKEY(96), EVIOCGLED(16), EVIOCGSND(16), EVIOCGSW(16)})
+    ioctl(fd, request, bits);
+  EXPECT_EQ(machine.takeTrace(), Lines({"ioctl(100, EVIOCGKEY(96)) = 96", "ioctl(100, EVIOCGLED(16))" + one,
+                                        "ioctl(100, EVIOCGSND(16))" + one, "ioctl(100, EVIOCGSW(16))" + one}));
 }
 
 TEST(Trace, ShowsThatADescriptorIsClosedTwice) {
