@@ -76,6 +76,21 @@ void EvdevClient::push(const input_event& record) {
   changed.wake(POLLIN | POLLRDNORM | POLLOUT | POLLWRNORM);
 }
 
+// As __evdev_flush_queue().
+void EvdevClient::dropRecords(int type) {
+  std::size_t end = tail_;
+  bool packetIsEmpty = false;
+  for (std::size_t i = tail_; i != head_; i = next(i)) {
+    const input_event record = buffer_[i];
+    if (record.type == type || (isReport(record) && packetIsEmpty)) continue;
+    buffer_[end] = record;
+    end = next(end);
+    packetIsEmpty = isReport(record);
+    if (packetIsEmpty) packetHead_ = end;
+  }
+  head_ = end;
+}
+
 // As input_estimate_events_per_packet() does for devices without multi-touch.
 std::size_t NodeState::packetSize() const {
   constexpr std::size_t kKeysAndMisc = 7;
@@ -203,8 +218,10 @@ int NodeState::bits(int type, unsigned char* buffer, std::size_t size) const {
   return static_cast<int>(length);
 }
 
-int NodeState::states(int type, unsigned char* buffer, std::size_t size) const {
+int NodeState::states(EvdevClient& client, int type, unsigned char* buffer, std::size_t size) const {
+  client.dropRecords(type);
   const std::size_t length = answerLength(type, size);
+  if (length == 0) return 0;
   std::memset(buffer, 0, length);
   for (const auto& [code, value] : lastValue_) {
     if (code.first == type && value != 0) setBit(buffer, length, code.second);

@@ -57,6 +57,10 @@ class EvdevClient {
   const input_event& front() const { return buffer_[tail_]; }
   void pop() { tail_ = next(tail_); }
 
+  // Drops the records of a type, and the SYN_REPORTs that then follow another one at once. As in the kernel, a
+  // SYN_REPORT at the front stays. What is not readable yet is dropped, too.
+  void dropRecords(int type);
+
   WaitQueue changed;
 
  private:
@@ -82,11 +86,12 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   void unplug();
 
   // EVIOCGRAB and the queries; the results are the ioctl's: a count or 0, or a negative errno. states() is EVIOCGKEY
-  // and its sisters: of this event type, the codes that are down, lit or on.
+  // and its sisters: of this event type, the codes that are down, lit or on. It drops the records of the type that the
+  // client has queued, since the answer is newer.
   int grab(const std::shared_ptr<EvdevClient>& client, bool on);
   int name(char* buffer, std::size_t size) const;
   int bits(int type, unsigned char* buffer, std::size_t size) const;
-  int states(int type, unsigned char* buffer, std::size_t size) const;
+  int states(EvdevClient& client, int type, unsigned char* buffer, std::size_t size) const;
 
   Device device;
   Timers& timers;

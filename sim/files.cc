@@ -82,7 +82,7 @@ int NodeFile::ioctl(unsigned request, void* argument) {
   if (request == EVIOCGRAB) return node_->grab(client_, argument != nullptr);
   if (sizeless == EVIOCGNAME(0)) return node_->name(static_cast<char*>(argument), size);
   if (const int type = typeOfStates(sizeless); type != 0) {
-    return node_->states(type, static_cast<unsigned char*>(argument), size);
+    return node_->states(*client_, type, static_cast<unsigned char*>(argument), size);
   }
   for (int type = 0; type <= EV_MAX; ++type) {
     if (sizeless == EVIOCGBIT(type, 0)) return node_->bits(type, static_cast<unsigned char*>(argument), size);

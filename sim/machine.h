@@ -74,9 +74,11 @@ struct Device {
 class Node {
  public:
   // Reports one value now, as a driver does. As in the kernel, codes that the device does not have, repeated states and
-  // zero steps are dropped, and a reader sees nothing before the SYN_REPORT. What is down, lit or on is so from here
-  // on, whether the node is open or not: EVIOCGKEY, EVIOCGLED, EVIOCGSND and EVIOCGSW tell. A held key of a device that
-  // has EV_REP repeats by itself, after 250 ms and then every 33 ms, until any key is released.
+  // zero steps are dropped, and a reader sees nothing before the SYN_REPORT. A held key of a device that has EV_REP
+  // repeats by itself, after 250 ms and then every 33 ms, until any key is released.
+  //
+  // What is down, lit or on is so at once, whether the node is open or not. EVIOCGKEY, EVIOCGLED, EVIOCGSND and
+  // EVIOCGSW tell it; as in the kernel, they drop the records of their type that are still queued for the descriptor.
   void report(int type, int code, int value);
 
   // The usual reports, each with its SYN_REPORT.

@@ -142,5 +142,181 @@ TEST_F(NodeStatesTest, ADeviceThatIsPluggedInAgainHasNothingDown) {
   EXPECT_EQ(keysDown(NodeClient(world->plug(keyboard()).path())), Codes({}));
 }
 
+// ---- The records that are queued ----------------------------------------------------------------
+
+TEST_F(NodeStatesTest, TapsThatAreQueuedAreTakenAwayAndTheirFirstReportIsLeft) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  for (int i = 0; i < 3; ++i) device.tap(KEY_A);
+  device.press(KEY_B);
+  EXPECT_EQ(keysDown(client), Codes({KEY_B}));
+  EXPECT_EQ(client.all(), Lines({kReport}));
+  device.release(KEY_B);
+  EXPECT_EQ(client.all(), Lines({"1 48 0", kReport}));
+}
+
+TEST_F(NodeStatesTest, WhatIsReadBeforeIsNotTakenAway) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  device.tap(KEY_A);
+  EXPECT_EQ(client.next(), kPressA);
+  EXPECT_EQ(keysDown(client), Codes({}));
+  EXPECT_EQ(client.all(), Lines({kReport}));
+  EXPECT_EQ(keysDown(client), Codes({}));
+  EXPECT_EQ(client.all(), Lines({}));
+}
+
+TEST_F(NodeStatesTest, MotionAndItsReportsStay) {
+  Plugged& device = world->plug(mouse());
+  const NodeClient client(device.path());
+  device.press(BTN_LEFT);
+  device.move(1, 2);
+  device.release(BTN_LEFT);
+  device.report(EV_KEY, BTN_RIGHT, 1);
+  device.report(EV_REL, REL_X, 3);
+  device.report(EV_SYN, SYN_REPORT, 0);
+  device.tap(BTN_MIDDLE);
+  device.move(4, 5);
+  EXPECT_EQ(keysDown(client), Codes({BTN_RIGHT}));
+  EXPECT_EQ(client.all(), Lines({kReport, "2 0 1", "2 1 2", kReport, "2 0 3", kReport, "2 0 4", "2 1 5", kReport}));
+}
+
+TEST_F(NodeStatesTest, OnlyTheFirstReportIsLeftEmpty) {
+  Plugged& device = world->plug(mouse());
+  const NodeClient client(device.path());
+  device.move(1, 2);
+  device.tap(BTN_LEFT);
+  EXPECT_EQ(keysDown(client), Codes({}));
+  EXPECT_EQ(client.all(), Lines({"2 0 1", "2 1 2", kReport}));
+}
+
+TEST_F(NodeStatesTest, ScanCodesStayWithTheirReports) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  for (const int value : {1, 0}) {
+    device.report(EV_MSC, MSC_SCAN, 4);
+    device.report(EV_KEY, KEY_A, value);
+    device.report(EV_SYN, SYN_REPORT, 0);
+  }
+  EXPECT_EQ(keysDown(client), Codes({}));
+  EXPECT_EQ(client.all(), Lines({"4 4 4", kReport, "4 4 4", kReport}));
+}
+
+TEST_F(NodeStatesTest, AReportOfARepeatIsTakenAwayToo) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  device.press(KEY_A);
+  world->pass(400ms);
+  device.release(KEY_A);
+  EXPECT_EQ(keysDown(client), Codes({}));
+  EXPECT_EQ(client.all(), Lines({kReport}));
+}
+
+TEST_F(NodeStatesTest, OnlyTheTypeThatIsAskedForIsTakenAway) {
+  Plugged& device = world->plug(keyboardWithLights());
+  const NodeClient client(device.path());
+  const auto report = [&] {
+    device.tap(KEY_A);
+    device.report(EV_LED, LED_MAIL, 1);
+    device.report(EV_SYN, SYN_REPORT, 0);
+    device.report(EV_LED, LED_MAIL, 0);
+    device.report(EV_SYN, SYN_REPORT, 0);
+  };
+  report();
+  EXPECT_EQ(ask(client, EVIOCGLED(kBytes)), Codes({}));
+  EXPECT_EQ(client.all(), Lines({kPressA, kReport, kReleaseA, kReport}));
+  report();
+  EXPECT_EQ(keysDown(client), Codes({}));
+  EXPECT_EQ(client.all(), Lines({kReport, "17 9 1", kReport, "17 9 0", kReport}));
+  report();
+  EXPECT_EQ(ask(client, EVIOCGSW(kBytes)), Codes({}));
+  EXPECT_EQ(ask(client, EVIOCGSND(kBytes)), Codes({}));
+  EXPECT_EQ(client.all(), Lines({kPressA, kReport, kReleaseA, kReport, "17 9 1", kReport, "17 9 0", kReport}));
+}
+
+TEST_F(NodeStatesTest, AnAnswerOfNoBytesTakesThemAwayAsWell) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  device.tap(KEY_A);
+  EXPECT_EQ(ioctl(client.fd(), EVIOCGKEY(0), nullptr), 0);
+  EXPECT_EQ(client.all(), Lines({kReport}));
+}
+
+TEST_F(NodeStatesTest, OtherDescriptorsKeepTheirRecords) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  const NodeClient other(device.path());
+  device.press(KEY_A);
+  EXPECT_EQ(keysDown(client), Codes({KEY_A}));
+  EXPECT_EQ(client.all(), Lines({kReport}));
+  EXPECT_EQ(other.all(), Lines({kPressA, kReport}));
+}
+
+TEST_F(NodeStatesTest, AShiftThatIsReleasedInWhatWasLostIsNotDown) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  device.press(KEY_LEFTSHIFT);
+  EXPECT_EQ(client.all(), Lines({"1 42 1", kReport}));
+  device.press(KEY_B);
+  device.release(KEY_LEFTSHIFT);
+  for (int i = 0; i < 15; ++i) device.tap(KEY_A);  // the 64th record is the last one's SYN_REPORT
+  device.press(KEY_C);
+  EXPECT_EQ(client.all(), Lines({kDropped, kReport, "1 46 1", kReport}));
+  EXPECT_EQ(keysDown(client), Codes({KEY_C, KEY_B}));
+}
+
+TEST_F(NodeStatesTest, SynDroppedStays) {
+  Plugged& device = world->plug(mouse());
+  const NodeClient client(device.path());
+  for (int i = 0; i < 32; ++i) device.tap(BTN_LEFT);
+  device.tap(BTN_LEFT);
+  device.press(BTN_RIGHT);
+  EXPECT_EQ(keysDown(client), Codes({BTN_RIGHT}));
+  EXPECT_EQ(client.all(), Lines({kDropped, kReport}));
+}
+
+TEST_F(NodeStatesTest, AQueueWhoseRingGoesRoundIsMovedTogether) {
+  Plugged& device = world->plug(mouse());
+  const NodeClient client(device.path());
+  for (int i = 0; i < 40; ++i) device.move(1, 1);  // 120 of 128 records
+  EXPECT_EQ(client.all().size(), 120U);
+  for (int step = 1; step <= 4; ++step) {
+    device.tap(BTN_LEFT);
+    device.move(step, 0);
+  }
+  EXPECT_EQ(keysDown(client), Codes({}));
+  EXPECT_EQ(client.all(), Lines({kReport, "2 0 1", kReport, "2 0 2", kReport, "2 0 3", kReport, "2 0 4", kReport}));
+  for (int i = 0; i < 42; ++i) device.move(1, 1);
+  EXPECT_EQ(client.all().size(), 126U);
+}
+
+// ---- Together with a grab -----------------------------------------------------------------------
+
+TEST_F(NodeStatesTest, StatesAreToldThoughAnotherProcessHasTheGrab) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  ASSERT_TRUE(device.grabElsewhere());
+  device.press(KEY_A);
+  EXPECT_EQ(keysDown(client), Codes({KEY_A}));
+  device.letGoElsewhere();
+  device.release(KEY_A);
+  EXPECT_EQ(client.all(), Lines({kReleaseA, kReport}));
+}
+
+TEST_F(NodeStatesTest, AGrabLeavesWhatOthersHaveQueuedAndTheirKeysGoUpUnseen) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient other(device.path());
+  device.press(KEY_A);
+  {
+    const NodeClient holder(device.path());
+    EXPECT_EQ(ioctl(holder.fd(), EVIOCGRAB, kGrab), 0);
+    EXPECT_EQ(keysDown(holder), Codes({KEY_A}));
+    device.release(KEY_A);
+    EXPECT_EQ(holder.all(), Lines({kReleaseA, kReport}));
+  }
+  EXPECT_EQ(other.all(), Lines({kPressA, kReport}));
+  EXPECT_EQ(keysDown(other), Codes({}));
+}
+
 }  // namespace
 }  // namespace quarlo::test

@@ -398,6 +398,32 @@ TEST(Node, WhatIsInjectedIsNotDown) {
   EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({KEY_A}));
 }
 
+TEST(Node, AStateTakesRecordsAwayThatAreNotReadableYet) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::mouse());
+  const int fd = openNode("/dev/input/event0");
+  node.inject(EV_REL, REL_X, 1);
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  node.inject(EV_REL, REL_X, 2);
+  node.inject(EV_KEY, BTN_LEFT, 1);
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({}));
+  EXPECT_EQ(readRecords(fd), Lines({"2 0 1", "0 0 0"}));
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd), Lines({"2 0 2", "0 0 0"}));
+}
+
+TEST(Node, AStateThatIsRefusedTakesNothingAway) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  machine.fail(Call::kIoctl, 1, EINTR);
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({-1}));
+  node.setIoctlError(EVIOCGKEY(0), ENOMEM);
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({-1}));
+  EXPECT_EQ(readRecords(fd), Lines({"1 30 1", "0 0 0"}));
+}
+
 TEST(Node, AStateCanBeRefused) {
   Machine machine;
   Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
