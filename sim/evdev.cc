@@ -91,6 +91,14 @@ void EvdevClient::dropRecords(int type) {
   head_ = end;
 }
 
+// As __evdev_queue_syn_dropped().
+void EvdevClient::pushDropped(microseconds time) {
+  const std::size_t index = head_;
+  buffer_[index] = makeRecord(time, EV_SYN, SYN_DROPPED, 0);
+  head_ = next(head_);
+  if (head_ == tail_) tail_ = packetHead_ = index;
+}
+
 // As input_estimate_events_per_packet() does for devices without multi-touch.
 std::size_t NodeState::packetSize() const {
   constexpr std::size_t kKeysAndMisc = 7;
@@ -222,6 +230,10 @@ int NodeState::states(EvdevClient& client, int type, unsigned char* buffer, std:
   client.dropRecords(type);
   const std::size_t length = answerLength(type, size);
   if (length == 0) return 0;
+  if (buffer == nullptr) {
+    client.pushDropped(timers.now());
+    return -EFAULT;
+  }
   std::memset(buffer, 0, length);
   for (const auto& [code, value] : lastValue_) {
     if (code.first == type && value != 0) setBit(buffer, length, code.second);

@@ -61,6 +61,10 @@ class EvdevClient {
   // SYN_REPORT at the front stays. What is not readable yet is dropped, too.
   void dropRecords(int type);
 
+  // Queues a SYN_DROPPED of this time, which is not readable before the next SYN_REPORT. When that fills the ring, it
+  // is all that stays.
+  void pushDropped(microseconds time);
+
   WaitQueue changed;
 
  private:

@@ -290,6 +290,31 @@ TEST_F(NodeStatesTest, AQueueWhoseRingGoesRoundIsMovedTogether) {
   EXPECT_EQ(client.all().size(), 126U);
 }
 
+// ---- An answer that cannot be given -------------------------------------------------------------
+
+TEST_F(NodeStatesTest, ABadAddressLeavesSynDroppedForTheNextReport) {
+  Plugged& device = world->plug(mouse());
+  const NodeClient client(device.path());
+  device.move(1, 2);
+  device.press(BTN_LEFT);
+  EXPECT_EQ(ioctl(client.fd(), EVIOCGKEY(kBytes), nullptr), -1);
+  EXPECT_EQ(errno, EFAULT);
+  EXPECT_EQ(client.all(), Lines({"2 0 1", "2 1 2", kReport}));
+  device.release(BTN_LEFT);
+  EXPECT_EQ(client.all(), Lines({kDropped, "1 272 0", kReport}));
+}
+
+TEST_F(NodeStatesTest, ABadAddressWhereThereIsNoRoomLeavesNothingButSynDropped) {
+  Plugged& device = world->plug(mouse());
+  const NodeClient client(device.path());
+  for (int i = 0; i < 41; ++i) device.move(1, 1);
+  for (int i = 0; i < 2; ++i) device.move(1, 0);  // 127 records: all there is room for
+  EXPECT_EQ(ioctl(client.fd(), EVIOCGKEY(kBytes), nullptr), -1);
+  EXPECT_EQ(client.all(), Lines({}));
+  device.press(BTN_LEFT);
+  EXPECT_EQ(client.all(), Lines({kDropped, "1 272 1", kReport}));
+}
+
 // ---- Together with a grab -----------------------------------------------------------------------
 
 TEST_F(NodeStatesTest, StatesAreToldThoughAnotherProcessHasTheGrab) {

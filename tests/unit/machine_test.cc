@@ -412,6 +412,20 @@ TEST(Node, AStateTakesRecordsAwayThatAreNotReadableYet) {
   EXPECT_EQ(readRecords(fd), Lines({"2 0 2", "0 0 0"}));
 }
 
+TEST(Node, ASynDroppedThatIsAllThatStaysWaitsForItsReport) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::mouse());
+  const int fd = openNode("/dev/input/event0");
+  node.inject(EV_REL, REL_X, 1);
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  for (int i = 0; i < 125; ++i) node.inject(EV_REL, REL_X, 1);  // 127 records: all there is room for
+  EXPECT_EQ(ioctl(fd, EVIOCGKEY(96), nullptr), -1);
+  EXPECT_EQ(errno, EFAULT);
+  EXPECT_EQ(readRecords(fd), Lines({}));
+  node.inject(EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(readRecords(fd), Lines({"0 3 0", "0 0 0"}));
+}
+
 TEST(Node, AStateThatIsRefusedTakesNothingAway) {
   Machine machine;
   Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
