@@ -3,8 +3,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <strings.h>
 
+#include <cctype>
 #include <clocale>
 #include <cstdlib>
 
@@ -15,7 +15,7 @@ class TurkishLocale {
   TurkishLocale() {
     setenv("LOCPATH", QUARLO_LOCALES, /*replace=*/1);
     EXPECT_NE(std::setlocale(LC_ALL, "tr_TR.UTF-8"), nullptr) << "there is no such locale in " << QUARLO_LOCALES;
-    EXPECT_NE(strcasecmp("i", "I"), 0) << "libc does not follow the locale";
+    EXPECT_NE(std::tolower('I'), 'i') << "libc does not follow the locale";
   }
   ~TurkishLocale() {
     std::setlocale(LC_ALL, "C");
