@@ -38,6 +38,7 @@ TEST(ProgramTest, WaitingForWhatDoesNotComeHasAnEnd) {
   EXPECT_FALSE(result);
   EXPECT_NE(std::string(result.message()).find("did not print \"more\" within 50 ms"), std::string::npos)
       << result.message();
+  program.setLimit(1min);
   program.signal(SIGKILL);
 }
 
