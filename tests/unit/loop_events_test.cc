@@ -297,20 +297,22 @@ TEST_F(LoopEvents, CountsRecordsThatGiveNothingTowardsTheBound) {
 // ---- Cut reads, and other odd ones --------------------------------------------------------------
 
 TEST_F(LoopEvents, PutsARecordTogetherThatAFifoGaveInParts) {
-  int fds[2];
-  ASSERT_EQ(pipe2(fds, O_NONBLOCK), 0);
-  LinuxInputReader piped;
-  piped.keyboardFd = fds[0];
-  InputLoop pipedLoop(piped);
-  const input_event records[] = {makeEvdevRecord(EV_KEY, KEY_A, 1), makeEvdevRecord(EV_KEY, KEY_B, 1)};
-  const auto* bytes = reinterpret_cast<const char*>(records);
-  constexpr std::size_t kCut = sizeof(input_event) + 5;
-  ASSERT_EQ(write(fds[1], bytes, kCut), kCut);
-  EXPECT_EQ(takeNow(pipedLoop), Lines{keyDown('A', 'a')});
-  EXPECT_EQ(pipedLoop.timeoutMs(), -1);
-  ASSERT_EQ(write(fds[1], bytes + kCut, sizeof records - kCut), sizeof records - kCut);
-  EXPECT_EQ(takeNow(pipedLoop), Lines{keyDown('B', 'b')});
-  close(fds[1]);
+  for (const std::size_t part : {std::size_t{1}, std::size_t{5}, sizeof(input_event) - 1}) {
+    int fds[2];
+    ASSERT_EQ(pipe2(fds, O_NONBLOCK), 0);
+    LinuxInputReader piped;
+    piped.keyboardFd = fds[0];
+    InputLoop pipedLoop(piped);
+    const input_event records[] = {makeEvdevRecord(EV_KEY, KEY_A, 1), makeEvdevRecord(EV_KEY, KEY_B, 1)};
+    const auto* bytes = reinterpret_cast<const char*>(records);
+    const std::size_t cut = sizeof(input_event) + part;
+    ASSERT_EQ(write(fds[1], bytes, cut), cut);
+    EXPECT_EQ(takeNow(pipedLoop), Lines{keyDown('A', 'a')});
+    EXPECT_EQ(pipedLoop.timeoutMs(), -1);
+    ASSERT_EQ(write(fds[1], bytes + cut, sizeof records - cut), sizeof records - cut);
+    EXPECT_EQ(takeNow(pipedLoop), Lines{keyDown('B', 'b')});
+    close(fds[1]);
+  }
 }
 
 TEST_F(LoopEvents, GivesWhatWasReadAheadAfterTheReaderWasUsedDirectly) {

@@ -43,6 +43,13 @@ TEST_F(LoopRemote, PutsALineTogetherThatCameInParts) {
   EXPECT_EQ(takeNow(loop), (Lines{kUp, kDown}));
 }
 
+TEST_F(LoopRemote, ShowsNoPartOfALine) {
+  daemon.sendText(line("KEY_UP").substr(0, 20));
+  loop.wait(0);
+  InputEvent event;
+  EXPECT_FALSE(loop.nextRecord(event));
+}
+
 TEST_F(LoopRemote, TakesALineOf127BytesWhole) {
   const std::string code(127 - line("KEY_UP").size(), '0');
   daemon.sendText(code + line("KEY_UP"));

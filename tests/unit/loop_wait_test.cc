@@ -242,6 +242,23 @@ TEST_F(LoopWait, FindsTheSourcesThatTheReaderIsGivenLater) {
   EXPECT_EQ(takeNow(lateLoop), Lines{keyDown('A', 'a')});
 }
 
+TEST_F(LoopWait, NamesTheDescriptorsThatTheReaderIsGivenLater) {
+  LinuxInputReader late;
+  InputLoop lateLoop(late);
+  late.init(nullptr, "/dev/input/event1", nullptr, kMaxX, kMaxY);
+  pollfd fds[InputLoop::kMaxDescriptors];
+  EXPECT_GT(lateLoop.descriptors(fds), 0);
+}
+
+TEST_F(LoopWait, AsksTheSourcesThatTheReaderIsGivenLater) {
+  LinuxInputReader late;
+  InputLoop lateLoop(late);
+  late.init("/nowhere", "/dev/input/event1", "/nowhere", kMaxX, kMaxY);
+  keyboard.press(KEY_A);
+  lateLoop.setAllReady();
+  EXPECT_EQ(takeAll(lateLoop), Lines{keyDown('A', 'a')});
+}
+
 TEST_F(LoopWait, ReadsOnlyTheDescriptorsThatWereNamed) {
   loop.wait(0);
   keyboard.press(KEY_A);
