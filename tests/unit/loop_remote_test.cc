@@ -87,6 +87,16 @@ TEST_F(LoopRemote, LosesOneLineWhereThePipeFails) {
   EXPECT_EQ(takeNow(loop), (Lines{kUp, keyDown(37)}));
 }
 
+TEST_F(LoopRemote, DoesNotTakeALineThatThePipeRefusedForSilence) {
+  daemon.send("KEY_UP");
+  takeNow(loop);
+  machine.advance(300ms);
+  machine.fail(Call::kWrite, 1, EIO);
+  daemon.sendText(line("KEY_UP", 1) + line("KEY_FOO"));
+  EXPECT_EQ(takeNow(loop), Lines{});
+  EXPECT_FALSE(reader.lircRepeatMode);
+}
+
 TEST_F(LoopRemote, DoesNotMixALineThatTheReaderDidNotReadWithTheNext) {
   machine.fail(Call::kRead, 1, EINTR);
   daemon.sendText(line("KEY_UP") + line("KEY_DOWN"));
