@@ -303,7 +303,8 @@ TEST_F(LoopEvents, PutsARecordTogetherThatAFifoGaveInParts) {
     LinuxInputReader piped;
     piped.keyboardFd = fds[0];
     InputLoop pipedLoop(piped);
-    const input_event records[] = {makeEvdevRecord(EV_KEY, KEY_A, 1), makeEvdevRecord(EV_KEY, KEY_B, 1)};
+    input_event records[] = {makeEvdevRecord(EV_KEY, KEY_A, 1), makeEvdevRecord(EV_KEY, KEY_B, 1)};
+    records[1].input_event_sec = 7;  // its first byte
     const auto* bytes = reinterpret_cast<const char*>(records);
     const std::size_t cut = sizeof(input_event) + part;
     ASSERT_EQ(write(fds[1], bytes, cut), cut);
@@ -311,6 +312,7 @@ TEST_F(LoopEvents, PutsARecordTogetherThatAFifoGaveInParts) {
     EXPECT_EQ(pipedLoop.timeoutMs(), -1);
     ASSERT_EQ(write(fds[1], bytes + cut, sizeof records - cut), sizeof records - cut);
     EXPECT_EQ(takeNow(pipedLoop), Lines{keyDown('B', 'b')});
+    EXPECT_EQ(pipedLoop.cause().record.input_event_sec, 7);
     close(fds[1]);
   }
 }

@@ -1,5 +1,7 @@
 // InputLoop: the remote's lines.
 
+#include <algorithm>
+
 #include "tests/unit/loop_test.h"
 
 namespace quarlo::test {
@@ -67,6 +69,9 @@ TEST_F(LoopRemote, CutsALongerLineAndDropsItsRest) {
   const std::string code(128 - line("KEY_UP").size(), '0');
   daemon.sendText(code + line("KEY_UP") + line("KEY_DOWN"));
   EXPECT_EQ(takeNow(loop), (Lines{kUp, kDown}));
+  // Not even the end of the long line reaches the reader.
+  const Lines log = takeLog();
+  EXPECT_EQ(std::count(log.begin(), log.end(), "VERBOSE2 LIRC string: \n"), 0);
 }
 
 TEST_F(LoopRemote, TakesNoButtonFromTheRestOfALineThatIsTooLong) {
