@@ -168,8 +168,12 @@ bool Lircd::start(const std::string& driver, const std::string& device, const ch
 
 void Lircd::stop() {
   if (pid_ == -1) return;
-  kill(pid_, SIGTERM);
-  waitpid(pid_, nullptr, 0);
+  // The daemon looks whether it was told to end, and then sleeps: a signal that comes in between is forgotten.
+  constexpr int kPauseMs = 10;
+  do {
+    kill(pid_, SIGTERM);
+    poll(nullptr, 0, kPauseMs);
+  } while (waitpid(pid_, nullptr, WNOHANG) == 0);
   pid_ = -1;
 }
 
