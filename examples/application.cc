@@ -58,8 +58,8 @@ void Application::handle(const InputEvent& event) {
 }
 
 void Application::lose(InputLoop::SourceSet gone) {
-  constexpr const char* kNames[InputLoop::kSources] = {"keyboard", "mouse", "remote"};
-  for (int source = 0; source < InputLoop::kSources; ++source) {
+  constexpr const char* kNames[] = {"keyboard", "mouse", "remote"};
+  for (int source = 0; source < InputLoop::kFurther; ++source) {
     if (((gone & ~gone_) >> source & 1) != 0) std::printf("gone: %s\n", kNames[source]);
   }
   gone_ |= gone;

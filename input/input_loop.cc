@@ -35,15 +35,13 @@ static_assert(sizeof(InputLoop) <= (sizeof(long) == 4 ? 4096 : 6144), "two nodes
 
 namespace {
 
-constexpr char kSourceNames[][9] = {"keyboard", "mouse", "remote"};
+constexpr char kSourceNames[][9] = {"keyboard", "mouse", "remote", "node"};
 
 constexpr int kNoDescriptor = -1;
 
 constexpr int kEventsPerLook = 16;  // at the clock
 
 InputLoop::SourceSet bit(InputLoop::Source source) { return InputLoop::SourceSet{1} << source; }
-
-std::int32_t msSince(const timeval& then) { return elapsedMs(then, currentTime()); }
 
 void logLoss(const char* what, int error) {
   if (logging::GetMinLogLevel() > logging::kError) return;
@@ -52,14 +50,17 @@ void logLoss(const char* what, int error) {
 
 }  // namespace
 
+std::int32_t InputLoop::msSince(const timeval& then) { return elapsedMs(then, currentTime()); }
+
 // ---- Life cycle ---------------------------------------------------------------------------------
 
 InputLoop::InputLoop(LinuxInputReader& reader) : reader_(reader) {
-  channels_[kKeyboard] = &state_.keyboard;
-  channels_[kMouse] = &state_.mouse;
-  channels_[kRemote] = &state_.remote;
-  state_.mouse.source = kMouse;
-  state_.remote.source = kRemote;
+  Channel* const channels[] = {&state_.keyboard, &state_.mouse, &state_.remote};
+  for (std::uint8_t i = kKeyboard; i < kFurther; ++i) {
+    channels_.all[i] = channels[i];
+    channels[i]->source = static_cast<Source>(i);
+    channels[i]->bit = bit(static_cast<Source>(i));
+  }
   findSources();
 }
 
@@ -77,23 +78,23 @@ void InputLoop::setBound(int events, int ms) {
 
 // The reader's descriptors are looked at before each wait: it may have been given its sources later, or others.
 void InputLoop::findSources() {
-  const int fds[kSources] = {reader_.keyboardFd, reader_.mouseFd, reader_.lircFd};
-  for (Channel* channel : channels_) {
-    const int fd = fds[channel->source];
-    if (fd == channel->readerFd) continue;
-    channel->readerFd = fd;
-    channel->fd = fd;
-    channel->rest = {};
-    state_.gone &= ~bit(channel->source);
+  const int fds[kFurther] = {reader_.keyboardFd, reader_.mouseFd, reader_.lircFd};
+  for (int i = 0; i < kFurther; ++i) {
+    Channel& channel = *channels_.all[i];
+    if (fds[i] == channel.readerFd) continue;
+    channel.readerFd = fds[i];
+    channel.fd = fds[i];
+    channel.rest = {};
+    state_.gone &= ~channel.bit;
     ++state_.generation;
   }
 }
 
 // From now on the source is neither waited for nor read. The descriptor stays the reader's.
 void InputLoop::report(Channel& channel, int error) {
-  logLoss(kSourceNames[channel.source], error);
-  channel.fd = -1;
-  state_.gone |= bit(channel.source);
+  logLoss(kSourceNames[std::min(channel.source, kFurther)], error);
+  channel.fd = ~error;
+  state_.gone |= channel.bit;
   ++state_.generation;
 }
 
@@ -105,23 +106,23 @@ void InputLoop::checkError(Channel& channel) {
 // ---- Waiting ------------------------------------------------------------------------------------
 
 InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
-  findSources();
   pollfd fds[kSources + 1];
-  for (int i = 0; i < kSources; ++i) fds[i] = {channels_[i]->fd, POLLIN, 0};
-  fds[kSources] = {ownFd, POLLIN, 0};
+  pollfd* const own = fds + descriptors(fds);
+  *own = {ownFd, POLLIN, 0};
 
   const SourceSet unreported = state_.gone & ~state_.reported;
   const int dueMs = unreported != 0 || timeoutMs == 0 ? 0 : this->timeoutMs();
   const bool isDueFirst = dueMs >= 0 && (timeoutMs < 0 || dueMs < timeoutMs);
-  const int found = poll(fds, ownFd < 0 ? kSources : kSources + 1, isDueFirst ? dueMs : timeoutMs);
+  const int found = poll(fds, static_cast<nfds_t>(own - fds + (ownFd < 0 ? 0 : 1)), isDueFirst ? dueMs : timeoutMs);
 
   Wake wake = {};
   wake.signal = found == -1;
   if (wake.signal) setAllReady();
-  for (int i = 0; i < kSources; ++i) {
-    if (fds[i].revents != 0) makeReady(*channels_[i], MayRead::kIsNamed);
+  const pollfd* answer = fds;
+  for (Channel* channel : channels_) {
+    if (channel->fd >= 0 && answer++->revents != 0) makeReady(*channel, MayRead::kIsNamed);
   }
-  wake.ownFd = fds[kSources].revents != 0;
+  wake.ownFd = own->revents != 0;
   wake.gone = unreported;
   state_.reported = state_.gone;
   wake.input = hasSomething();
@@ -146,7 +147,7 @@ std::uint32_t InputLoop::generation() {
   return state_.generation;
 }
 
-bool InputLoop::isWanted(Source source) const { return (state_.ready & ~state_.over & bit(source)) != 0; }
+CALLED_ONCE bool InputLoop::isWanted(SourceSet source) const { return (state_.ready & ~state_.over & source) != 0; }
 
 bool InputLoop::hasSomething() const { return state_.ready != 0 || reader_.hasPendingEvent; }
 
@@ -174,9 +175,9 @@ void InputLoop::setAllReady() {
   }
 }
 
-void InputLoop::makeReady(Channel& channel, MayRead mayRead) {
+CALLED_ONCE void InputLoop::makeReady(Channel& channel, MayRead mayRead) {
   channel.rest.mayRead = mayRead;
-  state_.ready |= bit(channel.source);
+  state_.ready |= channel.bit;
 }
 
 // ---- A round ------------------------------------------------------------------------------------
@@ -196,16 +197,17 @@ FLATTENED bool InputLoop::take(InputEvent& event, bool everything) {
 CALLED_ONCE void InputLoop::beginRound() {
   state_.roundIsOpen = true;
   state_.over = 0;
-  for (Channel* channel : channels_) channel->taken = 0;
+  for (int i = 0; i < kFurther; ++i) channels_.all[i]->taken = 0;
   state_.lastLine = LastLine::kNone;
 }
 
 // The functions that take something return whether they did. Whether it gave an event is said by the event's kind.
 CALLED_ONCE bool InputLoop::takeReady(InputEvent& event) {
   // As with the reader, a line that gives nothing ends the round.
-  if (state_.lastLine == LastLine::kNothing && !isWanted(kRemote)) return false;
-  return (isWanted(kKeyboard) && drain(state_.keyboard, event)) || (isWanted(kMouse) && drain(state_.mouse, event)) ||
-         (isWanted(kRemote) && takeLine(event));
+  if (state_.lastLine == LastLine::kNothing && !isWanted(bit(kRemote))) return false;
+  return (isWanted(bit(kKeyboard)) && drain(state_.keyboard, event)) ||
+         ((state_.ready & ~state_.over) >> kFurther != 0 && drainFurther(event)) ||
+         (isWanted(bit(kMouse)) && drain(state_.mouse, event)) || (isWanted(bit(kRemote)) && takeLine(event));
 }
 
 // The clock is read only at each 16th event, so a round with few does without it. Should it be set meanwhile, the
@@ -218,7 +220,7 @@ void InputLoop::count(Channel& channel) {
   } else if (channel.taken % kEventsPerLook == 0) {
     isOver |= msSince(channel.start) >= boundMs_;
   }
-  if (isOver) state_.over |= bit(channel.source);
+  if (isOver) state_.over |= channel.bit;
 }
 
 // What was held back, before anything else is read.
@@ -254,7 +256,7 @@ bool InputLoop::drain(Node& node, InputEvent& event) {
 
   for (; budget > 0; --budget) {
     if (node.begin == node.end && !fill(node)) {
-      state_.ready &= ~bit(node.source);
+      state_.ready &= ~node.bit;
       break;
     }
     input_event& record = node.records[node.begin++];
@@ -314,6 +316,9 @@ CALLED_ONCE bool InputLoop::fill(Node& node) {
     node.rest.bytes += static_cast<std::size_t>(size);
     node.end = static_cast<int>(node.rest.bytes / sizeof(input_event));
     node.rest.bytes %= sizeof(input_event);
+    // The kernel drops all that has not been read, so what it says of that is read first.
+    const input_event& first = node.records[0];
+    if (node.end != 0 && first.type == EV_SYN && first.code == SYN_DROPPED) state_.lost |= node.bit;
   } else if (size == -1) {
     checkError(node);
   } else if (node.rest.mayRead == MayRead::kIsNamed) {
@@ -342,9 +347,11 @@ CALLED_ONCE void InputLoop::keepTwin(unsigned released, InputEvent& out) {
   if (modifier == KeyInput::kNoModifier) return;
   for (const unsigned code : kModifierKeys) {
     if (LinuxInputReader::getModifier(static_cast<int>(code)) != modifier) continue;
-    if (!state_.keyboard.isDown(code) && !state_.mouse.isDown(code)) continue;
-    reader_.modifiers |= modifier;
-    out.keyData.modifiers |= modifier;
+    for (const Channel* channel : channels_) {
+      if (!channel->isDown(code)) continue;
+      reader_.modifiers |= modifier;
+      out.keyData.modifiers |= modifier;
+    }
   }
 }
 
@@ -445,7 +452,7 @@ CALLED_ONCE void InputLoop::finishLine(bool gaveKey) {
 
 // The time since the key's last key-down from which on a poll without a line changes something, as the reader reckons:
 // the repeat mode starts, or the key is forgotten.
-std::int32_t InputLoop::remoteLimitMs() const {
+CALLED_ONCE std::int32_t InputLoop::remoteLimitMs() const {
   const std::int32_t limit = wrappingSum(reader_.lircTimeout, reader_.lircRepeatTimeout);
   return reader_.lircRepeatMode ? limit : std::min(limit, reader_.lircTimeout);
 }

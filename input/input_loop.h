@@ -45,8 +45,8 @@
 //   - One thread. No function is safe in a signal handler.
 //
 // Descriptors. They stay the reader's, which closes them. A source that is gone, because a read failed or its stream
-// has ended, is left out from then on, also if somebody opens the FIFO again. To open it again: between two rounds,
-// close its descriptor, set the reader's field to -1, call generation(), and set the field to the new descriptor. For a
+// has ended, is left out from then on, also if somebody opens the FIFO again; what it held stays down. What lets go of
+// it, opens it again, asks for what is down after lost records, and adds further nodes is input/input_sources.h. For a
 // new reader, make a new loop. If lines come together, the loop opens a pipe, once, and closes it at its end; where
 // that fails, the log has an ERROR, and of the lines only the first counts.
 //
@@ -73,9 +73,10 @@ class InputLoop {
   // The reader's, with one kind more: kWheelEvent.
   using InputEvent = LinuxInputReader::InputEvent;
 
-  // Where an event came from.
-  enum Source : std::uint8_t { kKeyboard, kMouse, kRemote };
-  static constexpr int kSources = 3;
+  // Where an event came from. The further nodes (input/input_sources.h) are kFurther, kFurther + 1, ...
+  enum Source : std::uint8_t { kKeyboard, kMouse, kRemote, kFurther };
+  static constexpr int kMostFurtherNodes = 8;
+  static constexpr int kSources = kFurther + kMostFurtherNodes;  // how many there can be
 
   // A set of sources: bit 1 << source.
   using SourceSet = std::uint32_t;
@@ -174,6 +175,8 @@ class InputLoop {
   static constexpr int kDefaultBoundMs = 4;        // a quarter of a frame at 60 Hz
 
  private:
+  friend class InputSources;
+
   using Modifier = LinuxInputReader::Modifier;
 
   static constexpr int kReadAhead = 64;  // records
@@ -193,11 +196,31 @@ class InputLoop {
   // What is waited for, and what one source has had of a round. (All of this starts as zeroes.)
   struct Channel {
     Source source;
+    SourceSet bit;
     int readerFd;   // the reader's descriptor, as it was found last
-    int fd;         // the same; -1 once the source is gone
+    int fd;         // the same; once the source is gone, ~errno of the read that failed: ~0 for the end of a stream
     int taken;      // events and lines
     timeval start;  // when the 16th of them was taken
     Rest rest;
+
+    bool isDown(unsigned code) const { return (rest.down[code / 32] >> (code % 32) & 1) != 0; }
+  };
+
+  // The sources, each at its own number.
+  struct Channels {
+    struct End {};
+    struct Iterator {
+      Channel* const* channel;
+
+      Channel* operator*() const { return *channel; }
+      void operator++() { ++channel; }
+      bool operator!=(End /*end*/) const { return *channel != nullptr; }
+    };
+
+    Channel* all[kSources + 1];  // null: the end
+
+    Iterator begin() const { return {all}; }
+    static End end() { return {}; }
   };
 
   // A source of records, and those of them that were read ahead.
@@ -207,7 +230,6 @@ class InputLoop {
     std::uint32_t before;  // how many records came before them
     input_event records[kReadAhead];
 
-    bool isDown(unsigned code) const { return (rest.down[code / 32] >> (code % 32) & 1) != 0; }
     void setDown(unsigned code, bool isDown);
   };
 
@@ -222,6 +244,7 @@ class InputLoop {
     bool hasPipe;       // which hands a line to the reader
     SourceSet ready;    // may have something, read ahead or not
     SourceSet over;     // have had their share of this round
+    SourceSet lost;     // the nodes of which the kernel has dropped records
     SourceSet gone;
     SourceSet reported;  // those of them that a wait has reported
     std::uint32_t generation;
@@ -236,17 +259,20 @@ class InputLoop {
     Node mouse;
   };
 
+  static std::int32_t msSince(const timeval& then);
+
   void findSources();
   void report(Channel& channel, int error);
   void checkError(Channel& channel);
   void makeReady(Channel& channel, MayRead mayRead);
   bool hasSomething() const;
-  bool isWanted(Source source) const;
+  bool isWanted(SourceSet source) const;
   std::int32_t remoteLimitMs() const;
 
   bool take(InputEvent& event, bool everything);
   void beginRound();
   bool takeReady(InputEvent& event);
+  [[gnu::weak]] bool drainFurther(InputEvent& event);  // input_sources.cc: without it there is no further node
   void count(Channel& channel);
   bool takeHeld(InputEvent& event);
 
@@ -267,7 +293,7 @@ class InputLoop {
   void pollRemote(InputEvent& event);
 
   LinuxInputReader& reader_;
-  Channel* channels_[kSources];  // in the order in which they are asked
+  Channels channels_ = {};
   int boundEvents_ = kDefaultBoundEvents;
   int boundMs_ = kDefaultBoundMs;
   State state_ = {};
