@@ -8,8 +8,9 @@
 // you know and the pointer's bounds, then take events, with an InputLoop or by readInput(), then destroy the reader.
 // Copying is deleted. The five members that an application calls are the constructor, init(), readInput(), the
 // destructor and, for diagnosis, listLinuxInputReader(). Everything else is public for InputLoop, for the application's
-// diagnostics and for tests: read it, but do not change it (docs/behaviour.md has the two exceptions: for wheels, and
-// for what a new reader takes over).
+// diagnostics and for tests: read it, but do not change it. (There are three exceptions. docs/behaviour.md has that for
+// wheels, and that for what a new reader takes over. The third is InputSources, input/input_sources.h, which replaces
+// descriptors that have gone, and forgets the key that was held on a remote that has gone.)
 //
 // The loop is input/input_loop.h. It sleeps until there is something, and most of the surprises below are not there.
 // An application that cannot wait for descriptors does without: wait once, for a short time, and then take all that is
@@ -60,8 +61,8 @@
 //
 // When a device is unplugged, its descriptor stays open and each readInput() call logs one ERROR line for it; the other
 // sources go on. When the LIRC daemon goes away, the remote falls silent. As long as select() watches a source that is
-// gone, it reports it as readable at once, so readInput() no longer waits. To open the sources again, make a new
-// reader.
+// gone, it reports it as readable at once, so readInput() no longer waits. To open the sources again, use InputSources,
+// or make a new reader.
 //
 // Failures do not stop the reader; those that an integrator can do something about are logged through
 // logging/logging.h. Messages contain what devices and the daemon sent, so a back end must escape control characters
