@@ -45,10 +45,10 @@
 //   - One thread. No function is safe in a signal handler.
 //
 // Descriptors. They stay the reader's, which closes them. A source that is gone, because a read failed or its stream
-// has ended, is left out from then on, also if somebody opens the FIFO again; what it held stays down. What lets go of
-// it, opens it again, asks for what is down after lost records, and adds further nodes is input/input_sources.h. For a
-// new reader, make a new loop. If lines come together, the loop opens a pipe, once, and closes it at its end; where
-// that fails, the log has an ERROR, and of the lines only the first counts.
+// has ended, is left out from then on, also if somebody opens the FIFO again, and what it held stays down. InputSources
+// (input/input_sources.h) closes it, has come up what it held, and opens it again; it asks for what is down after lost
+// records, and adds further nodes. For a new reader, make a new loop. If lines come together, the loop opens a pipe,
+// once, and closes it at its end; where that fails, the log has an ERROR, and of the lines only the first counts.
 //
 // If the application calls readInput() in between, what was read ahead comes after it, with the next next(). Do so only
 // between two rounds with timeoutMs() != 0: a part of a line or record that the loop has, and a modifier key's release

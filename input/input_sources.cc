@@ -112,7 +112,7 @@ CALLED_ONCE void InputSources::letGo(Channel& channel) {
   if (channel.source != InputLoop::kRemote) {
     behind_ |= channel.bit;
   } else {
-    // The key would be due for ever.
+    // The key would be due forever.
     reader_.lircKey = KeyInput::kNone;
     reader_.lircChar = 0;
     reader_.lircRepeatMode = false;
