@@ -4,11 +4,11 @@
 # line, and nothing has yet asked for a call.
 function(quarlo_wrap_calls target)
   foreach(call IN ITEMS
-          open close read recv write pipe2 ioctl socket connect getenv
+          open close fstat read recv write pipe2 ioctl socket connect getenv
           select poll ppoll epoll_create1 epoll_ctl epoll_wait epoll_pwait
           eventfd eventfd_read eventfd_write timerfd_create timerfd_settime timerfd_gettime
           gettimeofday clock_gettime nanosleep clock_nanosleep usleep
-          open64 __ioctl_time64 __select64 __ppoll64 __timerfd_settime64 __timerfd_gettime64
+          open64 fstat64 __fstat64_time64 __ioctl_time64 __select64 __ppoll64 __timerfd_settime64 __timerfd_gettime64
           __gettimeofday64 __clock_gettime64 __nanosleep64 __clock_nanosleep_time64
           __open_2 __open64_2 __read_chk __recv_chk __poll_chk __ppoll_chk __ppoll64_chk)
     target_link_options(${target} INTERFACE "LINKER:--wrap=${call}")

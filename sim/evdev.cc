@@ -228,7 +228,7 @@ int NodeState::bits(int type, unsigned char* buffer, std::size_t size) const {
 
 int NodeState::states(EvdevClient& client, int type, unsigned char* buffer, std::size_t size) const {
   client.dropRecords(type);
-  const std::size_t length = answerLength(type, size);
+  const std::size_t length = answerLength(type, std::min(size, mostStates));
   if (length == 0) return 0;
   if (buffer == nullptr) {
     client.pushDropped(timers.now());

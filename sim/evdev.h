@@ -35,6 +35,9 @@ class Timers {
   ~Timers() = default;
 };
 
+// An ioctl's request with a size of 0.
+inline unsigned withoutSize(unsigned request) { return request & ~(unsigned{_IOC_SIZEMASK} << _IOC_SIZESHIFT); }
+
 // A record of this time on the clock.
 input_event makeRecord(microseconds time, int type, int code, int value);
 
@@ -99,11 +102,13 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
 
   Device device;
   Timers& timers;
+  dev_t number = 0;  // as fstat() tells it
   bool present = true;
   bool grabbedElsewhere = false;
   std::shared_ptr<EvdevClient> grabber;
   int openError = 0;
-  std::map<unsigned, int> ioctlErrors;  // by request, with a size of 0
+  std::map<unsigned, int> ioctlErrors;  // by request, without its size
+  std::size_t mostStates = SIZE_MAX;    // bytes of an answer
 
  private:
   std::size_t packetSize() const;

@@ -75,11 +75,15 @@ int typeOfStates(unsigned sizelessRequest) {
 int NodeFile::ioctl(unsigned request, void* argument) {
   if (!node_->present) return -ENODEV;
   const unsigned size = _IOC_SIZE(request);
-  const unsigned sizeless = request & ~(unsigned{_IOC_SIZEMASK} << _IOC_SIZESHIFT);
-  const auto error = node_->ioctlErrors.find(request == EVIOCGRAB ? request : sizeless);
+  const unsigned sizeless = withoutSize(request);
+  const auto error = node_->ioctlErrors.find(sizeless);
   if (error != node_->ioctlErrors.end()) return -error->second;
 
   if (request == EVIOCGRAB) return node_->grab(client_, argument != nullptr);
+  if (request == EVIOCGVERSION) {
+    *static_cast<int*>(argument) = EV_VERSION;
+    return 0;
+  }
   if (sizeless == EVIOCGNAME(0)) return node_->name(static_cast<char*>(argument), size);
   if (const int type = typeOfStates(sizeless); type != 0) {
     return node_->states(*client_, type, static_cast<unsigned char*>(argument), size);
@@ -182,6 +186,7 @@ class PipeReader final : public File {
   }
 
   ssize_t write(const void* /*data*/, std::size_t /*size*/) override { return -EBADF; }
+  unsigned mode() const override { return S_IFIFO | 0600; }
   WaitQueue* waitQueue() override { return &pipe_->forReader; }
 
  private:
@@ -224,6 +229,7 @@ class PipeWriter final : public File {
     return static_cast<ssize_t>(used);
   }
 
+  unsigned mode() const override { return S_IFIFO | 0600; }
   WaitQueue* waitQueue() override { return &pipe_->forWriter; }
 
  private:

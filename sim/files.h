@@ -1,6 +1,7 @@
 // What the descriptors of the machine lead to: nodes, sockets, pipes.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -50,6 +51,10 @@ class File {
   virtual ssize_t receive(void* buffer, std::size_t size, bool peek);
   virtual int ioctl(unsigned request, void* argument);
 
+  // fstat()'s st_mode and st_rdev, by default those of what has no name anywhere.
+  virtual unsigned mode() const { return 0600; }
+  virtual dev_t number() const { return 0; }
+
   // Who is told of its changes, or null if that is not simulated.
   virtual WaitQueue* waitQueue() = 0;
 
@@ -75,6 +80,8 @@ class NodeFile final : public File {
   ssize_t readCut(void* buffer, std::size_t bytes) override;
   ssize_t write(const void* data, std::size_t size) override;
   int ioctl(unsigned request, void* argument) override;
+  unsigned mode() const override { return S_IFCHR | 0660; }
+  dev_t number() const override { return node_->number; }
   WaitQueue* waitQueue() override { return &client_->changed; }
 
  private:
@@ -92,6 +99,7 @@ class SocketFile final : public File {
   ssize_t read(void* buffer, std::size_t size) override { return receive(buffer, size, false); }
   ssize_t write(const void* data, std::size_t size) override;
   ssize_t receive(void* buffer, std::size_t size, bool peek) override;
+  unsigned mode() const override { return S_IFSOCK | 0777; }
   WaitQueue* waitQueue() override { return &connection_->changed; }
   std::shared_ptr<Connection> connection() const override { return connection_; }
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/sysmacros.h>
 #include <sys/un.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <utility>
 
 #include "sim/epoll.h"
@@ -70,12 +72,29 @@ Kernel* Kernel::installed() { return goingPast == 0 ? theKernel : nullptr; }
 
 void Kernel::goPast(int step) { goingPast += step; }
 
+namespace {
+
+// The input core's major, and event0's minor (Linux: Documentation/admin-guide/devices.txt). Of a node elsewhere, the
+// minor is one that no other path has.
+dev_t deviceNumber(const std::string& path) {
+  constexpr unsigned kInputMajor = 13;
+  constexpr unsigned kFirstEventMinor = 64;
+  constexpr unsigned kElsewhere = 0x10000;
+  unsigned event = 0;
+  if (std::sscanf(path.c_str(), "/dev/input/event%u", &event) == 1)
+    return makedev(kInputMajor, kFirstEventMinor + event);
+  return makedev(kInputMajor, kElsewhere + (std::hash<std::string>()(path) & (kElsewhere - 1)));
+}
+
+}  // namespace
+
 void Kernel::addNode(const std::string& path, std::shared_ptr<NodeState> node) {
   const auto found = nodes_.find(path);
   if (found != nodes_.end() && found->second->present) {
     std::fprintf(stderr, "sim: there is a node at %s already\n", path.c_str());
     std::abort();
   }
+  node->number = deviceNumber(path);
   nodes_[path] = std::move(node);
 }
 
@@ -269,6 +288,18 @@ int Kernel::close(int fd) {
   }
   result = finish(fault ? -fault->error : result);
   if (tracing_) trace("close(" + std::to_string(fd) + ")", callResult(result, errno));
+  return static_cast<int>(result);
+}
+
+int Kernel::fstat(int fd, unsigned& mode, dev_t& number) {
+  const auto fault = countCall(Call::kFstat);
+  const std::shared_ptr<File> file = fileOf(fd);
+  const long result = finish(fault ? -fault->error : file == nullptr ? -EBADF : 0);
+  if (result == 0) {
+    mode = file->mode();
+    number = file->number();
+  }
+  if (tracing_) trace("fstat(" + std::to_string(fd) + ")", callResult(result, errno));
   return static_cast<int>(result);
 }
 

@@ -64,6 +64,7 @@ class Kernel final : public Timers {
 
   int open(const char* path, int flags);
   int close(int fd);
+  int fstat(int fd, unsigned& mode, dev_t& number);
   ssize_t read(int fd, void* buffer, std::size_t size);
   ssize_t recv(int fd, void* buffer, std::size_t size, int flags);
   ssize_t write(int fd, const void* data, std::size_t size);

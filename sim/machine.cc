@@ -66,11 +66,13 @@ void Node::setOpenError(int error) { state_->openError = error; }
 
 void Node::setIoctlError(unsigned request, int error) {
   if (error == 0) {
-    state_->ioctlErrors.erase(request);
+    state_->ioctlErrors.erase(withoutSize(request));
   } else {
-    state_->ioctlErrors[request] = error;
+    state_->ioctlErrors[withoutSize(request)] = error;
   }
 }
+
+void Node::cutStates(std::size_t bytes) { state_->mostStates = bytes; }
 
 // ---- LircDaemon ---------------------------------------------------------------------------------
 

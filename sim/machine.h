@@ -101,9 +101,13 @@ class Node {
   bool isGrabbed() const;
 
   // Makes open() of this node, or an ioctl() on it, fail with this errno until it is set to 0. `request` is EVIOCGRAB,
-  // EVIOCGNAME(0), EVIOCGBIT(type, 0), EVIOCGKEY(0), EVIOCGLED(0), EVIOCGSND(0) or EVIOCGSW(0).
+  // EVIOCGVERSION, EVIOCGNAME(0), EVIOCGBIT(type, 0), EVIOCGKEY(0), EVIOCGLED(0), EVIOCGSND(0) or EVIOCGSW(0).
   void setOpenError(int error);
   void setIoctlError(unsigned request, int error);
+
+  // Cuts the answers to EVIOCGKEY, EVIOCGLED, EVIOCGSND and EVIOCGSW after this many bytes, as a kernel does that knows
+  // fewer codes.
+  void cutStates(std::size_t bytes);
 
  private:
   friend class Machine;
@@ -140,6 +144,7 @@ class LircDaemon {
 enum class Call {
   kOpen,
   kClose,
+  kFstat,
   kRead,
   kRecv,
   kWrite,

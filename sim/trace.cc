@@ -77,6 +77,7 @@ std::string ioctlRequest(unsigned request, long argument) {
   const std::string size = std::to_string(_IOC_SIZE(request));
   const unsigned number = _IOC_NR(request);
   if (request == EVIOCGRAB) return "EVIOCGRAB, " + std::to_string(argument);
+  if (request == EVIOCGVERSION) return "EVIOCGVERSION";
   if (request == EVIOCGNAME(_IOC_SIZE(request))) return "EVIOCGNAME(" + size + ")";
   if (request == EVIOCGKEY(_IOC_SIZE(request))) return "EVIOCGKEY(" + size + ")";
   if (request == EVIOCGLED(_IOC_SIZE(request))) return "EVIOCGLED(" + size + ")";

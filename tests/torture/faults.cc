@@ -13,6 +13,7 @@ namespace {
 
 const std::map<std::string, Call> kCalls = {{"open", Call::kOpen},
                                             {"close", Call::kClose},
+                                            {"fstat", Call::kFstat},
                                             {"read", Call::kRead},
                                             {"recv", Call::kRecv},
                                             {"write", Call::kWrite},
@@ -84,6 +85,7 @@ std::vector<int> errorsOf(Call call) {
               ELOOP,  EMFILE,     ENAMETOOLONG, ENFILE, ENODEV, ENOENT,  ENOMEM, ENOSPC, ENOTDIR,
               ENXIO,  EOPNOTSUPP, EOVERFLOW,    EPERM,  EROFS,  ETXTBSY, EAGAIN};
     case Call::kClose: return {EBADF, EINTR, EIO, ENOSPC, EDQUOT};
+    case Call::kFstat: return {EBADF, EFAULT, ENOMEM, EOVERFLOW};
     case Call::kRead: return {EAGAIN, EBADF, EFAULT, EINTR, EINVAL, EIO, EISDIR, ENODEV, ECONNRESET, ENOTCONN};
     case Call::kRecv:
       return {EAGAIN, EBADF, ECONNREFUSED, ECONNRESET, EFAULT, EINTR, EINVAL, ENOMEM, ENOTCONN, ENOTSOCK};

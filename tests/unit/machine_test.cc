@@ -6,6 +6,8 @@
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -373,7 +375,7 @@ TEST(Node, AnswersItsEventTypesInWholeLongs) {
   EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_REL, 2), bits), 2);
   EXPECT_EQ(ioctl(fd, EVIOCGBIT(EV_REP, 8), bits), -1);
   EXPECT_EQ(errno, EINVAL);
-  EXPECT_EQ(ioctl(fd, EVIOCGVERSION, bits), -1);
+  EXPECT_EQ(ioctl(fd, EVIOCGKEYCODE, bits), -1);
   EXPECT_EQ(errno, EINVAL);
 }
 
@@ -726,6 +728,70 @@ TEST(Trace, ShowsEveryCallWithItsResult) {
                                      "connect(101, \"/dev/lircd\", 110) = -1 ENOENT",
                                      "close(-1) = -1 EBADF",
                                  }));
+}
+
+TEST(NodeIoctl, TellsOnlyAsManyStatesAsItIsCutTo) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event3", Device::mouse());
+  const int fd = openNode("/dev/input/event3");
+  node.press(BTN_LEFT);
+  node.cutStates(BTN_LEFT / 8);
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({}));
+  unsigned char bits[96];
+  EXPECT_EQ(ioctl(fd, EVIOCGKEY(sizeof bits), bits), BTN_LEFT / 8);
+}
+
+TEST(NodeIoctl, TellsAVersionOfEvdev) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event3", Device::mouse());
+  const int fd = openNode("/dev/input/event3");
+  int version = 0;
+  EXPECT_EQ(ioctl(fd, EVIOCGVERSION, &version), 0);
+  EXPECT_EQ(version, EV_VERSION);
+  node.setIoctlError(EVIOCGVERSION, ENOTTY);
+  EXPECT_EQ(ioctl(fd, EVIOCGVERSION, &version), -1);
+  EXPECT_EQ(errno, ENOTTY);
+}
+
+TEST(Fstat, TellsANodesNumberByWhateverPathItWasOpened) {
+  Machine machine;
+  machine.addNode("/dev/input/event3", Device::mouse());
+  machine.addLink("/dev/input/by-id/mouse", "/dev/input/event3");
+  machine.addNode("/run/node", Device::mouse());
+  struct stat node;
+  ASSERT_EQ(fstat(openNode("/dev/input/by-id/mouse"), &node), 0);
+  EXPECT_TRUE(S_ISCHR(node.st_mode));
+  EXPECT_EQ(major(node.st_rdev), 13U);
+  EXPECT_EQ(minor(node.st_rdev), 64U + 3U);
+  struct stat elsewhere;
+  ASSERT_EQ(fstat(openNode("/run/node"), &elsewhere), 0);
+  EXPECT_NE(elsewhere.st_rdev, node.st_rdev);
+}
+
+TEST(Fstat, TellsWhatIsNoNode) {
+  const Machine machine;
+  struct stat status;
+  ASSERT_EQ(fstat(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0), &status), 0);
+  EXPECT_TRUE(S_ISSOCK(status.st_mode));
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+  ASSERT_EQ(fstat(ends[0], &status), 0);
+  EXPECT_TRUE(S_ISFIFO(status.st_mode));
+}
+
+TEST(Fstat, FailsForADescriptorThatIsClosedAndWhenItIsToldTo) {
+  Machine machine;
+  machine.addNode("/dev/input/event3", Device::mouse());
+  const int fd = openNode("/dev/input/event3");
+  struct stat status;
+  machine.fail(Call::kFstat, 1, EOVERFLOW);
+  EXPECT_EQ(fstat(fd, &status), -1);
+  EXPECT_EQ(errno, EOVERFLOW);
+  EXPECT_EQ(fstat(fd, &status), 0);
+  close(fd);
+  EXPECT_EQ(fstat(fd, &status), -1);
+  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(machine.takeTrace().back(), "fstat(100) = -1 EBADF");
 }
 
 TEST(Trace, NamesTheStatesThatAreAskedFor) {
