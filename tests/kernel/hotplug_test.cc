@@ -129,7 +129,23 @@ TEST_F(HotplugTest, AnUnpluggedDeviceReleasesWhatIsHeldThoughTheProgramWasBusy) 
   example->pause();
   keys.unplug();
   example->resume();
-  EXPECT_EQ(untilSources(), Lines({"key up 16", "key up 65", "button up 1", kMouse}));
+  EXPECT_EQ(untilSources(), Lines({"key up 65", "key up 16", kMouse}));
+  pointer.release(BTN_LEFT);
+  EXPECT_EQ(next(), "button up 1");
+}
+
+TEST_F(HotplugTest, AShiftThatIsHeldOnAnotherDeviceStaysHeld) {
+  Plugged& keys = plug(plainKeyboard());
+  EXPECT_EQ(start(), kKeyboard);
+  keys.press(KEY_A);
+  keys.press(KEY_LEFTSHIFT);
+  EXPECT_EQ(next(2), Lines({"key down 65 char 97", "key down 16 char 0"}));
+  Plugged& pointer = plug(mouse());
+  EXPECT_EQ(next(), kBoth);
+  pointer.unplug();
+  EXPECT_EQ(next(), kKeyboard);
+  keys.tap(KEY_B);
+  EXPECT_EQ(next(), "key down 66 char 66");
 }
 
 TEST_F(HotplugTest, WhatWasLetGoBeforeIsNotReleasedAgain) {
@@ -196,32 +212,21 @@ TEST_F(HotplugTest, NumLockStaysOn) {
 TEST_F(HotplugTest, ADeviceWhosePermissionsComeLaterIsFound) {
   constexpr uid_t kNobody = 65534;
   EXPECT_EQ(start(kNobody), kNothing);
-  Plugged& keys = plug(keyboard());
-  EXPECT_EQ(next(), kNothing);
+  const Plugged& keys = plug(keyboard());
   EXPECT_EQ(chmod(keys.path().c_str(), 0444), 0);
   EXPECT_EQ(next(), kKeyboard);
 }
 
-TEST_F(HotplugTest, ANodeThatIsRemovedOrMadeIsNoticed) {
+TEST_F(HotplugTest, ANodeThatIsMadeLaterIsNoticedAndCanBeRemoved) {
   removeNodesFolder();
   Plugged& keys = plug(keyboard());
-  EXPECT_EQ(start(), kKeyboard);
   EXPECT_TRUE(std::filesystem::remove(keys.path()));
-  EXPECT_EQ(next(), kNothing);
+  EXPECT_EQ(start(), kNothing);
   makeFirstNode();
   EXPECT_EQ(next(), kKeyboard);
-}
-
-TEST_F(HotplugTest, ChangesThatComeTogetherMakeOneNewReader) {
-  Plugged& keys = plug(keyboard());
-  EXPECT_EQ(start(), kKeyboard);
-  for (int i = 0; i < 10; ++i) {
-    EXPECT_EQ(chmod(keys.path().c_str(), i % 2 == 0 ? 0660 : 0600), 0);
-    std::this_thread::sleep_for(30ms);  // shorter than it waits for quiet
-  }
-  EXPECT_EQ(next(), kKeyboard);
+  EXPECT_TRUE(std::filesystem::remove(keys.path()));
   keys.tap(KEY_A);
-  ASSERT_EQ(next(), "key down 65 char 97");
+  EXPECT_EQ(next(2), Lines({"key down 65 char 97", "key up 65"}));
 }
 
 TEST_F(HotplugTest, TheFolderOfNodesCanComeLaterAndGo) {
