@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 
 int drawingLoop(int argc, char** argv);
 int epollLoop(int argc, char** argv);
+int lastingLoop(int argc, char** argv);
 int pollingLoop(int argc, char** argv);
 
 namespace quarlo::test {
@@ -125,6 +127,57 @@ TEST_F(PollingLoop, TakesNoWheelForAnEvent) {
   });
   const Lines lines = run(pollingLoop, 400ms);
   EXPECT_EQ(Lines(lines.begin(), lines.end() - 1), Lines({"pointer 5,0", kEscape}));
+}
+
+// ---- Devices that come and go -------------------------------------------------------------------
+
+class LastingLoop : public testing::Test {
+ protected:
+  LastingLoop() { logging::SetMinLogLevel(logging::kError + 1); }
+
+  // What the loop prints until Escape is pressed on the keyboard that is then there.
+  Lines run(microseconds time) {
+    machine.after(time, [this] { keyboard->press(KEY_ESC); });
+    const char* arguments[] = {"lasting_loop", "/dev/input/event1", "/dev/input/event0", "/var/run/lirc/lircd",
+                               "/dev/input/event2"};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(lastingLoop(static_cast<int>(std::size(arguments)), const_cast<char**>(arguments)), 0);
+    std::istringstream out(testing::internal::GetCapturedStdout());
+    Lines lines;
+    for (std::string line; std::getline(out, line);) lines.push_back(line);
+    lines.pop_back();  // how many frames
+    return lines;
+  }
+
+  sim::Machine machine;
+  sim::Node* keyboard = &machine.addNode("/dev/input/event0", sim::Device::keyboard());
+  sim::Node& mouse = machine.addNode("/dev/input/event1", sim::Device::mouse());
+};
+
+TEST_F(LastingLoop, GivesTheKeyUpsOfAnUnpluggedKeyboardAndTakesItBack) {
+  machine.after(100ms, [this] { keyboard->press(KEY_LEFTSHIFT); });
+  machine.after(200ms, [this] { keyboard->unplug(); });
+  machine.after(900ms, [this] { keyboard = &machine.addNode("/dev/input/event0", sim::Device::keyboard()); });
+  machine.after(2500ms, [this] { keyboard->press(KEY_A); });
+  EXPECT_EQ(run(2600ms), Lines({"key down 16 char 0", "key up 16", "key down 65 char 97", kEscape}));
+}
+
+TEST_F(LastingLoop, HearsTheRemoteAgainAfterTheDaemonsRestart) {
+  sim::LircDaemon* daemon = &machine.addLircDaemon();
+  machine.after(100ms, [&] { daemon->send("KEY_UP"); });
+  machine.after(600ms, [&] { daemon->stop(); });
+  machine.after(800ms, [&] { daemon = &machine.addLircDaemon(); });
+  machine.after(2500ms, [&] { daemon->send("KEY_DOWN"); });
+  EXPECT_EQ(run(3500ms), Lines({"key down 38 char 0", "no longer held on the remote: 38", "key down 40 char 0",
+                                "no longer held on the remote: 40", kEscape}));
+}
+
+TEST_F(LastingLoop, HasARemoteThatTheKernelDecodesBesideTheKeyboard) {
+  sim::Node* receiver = nullptr;
+  machine.after(100ms, [&] { receiver = &machine.addNode("/dev/input/event2", sim::Device::keyboard("Receiver")); });
+  machine.after(1500ms, [this] { keyboard->press(KEY_LEFTSHIFT); });
+  machine.after(1600ms, [&] { receiver->press(KEY_A); });
+  EXPECT_EQ(run(1700ms), Lines({"key down 16 char 0", "key down 65 char 65", kEscape}));
 }
 
 }  // namespace
