@@ -27,8 +27,9 @@ SIZE_TARGETS = (
     ("stack of a function, bytes", "reader", "function", {"armhf": "384", "i386": "384"}),
     ("stack of the deepest chain, bytes", "reader", "chain", {"armhf": "768", "i386": "768"}),
     ("InputLoop: code and read-only data, bytes", "loop", "code", {"armhf": "2560"}),
+    ("InputSources: code and read-only data, bytes", "sources", "code", {"armhf": "1030"}),
 )
-OBJECTS = {"reader": "the component", "loop": "`InputLoop`"}
+OBJECTS = {"reader": "the component", "loop": "`InputLoop`", "sources": "`InputSources`"}
 LOOPS = {"reader": "the 10 ms loop", "waking": "waking with `readInput()`", "loop": "`InputLoop`"}
 FAST_MICE = {"2000Hz": {"steps": 2000, "clicks": 20}, "4000Hz": {"steps": 4000, "clicks": 40}}
 LOOP_ROWS = {
