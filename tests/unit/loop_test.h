@@ -12,7 +12,7 @@ using components::input::InputLoop;
 
 inline std::string text(InputLoop::Source source) {
   constexpr const char* kNames[] = {"keyboard", "mouse", "remote"};
-  return kNames[source];
+  return source < InputLoop::kFurther ? kNames[source] : "node " + std::to_string(source - InputLoop::kFurther + 1);
 }
 
 inline std::string wheel(const char* axis, int steps, int x, int y) {
@@ -54,8 +54,8 @@ inline std::string text(const InputLoop::Wake& wake) {
   add(wake.timeout, "timeout");
   add(wake.ownFd, "own descriptor");
   add(wake.signal, "signal");
-  for (const InputLoop::Source source : {InputLoop::kKeyboard, InputLoop::kMouse, InputLoop::kRemote}) {
-    add((wake.gone >> source & 1) != 0, text(source) + " is gone");
+  for (int source = 0; source < InputLoop::kSources; ++source) {
+    add((wake.gone >> source & 1) != 0, text(static_cast<InputLoop::Source>(source)) + " is gone");
   }
   return words;
 }
