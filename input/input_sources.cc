@@ -28,9 +28,9 @@ using msg::KeyInput;
 // ---- In each round ------------------------------------------------------------------------------
 
 int InputSources::attend(int timeoutMs) {
-  opened_ = 0;
   lost_ = std::exchange(loop_.state_.lost, 0);
   behind_ |= lost_;
+  opened_ = 0;
   loop_.findSources();
   Path* path = paths_;
   for (Channel* channel : loop_.channels_) {
@@ -69,7 +69,7 @@ void InputSources::settle(Node& node) {
   for (int value = 0; value <= 1; ++value) {
     for (unsigned i = 0; i < std::size(down); ++i) {
       any |= from[i];
-      for (std::uint32_t changed = from[i] & ~to[i]; changed != 0 && node.end < InputLoop::kReadAhead;
+      for (std::uint32_t changed = from[i] & ~to[i]; changed != 0 && node.end != InputLoop::kReadAhead;
            changed &= changed - 1) {
         input_event& record = node.records[node.end++];
         record.input_event_sec = 0;
@@ -81,8 +81,8 @@ void InputSources::settle(Node& node) {
     }
     std::swap(from, to);
   }
+  if (node.end != InputLoop::kReadAhead) behind_ &= ~node.bit;
   if (node.end != 0) loop_.state_.ready |= node.bit;
-  if (node.end < InputLoop::kReadAhead) behind_ &= ~node.bit;
   const SourceSet change = (wanted_ ^ grabbed_) & node.bit;
   if (any == 0 && change != 0 && ioctl(node.fd, EVIOCGRAB, wanted_ & change) == 0) grabbed_ ^= change;
 }
@@ -152,13 +152,14 @@ CALLED_ONCE int InputSources::retry(Channel& channel, Path& path, int timeoutMs)
 // Whether it is an evdev node that is not a source yet.
 CALLED_ONCE bool InputSources::isNewNode(int fd) const {
   struct stat node;
-  struct stat other;
   int version;
   if (fstat(fd, &node) == -1 || ioctl(fd, EVIOCGVERSION, &version) == -1) return false;
-  errno = EEXIST;
   const auto number = static_cast<std::uint32_t>(node.st_rdev);  // the kernel's have 32 bits
   for (const Channel* channel : loop_.channels_) {
-    if (fstat(channel->readerFd, &other) == 0 && static_cast<std::uint32_t>(other.st_rdev) == number) return false;
+    if (fstat(channel->readerFd, &node) == 0 && static_cast<std::uint32_t>(node.st_rdev) == number) {
+      errno = EEXIST;
+      return false;
+    }
   }
   return true;
 }

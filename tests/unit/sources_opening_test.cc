@@ -134,6 +134,24 @@ TEST_F(SourcesOpening, WaitsUntilWhatHasGoneIsClosed) {
   EXPECT_EQ(opened(sources, kKeyboard, "/dev/input/event1"), "opened");
 }
 
+TEST_F(SourcesOpening, RefusesANodeThatIsASourceAlready) {
+  unplugKeyboard();
+  machine.addLink("/dev/input/by-id/usb-mouse", "/dev/input/event0");
+  const int before = machine.openDescriptors();
+  for (const char* path : {"/dev/input/event0", "/dev/input/by-id/usb-mouse"}) {
+    EXPECT_EQ(opened(sources, kKeyboard, path), "EEXIST") << path;
+  }
+  EXPECT_EQ(machine.openDescriptors(), before);
+  EXPECT_EQ(reader.keyboardFd, -1);
+}
+
+TEST_F(SourcesOpening, RefusesANodeThatIsALaterSourceWhileSeveralAreClosed) {
+  daemon.stop();
+  mouse.unplug();
+  rounds(2);
+  EXPECT_EQ(opened(sources, kMouse, "/dev/input/event1"), "EEXIST");
+}
+
 TEST_F(SourcesOpening, RefusesWhatIsNoNode) {
   unplugKeyboard();
   const int lowest = open("/dev/null", O_RDONLY);
