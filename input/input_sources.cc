@@ -39,6 +39,7 @@ int InputSources::attend(int timeoutMs) {
       timeoutMs = retry(*channel, *path, timeoutMs);
     } else if (channel->fd < 0) {
       letGo(*channel);
+      timeoutMs = 0;
     }
     if (((behind_ | (wanted_ ^ grabbed_)) & channel->bit) != 0) settle(static_cast<Node&>(*channel));
     ++path;

@@ -81,7 +81,8 @@ class InputSources {
   // Does what is due: closes sources that have gone, asks nodes that lost records, opens what keepOpen() names, and
   // takes and gives back grabs. Call it before each wait (if another event loop waits, before it looks at
   // InputLoop::generation() and timeoutMs()). Returns how long to wait, in ms: `timeoutMs`, or less if a source is to
-  // be opened by then; -1: no limit. REQUIRES: next() has returned false since the last wait
+  // be opened by then, or 0 if one was closed now, since the next call opens it again; -1: no limit.
+  // REQUIRES: next() has returned false since the last wait
   int attend(int timeoutMs);
 
   // The nodes of which the last attend() found that records were lost. One that cannot say what is down (a FIFO) stays

@@ -311,7 +311,7 @@ TEST_F(SourcesFurther, GoAndComeBack) {
   second.unplug();
   takeNow(loop);
   EXPECT_EQ(takeLog(), Lines{"loop: ERROR Lost the node, errno = 19"});
-  EXPECT_EQ(text(loop.wait(sources.attend(-1))), "input, node 1 is gone");
+  EXPECT_EQ(text(loop.wait(sources.attend(-1))), "input, timeout, node 1 is gone");
   EXPECT_EQ(takeAll(loop), Lines{keyUp(16, 0, 2)});
   EXPECT_EQ(reader.modifiers, 2U);
 

@@ -87,7 +87,7 @@ TEST_F(SourcesGone, IsReportedByOneWait) {
   keyboard.unplug();
   loop.wait(sources.attend(-1));
   takeAll(loop);
-  EXPECT_EQ(text(loop.wait(sources.attend(-1))), "keyboard is gone");
+  EXPECT_EQ(text(loop.wait(sources.attend(-1))), "timeout, keyboard is gone");
   takeAll(loop);
   EXPECT_EQ(text(loop.wait(sources.attend(100))), "timeout");
   EXPECT_EQ(loop.gone(), bit(kKeyboard));

@@ -249,6 +249,21 @@ TEST_F(SourcesOpening, WaitsForTheFirstOfSeveral) {
   EXPECT_GT(left, 298);  // looks take some microseconds
 }
 
+// An application that waits elsewhere looks at nothing but what attend() and timeoutMs() say.
+TEST_F(SourcesOpening, DoesNotSleepBeforeTheFirstTry) {
+  sources.keepOpen(kKeyboard, "/dev/input/event1", 1000);
+  keyboard.unplug();
+  takeNow(loop);
+  sim::Node& back = plugKeyboard();
+  EXPECT_EQ(sources.attend(-1), 0);  // it closes the old one
+  EXPECT_EQ(takeAll(loop), Lines{});
+  EXPECT_EQ(sources.attend(-1), 1000);
+  EXPECT_EQ(sources.opened(), bit(kKeyboard));
+  EXPECT_EQ(sources.attend(-1), -1);
+  back.press(KEY_A);
+  EXPECT_EQ(round(), Lines{keyDown('A', 'a')});
+}
+
 TEST_F(SourcesOpening, LeavesTheTimeoutWhereNothingIsToBeOpened) {
   mouse.unplug();
   rounds(2);
