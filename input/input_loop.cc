@@ -20,8 +20,8 @@ namespace quarlo::components::input {
 
 using msg::KeyInput;
 
-// Members that are called from one place stand by themselves to be read. As functions of their own, which the compiler
-// has to keep, they would take 200 bytes more.
+// Members that are called from one place, and small ones, stand by themselves to be read. As functions of their own,
+// which the compiler has to keep, they would take 250 bytes more.
 #define CALLED_ONCE [[gnu::always_inline]] inline
 
 // Where size does not matter, all that next() calls becomes part of it: a fifth fewer instructions for a key.
@@ -55,12 +55,14 @@ std::int32_t InputLoop::msSince(const timeval& then) { return elapsedMs(then, cu
 // ---- Life cycle ---------------------------------------------------------------------------------
 
 InputLoop::InputLoop(LinuxInputReader& reader) : reader_(reader) {
-  Channel* const channels[] = {&state_.keyboard, &state_.mouse, &state_.remote};
-  for (std::uint8_t i = kKeyboard; i < kFurther; ++i) {
-    channels_.all[i] = channels[i];
-    channels[i]->source = static_cast<Source>(i);
-    channels[i]->bit = bit(static_cast<Source>(i));
-  }
+  state_.channels.all[kKeyboard] = &state_.keyboard;
+  state_.channels.all[kMouse] = &state_.mouse;
+  state_.channels.all[kRemote] = &state_.remote;
+  state_.mouse.source = kMouse;
+  state_.remote.source = kRemote;
+  state_.keyboard.bit = bit(kKeyboard);
+  state_.mouse.bit = bit(kMouse);
+  state_.remote.bit = bit(kRemote);
   findSources();
 }
 
@@ -80,7 +82,7 @@ void InputLoop::setBound(int events, int ms) {
 void InputLoop::findSources() {
   const int fds[kFurther] = {reader_.keyboardFd, reader_.mouseFd, reader_.lircFd};
   for (int i = 0; i < kFurther; ++i) {
-    Channel& channel = *channels_.all[i];
+    Channel& channel = *state_.channels.all[i];
     if (fds[i] == channel.readerFd) continue;
     channel.readerFd = fds[i];
     channel.fd = fds[i];
@@ -99,7 +101,7 @@ void InputLoop::report(Channel& channel, int error) {
 }
 
 // REQUIRES: a call on the source's descriptor has failed
-void InputLoop::checkError(Channel& channel) {
+CALLED_ONCE void InputLoop::checkError(Channel& channel) {
   if (errno != EAGAIN && errno != EINTR) report(channel, errno);
 }
 
@@ -119,7 +121,7 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
   wake.signal = found == -1;
   if (wake.signal) setAllReady();
   const pollfd* answer = fds;
-  for (Channel* channel : channels_) {
+  for (Channel* channel : state_.channels) {
     if (channel->fd >= 0 && answer++->revents != 0) makeReady(*channel, MayRead::kIsNamed);
   }
   wake.ownFd = own->revents != 0;
@@ -136,7 +138,7 @@ InputLoop::Wake InputLoop::wait(int timeoutMs, int ownFd) {
 int InputLoop::descriptors(pollfd* fds) {
   findSources();
   int used = 0;
-  for (const Channel* channel : channels_) {
+  for (const Channel* channel : state_.channels) {
     if (channel->fd >= 0) fds[used++] = {channel->fd, POLLIN, 0};
   }
   return used;
@@ -163,14 +165,14 @@ int InputLoop::timeoutMs() const {
 
 // A hang-up or an error, too, makes a source ready: what its read says decides.
 void InputLoop::setReady(int fd, int revents) {
-  for (Channel* channel : channels_) {
+  for (Channel* channel : state_.channels) {
     if (channel->fd == fd && fd >= 0 && revents != 0) makeReady(*channel, MayRead::kIsNamed);
   }
 }
 
 void InputLoop::setAllReady() {
   findSources();
-  for (Channel* channel : channels_) {
+  for (Channel* channel : state_.channels) {
     if (channel->fd >= 0) makeReady(*channel, MayRead::kIsAsked);
   }
 }
@@ -197,7 +199,7 @@ FLATTENED bool InputLoop::take(InputEvent& event, bool everything) {
 CALLED_ONCE void InputLoop::beginRound() {
   state_.roundIsOpen = true;
   state_.over = 0;
-  for (int i = 0; i < kFurther; ++i) channels_.all[i]->taken = 0;
+  for (int i = 0; i < kFurther; ++i) state_.channels.all[i]->taken = 0;
   state_.lastLine = LastLine::kNone;
 }
 
@@ -267,7 +269,9 @@ bool InputLoop::drain(Node& node, InputEvent& event) {
     } else if (record.type == EV_KEY || (record.type == EV_REL && isWheel(record))) {
       takeKey(node, record, event);
       return true;
-    } else if (state_.everything) {
+    } else {
+      if (record.type == EV_SYN && record.code == SYN_DROPPED) state_.lost |= node.bit;
+      if (!state_.everything) continue;
       state_.isInDrain = true;
       state_.budget = budget - 1;
       state_.held.source = node.source;
@@ -316,9 +320,6 @@ CALLED_ONCE bool InputLoop::fill(Node& node) {
     node.rest.bytes += static_cast<std::size_t>(size);
     node.end = static_cast<int>(node.rest.bytes / sizeof(input_event));
     node.rest.bytes %= sizeof(input_event);
-    // The kernel drops all that has not been read, so what it says of that is read first.
-    const input_event& first = node.records[0];
-    if (node.end != 0 && first.type == EV_SYN && first.code == SYN_DROPPED) state_.lost |= node.bit;
   } else if (size == -1) {
     checkError(node);
   } else if (node.rest.mayRead == MayRead::kIsNamed) {
@@ -347,7 +348,7 @@ CALLED_ONCE void InputLoop::keepTwin(unsigned released, InputEvent& out) {
   if (modifier == KeyInput::kNoModifier) return;
   for (const unsigned code : kModifierKeys) {
     if (LinuxInputReader::getModifier(static_cast<int>(code)) != modifier) continue;
-    for (const Channel* channel : channels_) {
+    for (const Channel* channel : state_.channels) {
       if (!channel->isDown(code)) continue;
       reader_.modifiers |= modifier;
       out.keyData.modifiers |= modifier;

@@ -251,6 +251,7 @@ class InputLoop {
     int budget;  // what the drain that goes on may still take
     int pipe[2];
     std::uint32_t lines;  // how many have been taken
+    Channels channels;
     Channel remote;
     Cause cause;
     Cause held;                        // of what is in the holding slot
@@ -293,7 +294,6 @@ class InputLoop {
   void pollRemote(InputEvent& event);
 
   LinuxInputReader& reader_;
-  Channels channels_ = {};
   int boundEvents_ = kDefaultBoundEvents;
   int boundMs_ = kDefaultBoundMs;
   State state_ = {};

@@ -33,7 +33,7 @@ int InputSources::attend(int timeoutMs) {
   opened_ = 0;
   loop_.findSources();
   Path* path = paths_;
-  for (Channel* channel : loop_.channels_) {
+  for (Channel* channel : loop_.state_.channels) {
     channel->taken = 0;
     if (channel->readerFd < 0) {
       timeoutMs = retry(*channel, *path, timeoutMs);
@@ -85,7 +85,8 @@ void InputSources::settle(Node& node) {
   if (node.end != InputLoop::kReadAhead) behind_ &= ~node.bit;
   if (node.end != 0) loop_.state_.ready |= node.bit;
   const SourceSet change = (wanted_ ^ grabbed_) & node.bit;
-  if (any == 0 && change != 0 && ioctl(node.fd, EVIOCGRAB, wanted_ & change) == 0) grabbed_ ^= change;
+  if (any == 0 && change != 0 && ioctl(node.fd, EVIOCGRAB, static_cast<long>(wanted_ & change)) == 0)
+    grabbed_ ^= change;
 }
 
 // ---- Opening and closing ------------------------------------------------------------------------
@@ -121,12 +122,13 @@ CALLED_ONCE void InputSources::letGo(Channel& channel) {
 }
 
 bool InputSources::open(Source source, const char* path) {
-  loop_.findSources();
-  Channel& channel = *loop_.channels_.all[source];
+  Channel& channel = find(source);
   const bool isRemote = source == InputLoop::kRemote;
   errno = EBUSY;
-  if (channel.readerFd >= 0) return false;
+  if (channel.readerFd >= 0 || (loop_.state_.ready & channel.bit) != 0) return false;
 
+  // A search grabs the other nodes for a moment: what came up in it was not told.
+  if (path == nullptr) behind_ |= ~(SourceSet{1} << InputLoop::kRemote);
   const int fd = isRemote ? reader_.openLircSocket(path) : reader_.openDevice(path, source == InputLoop::kMouse);
   if (fd < 0) return false;
   if (!isRemote && !isNewNode(fd)) {
@@ -134,6 +136,7 @@ bool InputSources::open(Source source, const char* path) {
     return false;
   }
   use(channel, fd);
+  behind_ &= ~channel.bit;
   loop_.state_.gone &= ~channel.bit;
   return true;
 }
@@ -156,7 +159,7 @@ CALLED_ONCE bool InputSources::isNewNode(int fd) const {
   int version;
   if (fstat(fd, &node) == -1 || ioctl(fd, EVIOCGVERSION, &version) == -1) return false;
   const auto number = static_cast<std::uint32_t>(node.st_rdev);  // the kernel's have 32 bits
-  for (const Channel* channel : loop_.channels_) {
+  for (const Channel* channel : loop_.state_.channels) {
     if (fstat(channel->readerFd, &node) == 0 && static_cast<std::uint32_t>(node.st_rdev) == number) {
       errno = EEXIST;
       return false;
@@ -165,8 +168,13 @@ CALLED_ONCE bool InputSources::isNewNode(int fd) const {
   return true;
 }
 
+InputSources::Channel& InputSources::find(Source source) const {
+  loop_.findSources();
+  return *loop_.state_.channels.all[source];
+}
+
 bool InputSources::adopt(Source source) {
-  Channel& node = *loop_.channels_.all[source];
+  Channel& node = find(source);
   if (ioctl(node.fd, EVIOCGKEY(sizeof node.rest.down), node.rest.down) == -1) return false;
   for (int code = 0; code <= KEY_RIGHTALT; ++code) {
     if (node.isDown(static_cast<unsigned>(code))) reader_.modifiers |= LinuxInputReader::getModifier(code);
@@ -179,16 +187,16 @@ bool InputSources::adopt(Source source) {
 
 bool InputSources::join(FurtherNode& node) {
   int place = InputLoop::kFurther;
-  while (loop_.channels_.all[place] != nullptr) ++place;
+  while (loop_.state_.channels.all[place] != nullptr) ++place;
   if (place == InputLoop::kSources) return false;
   node.node_.source = static_cast<Source>(place);
   node.node_.bit = SourceSet{1} << place;
-  loop_.channels_.all[place] = &node.node_;
+  loop_.state_.channels.all[place] = &node.node_;
   return true;
 }
 
 bool InputLoop::drainFurther(InputEvent& event) {
-  for (Channel* const* further = channels_.all + kFurther; *further != nullptr; ++further) {
+  for (Channel* const* further = state_.channels.all + kFurther; *further != nullptr; ++further) {
     const bool isWanted = (state_.ready & ~state_.over & (*further)->bit) != 0;
     if (isWanted && drain(static_cast<Node&>(**further), event)) return true;
   }
@@ -198,7 +206,7 @@ bool InputLoop::drainFurther(InputEvent& event) {
 // ---- Who gets it --------------------------------------------------------------------------------
 
 bool InputSources::grab(Source source, bool on) {
-  Channel& node = *loop_.channels_.all[source];
+  Channel& node = find(source);
   wanted_ = on ? wanted_ | node.bit : wanted_ & ~node.bit;
   settle(static_cast<Node&>(node));
   return isGrabbed(source) == on;

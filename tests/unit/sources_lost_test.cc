@@ -183,16 +183,39 @@ TEST_F(SourcesLost, FindsWhatIsLostBetweenTwoReads) {
   EXPECT_EQ(rounds(4), Lines{buttonDown(1, 0, 0, 1)});
 }
 
-TEST_F(SourcesLost, LooksForTheKernelsMarkWhereItPutsItAlone) {
+// The kernel gives one record of a read at a time, and can drop the others in between.
+TEST_F(SourcesLost, FindsTheKernelsMarkInTheMiddleOfARead) {
   keyboard.press(KEY_A);
   keyboard.inject(EV_SYN, SYN_DROPPED, 0);
   keyboard.inject(EV_SYN, SYN_REPORT, 0);
   rounds(2);
-  EXPECT_EQ(sources.lost(), 0U);
+  EXPECT_EQ(sources.lost(), bit(kKeyboard));
+}
+
+TEST_F(SourcesLost, TakesNothingElseForTheKernelsMark) {
   keyboard.inject(EV_MSC, SYN_DROPPED, 0);
   keyboard.inject(EV_SYN, SYN_REPORT, 0);
   rounds(2);
   EXPECT_EQ(machine.count(Call::kIoctl), 0);
+}
+
+// As an application does that draws for 16 ms: attend() comes right after next().
+TEST_F(SourcesLost, AsksThoughTheMouseGoesOnMoving) {
+  mouse.press(BTN_LEFT);
+  EXPECT_EQ(round(), Lines{buttonDown(1, 0, 0, 1)});
+  mouse.release(BTN_LEFT);
+  overflow(mouse);
+  Lines lines;
+  for (int frame = 0; frame < 3; ++frame) {
+    for (int ms = 1; ms <= 16; ++ms) machine.after(std::chrono::milliseconds(ms), [this] { mouse.move(1, 0); });
+    machine.advance(std::chrono::milliseconds(16));
+    loop.wait(0);
+    for (const std::string& line : takeAll(loop)) {
+      if (line.find("move") == std::string::npos) lines.push_back(line);
+    }
+    sources.attend(-1);
+  }
+  EXPECT_EQ(lines, Lines{buttonUp(1, 16, 0, 1)});
 }
 
 // ---- Motion -------------------------------------------------------------------------------------
