@@ -77,19 +77,18 @@ class HotplugLoop {
     reader_.init(nullptr, nullptr, kLircSocket, kMaxX, kMaxY);  // without any, the loop waits for a change
     sources_.keepOpen(InputLoop::kRemote, kLircSocket, kLookAgain.count());
     printSources();
-    while (stopRequested == 0) {
-      const Clock::time_point now = Clock::now();
-      if (now >= watchAt_ && watchNodes()) searchAt_ = now;
-      if (now >= searchAt_) search();
-
-      const int timeoutMs = sources_.attend(msUntil(std::min(watchAt_, searchAt_)));
-      if (sources_.opened() != 0) printSources();
+    for (int timeoutMs = 0; stopRequested == 0;) {
       const InputLoop::Wake wake = loop_.wait(timeoutMs, changes_);
       takeEvents();
-      // What had come is taken: draw, run timers, and come back.
-
       if (wake.gone != 0) printSources();
-      if (nodesChanged()) searchAt_ = Clock::now() + kQuiet;
+
+      const Clock::time_point now = Clock::now();
+      if (nodesChanged()) searchAt_ = now + kQuiet;
+      if (now >= watchAt_ && watchNodes()) searchAt_ = now;
+      if (now >= searchAt_) search();
+      timeoutMs = sources_.attend(msUntil(std::min(watchAt_, searchAt_)));
+      if (sources_.opened() != 0) printSources();
+      // What had come is taken: draw, run timers, and come back.
     }
   }
 

@@ -29,16 +29,26 @@ class LastingLoop {
     sources_.join(receiver_);
     sources_.keepOpen(receiver_.source(), paths.receiver, kEveryMs);
     sources_.adopt(InputLoop::kKeyboard);
+    int timeoutMs = attend();
     while (!application_.isOver()) {
-      loop_.wait(sources_.attend(-1));
+      loop_.wait(timeoutMs);
       InputEvent event;
       while (loop_.next(event)) application_.handle(event);
+      timeoutMs = attend();  // before drawing takes its time: now nothing is unread
       application_.draw();
     }
     return application_.end();
   }
 
  private:
+  int attend() {
+    const int timeoutMs = sources_.attend(-1);
+    for (const InputLoop::Source source : {InputLoop::kMouse, InputLoop::kKeyboard, receiver_.source()}) {
+      if ((sources_.opened() >> source & 1) != 0) sources_.adopt(source);
+    }
+    return timeoutMs;
+  }
+
   LinuxInputReader reader_;
   InputLoop loop_{reader_};
   InputSources::FurtherNode receiver_;

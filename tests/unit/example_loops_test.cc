@@ -1,5 +1,6 @@
 // The loops of examples/, each with its main(), on the simulated machine.
 #include <gtest/gtest.h>
+#include <linux/input.h>
 
 #include <cerrno>
 #include <iterator>
@@ -178,6 +179,24 @@ TEST_F(LastingLoop, HasARemoteThatTheKernelDecodesBesideTheKeyboard) {
   machine.after(1500ms, [this] { keyboard->press(KEY_LEFTSHIFT); });
   machine.after(1600ms, [&] { receiver->press(KEY_A); });
   EXPECT_EQ(run(1700ms), Lines({"key down 16 char 0", "key down 65 char 65", kEscape}));
+}
+
+TEST_F(LastingLoop, KnowsWhatIsDownAtItsStartAndOnWhatComesBack) {
+  sim::Device device = sim::Device::keyboard();
+  device.codes.erase(EV_REP);
+  keyboard->unplug();
+  keyboard = &machine.addNode("/dev/input/event0", device);
+  keyboard->press(KEY_LEFTSHIFT);
+  keyboard->report(EV_LED, LED_NUML, 1);
+  keyboard->report(EV_SYN, SYN_REPORT, 0);
+  machine.after(100ms, [this] { keyboard->press(KEY_KP1); });
+  machine.after(200ms, [this] { keyboard->unplug(); });
+  machine.after(300ms, [&] {
+    keyboard = &machine.addNode("/dev/input/event0", device);
+    keyboard->press(KEY_LEFTSHIFT);
+  });
+  machine.after(2500ms, [this] { keyboard->press(KEY_A); });
+  EXPECT_EQ(run(2600ms), Lines({"key down 97 char 49", "key up 16", "key up 97", "key down 65 char 65", kEscape}));
 }
 
 }  // namespace
