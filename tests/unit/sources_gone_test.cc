@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <initializer_list>
+#include <set>
 #include <string>
 
 #include "tests/unit/sources_test.h"
@@ -70,6 +72,7 @@ TEST_F(SourcesGone, ClosesItsDescriptorAndTellsTheReader) {
   mouse.unplug();
   rounds(2);
   EXPECT_EQ(reader.mouseFd, -1);
+  EXPECT_EQ(reader.lircFd, kLircFd);
   EXPECT_EQ(machine.openDescriptors(), open - 2);
 }
 
@@ -106,12 +109,13 @@ TEST_F(SourcesGone, DoesNotMakeTheWaitSpin) {
   EXPECT_EQ(machine.now() - start, 5s);
 }
 
-TEST_F(SourcesGone, ChangesTheGeneration) {
+TEST_F(SourcesGone, ChangesTheGenerationToOneThatNeverWas) {
+  std::set<std::uint32_t> generations = {loop.generation()};
   keyboard.unplug();
   takeNow(loop);
-  const std::uint32_t before = loop.generation();
+  EXPECT_TRUE(generations.insert(loop.generation()).second);
   sources.attend(0);
-  EXPECT_NE(loop.generation(), before);
+  EXPECT_TRUE(generations.insert(loop.generation()).second);
 }
 
 TEST_F(SourcesGone, IsNothingToReadAnyMore) {
@@ -226,6 +230,19 @@ TEST_F(SourcesGone, LeavesAFileOpenThatHasTheNumberOfOneThatTheApplicationClosed
   input_event record;
   EXPECT_EQ(read(kKeyboardFd, &record, sizeof record), static_cast<ssize_t>(sizeof record));
   for (const int fd : {kKeyboardFd, pipe[0], pipe[1]}) EXPECT_EQ(close(fd), 0);
+}
+
+TEST_F(SourcesGone, LeavesADescriptorThatTheApplicationHasGivenTheReader) {
+  keyboard.unplug();
+  takeNow(loop);
+  sim::Node& other = machine.addNode("/dev/input/event2", Device::keyboard());
+  const int given = reader.openDevice("/dev/input/event2", false);
+  reader.keyboardFd = given;
+  close(kKeyboardFd);
+  EXPECT_EQ(attended(), Lines{});
+  EXPECT_EQ(reader.keyboardFd, given);
+  other.press(KEY_A);
+  EXPECT_EQ(takeNow(loop), Lines{keyDown('A', 'a')});
 }
 
 // ---- FIFOs --------------------------------------------------------------------------------------
