@@ -171,6 +171,7 @@ TEST_F(SourcesFurther, GiveWhatTheReadersOwnNodeGives) {
 
 TEST_F(SourcesFurther, AreAskedBetweenTheKeyboardAndTheMouseAsTheyHaveJoined) {
   std::vector<sim::Node*> nodes;
+  nodes.reserve(kMost);
   for (int i = 0; i < kMost; ++i) nodes.push_back(&joinAndOpen(i));
   daemon.send("KEY_UP");
   mouse.press(BTN_LEFT);
@@ -328,6 +329,7 @@ TEST_F(SourcesFurther, GoAndComeBack) {
 
 TEST_F(SourcesFurther, GoOneByOne) {
   std::vector<sim::Node*> nodes;
+  nodes.reserve(kMost);
   for (int i = 0; i < kMost; ++i) nodes.push_back(&joinAndOpen(i));
   const int open = machine.openDescriptors();
   for (int i = 0; i < kMost; ++i) {

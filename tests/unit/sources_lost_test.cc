@@ -255,6 +255,15 @@ TEST_F(SourcesLost, LeavesANodeAsItWasThatCannotSay) {
   EXPECT_EQ(rounds(2), Lines{keyUp(16)});
 }
 
+TEST_F(SourcesLost, FindsTheKernelsMarkThatIsReadByItself) {
+  keyboard.press(KEY_A);
+  overflow(keyboard);
+  machine.truncateRead(1, sizeof(input_event));
+  EXPECT_EQ(takeNow(loop), Lines{});
+  sources.attend(0);
+  EXPECT_EQ(sources.lost(), bit(kKeyboard));
+}
+
 TEST_F(SourcesLost, LeavesAFifoAsItWas) {
   int fds[2];
   ASSERT_EQ(pipe2(fds, O_NONBLOCK), 0);
