@@ -10,7 +10,7 @@ COPY = FOLDER / "source"
 BUILD = FOLDER / "build"
 
 # The sources whose mutants are tried, with what they include from their directory.
-SOURCES = ("input/linux_input_reader.cc", "input/input_loop.cc")
+SOURCES = ("input/linux_input_reader.cc", "input/input_loop.cc", "input/input_sources.cc")
 HERE = "tests/mutation"
 
 

@@ -13,8 +13,8 @@ import subprocess
 from project import BUILD, COPY, SOURCES, fail, run, run_or_fail
 
 # Optimised, so that a change without an effect gives the same object code. What is never written to has one value, and
-# an index beyond an array ends the program.
-MUTANT_FLAGS = ["-O1", "-g0", "-w", "-ftrivial-auto-var-init=pattern",
+# an index or a pointer beyond an array ends the program.
+MUTANT_FLAGS = ["-O1", "-g0", "-w", "-ftrivial-auto-var-init=pattern", "-fstack-protector-strong",
                 "-fsanitize=bounds-strict", "-fsanitize-undefined-trap-on-error"]
 LINK_FLAGS = ["-fuse-ld=lld"] if shutil.which("ld.lld") else []
 
@@ -51,8 +51,9 @@ def build_tests(jobs):
 
 
 class Tests:
-    """The programs of tests/unit that use the component. Those on the simulated machine become one program, which is
-    linked once for each mutant, but runs the tests of each by themselves: they share the history of clicks."""
+    """The programs of tests/unit that use the component. Those on the simulated machine become two programs, one of
+    which has no InputSources. They are linked once for each mutant, but run the tests of each program by themselves:
+    they share the history of clicks."""
 
     def __init__(self, users):
         """`users`: by the name of a file, those of SOURCES that it is compiled with."""
@@ -64,13 +65,11 @@ class Tests:
         }
         links = self._links()
         simulated = [link for link in links if "libquarlo_sim.a" in link]
-        objects = dict.fromkeys(argument for link in simulated for argument in link if argument.endswith(".o"))
-        # Some programs need more of the linker than others.
-        options = {argument for link in simulated for argument in link if argument.startswith("-static-")}
-        rest = (argument for argument in simulated[0][1:] if argument not in objects)
-        together = [simulated[0][0], *objects, *options, *rest]
-        self._programs = [(together, [self._suites(link) for link in simulated])]
-        self._programs += [(link, ["*"]) for link in links if link not in simulated]
+        with_all = [link for link in simulated if self._has_all(link)]
+        without = [link for link in simulated if link not in with_all]
+        # (the command, its sources, what is tested)
+        self._programs = [self._together(with_all, SOURCES), self._together(without, SOURCES[:-1])]
+        self._programs += [(link, SOURCES[:-1], ["*"]) for link in links if link not in simulated]
         self._limits = {}  # of CPU, by what is run
         self._original = {}  # object code, by source
 
@@ -82,6 +81,18 @@ class Tests:
         lines = [line for line in output.splitlines() if " -o tests/unit/" in line and " libquarlo_input.a" in line
                  and "libquarlo_stderr_logging.a" not in line]
         return [shlex.split(line.removeprefix(": && ").split(" && ")[0]) for line in lines]
+
+    @staticmethod
+    def _has_all(link):
+        """Whether a program has the last of the sources, too, which the one before it does without."""
+        return "InputSources" in run_or_fail(["nm", BUILD / link[link.index("-o") + 1]], "nm does not list symbols")
+
+    def _together(self, links, sources):
+        objects = dict.fromkeys(argument for link in links for argument in link if argument.endswith(".o"))
+        # Some programs need more of the linker than others.
+        options = {argument for link in links for argument in link if argument.startswith("-static-")}
+        rest = (argument for argument in links[0][1:] if argument not in objects)
+        return [links[0][0], *objects, *options, *rest], sources, [self._suites(link) for link in links]
 
     @staticmethod
     def _suites(link):
@@ -123,8 +134,8 @@ class Tests:
 
     def measure(self, folder):
         """Runs the tests on the original in the directory. REQUIRES: it is compiled, and nothing else runs."""
-        for link, filters in self._programs:
-            program = self._link(link, folder)
+        for link, sources, filters in self._programs:
+            program = self._link(link, sources, folder)
             for suites in filters:
                 before = resource.getrusage(resource.RUSAGE_CHILDREN)
                 outcome = run_tests(program, suites, CPU_LIMIT_FACTOR * CPU_LIMIT)
@@ -136,8 +147,8 @@ class Tests:
 
     def outcome(self, folder):
         """Runs the tests on the mutant in the directory until one fails."""
-        for link, filters in self._programs:
-            program = self._link(link, folder)
+        for link, sources, filters in self._programs:
+            program = self._link(link, sources, folder)
             for suites in sorted(filters, key=self._limits.get):
                 outcome = run_tests(program, suites, self._limits[suites])
                 if outcome != Outcome.PASSED:
@@ -145,10 +156,10 @@ class Tests:
         return Outcome.PASSED
 
     @staticmethod
-    def _link(link, folder):
+    def _link(link, sources, folder):
         program = folder / "tests"
         command = [argument for argument in link if argument not in ("libquarlo_input.a", "libquarlo_input_loop.a")]
-        command += [object_of(folder, source) for source in SOURCES]
+        command += [object_of(folder, source) for source in sources]
         command[command.index("-o") + 1] = program
         result = run([*command, *LINK_FLAGS], BUILD)
         if result.returncode != 0:
