@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "input/input_loop.h"
+#include "input/input_sources.h"
 #include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
 #include "tests/unit/test_log.h"
@@ -23,6 +24,7 @@ using sim::Device;
 
 constexpr char kMouse[] = "/dev/input/event0";
 constexpr char kKeyboard[] = "/dev/input/event1";
+constexpr char kNowhere[] = "/dev/input/event9";
 constexpr char kSocket[] = "/run/lircd";
 constexpr int kMaxX = 1280;
 constexpr int kMaxY = 720;
@@ -39,14 +41,14 @@ InputEvent preset() {
 // Its calls take no time. What lives before this one have done does not matter.
 class World {
  public:
-  explicit World(const Life& life) {
+  explicit World(const Life& life, const char* keyboardPath = kKeyboard) {
     machine.setTracing(false);
     machine.setCallTime(0us);
     if (!life.releaseTimeout.empty()) machine.setEnvironment(kReleaseTimeoutVariable, life.releaseTimeout);
     if (!life.repeatTimeout.empty()) machine.setEnvironment(kRepeatTimeoutVariable, life.repeatTimeout);
     forgetClicks();
     reader.emplace();
-    reader->init(kMouse, kKeyboard, kSocket, kMaxX, kMaxY);
+    reader->init(kMouse, keyboardPath, kSocket, kMaxX, kMaxY);
   }
 
   // The next machine starts after the latest time of this one.
@@ -298,6 +300,16 @@ bool takeOne(InputLoop& loop, InputEvent& event, std::uint64_t how) {
   return how % 2 == 0 ? loop.next(event) : loop.nextRecord(event);
 }
 
+void takeRound(InputLoop& loop, std::uint64_t seed, int round, Outcome& outcome) {
+  look(loop, seed);
+  for (;;) {
+    InputEvent event = preset();
+    if (!takeOne(loop, event, seed / 3)) break;
+    add(outcome.events, round, event);
+    outcome.causes.push_back(loop.cause());
+  }
+}
+
 }  // namespace
 
 Outcome liveWithLoop(const Life& life) {
@@ -307,19 +319,40 @@ Outcome liveWithLoop(const Life& life) {
   Outcome outcome;
   int round = 0;
   for (const Step& step : life.steps) {
+    if (step.kind == Step::kRound) {
+      takeRound(loop, life.seed, ++round, outcome);
+    } else {
+      world.happens(step);
+    }
+  }
+  outcome.end = world.fields();
+  return outcome;
+}
+
+Outcome liveWithSources(const Life& life, Keyboard keyboard, int bound) {
+  const bool isFurther = keyboard == Keyboard::kFurtherNode;
+  InputSources::FurtherNode further;
+  World world(life, isFurther ? kNowhere : kKeyboard);
+  InputLoop loop(*world.reader);
+  loop.setBound(bound, InputLoop::kDefaultBoundMs);
+  InputSources sources(loop);
+  if (isFurther) {
+    sources.join(further);
+    sources.open(further.source(), kKeyboard);
+  }
+  Outcome outcome;
+  int round = 0;
+  for (const Step& step : life.steps) {
     if (step.kind != Step::kRound) {
       world.happens(step);
       continue;
     }
-    ++round;
-    look(loop, life.seed);
-    for (;;) {
-      InputEvent event = preset();
-      if (!takeOne(loop, event, life.seed / 3)) break;
-      add(outcome.events, round, event);
-      outcome.causes.push_back(loop.cause());
-    }
+    sources.attend(-1);
+    takeRound(loop, life.seed, ++round, outcome);
+    outcome.isHarmed = outcome.isHarmed || sources.lost() != 0 || loop.gone() != 0;
   }
+  sources.attend(-1);
+  outcome.isHarmed = outcome.isHarmed || sources.lost() != 0;
   outcome.end = world.fields();
   return outcome;
 }

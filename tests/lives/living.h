@@ -31,6 +31,7 @@ struct Outcome {
   Events events;
   Fields end;
   std::vector<components::input::InputLoop::Cause> causes;  // with the loop
+  bool isHarmed = false;  // records were lost, or a source has gone; with InputSources
 };
 
 inline bool operator==(const Outcome& a, const Outcome& b) { return a.events == b.events && a.end == b.end; }
@@ -45,5 +46,10 @@ Outcome liveWithoutSurprises(const Life& life);
 
 // By next() or nextRecord(), after a wait of one kind or another; the seed says which.
 Outcome liveWithLoop(const Life& life);
+
+// The same with attend() in each round, and with the bound of a round's events that is given; 0: none. What was down is
+// given back when a source has gone.
+enum class Keyboard { kOfTheReader, kFurtherNode };
+Outcome liveWithSources(const Life& life, Keyboard keyboard, int bound);
 
 }  // namespace quarlo::test::lives
