@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -28,7 +29,7 @@ using components::input::InputLoop;
 using components::input::InputSources;
 using std::chrono::milliseconds;
 
-constexpr std::uint64_t kLives = QUARLO_LIVES / 4;
+constexpr std::uint64_t kLives = QUARLO_LIVES / 10;
 
 constexpr char kSocket[] = "/run/lircd";
 constexpr int kMostRounds = 400;  // until an application rests: more than all that can be there takes
@@ -37,8 +38,10 @@ constexpr milliseconds kLongestRetry{1000};
 
 std::string pathOf(int number) { return "/dev/input/event" + std::to_string(number); }
 
+bool isTouch(int code) { return code == BTN_TOUCH || code == BTN_TOOL_FINGER; }
+
 // Both codes of a touch are one press.
-int pressOf(int code) { return code == BTN_TOOL_FINGER ? BTN_TOUCH : code; }
+int pressOf(int code) { return isTouch(code) ? BTN_TOUCH : code; }
 
 bool isIn(InputLoop::SourceSet set, int place) { return (set >> place & 1) != 0; }
 
@@ -63,10 +66,14 @@ class Plugged {
   bool isGrabbedHere() const { return node_.isGrabbed() && !isElsewhere_; }
   const std::set<int>& down() const { return down_; }
 
+  // How often keys have gone down, without touches, of which two can be one.
+  int presses() const { return presses_; }
+
   void set(int code, bool isDown) {
     if (!isSending() || (down_.count(code) != 0) == isDown) return;
     if (isDown) {
       down_.insert(code);
+      if (!isTouch(code)) ++presses_;
     } else {
       down_.erase(code);
     }
@@ -109,6 +116,7 @@ class Plugged {
   bool isThere_ = true;
   bool isElsewhere_ = false;
   std::set<int> down_;
+  int presses_ = 0;
 };
 
 // ---- The machine --------------------------------------------------------------------------------
@@ -288,6 +296,7 @@ class Application {
     open_[place] = device;
     require(sources_.adopt(source(place)), "what was opened does not say what is down");
     for (const int code : device->down()) down_[place].insert(pressOf(code));
+    told_[place] = device->presses();
   }
 
   bool isOpen(int place) const {
@@ -350,13 +359,15 @@ class Application {
 
   // Returns whether there is something to do.
   bool sleepElsewhere(int timeoutMs) {
-    pollfd fds[InputLoop::kMaxDescriptors];
-    const int count = loop_.descriptors(fds);
-    const bool isReady = poll(fds, static_cast<nfds_t>(count), timeoutMs) > 0 || loop_.timeoutMs() == 0;
+    if (loop_.generation() != generation_) {
+      generation_ = loop_.generation();
+      count_ = loop_.descriptors(fds_);
+    }
+    const bool isReady = poll(fds_, static_cast<nfds_t>(count_), timeoutMs) > 0 || loop_.timeoutMs() == 0;
     if (life_.waiting == Waiting::kWithoutNames) {
       loop_.setAllReady();
     } else {
-      for (int i = 0; i < count; ++i) loop_.setReady(fds[i].fd, fds[i].revents);
+      for (int i = 0; i < count_; ++i) loop_.setReady(fds_[i].fd, fds_[i].revents);
     }
     return isReady;
   }
@@ -372,7 +383,8 @@ class Application {
     std::set<int>& down = down_[cause.source];
     const int code = pressOf(cause.record.code);
     if (isDown) {
-      down.insert(code);
+      const bool isNew = down.insert(code).second;
+      if (isNew && !isTouch(code)) ++told_[cause.source];
     } else if (down.erase(code) == 0) {
       // Where a down was lost, the up behind it can still be there.
       require(!isMadeUp, "an up that is made up follows a down");
@@ -387,7 +399,6 @@ class Application {
     while (wrong_.empty() && round()) require(++rounds < kMostRounds, "it comes to rest");
     if (!wrong_.empty()) return;
     require((orphans_ & ~unsettled_) == 0, "an up follows a down, where nothing was lost");
-    unsettled_ = 0;
     LinuxInputReader::Modifier modifiers = 0;
     for (int place = 0; place < placeCount(); ++place) {
       if (place != InputLoop::kRemote) checkNode(place, modifiers);
@@ -398,6 +409,7 @@ class Application {
     require(reader_.modifiers == modifiers, "the modifiers are those that are down");
     require(isRemoteOpen_ || reader_.lircKey == 0, "no key is held of a remote that is gone");
     checkDescriptors();
+    unsettled_ = 0;
     sleep();
   }
 
@@ -414,7 +426,10 @@ class Application {
       const bool isDown = sources_.isDown(source(place), static_cast<unsigned>(code));
       require(isDown == (down.count(code) != 0), "what it says is down is down" + name);
     }
-    if (!isOpen(place) || !down.empty() || open_[place]->isElsewhere()) return;
+    if (!isOpen(place)) return;
+    require(isIn(unsettled_, place) || told_[place] == open_[place]->presses(), "what was not lost comes" + name);
+    told_[place] = open_[place]->presses();
+    if (!down.empty() || open_[place]->isElsewhere()) return;
     require(open_[place]->isGrabbedHere() == isWanted_[place], "who is wanted gets it" + name);
   }
 
@@ -452,11 +467,15 @@ class Application {
   std::array<std::shared_ptr<Plugged>, kPlaces> open_;
   bool isRemoteOpen_ = false;
   std::array<std::set<int>, kPlaces> down_;  // as the events say
+  std::array<int, kPlaces> told_ = {};       // how many presses of the device that is open
   std::array<bool, kPlaces> isWanted_ = {};
   std::array<bool, kPlaces> wasGrabbed_ = {};
   InputLoop::SourceSet unsettled_ = 0;  // records were lost since the last rest
   InputLoop::SourceSet orphans_ = 0;    // an up came for which there was no down
   int attendMs_ = -1;
+  pollfd fds_[InputLoop::kMaxDescriptors] = {};  // what it waits for elsewhere, since the generation
+  int count_ = 0;
+  std::uint32_t generation_ = 0;
   std::string wrong_;
 };
 
