@@ -3,7 +3,6 @@
 
 #include <linux/input.h>
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -52,9 +51,9 @@ struct StuckLife {
   std::uint64_t seed = 0;
   int furtherNodes = 0;
   Waiting waiting = Waiting::kWithLoop;
-  bool takesRecords = false;                   // by nextRecord()
-  int bound = 0;                               // of a round's events
-  std::array<unsigned, kPlaces> everyMs = {};  // how often attend() tries to open it; 0: the application opens it
+  bool takesRecords = false;       // by nextRecord()
+  int bound = 0;                   // of a round's events
+  unsigned everyMs[kPlaces] = {};  // how often attend() tries to open it; 0: the application opens it
   std::vector<StuckStep> steps;
 };
 

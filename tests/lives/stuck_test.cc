@@ -6,10 +6,10 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <deque>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <set>
@@ -197,8 +197,8 @@ class StuckMachine {
 
   sim::LircDaemon* daemon_ = &machine.addLircDaemon(kSocket);
   bool isRunning_ = true;
-  std::array<std::shared_ptr<Plugged>, kPlaces> places_;
-  std::array<std::shared_ptr<Plugged>, kNumbers> numbers_;
+  std::shared_ptr<Plugged> places_[kPlaces];
+  std::shared_ptr<Plugged> numbers_[kNumbers];
   microseconds jumped_{0};
 };
 
@@ -304,7 +304,7 @@ class Application {
   }
 
   bool isUsed(const Plugged& device) const {
-    return std::any_of(open_.begin(), open_.end(), [&](const auto& open) { return open.get() == &device; });
+    return std::any_of(std::begin(open_), std::end(open_), [&](const auto& open) { return open.get() == &device; });
   }
 
   bool canBeOpened(int place) const {
@@ -462,14 +462,14 @@ class Application {
   InputSources::FurtherNode further_[InputLoop::kMostFurtherNodes];
   InputLoop loop_;
   InputSources sources_;
-  std::array<int, kPlaces> numbers_ = {};  // of the nodes that it opens
-  std::deque<std::string> paths_;          // all that it has had
-  std::array<std::shared_ptr<Plugged>, kPlaces> open_;
+  int numbers_[kPlaces] = {};      // of the nodes that it opens
+  std::deque<std::string> paths_;  // all that it has had
+  std::shared_ptr<Plugged> open_[kPlaces];
   bool isRemoteOpen_ = false;
-  std::array<std::set<int>, kPlaces> down_;  // as the events say
-  std::array<int, kPlaces> told_ = {};       // how many presses of the device that is open
-  std::array<bool, kPlaces> isWanted_ = {};
-  std::array<bool, kPlaces> wasGrabbed_ = {};
+  std::set<int> down_[kPlaces];  // as the events say
+  int told_[kPlaces] = {};       // how many presses of the device that is open
+  bool isWanted_[kPlaces] = {};
+  bool wasGrabbed_[kPlaces] = {};
   InputLoop::SourceSet unsettled_ = 0;  // records were lost since the last rest
   InputLoop::SourceSet orphans_ = 0;    // an up came for which there was no down
   int attendMs_ = -1;
