@@ -27,9 +27,11 @@ constexpr InputSources::Source kKeyboard = InputLoop::kKeyboard;
 constexpr InputSources::Source kMouse = InputLoop::kMouse;
 constexpr InputSources::Source kRemote = InputLoop::kRemote;
 constexpr InputSources::Source kFurther = InputLoop::kFurther;
+constexpr auto kGone = static_cast<InputSources::Source>(kFurther + 1);
 
-constexpr const char* kPaths[] = {"/dev/input/event0", "/dev/input/event1", "/run/lircd", "/dev/input/event2"};
-constexpr int kKeys[] = {KEY_A, KEY_B, KEY_LEFTSHIFT, BTN_LEFT, BTN_RIGHT};
+constexpr const char* kPaths[] = {"/dev/input/event0", "/dev/input/event1", "/run/lircd", "/dev/input/event2",
+                                  "/dev/input/event3"};
+constexpr int kKeys[] = {KEY_A, KEY_B, KEY_LEFTSHIFT, KEY_LEFTCTRL, KEY_LEFTALT, BTN_LEFT, BTN_RIGHT};
 
 constexpr auto kFrame = 20ms;
 constexpr unsigned kEveryMs = 50;
@@ -49,7 +51,7 @@ class SourcesLife {
   explicit SourcesLife(const std::optional<Fault>& fault) {
     machine.setEnvironment("LIRC_REPEAT_TIMEOUT", "10");
     machine.setEnvironment("LIRC_RELEASE_TIMEOUT", "30");
-    for (const InputSources::Source source : {kKeyboard, kMouse, kFurther}) plug(source);
+    for (const InputSources::Source source : {kKeyboard, kMouse, kFurther, kGone}) plug(source);
     press(kKeyboard, KEY_LEFTSHIFT);
     if (fault) machine.fail(fault->call, fault->count, fault->error);
     reader_.emplace();
@@ -62,13 +64,14 @@ class SourcesLife {
   // Returns the calls that were made, but for those at the end, in which what went wrong must come right.
   Calls live() {
     start();
-    loseRecords();
     grabWithAKeyDown();
     replugTheMouse();
     restartTheDaemon();
     replugTheFurtherNode();
+    unplugForGood();
     sources_->grab(kKeyboard, false);
     pass(2);
+    loseRecords();
     Calls calls = callsOf(machine.takeTrace());
     pass(kRoundsToMend);
     expectAllIsRight();
@@ -86,6 +89,7 @@ class SourcesLife {
     loop_.reset();
     reader_.reset();
     further_.reset();
+    gone_.reset();
     EXPECT_LE(machine.openDescriptors(), mostLeft);
   }
 
@@ -95,31 +99,36 @@ class SourcesLife {
   void start() {
     isAdopted_[kKeyboard] = sources_->adopt(kKeyboard);
     isAdopted_[kMouse] = sources_->adopt(kMouse);
-    isAdopted_[kFurther] = true;
+    isAdopted_[kFurther] = isAdopted_[kGone] = true;
     EXPECT_TRUE(sources_->join(*further_));
-    sources_->open(further_->source(), kPaths[kFurther]);
-    for (const auto source : {kKeyboard, kMouse, kRemote, kFurther}) {
+    EXPECT_TRUE(sources_->join(*gone_));
+    sources_->open(kFurther, kPaths[kFurther]);
+    for (const auto source : {kKeyboard, kMouse, kRemote, kFurther, kGone}) {
       sources_->keepOpen(source, kPaths[source], kEveryMs);
     }
     pass(2);
   }
 
+  // Of a key that comes up in what is lost, and of one that goes down.
   void loseRecords() {
-    press(kKeyboard, KEY_A);
+    press(kKeyboard, KEY_LEFTCTRL);
+    pass(2);
+    release(kKeyboard, KEY_LEFTCTRL);
+    press(kKeyboard, KEY_LEFTALT);
     for (int taps = 0; taps < 40; ++taps) {
       press(kKeyboard, KEY_B);
       release(kKeyboard, KEY_B);
     }
-    release(kKeyboard, KEY_LEFTSHIFT);
-    press(kKeyboard, KEY_B);
     pass(4);
   }
 
   void grabWithAKeyDown() {
+    press(kKeyboard, KEY_A);
+    pass(2);
     sources_->grab(kKeyboard, true);
     pass(1);
     release(kKeyboard, KEY_A);
-    release(kKeyboard, KEY_B);
+    release(kKeyboard, KEY_LEFTSHIFT);
     pass(4);
   }
 
@@ -152,6 +161,14 @@ class SourcesLife {
     plug(kFurther);
     press(kFurther, KEY_LEFTSHIFT);
     pass(4);
+  }
+
+  void unplugForGood() {
+    press(kGone, KEY_LEFTCTRL);
+    pass(2);
+    nodes_[kGone]->unplug();
+    down_[kGone].clear();
+    pass(2);
   }
 
   // ---- Devices ----------------------------------------------------------------------------------
@@ -210,7 +227,8 @@ class SourcesLife {
       EXPECT_FALSE(sources_->isGrabbed(source));
       EXPECT_FALSE(node->isGrabbed());
     }
-    EXPECT_EQ(reader_->modifiers, LinuxInputReader::getModifier(KEY_LEFTSHIFT));
+    const auto shift = LinuxInputReader::getModifier(KEY_LEFTSHIFT);
+    EXPECT_EQ(reader_->modifiers, shift | LinuxInputReader::getModifier(KEY_LEFTALT));
     EXPECT_EQ(reader_->lircKey, 0);
     pollfd fds[InputLoop::kMaxDescriptors];
     EXPECT_EQ(loop_->descriptors(fds), 4);
@@ -227,6 +245,7 @@ class SourcesLife {
     while (loop_->next(event)) givers.insert(loop_->source());
     EXPECT_EQ(givers, (std::set<int>{kKeyboard, kMouse, kRemote, kFurther}));
     pass(4);
+    sources_->keepOpen(kGone, nullptr, 0);
     const auto before = machine.now();
     EXPECT_TRUE(loop_->wait(sources_->attend(100)).timeout);
     EXPECT_EQ(machine.now() - before, 100ms);
@@ -238,6 +257,7 @@ class SourcesLife {
   sim::LircDaemon* daemon_ = &machine.addLircDaemon(kPaths[kRemote]);
   std::optional<LinuxInputReader> reader_;
   std::optional<InputSources::FurtherNode> further_{std::in_place};
+  std::optional<InputSources::FurtherNode> gone_{std::in_place};
   std::optional<InputLoop> loop_;
   std::optional<InputSources> sources_;
   Calls setUpCalls_;
