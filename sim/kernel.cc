@@ -456,7 +456,7 @@ int Kernel::connectTo(int fd, const std::string& path) {
   if (connection == nullptr) return -ENOTSOCK;
   if (connection->connected) return -EISCONN;
   const auto daemon = daemons_.find(path);
-  if (daemon == daemons_.end()) return -ENOENT;
+  if (daemon == daemons_.end() || !daemon->second->hasSocket) return -ENOENT;
   if (!daemon->second->running) return -ECONNREFUSED;
   connection->connected = true;
   daemon->second->clients.push_back(connection);

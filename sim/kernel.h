@@ -38,6 +38,7 @@ struct DaemonState {
   bool hasClients() const;
 
   bool running = true;
+  bool hasSocket = true;
   std::vector<std::shared_ptr<Connection>> clients;
 };
 

@@ -98,6 +98,8 @@ void LircDaemon::stop() {
   state_->running = false;
 }
 
+void LircDaemon::removeSocket() { state_->hasSocket = false; }
+
 // ---- Outside ------------------------------------------------------------------------------------
 
 Outside::Outside() { Kernel::goPast(1); }

@@ -134,6 +134,9 @@ class LircDaemon {
   // Ends the daemon. As with a real daemon, its socket's file stays: connect() gives ECONNREFUSED.
   void stop();
 
+  // Removes its socket's file, as whatever keeps /run in order: connect() gives ENOENT.
+  void removeSocket();
+
  private:
   friend class Machine;
   explicit LircDaemon(std::shared_ptr<DaemonState> state);

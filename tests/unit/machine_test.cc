@@ -582,6 +582,18 @@ TEST(LircDaemon, LeavesAFileThatRefuses) {
   EXPECT_EQ(errno, EISCONN);
 }
 
+TEST(LircDaemon, LeavesNothingWhereItsSocketIsRemoved) {
+  Machine machine;
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+  LircDaemon& daemon = machine.addLircDaemon("/dev/lircd");
+  daemon.stop();
+  daemon.removeSocket();
+  EXPECT_EQ(connectTo(fd, "/dev/lircd"), -1);
+  EXPECT_EQ(errno, ENOENT);
+  machine.addLircDaemon("/dev/lircd");
+  EXPECT_EQ(connectTo(fd, "/dev/lircd"), 0);
+}
+
 TEST(HasUnread, IsTrueOfRecordsOnceTheirReportIsWhole) {
   Machine machine;
   Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
