@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "tests/unit/events.h"
 
@@ -39,10 +40,22 @@ class NodeClient {
   // The next record, such as "1 30 1" (type, code, value), or the error of the read.
   std::string next() const {
     input_event record;
-    const ssize_t size = read(fd_, &record, sizeof record);
+    const ssize_t size = ::read(fd_, &record, sizeof record);
     if (size == -1) return std::strerror(errno);
     EXPECT_EQ(size, static_cast<ssize_t>(sizeof record));
-    return std::to_string(record.type) + " " + std::to_string(record.code) + " " + std::to_string(record.value);
+    return asText(record);
+  }
+
+  // What one read() gives that has room for this many records.
+  Lines read(std::size_t most) const {
+    std::vector<input_event> records(most);
+    const ssize_t size = ::read(fd_, records.data(), most * sizeof records[0]);
+    if (size == -1) return {std::strerror(errno)};
+    Lines lines;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(size) / sizeof records[0]; ++i) {
+      lines.push_back(asText(records[i]));
+    }
+    return lines;
   }
 
   // All there is to read, up to the error that ends it, which is left out if it is that there is nothing more.
@@ -56,6 +69,10 @@ class NodeClient {
   }
 
  private:
+  static std::string asText(const input_event& record) {
+    return std::to_string(record.type) + " " + std::to_string(record.code) + " " + std::to_string(record.value);
+  }
+
   int fd_;
 };
 

@@ -1,6 +1,7 @@
 // What a node says is down, lit or on, and what that takes away of the records that are queued.
 #include <sys/ioctl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
@@ -273,6 +274,29 @@ TEST_F(NodeStatesTest, SynDroppedStays) {
   device.press(BTN_RIGHT);
   EXPECT_EQ(keysDown(client), Codes({BTN_RIGHT}));
   EXPECT_EQ(client.all(), Lines({kDropped, kReport}));
+}
+
+TEST_F(NodeStatesTest, SynDroppedComesFirstInWhatIsReadAfterTheQuestion) {
+  constexpr std::size_t kWhole = 128;  // more than there is
+  Plugged& device = world->plug(mouse());
+  const NodeClient client(device.path());
+  for (const int moves : {1, 20, 40}) {
+    for (int i = 0; i < moves; ++i) device.move(1, 1);
+    device.tap(BTN_LEFT);
+    EXPECT_EQ(keysDown(client), Codes({}));
+    EXPECT_EQ(client.read(2), Lines({"2 0 1", "2 1 1"}));
+    for (int i = moves; i <= 43; ++i) device.move(1, 1);
+    const Lines overflown = client.read(kWhole);
+    EXPECT_EQ(overflown.front(), kDropped);
+    EXPECT_EQ(std::count(overflown.begin(), overflown.end(), kDropped), 1);
+
+    for (int i = 0; i < 43; ++i) device.move(1, 1);
+    device.tap(BTN_LEFT);
+    EXPECT_EQ(keysDown(client), Codes({}));
+    const Lines asked = client.read(kWhole);
+    EXPECT_EQ(asked.front(), kDropped);
+    EXPECT_EQ(std::count(asked.begin(), asked.end(), kDropped), 1);
+  }
 }
 
 TEST_F(NodeStatesTest, AQueueWhoseRingGoesRoundIsMovedTogether) {

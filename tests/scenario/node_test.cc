@@ -5,6 +5,7 @@
 #include <sys/select.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -196,6 +197,25 @@ TEST_F(NodeTest, AfterSynDroppedTheRestOfTheReportFollows) {
   EXPECT_EQ(client.all(), Lines({kDropped, kReport}));
   device.report(EV_SYN, SYN_REPORT, 0);
   EXPECT_EQ(client.all(), Lines({"1 48 1", kReport}));
+}
+
+// However much was read of the queue before it ran over.
+TEST_F(NodeTest, SynDroppedComesFirstInARead) {
+  constexpr std::size_t kAQueue = 63;
+  constexpr int kWhole = 64;  // more than there is
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  for (std::size_t taken = 1; taken < kAQueue; ++taken) {
+    for (int i = 0; i < 15; ++i) device.tap(KEY_A);
+    device.press(KEY_A);  // 62 records
+    EXPECT_EQ(client.read(taken).size(), taken);
+    device.release(KEY_A);
+    for (std::size_t i = 0; i <= taken / 4; ++i) device.tap(KEY_B);
+    const Lines rest = client.read(kWhole);
+    EXPECT_EQ(rest.front(), kDropped) << "after " << taken;
+    EXPECT_EQ(std::count(rest.begin(), rest.end(), kDropped), 1) << "after " << taken;
+    EXPECT_EQ(client.all(), Lines({}));
+  }
 }
 
 // ---- Unplugging ---------------------------------------------------------------------------------
