@@ -35,6 +35,7 @@ class KernelRemote : public Remote {
 
   void reload() override { daemon_.reload(); }
   void stop() override { daemon_.stop(); }
+  void removeSocket() override { EXPECT_EQ(unlink(socketPath().c_str()), 0); }
 
  private:
   Lircd daemon_;

@@ -45,6 +45,7 @@ class SimRemote : public Remote {
   void send(const std::string& button, unsigned repeat) override { daemon_.send(button, repeat); }
   void reload() override { daemon_.sendText("BEGIN\nSIGHUP\nEND\n"); }
   void stop() override { daemon_.stop(); }
+  void removeSocket() override { daemon_.removeSocket(); }
 
   static constexpr char kSocketPath[] = "/run/lircd";
 

@@ -65,6 +65,9 @@ class Remote {
 
   // Ends it. Its socket's file stays.
   virtual void stop() = 0;
+
+  // Removes its socket's file. REQUIRES: it was stopped.
+  virtual void removeSocket() = 0;
 };
 
 class World {
