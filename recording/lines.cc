@@ -39,7 +39,9 @@ bool parseTime(std::string_view field, microseconds& time) {
 
 }  // namespace
 
-std::string pathIn(const std::string& directory, const char* file) {
+std::string furtherNodeFile(std::size_t index) { return "node-" + std::to_string(index + 1) + ".evemu"; }
+
+std::string pathIn(const std::string& directory, const std::string& file) {
   return (directory.empty() || directory.back() == '/' ? directory : directory + "/") + file;
 }
 

@@ -16,8 +16,11 @@ constexpr char kMouseFile[] = "mouse.evemu";
 constexpr char kKeyboardFile[] = "keyboard.evemu";
 constexpr char kRemoteFile[] = "remote.lirc";
 
+// That of a further node: node-1.evemu for the first one, whose index is 0.
+std::string furtherNodeFile(std::size_t index);
+
 // The path of a file in the directory.
-std::string pathIn(const std::string& directory, const char* file);
+std::string pathIn(const std::string& directory, const std::string& file);
 
 // Bounds that no sensible file reaches, so that a wrong one ends with an error instead of exhausting memory.
 constexpr std::size_t kLongestLine = 4096;  // bytes, without the newline

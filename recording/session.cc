@@ -65,13 +65,36 @@ std::optional<Recording> readIfThere(const std::string& path,
   return std::nullopt;
 }
 
+// "node-1.evemu to node-8.evemu".
+std::string furtherNodeFiles() { return furtherNodeFile(0) + " to " + furtherNodeFile(kMostFurtherNodes - 1); }
+
+// One more would not be played.
+void checkFurtherNodes(const std::string& path) {
+  const std::string oneMore = pathIn(path, furtherNodeFile(kMostFurtherNodes));
+  struct stat status;
+  if (lstat(oneMore.c_str(), &status) == -1) return;
+  throw Error(oneMore + ": a session has at most " + std::to_string(kMostFurtherNodes) + " further nodes, " +
+              furtherNodeFiles() + "; give this one another name to leave it out");
+}
+
+bool isEmpty(const Session& session) {
+  return !session.mouse && !session.keyboard && !session.remote &&
+         std::none_of(session.further.begin(), session.further.end(),
+                      [](const std::optional<DeviceRecording>& node) { return node.has_value(); });
+}
+
 Session readDirectory(const std::string& path) {
   Session session;
   session.mouse = readIfThere(pathIn(path, kMouseFile), readEvemu);
   session.keyboard = readIfThere(pathIn(path, kKeyboardFile), readEvemu);
+  for (std::size_t i = 0; i < kMostFurtherNodes; ++i) {
+    session.further[i] = readIfThere(pathIn(path, furtherNodeFile(i)), readEvemu);
+  }
   session.remote = readIfThere(pathIn(path, kRemoteFile), readRemote);
-  if (!session.mouse && !session.keyboard && !session.remote) {
-    throw Error(path + ": the directory has none of " + kMouseFile + ", " + kKeyboardFile + " and " + kRemoteFile);
+  checkFurtherNodes(path);
+  if (isEmpty(session)) {
+    throw Error(path + ": the directory has none of " + kMouseFile + ", " + kKeyboardFile + ", " + kRemoteFile +
+                " and " + furtherNodeFiles());
   }
   return session;
 }
@@ -115,6 +138,18 @@ Session readFile(const std::string& path) {
 }
 
 }  // namespace
+
+microseconds lengthOf(const Session& session) {
+  microseconds length(0);
+  const auto add = [&](const std::optional<DeviceRecording>& device) {
+    if (device) length = std::max(length, device->records.back().time);
+  };
+  add(session.mouse);
+  add(session.keyboard);
+  for (const std::optional<DeviceRecording>& node : session.further) add(node);
+  if (session.remote) length = std::max(length, session.remote->back().time);
+  return length;
+}
 
 Session readSession(const std::string& path) {
   struct stat status;

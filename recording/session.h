@@ -1,8 +1,9 @@
 // A session: input as files, so that it can be looked at, edited, kept and played again.
 //
-//   desk/                   a directory, with any of the three, all on one clock; 0 is the start of the recording
+//   desk/                   a directory, with any of these, all on one clock; 0 is the start of the recording
 //     mouse.evemu           what an evdev node said about itself and sent, in evemu's text format
 //     keyboard.evemu
+//     node-1.evemu          the same of further nodes, up to node-8.evemu, in the order in which they joined
 //     remote.lirc           what the LIRC daemon sent: "<seconds>.<microseconds> <line>", one per line
 //
 // A single file is a session, too. If its name ends in .lirc, it is a remote's. Otherwise it is a mouse's or a
@@ -11,7 +12,9 @@
 // In all files, empty lines and lines that start with # are comments.
 #pragma once
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -19,6 +22,8 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "input/input_loop.h"
 
 namespace quarlo::recording {
 
@@ -50,12 +55,18 @@ struct RemoteLine {
   std::string text;   // without the newline at its end
 };
 
-// At least one of the three is present.
+constexpr std::size_t kMostFurtherNodes = components::input::InputLoop::kMostFurtherNodes;
+
+// At least one of them is present.
 struct Session {
   std::optional<DeviceRecording> mouse;
   std::optional<DeviceRecording> keyboard;
-  std::optional<std::vector<RemoteLine>> remote;  // at least one line
+  std::array<std::optional<DeviceRecording>, kMostFurtherNodes> further;  // one that sent nothing is not present
+  std::optional<std::vector<RemoteLine>> remote;                          // at least one line
 };
+
+// The time of the last record or line.
+microseconds lengthOf(const Session& session);
 
 // The longest session. Longer times are not those of a session: they were counted from 1970 or from a machine's start.
 constexpr std::chrono::hours kLongestSession{24};

@@ -132,7 +132,7 @@ bool isAt(const std::string& path, int fd) {
 
 // ---- A file -------------------------------------------------------------------------------------
 
-FileWriter::FileWriter(const std::string& directory, int directoryFd, const char* name, const std::string& head,
+FileWriter::FileWriter(const std::string& directory, int directoryFd, const std::string& name, const std::string& head,
                        Access access)
     : directoryFd_(directoryFd),
       name_(name),
@@ -177,7 +177,7 @@ void FileWriter::addLine(const std::string& line) {
 
 std::string FileWriter::flush() {
   if (count_ == 0 || pending_.empty()) return "";
-  if (fd_ == -1) fd_ = openat(directoryFd_, name_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode_);
+  if (fd_ == -1) fd_ = openat(directoryFd_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode_);
   if (fd_ != -1) return writeOut();
   const int error = errno;
   pending_.clear();
@@ -206,7 +206,7 @@ std::string FileWriter::cutBack(std::size_t written, int error) {
   size_ += static_cast<std::int64_t>(kept);
   const bool hasLines = size_ > static_cast<std::int64_t>(headSize_);
   count_ = hasLines ? count_ - newlinesIn(std::string_view(pending_).substr(kept)) : 0;
-  const bool done = hasLines ? ftruncate(fd_, size_) == 0 : unlinkat(directoryFd_, name_, 0) == 0;
+  const bool done = hasLines ? ftruncate(fd_, size_) == 0 : unlinkat(directoryFd_, name_.c_str(), 0) == 0;
   pending_.clear();
   ::close(std::exchange(fd_, -1));
   return path_ + ": " + std::strerror(error) + kEnd + (done ? "" : ", but this file ends with a line that is cut off");
@@ -228,17 +228,21 @@ SessionWriter::SessionWriter(std::string directory, const std::string& comment, 
 
 SessionWriter::~SessionWriter() { ::close(directoryFd_); }
 
-FileWriter& SessionWriter::addMouse(const DeviceDescription& device) {
-  return addFile(kMouseFile, "# EVEMU 1.3\n" + comment_ + descriptionText(device));
-}
+FileWriter& SessionWriter::addMouse(const DeviceDescription& device) { return addNode(kMouseFile, device); }
 
-FileWriter& SessionWriter::addKeyboard(const DeviceDescription& device) {
-  return addFile(kKeyboardFile, "# EVEMU 1.3\n" + comment_ + descriptionText(device));
+FileWriter& SessionWriter::addKeyboard(const DeviceDescription& device) { return addNode(kKeyboardFile, device); }
+
+FileWriter& SessionWriter::addFurtherNode(std::size_t index, const DeviceDescription& device) {
+  return addNode(furtherNodeFile(index), device);
 }
 
 FileWriter& SessionWriter::addRemote() { return addFile(kRemoteFile, comment_); }
 
-FileWriter& SessionWriter::addFile(const char* name, const std::string& head) {
+FileWriter& SessionWriter::addNode(const std::string& name, const DeviceDescription& device) {
+  return addFile(name, "# EVEMU 1.3\n" + comment_ + descriptionText(device));
+}
+
+FileWriter& SessionWriter::addFile(const std::string& name, const std::string& head) {
   return files_.emplace_back(directory_, directoryFd_, name, head, access_);
 }
 

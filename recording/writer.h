@@ -46,7 +46,8 @@ class FileWriter {
  public:
   // `name` is that of the file in the directory, `head` the lines that it starts with. The caller keeps the directory's
   // descriptor open.
-  FileWriter(const std::string& directory, int directoryFd, const char* name, const std::string& head, Access access);
+  FileWriter(const std::string& directory, int directoryFd, const std::string& name, const std::string& head,
+             Access access);
   ~FileWriter();
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
@@ -65,7 +66,7 @@ class FileWriter {
   // Does that, and closes the file.
   std::string close();
 
-  const char* name() const { return name_; }
+  const std::string& name() const { return name_; }
 
   // How many records or lines it has, those not yet on disk included.
   long count() const { return count_; }
@@ -77,7 +78,7 @@ class FileWriter {
   std::string cutBack(std::size_t written, int error);
 
   int directoryFd_;
-  const char* name_;
+  std::string name_;
   std::string path_;  // for a person
   mode_t mode_;
   std::size_t headSize_;   // bytes
@@ -99,9 +100,11 @@ class SessionWriter {
   SessionWriter(const SessionWriter&) = delete;
   SessionWriter& operator=(const SessionWriter&) = delete;
 
-  // Each adds a file, at most once. The reference stays valid as long as the writer.
+  // Each adds a file, at most once (for each index). The reference stays valid as long as the writer.
   FileWriter& addMouse(const DeviceDescription& device);
   FileWriter& addKeyboard(const DeviceDescription& device);
+  FileWriter& addFurtherNode(std::size_t index,
+                             const DeviceDescription& device);  // REQUIRES: index < kMostFurtherNodes
   FileWriter& addRemote();
 
   // Puts on disk what the files have taken. Throws Error if one could not be written; the others are, if they can.
@@ -112,7 +115,8 @@ class SessionWriter {
   void close();
 
  private:
-  FileWriter& addFile(const char* name, const std::string& head);
+  FileWriter& addNode(const std::string& name, const DeviceDescription& device);
+  FileWriter& addFile(const std::string& name, const std::string& head);
   std::string firstProblem(std::string (FileWriter::*action)());
 
   std::string directory_;

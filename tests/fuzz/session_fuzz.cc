@@ -56,13 +56,18 @@ std::string readFile(const std::string& path) {
 
 // ---- The input as a session ---------------------------------------------------------------------
 
-constexpr const char* kFiles[] = {recording::kMouseFile, recording::kKeyboardFile, recording::kRemoteFile};
+// All that a directory can have.
+std::vector<std::string> allFiles() {
+  std::vector<std::string> files = {recording::kMouseFile, recording::kKeyboardFile, recording::kRemoteFile};
+  for (std::size_t i = 0; i < recording::kMostFurtherNodes; ++i) files.push_back(recording::furtherNodeFile(i));
+  return files;
+}
 
-// The input is the content of a directory's three files, in which a form feed ends all but the last. An empty one does
-// not exist.
+// The input is the content of a directory's files, in which a form feed ends all but the last. An empty one does not
+// exist.
 void writeFolder(const std::string& folder, std::string text) {
   std::filesystem::create_directory(folder);
-  for (const char* file : kFiles) {
+  for (const std::string& file : allFiles()) {
     const std::size_t end = text.find('\f');
     const std::string content = text.substr(0, end);
     if (!content.empty()) writeFile(recording::pathIn(folder, file), content);
@@ -84,14 +89,15 @@ std::string writeInput(const Folder& folder, InputBytes& input) {
 
 // ---- Written again ------------------------------------------------------------------------------
 
-using AddDevice = FileWriter& (recording::SessionWriter::*)(const recording::DeviceDescription&);
-
-void writeDevice(recording::SessionWriter& writer, AddDevice add, const DeviceRecording& device) {
+recording::DeviceDescription descriptionOf(const DeviceRecording& device) {
   recording::DeviceDescription description;
   description.name = device.name;
   description.codes = device.codes;
-  FileWriter& file = (writer.*add)(description);
-  for (const recording::Record& record : device.records) file.write(record);
+  return description;
+}
+
+void writeRecords(FileWriter& file, const std::vector<recording::Record>& records) {
+  for (const recording::Record& record : records) file.write(record);
 }
 
 // The lines as a daemon's client gets them.
@@ -105,8 +111,12 @@ void writeRemote(recording::SessionWriter& writer, const std::vector<RemoteLine>
 
 void writeSession(const std::string& path, const Session& session) {
   recording::SessionWriter writer(path, "comment", recording::Access::kOwnerOnly);
-  if (session.mouse) writeDevice(writer, &recording::SessionWriter::addMouse, *session.mouse);
-  if (session.keyboard) writeDevice(writer, &recording::SessionWriter::addKeyboard, *session.keyboard);
+  if (session.mouse) writeRecords(writer.addMouse(descriptionOf(*session.mouse)), session.mouse->records);
+  if (session.keyboard) writeRecords(writer.addKeyboard(descriptionOf(*session.keyboard)), session.keyboard->records);
+  for (std::size_t i = 0; i < session.further.size(); ++i) {
+    const std::optional<DeviceRecording>& node = session.further[i];
+    if (node) writeRecords(writer.addFurtherNode(i, descriptionOf(*node)), node->records);
+  }
   if (session.remote) writeRemote(writer, *session.remote);
   writer.close();
 }
@@ -131,23 +141,15 @@ void checkWriting(const Folder& folder, const Session& session) {
   const Session again = recording::readSession(folder.path("first"));
   checkDevice(session.mouse, again.mouse);
   checkDevice(session.keyboard, again.keyboard);
+  for (std::size_t i = 0; i < session.further.size(); ++i) checkDevice(session.further[i], again.further[i]);
   writeSession(folder.path("second"), again);
-  for (const char* file : kFiles) {
+  for (const std::string& file : allFiles()) {
     require(readFile(folder.path("first") + "/" + file) == readFile(folder.path("second") + "/" + file),
             "what was read is written as it was");
   }
 }
 
 // ---- Played -------------------------------------------------------------------------------------
-
-recording::microseconds lengthOf(const Session& session) {
-  recording::microseconds length(0);
-  for (const auto* device : {&session.mouse, &session.keyboard}) {
-    if (*device) length = std::max(length, (*device)->records.back().time);
-  }
-  if (session.remote) length = std::max(length, session.remote->back().time);
-  return length;
-}
 
 // With a loop that polls, in a number of rounds that does not depend on the session's length, which can be a day. The
 // reader does not wait at all from the release timeout of a remote's key to the end of the repeat timeout, so that one
@@ -159,7 +161,7 @@ void checkPlaying(const Session& session) {
   tools::replay::ReplayOptions options;
   options.lircEnvironment = true;
   tools::replay::play(session, options);
-  options.pollTimeout = 1 + static_cast<int>(lengthOf(session) / std::chrono::milliseconds(kRounds));
+  options.pollTimeout = 1 + static_cast<int>(recording::lengthOf(session) / std::chrono::milliseconds(kRounds));
   tools::replay::play(session, options);
 }
 

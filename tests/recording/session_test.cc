@@ -26,11 +26,14 @@ constexpr char kThreeArrowKeys[] = "B: 01 00 00 00 00 00 00 00 00\nB: 01 00 00 0
 constexpr char kRecord[] = "E: 5.000000 0000 0000 0\n";
 constexpr char kLine[] = "5.000000 0 00 KEY_OK remote\n";
 
-// Which of the three a session has: "mouse keyboard remote".
+// What a session has: "mouse keyboard 1 2 remote", with the numbers of further nodes.
 std::string sources(const Session& session) {
   std::string text;
   if (session.mouse) text += "mouse ";
   if (session.keyboard) text += "keyboard ";
+  for (std::size_t i = 0; i < session.further.size(); ++i) {
+    if (session.further[i]) text += std::to_string(i + 1) + " ";
+  }
   if (session.remote) text += "remote ";
   return text;
 }
@@ -55,13 +58,37 @@ class SessionTest : public FolderTest {
 using SessionFolder = SessionTest;
 using SessionFile = SessionTest;
 
-TEST_F(SessionFolder, HasAnyOfTheThree) {
+TEST_F(SessionFolder, HasAnyOfItsFiles) {
   write("remote.lirc", kLine);
   EXPECT_EQ(sources(readSession(path())), "remote ");
   write("mouse.evemu", std::string(kRelativeAxes) + kRecord);
   EXPECT_EQ(sources(readSession(path())), "mouse remote ");
   write("keyboard.evemu", std::string(kArrowKeys) + kRecord);
   EXPECT_EQ(sources(readSession(path() + "/")), "mouse keyboard remote ");
+}
+
+TEST_F(SessionFolder, HasFurtherNodesThatNeedNotBeAdjacent) {
+  const std::string keys = std::string(kArrowKeys) + kRecord;
+  write("node-8.evemu", keys);
+  EXPECT_EQ(sources(readSession(path())), "8 ");
+  write("node-1.evemu", keys);
+  write("node-3.evemu", keys);
+  write("keyboard.evemu", keys);
+  EXPECT_EQ(sources(readSession(path())), "keyboard 1 3 8 ");
+}
+
+TEST_F(SessionFolder, RefusesOneFurtherNodeTooManyThatNobodyWouldPlay) {
+  write("keyboard.evemu", std::string(kArrowKeys) + kRecord);
+  const std::string ninth = write("node-9.evemu", "");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }),
+            ninth +
+                ": a session has at most 8 further nodes, node-1.evemu to node-8.evemu; give this one another name to "
+                "leave it out");
+}
+
+TEST_F(SessionFolder, NamesTheFurtherNodeThatIsBroken) {
+  const std::string file = write("node-2.evemu", "nonsense\n");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }).rfind(file + ":1: ", 0), 0U);
 }
 
 TEST_F(SessionFolder, CountsFromZero) {
@@ -77,10 +104,12 @@ TEST_F(SessionFolder, TakesADeviceForWhatItsFileIsCalled) {
   EXPECT_EQ(sources(readSession(path())), "mouse ");
 }
 
-TEST_F(SessionFolder, WithNoneOfTheThreeIsAnError) {
+TEST_F(SessionFolder, WithNoneOfThemIsAnError) {
   write("notes.txt", "");
   EXPECT_EQ(errorOf([&] { readSession(path()); }),
-            path() + ": the directory has none of mouse.evemu, keyboard.evemu and remote.lirc");
+            path() +
+                ": the directory has none of mouse.evemu, keyboard.evemu, remote.lirc and node-1.evemu to "
+                "node-8.evemu");
 }
 
 TEST_F(SessionFolder, NamesTheFileThatIsBroken) {

@@ -224,6 +224,17 @@ TEST_F(WriterTest, MakesAFileWithItsFirstRecord) {
   EXPECT_EQ(remote.count(), 1);
 }
 
+TEST_F(WriterTest, HasAFileForEachFurtherNode) {
+  DeviceDescription device;
+  device.name = "Nothing";
+  writer_.addFurtherNode(7, device).write(kRecord);
+  writer_.addFurtherNode(0, device).write({1us, EV_KEY, KEY_A, 1});
+  writer_.close();
+  EXPECT_EQ(content("node-8.evemu"), std::string(kEmptyHead) + kRecordLine);
+  EXPECT_EQ(content("node-1.evemu"), std::string(kEmptyHead) + "E: 0.000001 0001 001e 0001\n");
+  EXPECT_EQ(readSession(folder_).further[7]->records, std::vector<Record>{kRecord});
+}
+
 TEST_F(WriterTest, AppendsWithEachFlush) {
   FileWriter& file = addNothing();
   file.write(kRecord);

@@ -251,7 +251,7 @@ class Recorder {
     if (count == 0) {
       std::printf("  %s: nothing came, so there is no file\n", source.name);
     } else {
-      std::printf("  %-14s  %s\n", source.file->name(), counted(count, unit).c_str());
+      std::printf("  %-14s  %s\n", source.file->name().c_str(), counted(count, unit).c_str());
     }
     if (source.overflows != 0) {
       std::printf("  %s: the kernel's queue overflowed %s: records before each SYN_DROPPED are missing\n", source.name,

@@ -63,14 +63,6 @@ void scheduleLines(sim::Machine& machine, sim::LircDaemon& daemon, const std::ve
   });
 }
 
-microseconds lengthOf(const Session& session) {
-  microseconds length(0);
-  if (session.mouse) length = std::max(length, session.mouse->records.back().time);
-  if (session.keyboard) length = std::max(length, session.keyboard->records.back().time);
-  if (session.remote) length = std::max(length, session.remote->back().time);
-  return length;
-}
-
 // ---- The environment ----------------------------------------------------------------------------
 
 using Environment = std::map<std::string, std::string>;
