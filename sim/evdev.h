@@ -90,6 +90,9 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   void report(int type, int code, int value);
   void deliver(int type, int code, int value);
 
+  // What states() tells of a code from now on.
+  void setState(int type, int code, bool isOn) { lastValue_[{type, code}] = isOn ? 1 : 0; }
+
   void unplug();
 
   // EVIOCGRAB and the queries; the results are the ioctl's: a count or 0, or a negative errno. states() is EVIOCGKEY

@@ -56,6 +56,8 @@ void Node::move(int dx, int dy) {
 
 void Node::inject(int type, int code, int value) { state_->deliver(type, code, value); }
 
+void Node::setState(int type, int code, bool isOn) { state_->setState(type, code, isOn); }
+
 void Node::unplug() { state_->unplug(); }
 
 void Node::setGrabbedElsewhere(bool grabbed) { state_->grabbedElsewhere = grabbed; }

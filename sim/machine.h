@@ -91,6 +91,9 @@ class Node {
   // nothing of what is down, lit or on.
   void inject(int type, int code, int value);
 
+  // What is down, lit or on from now on, as EVIOCGKEY and the others tell it. No record says so.
+  void setState(int type, int code, bool isOn);
+
   // The device is gone: its path no longer opens, its descriptors give ENODEV, and what was queued is lost.
   void unplug();
 

@@ -400,6 +400,20 @@ TEST(Node, WhatIsInjectedIsNotDown) {
   EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({KEY_A}));
 }
 
+TEST(Node, AStateCanBeSetWithoutARecord) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  readRecords(fd);
+  node.setState(EV_KEY, KEY_A, false);
+  node.setState(EV_KEY, KEY_B, true);
+  node.setState(EV_LED, LED_NUML, true);
+  EXPECT_EQ(readRecords(fd), Lines());
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGKEY(96)), std::vector<int>({KEY_B}));
+  EXPECT_EQ(codesThatAreOn(fd, EVIOCGLED(2)), std::vector<int>({LED_NUML}));
+}
+
 TEST(Node, AStateTakesRecordsAwayThatAreNotReadableYet) {
   Machine machine;
   Node& node = machine.addNode("/dev/input/event0", Device::mouse());
