@@ -161,6 +161,8 @@ void checkPlaying(const Session& session) {
   tools::replay::ReplayOptions options;
   options.lircEnvironment = true;
   tools::replay::play(session, options);
+  const auto isThere = [](const std::optional<DeviceRecording>& node) { return node.has_value(); };
+  if (std::any_of(session.further.begin(), session.further.end(), isThere)) return;
   options.pollTimeout = 1 + static_cast<int>(recording::lengthOf(session) / std::chrono::milliseconds(kRounds));
   tools::replay::play(session, options);
 }

@@ -20,6 +20,14 @@ const std::string kDescription =
     "B: 01 00 00 00 00 00 00 00 00\n"
     "B: 01 00 00 00 00 80 16\n";
 
+constexpr char kMouseCapabilities[] =
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 00 00 00 00 00 00\n"
+    "B: 01 00 00 01\n"
+    "B: 02 03\n";
+
 std::string contentOf(const std::string& path) {
   std::ostringstream content;
   content << std::ifstream(path).rdbuf();
@@ -106,6 +114,70 @@ TEST(Replay, ReadsAReportThatIsLongerThanADrain) {
             std::vector<std::string>{"key down    Up              0"});
 }
 
+// They are asked between the keyboard and the mouse, in their order.
+TEST(Replay, PlaysFurtherNodesAsSourcesOfTheSameReader) {
+  const Folder folder;
+  const auto press = [](int code) { return record("0.010000", EV_KEY, code, 1) + record("0.010000", 0, 0, 0); };
+  folder.write("mouse.evemu", kMouseCapabilities + press(BTN_LEFT));
+  folder.write("node-8.evemu",
+               kDescription + press(KEY_LEFT) + record("0.020000", EV_KEY, KEY_LEFT, 0) + record("0.020000", 0, 0, 0));
+  folder.write("node-2.evemu", kDescription + press(KEY_LEFTSHIFT));
+  folder.write("keyboard.evemu", kDescription + press(KEY_UP));
+  EXPECT_EQ(replayed({folder.path("")}),
+            "  0.010  key down    Up              0\n"
+            "  0.010  key down    Shift           0    shift\n"
+            "  0.010  key down    Left            0    shift\n"
+            "  0.010  mouse down  left x1         0,0\n"
+            "  0.020  key up      Left            0    shift\n"
+            "5 events in 0.020 s: 4 keys, 0 moves, 1 button\n");
+}
+
+TEST(Replay, OfAFurtherNodeGivesWhatTheSameKeyboardGives) {
+  const std::string keyboard = contentOf(sample("desk") + "/keyboard.evemu");
+  const Folder alone;
+  alone.write("keyboard.evemu", keyboard);
+  const Folder further;
+  further.write("node-1.evemu", keyboard);
+  EXPECT_EQ(replayed({further.path("")}), replayed({alone.path("")}));
+  EXPECT_EQ(run({"replay", "--json", further.path("")}).out, run({"replay", "--json", alone.path("")}).out);
+}
+
+TEST(Replay, OfFurtherNodesNeedsALoopThatWaits) {
+  const Folder folder;
+  folder.write("node-3.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1));
+  const Result result = run({"replay", "--loop", "poll", folder.path("")});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "quarlo-input: " + folder.path("") +
+                            ": a loop that polls reads no further node, and there is node-3.evemu; play this session "
+                            "without --loop poll\n");
+}
+
+// What a recording says is down is down on the machine, too: nothing comes up that the recording holds.
+TEST(Replay, KeepsWhatIsHeldWhenRecordsAreLost) {
+  const Folder folder;
+  const std::string shift = record("0.000000", EV_KEY, KEY_LEFTSHIFT, 1) + record("0.000000", 0, 0, 0);
+  const std::string lost =
+      record("1.000000", EV_SYN, SYN_DROPPED, 0) + record("1.000000", EV_KEY, KEY_UP, 1) + record("1.000000", 0, 0, 0);
+  const std::string mended = record("1.000100", EV_KEY, KEY_UP, 0) + record("1.000100", 0, 0, 0);
+  EXPECT_EQ(
+      eventsOf(replayed({folder.write("keys.evemu", kDescription + shift + lost + mended)})),
+      (std::vector<std::string>{"key down    Shift           0    shift", "key down    Up              0    shift",
+                                "key up      Up              0    shift"}));
+}
+
+// A full queue of the machine's own: no key stays down that the recording releases.
+TEST(Replay, MendsWhatTheMachineItselfLoses) {
+  const Folder folder;
+  std::string report = record("0.000000", EV_KEY, KEY_LEFTSHIFT, 1) + record("0.000000", 0, 0, 0) +
+                       record("1.000000", EV_KEY, KEY_LEFTSHIFT, 0);
+  for (int i = 0; i < 100; ++i) report += record("1.000000", EV_MSC, MSC_SCAN, i);
+  report += record("1.000000", EV_KEY, KEY_DOWN, 1) + record("1.000000", EV_SYN, SYN_REPORT, 0);
+  EXPECT_EQ(eventsOf(replayed({folder.write("keys.evemu", kDescription + report)})),
+            (std::vector<std::string>{"key down    Shift           0    shift",
+                                      "key down    Down            0    shift", "key up      Shift           0"}));
+}
+
 TEST(Replay, LosesOfAReportThatIsTooLongWhatTheKernelWouldLose) {
   const Folder folder;
   std::string report;
@@ -143,14 +215,6 @@ TEST(Replay, ShowsTheRemotesLinesAndTheirTimingWhenAskedTo) {
                                                   "VERBOSE10 LIRC key repeat mode started.\n"
                                                   "VERBOSE10 LIRC key repeat mode stopped.\n");
 }
-
-constexpr char kMouseCapabilities[] =
-    "B: 01 00 00 00 00 00 00 00 00\n"
-    "B: 01 00 00 00 00 00 00 00 00\n"
-    "B: 01 00 00 00 00 00 00 00 00\n"
-    "B: 01 00 00 00 00 00 00 00 00\n"
-    "B: 01 00 00 01\n"
-    "B: 02 03\n";
 
 TEST(Replay, ShowsNothingOfAReportBeforeItsEnd) {
   const Folder folder;

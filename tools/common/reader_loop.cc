@@ -2,18 +2,25 @@
 
 #include <linux/input.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace quarlo::tools {
 
 ReaderLoop::ReaderLoop(LinuxInputReader& reader, PollTimeout timeout, Empty empty)
-    : reader_(reader), loop_(reader), timeout_(timeout), empty_(empty) {}
+    : reader_(reader), loop_(reader), sources_(loop_), timeout_(timeout), empty_(empty) {}
+
+int ReaderLoop::join(const std::string& path) {
+  sources_.join(further_.emplace_back());
+  return sources_.open(further_.back().source(), path.c_str()) ? 0 : errno;
+}
 
 void ReaderLoop::wait(int limitMs, int ownFd) {
   if (polls()) {
     timeoutMs_ = *timeout_;
   } else {
-    loop_.wait(limitMs, ownFd);
+    gone_ = loop_.gone();
+    loop_.wait(sources_.attend(limitMs), ownFd);
   }
 }
 

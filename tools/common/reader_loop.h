@@ -1,10 +1,13 @@
-// The loop of an application, as all commands that run the reader have it: that of input/input_loop.h, or the one that
-// does without it.
+// The loop of an application, as all commands that run the reader have it: that of input/input_loop.h, whose sources
+// are kept in step (input/input_sources.h), or the one that does without.
 #pragma once
 
+#include <list>
 #include <optional>
+#include <string>
 
 #include "input/input_loop.h"
+#include "input/input_sources.h"
 #include "tools/common/describe.h"
 
 namespace quarlo::tools {
@@ -21,6 +24,10 @@ class ReaderLoop {
   // REQUIRES: one that polls is not asked for lines, of which readInput() does not tell.
   ReaderLoop(LinuxInputReader& reader, PollTimeout timeout, Empty empty);
 
+  // Makes a further node a source: kFurther, kFurther + 1, ..., also if it cannot be opened. Returns the errno of
+  // InputSources::open(); 0: it is open. REQUIRES: it does not poll; there are less than kMostFurtherNodes
+  int join(const std::string& path);
+
   // Waits until there is something to take, for at most `limitMs` ms (-1: without a limit), until `ownFd` (-1: none) is
   // readable, until a source goes, or until a signal. One that polls waits in next() instead, by its timeout alone.
   void wait(int limitMs, int ownFd = -1);
@@ -31,8 +38,12 @@ class ReaderLoop {
   // Whether next() has more to do at once, although a round has ended. One that polls does not know.
   bool hasMore() const { return !polls() && loop_.timeoutMs() == 0; }
 
-  // The sources that are gone. One that polls does not know.
-  InputLoop::SourceSet gone() const { return loop_.gone(); }
+  // The sources that were gone before the last wait. What they held has come up in the round after it. One that polls
+  // does not know.
+  InputLoop::SourceSet gone() const { return gone_; }
+
+  // The nodes of which the last wait found that records were lost. One that polls does not know.
+  InputLoop::SourceSet lost() const { return sources_.lost(); }
 
   bool polls() const { return timeout_.has_value(); }
 
@@ -41,6 +52,9 @@ class ReaderLoop {
 
   LinuxInputReader& reader_;
   InputLoop loop_;
+  components::input::InputSources sources_;
+  std::list<components::input::InputSources::FurtherNode> further_;
+  InputLoop::SourceSet gone_ = 0;
   PollTimeout timeout_;
   Empty empty_;
   int timeoutMs_ = 0;  // of the next readInput()

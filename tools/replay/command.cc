@@ -6,16 +6,17 @@ namespace {
 constexpr char kHelp[] =
     R"(The records go through the real reader, on a simulated machine with a clock of
 its own: a replay gives the same events (with the same --loop and --timeout). A
-session is a directory with any of mouse.evemu and keyboard.evemu (as
-evemu-record writes them) and remote.lirc (lines of "<seconds>.<microseconds>
-<what lircd sent>"), or one such file.
+session is a directory with any of mouse.evemu, keyboard.evemu and, for further
+nodes, node-1.evemu to node-8.evemu (as evemu-record writes them) and
+remote.lirc (lines of "<seconds>.<microseconds> <what lircd sent>"), or one such
+file.
 
 Example: see someone use a remote
   quarlo-input replay --realtime sessions/sofa
 
 Exit status: 0 when all was played, or after Ctrl-C; 1 if the session cannot be
-used (the message names the file and the line) or the output was closed; 2 for
-wrong arguments.)";
+used (the message names the file and the line), has further nodes for --loop
+poll, or the output was closed; 2 for wrong arguments.)";
 
 }  // namespace
 

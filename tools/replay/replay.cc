@@ -1,5 +1,7 @@
 #include "tools/replay/replay.h"
 
+#include <linux/input-event-codes.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -9,11 +11,13 @@
 #include <map>
 #include <new>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "input/linux_input_reader.h"
 #include "input/linux_input_reader_limits.h"
+#include "recording/lines.h"
 #include "recording/session.h"
 #include "sim/machine.h"
 #include "tools/common/event_printer.h"
@@ -30,11 +34,6 @@ using recording::Record;
 using recording::RemoteLine;
 using recording::Session;
 
-// The paths on the simulated machine: no nodes that autodetection would find.
-constexpr char kMousePath[] = "mouse.evemu";
-constexpr char kKeyboardPath[] = "keyboard.evemu";
-constexpr char kLircPath[] = "remote.lirc";
-
 // How long a replay waits for the remote's key to be forgotten: timeouts from the environment can be days.
 constexpr std::chrono::seconds kLongestRelease{10};
 
@@ -43,12 +42,14 @@ constexpr std::chrono::milliseconds kLongestRealWait{100};
 
 // ---- Recordings into the machine ----------------------------------------------------------------
 
-// One record at a time is scheduled: each, when it happens, schedules the next. `start` is on the machine's clock.
+// One record at a time is scheduled: each, when it happens, schedules the next. `start` is on the machine's clock. A
+// machine that loses records itself is asked for what is down: what the recording says.
 void scheduleRecords(sim::Machine& machine, sim::Node& node, const std::vector<Record>& records, microseconds start,
                      std::size_t index = 0) {
   if (index == records.size()) return;
   const Record& record = records[index];
   machine.after(start + record.time - machine.now(), [&machine, &node, &records, &record, start, index] {
+    if (record.type == EV_KEY) node.setState(EV_KEY, record.code, record.value != 0);
     node.inject(record.type, record.code, record.value);
     scheduleRecords(machine, node, records, start, index + 1);
   });
@@ -61,6 +62,14 @@ void scheduleLines(sim::Machine& machine, sim::LircDaemon& daemon, const std::ve
     daemon.sendText(lines[index].text + "\n");
     scheduleLines(machine, daemon, lines, start, index + 1);
   });
+}
+
+// The file of the first further node; empty if there is none.
+std::string firstFurtherNode(const Session& session) {
+  for (std::size_t i = 0; i < session.further.size(); ++i) {
+    if (session.further[i]) return recording::furtherNodeFile(i);
+  }
+  return "";
 }
 
 // ---- The environment ----------------------------------------------------------------------------
@@ -111,7 +120,8 @@ class Player {
     for (const auto& [name, value] : environment) machine_.setEnvironment(name, value);
   }
 
-  // Returns false if the connection to the daemon was lost before the end.
+  // On the simulated machine, the paths are the names of the files: no nodes that autodetection would find. Returns
+  // false if the connection to the daemon was lost before the end.
   bool play() {
     setUp();
     while (!stopRequested() && playRound() && !connectionIsLost() && !hasEnded()) {
@@ -129,18 +139,21 @@ class Player {
   }
 
   void setUp() {
-    sim::Node* mouse = session_.mouse ? &addNode(kMousePath, *session_.mouse) : nullptr;
-    sim::Node* keyboard = session_.keyboard ? &addNode(kKeyboardPath, *session_.keyboard) : nullptr;
-    daemon_ = session_.remote ? &machine_.addLircDaemon(kLircPath) : nullptr;
+    const bool hasMouse = addNode(recording::kMouseFile, session_.mouse);
+    const bool hasKeyboard = addNode(recording::kKeyboardFile, session_.keyboard);
+    daemon_ = session_.remote ? &machine_.addLircDaemon(recording::kRemoteFile) : nullptr;
     machine_.setTracing(false);
     reader_.emplace();
-    reader_->init(mouse != nullptr ? kMousePath : nullptr, keyboard != nullptr ? kKeyboardPath : nullptr,
-                  daemon_ != nullptr ? kLircPath : nullptr, options_.maxX, options_.maxY);
+    reader_->init(hasMouse ? recording::kMouseFile : nullptr, hasKeyboard ? recording::kKeyboardFile : nullptr,
+                  daemon_ != nullptr ? recording::kRemoteFile : nullptr, options_.maxX, options_.maxY);
     loop_.emplace(*reader_, options_.pollTimeout, ReaderLoop::Empty::kKeys);
+    for (std::size_t i = 0; i < session_.further.size(); ++i) {
+      const std::string path = recording::furtherNodeFile(i);
+      if (addNode(path, session_.further[i])) loop_->join(path);
+    }
     start_ = machine_.now();
     pacer_ = Pacer();
-    if (mouse != nullptr) scheduleRecords(machine_, *mouse, session_.mouse->records, start_);
-    if (keyboard != nullptr) scheduleRecords(machine_, *keyboard, session_.keyboard->records, start_);
+    for (const auto& [node, records] : nodes_) scheduleRecords(machine_, *node, *records, start_);
     if (daemon_ != nullptr) scheduleLines(machine_, *daemon_, *session_.remote, start_);
     machine_.onWait([this](microseconds step) { keepPace(elapsed() + step); });
   }
@@ -175,8 +188,11 @@ class Player {
     pacer_.sleepUntil(until);
   }
 
-  sim::Node& addNode(const char* path, const DeviceRecording& device) {
-    return machine_.addNode(path, {device.name, device.codes});
+  // Returns whether there is a recording of it.
+  bool addNode(const std::string& path, const std::optional<DeviceRecording>& device) {
+    if (!device) return false;
+    nodes_.emplace_back(&machine_.addNode(path, {device->name, device->codes}), &device->records);
+    return true;
   }
 
   microseconds elapsed() const { return machine_.now() - start_; }
@@ -200,6 +216,7 @@ class Player {
   const ReplayOptions& options_;
   EventPrinter printer_{printOptions(options_)};
   sim::Machine machine_;
+  std::vector<std::pair<sim::Node*, const std::vector<Record>*>> nodes_;
   sim::LircDaemon* daemon_ = nullptr;
   std::optional<LinuxInputReader> reader_;
   std::optional<ReaderLoop> loop_;
@@ -219,6 +236,11 @@ int run(const ReplayOptions& options) {
   setVerbosity(options.verbosity);
   try {
     const Session session = recording::readSession(options.session);
+    const std::string further = firstFurtherNode(session);
+    if (options.pollTimeout && !further.empty()) {
+      return fail(options.session + ": a loop that polls reads no further node, and there is " + further +
+                  "; play this session without --loop poll");
+    }
     catchStopRequests();
     if (play(session, options)) return kDone;
     return fail(options.session +

@@ -16,7 +16,7 @@ struct ReplayOptions : ReaderOptions {
 
 // Plays a session that was read, and prints its events, until its end or until a stop is requested. Does not look at
 // `options.session`. Returns false if it ended early, because the remote's lines came too fast for the reader.
-// REQUIRES: no simulated machine exists.
+// REQUIRES: no simulated machine exists; a loop that polls plays no further nodes.
 bool play(const recording::Session& session, const ReplayOptions& options);
 
 // Returns the exit status.
