@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include "input/input_loop.h"
 #include "input/linux_input_reader_limits.h"
 #include "tests/fuzz/input_bytes.h"
 #include "tests/fuzz/rules.h"
@@ -26,6 +27,8 @@ using namespace tools;
 void checkSources(const SourcePaths& sources) {
   require(!sources.lirc || sources.lirc->size() <= components::input::kLongestLircPath,
           "a socket's path is not too long");
+  require(sources.further.size() <= components::input::InputLoop::kMostFurtherNodes,
+          "there are not too many further nodes");
 }
 
 void checkReader(const ReaderOptions& options) {
@@ -48,6 +51,7 @@ int check(const monitor::MonitorOptions& options) {
   checkSources(options);
   checkReader(options);
   require(options.count >= 0, "a count is not negative");
+  require(!options.pollTimeout || options.further.empty(), "a loop that polls has no further nodes");
   return 0;
 }
 

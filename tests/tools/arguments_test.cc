@@ -48,7 +48,7 @@ TEST(Arguments, AnOptionOfACommandStandsBehindIt) {
 }
 
 TEST(Arguments, ThatAreTooManySayWhatToDoInstead) {
-  const std::string byOption = ": name a node with --mouse or --keyboard, and a socket with --lirc";
+  const std::string byOption = ": name a node with --mouse, --keyboard or --also, and a socket with --lirc";
   EXPECT_EQ(usageError({"monitor", "/dev/input/event0"}),
             "quarlo-input: \"/dev/input/event0\" is one argument too many" + byOption + hint("monitor"));
   EXPECT_EQ(
@@ -134,6 +134,40 @@ TEST(Arguments, TimeoutIsANumberOfMilliseconds) {
   for (const std::string text : {"0", "-2", "2147484", "1.5", "x", "10ms", "99999999999"}) {
     EXPECT_EQ(complaintAbout("replay", "--timeout", text),
               "\"" + text + "\" is not a number of milliseconds: expected 1 to 2147483, such as 10");
+  }
+}
+
+TEST(Arguments, FurtherNodesAreEightAtMost) {
+  for (const std::string command : {"monitor", "record"}) {
+    Arguments arguments = {command};
+    for (int i = 1; i <= 9; ++i) arguments.insert(arguments.end(), {"--also", "/dev/input/event" + std::to_string(i)});
+    if (command == "record") arguments.insert(arguments.end(), {"-o", "x"});
+    EXPECT_EQ(usageError(arguments),
+              "quarlo-input: --also: \"/dev/input/event9\" is one node too many: leave it out, for there can be 8 "
+              "further ones" +
+                  hint(command));
+  }
+}
+
+TEST(Arguments, AFurtherNodeHasAPath) {
+  EXPECT_EQ(usageError({"monitor", "--also"}), "quarlo-input: --also needs a value: PATH" + hint("monitor"));
+  EXPECT_EQ(complaintAbout("monitor", "--also", ""), "the path is empty: expected that of an evdev node");
+}
+
+// Each is followed by one path alone.
+TEST(Arguments, OfAFurtherNodeIsOnePath) {
+  EXPECT_EQ(usageError({"monitor", "--also", "a", "b"}),
+            "quarlo-input: \"b\" is one argument too many: name a node with --mouse, --keyboard or --also, and a "
+            "socket with --lirc" +
+                hint("monitor"));
+}
+
+TEST(Arguments, FurtherNodesNeedALoopThatWaits) {
+  for (const Arguments& arguments : {Arguments{"monitor", "--also", "x", "--loop", "poll"},
+                                     {"monitor", "--loop", "poll", "--timeout", "5", "--also", "x"}}) {
+    EXPECT_EQ(usageError(arguments),
+              "quarlo-input: --also is for the loop that waits: leave out --loop poll, or the further nodes" +
+                  hint("monitor"));
   }
 }
 

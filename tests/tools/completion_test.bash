@@ -24,6 +24,8 @@ offers() {
 offers 'record replay' r
 offers '--version' --v
 offers '--mouse' monitor --m
+offers '--also' record --a
+offers 'sessions/sofa' monitor --also sessions/so
 offers '--realtime' replay --r
 offers 'sessions/sofa' replay --json sessions/so
 offers 'sessions/sofa' record -o sessions/so

@@ -211,6 +211,41 @@ TEST_F(MonitorTest, EndsWhenASourceIsGone) {
             (Events{"mouse move  1,0", "mouse down  left x1         1,0", "mouse up    left x1         1,0"}));
 }
 
+TEST_F(MonitorTest, NamesAFurtherNodeThatIsNone) {
+  node_.send({{EV_KEY, KEY_UP, 1}});
+  for (const std::string& path : {path_, std::string("/dev/null"), folder_.write("file", ""), folder_.path("")}) {
+    const Result result = run(keyboard({"--also", path}));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "quarlo-input: " + path + " is not an evdev node; `quarlo-input list` shows the nodes that exist\n");
+  }
+}
+
+TEST_F(MonitorTest, GoesOnWithoutAFurtherNodeThatCannotBeOpened) {
+  node_.send({{EV_KEY, KEY_UP, 1}});
+  const std::string one = folder_.path("o\x1bne");
+  const std::string two = folder_.path("two");
+  const Result result = run(keyboard({"--also", one, "--also", two, "--count", "1"}));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(linesOf(result.out).front(),
+            "Sources: mouse none, keyboard " + path_ + ", remote none, also " + folder_.path("o\\x1bne") + ", " + two);
+  EXPECT_NE(result.out.find("  node 1    not open: " + folder_.path("o\\x1bne") +
+                            ": No such file or directory\n"
+                            "            `quarlo-input list` shows the nodes that exist\n"
+                            "  node 2    not open: " +
+                            two + ": No such file or directory\n"),
+            std::string::npos)
+      << result.out;
+}
+
+TEST_F(MonitorTest, WithoutAnySourceFailsAlsoIfAFurtherOneIsNamed) {
+  const Result result =
+      run({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", "none", "--also", folder_.path("nothing")});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "quarlo-input: no source is open\n");
+}
+
 TEST_F(MonitorTest, EndsWhenASourceIsGoneWithALoopThatPollsToo) {
   Program program(keyboard(kPolling));
   node_.send({{EV_KEY, KEY_UP, 1}});

@@ -4,8 +4,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "sim/machine.h"
 
@@ -44,6 +48,96 @@ TEST(Node, ThatAnswersNothingIsDescribedAsEmpty) {
   EXPECT_TRUE(device.properties.empty());
   EXPECT_TRUE(device.ledsOn.empty());
   EXPECT_TRUE(device.switchesOn.empty());
+}
+
+// A descriptor of a simulated keyboard, and what is recorded of it.
+class HeldKeysTest : public testing::Test {
+ protected:
+  ~HeldKeysTest() override { close(fd_); }
+
+  // Reads what is there, and returns how many records that were.
+  int follow() {
+    input_event events[64];
+    const ssize_t size = read(fd_, events, sizeof events);
+    const int count = size > 0 ? static_cast<int>(size / static_cast<ssize_t>(sizeof(input_event))) : 0;
+    std::for_each(events, events + count, [&](const input_event& event) { held_.follow(event); });
+    return count;
+  }
+
+  // More than the queue holds, in which nothing is left but the last tap's release.
+  void lose() {
+    for (int i = 0; i < 32; ++i) {
+      keyboard_.press(KEY_UP);
+      keyboard_.release(KEY_UP);
+    }
+  }
+
+  // "30+ 42- 0" for KEY_A down, Left Shift up, and the end of the report.
+  static std::string text(const std::vector<recording::Record>& records) {
+    std::string text;
+    for (const recording::Record& record : records) {
+      EXPECT_EQ(record.time, 7s);
+      if (record.type == EV_KEY) {
+        text += std::to_string(record.code) + (record.value != 0 ? "+ " : "- ");
+      } else {
+        EXPECT_EQ(record.type, EV_SYN);
+        text += std::to_string(record.code);
+      }
+    }
+    return text;
+  }
+
+  sim::Machine machine_;
+  sim::Node& keyboard_ = machine_.addNode("/dev/input/event0", sim::Device::keyboard());
+  int fd_ = open("/dev/input/event0", O_RDONLY | O_NONBLOCK);
+  HeldKeys held_;
+};
+
+TEST_F(HeldKeysTest, AreMendedAfterALossFirstWhatHasComeUp) {
+  keyboard_.press(KEY_LEFTSHIFT);
+  keyboard_.press(KEY_LEFTCTRL);
+  follow();
+  keyboard_.release(KEY_LEFTSHIFT);
+  keyboard_.press(KEY_A);
+  lose();
+  EXPECT_GT(follow(), 0);
+  EXPECT_EQ(text(held_.mend(fd_, 7s)), "42- 30+ 0");
+  EXPECT_EQ(text(held_.mend(fd_, 7s)), "");
+  EXPECT_EQ(text(held_.release(7s)), "29- 30- 0");
+  EXPECT_EQ(text(held_.release(7s)), "");
+}
+
+TEST_F(HeldKeysTest, AreNotAskedForWithoutALoss) {
+  keyboard_.press(KEY_LEFTSHIFT);
+  follow();
+  keyboard_.release(KEY_LEFTSHIFT);
+  EXPECT_EQ(text(held_.mend(fd_, 7s)), "");
+  EXPECT_EQ(follow(), 2);
+  EXPECT_EQ(text(held_.release(7s)), "");
+}
+
+// The answer would take what has come since.
+TEST_F(HeldKeysTest, AreNotAskedForBeforeAllWasRead) {
+  keyboard_.press(KEY_LEFTSHIFT);
+  follow();
+  keyboard_.release(KEY_LEFTSHIFT);
+  lose();
+  follow();
+  keyboard_.press(KEY_B);
+  EXPECT_EQ(text(held_.mend(fd_, 7s)), "");
+  EXPECT_EQ(follow(), 2);
+  EXPECT_EQ(text(held_.mend(fd_, 7s)), "42- 0");
+}
+
+TEST_F(HeldKeysTest, OfANodeThatDoesNotAnswerStay) {
+  keyboard_.press(KEY_LEFTSHIFT);
+  follow();
+  keyboard_.release(KEY_LEFTSHIFT);
+  lose();
+  follow();
+  keyboard_.setIoctlError(EVIOCGKEY(0), EIO);
+  EXPECT_EQ(text(held_.mend(fd_, 7s)), "");
+  EXPECT_EQ(text(held_.release(7s)), "42- 0");
 }
 
 TEST(ToRecord, CountsTheTimeFromTheStart) {

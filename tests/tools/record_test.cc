@@ -244,6 +244,27 @@ TEST_F(RecordTest, RefusesWhatIsNoEvdevNode) {
   EXPECT_FALSE(hasSession());
 }
 
+TEST_F(RecordTest, RefusesAFurtherNodeThatIsNone) {
+  const Fifo fifo(folder_.path("fifo"));
+  for (const std::string& path : {folder_.path("fifo"), folder_.write("file", ""), std::string("/dev/null")}) {
+    const Result result = run(remote({"--also", path}));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "quarlo-input: " + path + " is not an evdev node; `quarlo-input list` shows the nodes that exist\n");
+  }
+  EXPECT_FALSE(hasSession());
+}
+
+TEST_F(RecordTest, GoesOnWithoutAFurtherNodeThatCannotBeOpened) {
+  const Result result = record(kVolume, {"--also", folder_.path("nothing")});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(linesOf(result.out).front(),
+            "Sources: mouse none, keyboard none, remote " + socket_ + ", also " + folder_.path("nothing"));
+  EXPECT_NE(result.out.find("  node 1    not open: " + folder_.path("nothing") + ": No such file or directory\n"),
+            std::string::npos)
+      << result.out;
+}
+
 TEST_F(RecordTest, GoesOnWithoutASourceThatCannotBeOpened) {
   Program program(sources(folder_.path("nothing"), "none", socket_));
   EXPECT_TRUE(program.waitFor(kStarted));

@@ -44,6 +44,20 @@ class ScreenPictureTest : public testing::Test {
                      {1919, 1079}};
 };
 
+TEST_F(ScreenPictureTest, HasARowMoreForEachFurtherNode) {
+  const Rows before = paint(model_, 60, 16).text();
+  std::vector<SourceReport> sources = model_.sources();
+  sources.push_back({"node 1", SourceState::kOpen, "/dev/input/event5  Remote", ""});
+  sources.push_back({"node 2", SourceState::kGone, "/dev/input/event6", ""});
+  model_ = ScreenModel(sources, {1919, 1079});
+  Rows rows = paint(model_, 60, 18).text();
+  EXPECT_EQ(rows[4], " node 1     open      /dev/input/event5  Remote");
+  EXPECT_EQ(rows[5], " node 2     gone      /dev/input/event6");
+  rows.erase(rows.begin() + 4, rows.begin() + 6);
+  EXPECT_EQ(rows, before);
+  EXPECT_EQ(paint(model_, 60, 17).text()[1], "It is 60x17 and must be 60x18.");
+}
+
 TEST_F(ScreenPictureTest, IsOneScreenOf80x24) {
   point(100, 100, MouseData::kLeft);
   point(1900, 1000, MouseData::kLeft);

@@ -13,6 +13,7 @@ namespace quarlo::tools {
 struct CommandLine::Declaration {
   CLI::App* app;
   std::string hintForArguments;
+  std::vector<std::function<void()>> checks;
 };
 
 namespace {
@@ -42,16 +43,20 @@ std::string wrapped(const std::string& text) {
 // "--output" of "-o,--output".
 std::string longName(const std::string& names) { return names.substr(names.rfind(',') + 1); }
 
-CLI::Option* addValue(CLI::App& app, const std::string& names, const std::string& type, const std::string& description,
-                      const CommandLine::Take& take) {
-  const auto takeOrName = [name = longName(names), take](const std::string& text) {
+// `take`, whose error names the option.
+CommandLine::Take takeOrName(const std::string& names, const CommandLine::Take& take) {
+  return [name = longName(names), take](const std::string& text) {
     try {
       take(text);
     } catch (const ArgumentError& error) {
       throw CLI::ValidationError(name, error.what());
     }
   };
-  return app.add_option_function<std::string>(names, takeOrName, wrapped(description))->type_name(type);
+}
+
+CLI::Option* addValue(CLI::App& app, const std::string& names, const std::string& type, const std::string& description,
+                      const CommandLine::Take& take) {
+  return app.add_option_function<std::string>(names, takeOrName(names, take), wrapped(description))->type_name(type);
 }
 
 // A flag takes no value: it is there or not, or counts how often it is there.
@@ -139,6 +144,18 @@ void CommandLine::addOption(const std::string& names, const std::string& type, c
   addValue(*declaration_.app, names, type, description, take);
 }
 
+void CommandLine::addRepeatableOption(const std::string& names, const std::string& type, const std::string& description,
+                                      const Take& take) {
+  const auto takeEach = [take = takeOrName(names, take)](const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) take(text);
+  };
+  declaration_.app->add_option_function<std::vector<std::string>>(names, takeEach, wrapped(description))
+      ->expected(1)
+      ->take_all()
+      ->allow_extra_args(false)
+      ->type_name(type);
+}
+
 void CommandLine::addRequiredOption(const std::string& names, const std::string& type, const std::string& description,
                                     const Take& take) {
   addValue(*declaration_.app, names, type, description, take)->required();
@@ -158,10 +175,11 @@ void CommandLine::exclude(const std::string& option, const std::string& other) {
 
 void CommandLine::setHintForArguments(const std::string& hint) { declaration_.hintForArguments = hint; }
 
-void CommandLine::setCheck(const std::function<void()>& check) {
-  declaration_.app->callback([check] {
+void CommandLine::addCheck(const std::function<void()>& check) {
+  declaration_.checks.push_back(check);
+  declaration_.app->callback([&checks = declaration_.checks] {
     try {
-      check();
+      for (const std::function<void()>& each : checks) each();
     } catch (const ArgumentError& error) {
       throw CLI::ValidationError(error.what());
     }

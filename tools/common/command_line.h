@@ -35,6 +35,9 @@ class CommandLine {
 
   // An option with a value, whose kind `type` names: "--size" with "WxH".
   void addOption(const std::string& names, const std::string& type, const std::string& description, const Take& take);
+  // The same, as often as one likes: each value is taken in its turn.
+  void addRepeatableOption(const std::string& names, const std::string& type, const std::string& description,
+                           const Take& take);
   void addRequiredOption(const std::string& names, const std::string& type, const std::string& description,
                          const Take& take);
 
@@ -48,8 +51,9 @@ class CommandLine {
   // What to do instead if there are too many arguments.
   void setHintForArguments(const std::string& hint);
 
-  // Called when everything was taken. Throws ArgumentError if it does not fit together.
-  void setCheck(const std::function<void()>& check);
+  // Called when everything was taken, after the checks that were added before. Throws ArgumentError if it does not fit
+  // together.
+  void addCheck(const std::function<void()>& check);
 
   // What --help says below the options, in lines of at most 80 characters.
   void setHelp(const std::string& text);

@@ -69,7 +69,7 @@ void addReaderOptions(CommandLine& line, ReaderOptions& options) {
                  "With --loop poll: how long each round may wait for input, in milliseconds; default: " +
                      std::to_string(kRoundTimeoutMs),
                  [=](const std::string& text) { loop->timeout = parseTimeout(text); });
-  line.setCheck([loop, &options] {
+  line.addCheck([loop, &options] {
     checkTimeout(loop->kind, loop->timeout.has_value());
     if (loop->kind == LoopKind::kPoll) options.pollTimeout = loop->timeout.value_or(kRoundTimeoutMs);
   });

@@ -1,13 +1,25 @@
 #include "tools/common/source_options.h"
 
+#include "input/input_loop.h"
 #include "input/linux_input_reader_limits.h"
 
 namespace quarlo::tools {
 namespace {
 
+constexpr std::size_t kMostFurther = components::input::InputLoop::kMostFurtherNodes;
+
 void parsePath(const std::string& text, SourcePath& source) {
   if (text.empty()) throw ArgumentError("the path is empty: expected a path, or \"none\"");
   source = text;
+}
+
+void parseFurther(const std::string& text, std::vector<std::string>& further) {
+  if (text.empty()) throw ArgumentError("the path is empty: expected that of an evdev node");
+  if (further.size() == kMostFurther) {
+    throw ArgumentError("\"" + text + "\" is one node too many: leave it out, for there can be " +
+                        std::to_string(kMostFurther) + " further ones");
+  }
+  further.push_back(text);
 }
 
 void parseLircPath(const std::string& text, SourcePath& source) {
@@ -28,7 +40,11 @@ void addSourceOptions(CommandLine& line, SourcePaths& sources) {
                  [&](const std::string& text) { parsePath(text, sources.keyboard); });
   line.addOption("--lirc", "PATH", "The LIRC daemon's socket, or \"none\"; default: searched for",
                  [&](const std::string& text) { parseLircPath(text, sources.lirc); });
-  line.setHintForArguments("name a node with --mouse or --keyboard, and a socket with --lirc");
+  line.addRepeatableOption(
+      "--also", "PATH",
+      "A further evdev node, such as a second keyboard; up to " + std::to_string(kMostFurther) + " times",
+      [&](const std::string& text) { parseFurther(text, sources.further); });
+  line.setHintForArguments("name a node with --mouse, --keyboard or --also, and a socket with --lirc");
 }
 
 }  // namespace quarlo::tools

@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -109,7 +110,14 @@ Obstacle whySocketIsNotOpen(const SourcePath& source) {
 
 std::string describeRequest(const SourcePath& source) { return source ? *source : "autodetected"; }
 
-SourceReport reportObstacle(const char* what, const Obstacle& obstacle) {
+// ", also /dev/input/event5, /dev/input/event6".
+std::string describeFurtherRequests(const std::vector<std::string>& paths) {
+  std::string text;
+  for (const std::string& path : paths) text += (text.empty() ? ", also " : ", ") + path;
+  return text;
+}
+
+SourceReport reportObstacle(const std::string& what, const Obstacle& obstacle) {
   return {what, SourceState::kNotOpen, obstacle.reason, obstacle.remedy};
 }
 
@@ -133,8 +141,8 @@ std::string describeReport(const SourceReport& report) {
   }
 }
 
-void printLine(std::FILE* stream, const char* what, const std::string& text) {
-  std::fprintf(stream, "  %-8s  %s\n", what, printable(text).c_str());
+void printLine(std::FILE* stream, const std::string& what, const std::string& text) {
+  std::fprintf(stream, "  %-8s  %s\n", what.c_str(), printable(text).c_str());
 }
 
 }  // namespace
@@ -143,7 +151,8 @@ bool isLeftOut(const SourcePath& source) { return source == kLeaveOut; }
 
 void printRequests(std::FILE* stream, const SourcePaths& paths) {
   const std::string requests = "mouse " + describeRequest(paths.mouse) + ", keyboard " +
-                               describeRequest(paths.keyboard) + ", remote " + describeRequest(paths.lirc);
+                               describeRequest(paths.keyboard) + ", remote " + describeRequest(paths.lirc) +
+                               describeFurtherRequests(paths.further);
   std::fprintf(stream, "Sources: %s\n", printable(requests).c_str());
   std::fflush(stream);
 }
@@ -151,6 +160,46 @@ void printRequests(std::FILE* stream, const SourcePaths& paths) {
 std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDescriptors& descriptors) {
   return {reportNode("mouse", paths.mouse, descriptors.mouse),
           reportNode("keyboard", paths.keyboard, descriptors.keyboard), reportSocket(paths.lirc, descriptors.lirc)};
+}
+
+SourceReport reportFurtherNode(const SourcePaths& paths, std::size_t index, int error) {
+  const std::string what = "node " + std::to_string(index + 1);
+  const std::string& path = paths.further[index];
+  if (error != 0) {
+    const Obstacle obstacle = whyNotOpened(path, error);
+    return {what, SourceState::kNotOpen, path + ": " + obstacle.reason, obstacle.remedy};
+  }
+  const int fd = openForReading(path);
+  SourceReport report = {what, SourceState::kOpen, describeNode(path, fd), ""};
+  close(fd);
+  return report;
+}
+
+std::string problemWithFurtherNodes(const SourcePaths& paths) {
+  for (const std::string& path : paths.further) {
+    const int fd = openForReading(path);
+    if (fd == -1) continue;
+    const bool isNode = isEvdevNode(fd);
+    close(fd);
+    if (!isNode) return whyNoNode(path);
+  }
+  return "";
+}
+
+std::string whySourceTwice(const std::string& path) {
+  return path +
+         " is a source already: name each node once, and the mouse and the keyboard with --mouse and --keyboard if "
+         "they "
+         "must not be searched for";
+}
+
+std::string whyNoNode(const std::string& path) {
+  return path + " is not an evdev node; `quarlo-input list` shows the nodes that exist";
+}
+
+bool anyIsOpen(const std::vector<SourceReport>& reports) {
+  return std::any_of(reports.begin(), reports.end(),
+                     [](const SourceReport& report) { return report.state == SourceState::kOpen; });
 }
 
 void printSources(std::FILE* stream, const std::vector<SourceReport>& reports) {

@@ -1,6 +1,8 @@
 // The sources that a subcommand reads from, as they were chosen, and a report of which are open and why one is not.
+// Further nodes are numbered from 1 for a person, as in a session, and from 0 as an index.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -17,7 +19,8 @@ constexpr char kLeaveOut[] = "none";
 struct SourcePaths {
   SourcePath mouse;
   SourcePath keyboard;
-  SourcePath lirc;  // REQUIRES: at most kLongestLircPath characters
+  SourcePath lirc;                   // REQUIRES: at most kLongestLircPath characters
+  std::vector<std::string> further;  // further nodes. REQUIRES: at most kMostFurtherNodes
 };
 
 // -1: not open.
@@ -31,7 +34,7 @@ enum class SourceState { kLeftOut, kNotOpen, kOpen, kGone };
 
 // Of one source. It holds what paths and devices say, as it is: escape it before it reaches a terminal.
 struct SourceReport {
-  const char* what;  // "mouse", "keyboard" or "remote"
+  std::string what;  // "mouse", "keyboard", "remote", "node 1", ...
   SourceState state = SourceState::kLeftOut;
   std::string text;    // which it is, or why it is not open
   std::string remedy;  // what to do if it is not open; empty if there is nothing
@@ -44,6 +47,20 @@ void printRequests(std::FILE* stream, const SourcePaths& paths);
 
 // Finds out what is open, and of what is not, why: the mouse, the keyboard, the remote.
 std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDescriptors& descriptors);
+
+// The same of the further node with this index, which is not open because of the errno `error`; 0: it is open.
+SourceReport reportFurtherNode(const SourcePaths& paths, std::size_t index, int error);
+
+// What is wrong with the paths of further nodes, as far as they can be opened; empty if nothing is.
+std::string problemWithFurtherNodes(const SourcePaths& paths);
+
+// What is wrong with a path to a node that is a source already.
+std::string whySourceTwice(const std::string& path);
+
+// What is wrong with a path that can be opened, and does not lead to an evdev node.
+std::string whyNoNode(const std::string& path);
+
+bool anyIsOpen(const std::vector<SourceReport>& reports);
 
 void printSources(std::FILE* stream, const std::vector<SourceReport>& reports);
 

@@ -20,15 +20,17 @@ how many keys were pressed, and when; arrows, OK and clicks, which type on an
 on-screen keyboard; the remote's lines, which -v writes to standard error.
 
 --tui shows the pointer in its bounds, what is held, the remote's timing and the
-last events on the whole terminal, of at least 60x16. Only Ctrl-C ends it.
+last events on the whole terminal, of at least 60x16, and a row more for each
+further node. Only Ctrl-C ends it.
 
-Example: watch one keyboard and nothing else
-  quarlo-input monitor --keyboard /dev/input/event3 --mouse none --lirc none
+Example: watch two keyboards and nothing else
+  quarlo-input monitor --keyboard /dev/input/event3 --also /dev/input/event4 \
+    --mouse none --lirc none
 
 Exit status: 0 after Ctrl-C or N events; 1 if no source could be opened, a path
-is neither an evdev node nor a FIFO, a source (with --tui: the last one) went
-away, or the output was closed or, for --tui, is not a terminal; 2 for wrong
-arguments.)";
+is neither an evdev node nor a FIFO, a further node is a FIFO or a source
+already, a source (with --tui: the last one) went away, or the output was closed
+or, for --tui, is not a terminal; 2 for wrong arguments.)";
 
 }  // namespace
 
@@ -44,6 +46,10 @@ void addOptions(CommandLine& line, MonitorOptions& options) {
                "There, show modifiers and editing keys, but not what is typed");
   line.addFlag("--tui", options.tui, "Show a screen that follows the devices, instead of lines");
   line.exclude("--tui", "--json");
+  line.addCheck([&options] {
+    if (!options.pollTimeout || options.further.empty()) return;
+    throw ArgumentError("--also is for the loop that waits: leave out --loop poll, or the further nodes");
+  });
   line.setHelp(kHelp);
 }
 

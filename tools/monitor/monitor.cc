@@ -7,9 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -42,12 +43,24 @@ const char* readerArgument(const SourcePath& source) {
 // ---- Opening ------------------------------------------------------------------------------------
 
 // The report of the sources says more than the reader's log, which comes with -v.
-bool openSources(const MonitorOptions& options, LinuxInputReader& reader) {
+void openSources(const MonitorOptions& options, LinuxInputReader& reader) {
   if (options.verbosity == 0) silenceReader();
-  const bool open = reader.init(readerArgument(options.mouse), readerArgument(options.keyboard),
-                                readerArgument(options.lirc), options.maxX, options.maxY);
+  reader.init(readerArgument(options.mouse), readerArgument(options.keyboard), readerArgument(options.lirc),
+              options.maxX, options.maxY);
   setVerbosity(options.verbosity);
-  return open;
+}
+
+// Opens the further nodes, and adds what can be said of them. Returns what is wrong; empty if the program can go on.
+std::string joinFurtherNodes(const MonitorOptions& options, ReaderLoop& loop, std::vector<SourceReport>& reports) {
+  if (options.verbosity == 0) silenceReader();
+  std::string problem;
+  for (std::size_t i = 0; i < options.further.size() && problem.empty(); ++i) {
+    const int error = loop.join(options.further[i]);
+    if (error == EEXIST) problem = whySourceTwice(options.further[i]);
+    reports.push_back(reportFurtherNode(options, i, error));
+  }
+  setVerbosity(options.verbosity);
+  return problem;
 }
 
 // A FIFO is not opened, for what writes to it would take that for its reader.
@@ -71,16 +84,32 @@ std::string problemWith(const SourcePath& source) {
 
 // ---- The loop -----------------------------------------------------------------------------------
 
-// Of the mouse, the keyboard and the remote.
-constexpr std::size_t kSources = 3;
+using SourceSet = InputLoop::SourceSet;
 
-constexpr const char* kGoneMessages[kSources] = {
-    "the mouse is gone: it was unplugged, or what wrote to it has ended",
-    "the keyboard is gone: it was unplugged, or what wrote to it has ended",
-    "the LIRC daemon has closed the connection: start it again, then this",
-};
+// Which source a report is about: the mouse, the keyboard, the remote, further nodes.
+InputLoop::Source sourceOf(std::size_t report) {
+  constexpr InputLoop::Source kFirst[] = {InputLoop::kMouse, InputLoop::kKeyboard, InputLoop::kRemote};
+  static_assert(std::size(kFirst) == InputLoop::kFurther);
+  return report < std::size(kFirst) ? kFirst[report] : static_cast<InputLoop::Source>(report);
+}
 
-using Gone = std::array<bool, kSources>;
+bool isIn(SourceSet set, std::size_t report) { return (set >> sourceOf(report) & 1) != 0; }
+
+SourceSet setOf(InputLoop::Source source, bool isIn) { return isIn ? SourceSet{1} << source : 0; }
+
+// "the mouse", or the path of a further node.
+std::string nameOf(const MonitorOptions& options, const std::vector<SourceReport>& reports, std::size_t report) {
+  if (report < InputLoop::kFurther) return "the " + reports[report].what;
+  return options.further[report - InputLoop::kFurther];
+}
+
+std::string goneMessage(const MonitorOptions& options, const std::vector<SourceReport>& reports, std::size_t report) {
+  if (sourceOf(report) == InputLoop::kRemote)
+    return "the LIRC daemon has closed the connection: start it again, then this";
+  const bool canBeFifo = report < InputLoop::kFurther;
+  return nameOf(options, reports, report) + " is gone: it was unplugged" +
+         (canBeFifo ? ", or what wrote to it has ended" : "");
+}
 
 bool nodeHasGone(int fd) {
   if (fd == -1) return false;
@@ -95,10 +124,20 @@ bool daemonHasGone(int fd) {
 }
 
 // Where the loop polls, nobody tells: the reader goes on with the others, without waiting any more.
-Gone goneSources(const ReaderLoop& loop, const LinuxInputReader& reader) {
-  if (loop.polls()) return {nodeHasGone(reader.mouseFd), nodeHasGone(reader.keyboardFd), daemonHasGone(reader.lircFd)};
-  const auto isGone = [&](InputLoop::Source source) { return (loop.gone() >> source & 1) != 0; };
-  return {isGone(InputLoop::kMouse), isGone(InputLoop::kKeyboard), isGone(InputLoop::kRemote)};
+SourceSet goneSources(const ReaderLoop& loop, const LinuxInputReader& reader) {
+  if (!loop.polls()) return loop.gone();
+  return setOf(InputLoop::kMouse, nodeHasGone(reader.mouseFd)) |
+         setOf(InputLoop::kKeyboard, nodeHasGone(reader.keyboardFd)) |
+         setOf(InputLoop::kRemote, daemonHasGone(reader.lircFd));
+}
+
+void sayWhatWasLost(const MonitorOptions& options, const std::vector<SourceReport>& reports, SourceSet lost) {
+  for (std::size_t i = 0; i < reports.size(); ++i) {
+    if (!isIn(lost, i)) continue;
+    complain("records of " + nameOf(options, reports, i) +
+             " were lost, for they came faster than they were read: of its keys and buttons, what is up and down now "
+             "counts");
+  }
 }
 
 // One descriptor for several: it is readable when one of them is.
@@ -146,8 +185,8 @@ class View {
   virtual int longestWaitMs(microseconds time) const = 0;
   virtual int descriptor() const = 0;
 
-  // Called after each round, with the sources that are gone. Returns why it cannot go on; null if it can.
-  virtual const char* endRound(microseconds time, const Gone& gone) = 0;
+  // Called after each round, with the sources that are gone. Returns why it cannot go on; empty if it can.
+  virtual std::string endRound(microseconds time, SourceSet gone) = 0;
 
   // Called at the end.
   virtual void finish(microseconds time) = 0;
@@ -173,19 +212,20 @@ bool showRound(ReaderLoop& loop, View& view, Clock::time_point start) {
 }
 
 // Returns the exit status.
-int showEvents(const MonitorOptions& options, LinuxInputReader& reader, View& view) {
+int showEvents(const MonitorOptions& options, const std::vector<SourceReport>& reports, const LinuxInputReader& reader,
+               ReaderLoop& loop, View& view) {
   const Clock::time_point start = Clock::now();
-  ReaderLoop loop(reader, pollTimeout(options), ReaderLoop::Empty::kKeys);
   AnyDescriptor wakeUp(stopDescriptor());
-  const char* ended = nullptr;
-  for (bool goOn = true; goOn && !stopRequested() && ended == nullptr && std::ferror(stdout) == 0;) {
+  std::string ended;
+  for (bool goOn = true; goOn && !stopRequested() && ended.empty() && std::ferror(stdout) == 0;) {
     wakeUp.setOther(view.descriptor());
     loop.wait(view.longestWaitMs(since(start)), wakeUp.get());
+    sayWhatWasLost(options, reports, loop.lost());
     goOn = showRound(loop, view, start);
     if (goOn) ended = view.endRound(since(start), goneSources(loop, reader));
   }
   view.finish(since(start));
-  return ended == nullptr ? kDone : fail(ended);
+  return ended.empty() ? kDone : fail(ended);
 }
 
 // ---- Lines --------------------------------------------------------------------------------------
@@ -215,7 +255,8 @@ const char* whatIsHidden(Mask mask) {
 // Ends when a source is gone.
 class Lines : public View {
  public:
-  explicit Lines(const PrintOptions& options) : printer_(options) {}
+  Lines(const MonitorOptions& options, const std::vector<SourceReport>& reports)
+      : options_(options), reports_(reports), printer_(printOptions(options)) {}
 
   bool show(microseconds time, const InputEvent& event) override { return printer_.print(time, event); }
 
@@ -223,18 +264,20 @@ class Lines : public View {
 
   int descriptor() const override { return typing_.descriptor(); }
 
-  const char* endRound(microseconds /*time*/, const Gone& gone) override {
+  std::string endRound(microseconds /*time*/, SourceSet gone) override {
     std::fflush(stdout);
     typing_.discard();
-    for (std::size_t i = 0; i < kSources; ++i) {
-      if (gone[i]) return kGoneMessages[i];
+    for (std::size_t i = 0; i < reports_.size(); ++i) {
+      if (isIn(gone, i)) return goneMessage(options_, reports_, i);
     }
-    return nullptr;
+    return "";
   }
 
   void finish(microseconds time) override { printer_.printSummary(time); }
 
  private:
+  const MonitorOptions& options_;
+  const std::vector<SourceReport>& reports_;
   HiddenTyping typing_;
   EventPrinter printer_;
 };
@@ -270,12 +313,12 @@ class FullScreen : public View {
 
   int descriptor() const override { return -1; }
 
-  const char* endRound(microseconds time, const Gone& gone) override {
+  std::string endRound(microseconds time, SourceSet gone) override {
     takeLog();
     model_.look(time, reader_);
     takeOverGone(gone);
     draw(time);
-    return anyIsLeft() ? nullptr : "no source is left: each is gone";
+    return anyIsOpen(model_.sources()) ? "" : "no source is left: each is gone";
   }
 
   void finish(microseconds time) override {
@@ -289,22 +332,14 @@ class FullScreen : public View {
   }
 
   // Where the loop polls, the reader does not wait any more from then on, and would log an error in each round.
-  void takeOverGone(const Gone& gone) {
+  void takeOverGone(SourceSet gone) {
     constexpr int kPauseMs = 10;
-    bool anyIsGone = false;
-    for (std::size_t i = 0; i < kSources; ++i) {
-      if (gone[i]) model_.setGone(i);
-      anyIsGone = anyIsGone || gone[i];
+    for (std::size_t i = 0; i < model_.sources().size(); ++i) {
+      if (isIn(gone, i)) model_.setGone(i);
     }
-    if (!anyIsGone || !options_.pollTimeout) return;
+    if (gone == 0 || !options_.pollTimeout) return;
     silenceReader();
     poll(nullptr, 0, kPauseMs);
-  }
-
-  bool anyIsLeft() const {
-    const std::vector<SourceReport>& sources = model_.sources();
-    return std::any_of(sources.begin(), sources.end(),
-                       [](const SourceReport& source) { return source.state == SourceState::kOpen; });
   }
 
   // Not after each round, unless the next one may last longer than a frame: then it would not be drawn for as long.
@@ -327,7 +362,7 @@ class FullScreen : public View {
 std::unique_ptr<View> openView(const MonitorOptions& options, const std::vector<SourceReport>& reports,
                                const LinuxInputReader& reader) {
   if (options.tui) return std::make_unique<FullScreen>(options, reports, reader);
-  return std::make_unique<Lines>(printOptions(options));
+  return std::make_unique<Lines>(options, reports);
 }
 
 }  // namespace
@@ -344,19 +379,23 @@ int run(const MonitorOptions& options) {
   std::FILE* status = options.json ? stderr : stdout;
 
   printRequests(status, options);
-  for (const std::string& problem : {problemWith(options.mouse), problemWith(options.keyboard)}) {
+  for (const std::string& problem :
+       {problemWith(options.mouse), problemWith(options.keyboard), problemWithFurtherNodes(options)}) {
     if (!problem.empty()) return fail(problem);
   }
   LinuxInputReader reader;
-  const bool open = openSources(options, reader);
-  const std::vector<SourceReport> reports = reportSources(options, {reader.mouseFd, reader.keyboardFd, reader.lircFd});
+  openSources(options, reader);
+  ReaderLoop loop(reader, pollTimeout(options), ReaderLoop::Empty::kKeys);
+  std::vector<SourceReport> reports = reportSources(options, {reader.mouseFd, reader.keyboardFd, reader.lircFd});
+  const std::string problem = joinFurtherNodes(options, loop, reports);
+  if (!problem.empty()) return fail(problem);
   printSources(status, reports);
-  if (!open) return fail("no source is open");
+  if (!anyIsOpen(reports)) return fail("no source is open");
 
   if (const char* hidden = whatIsHidden(mask)) std::fprintf(status, "%s\n", hidden);
   if (options.count == 0) std::fprintf(status, "Ctrl-C ends.\n");
   std::fflush(status);
-  return showEvents(options, reader, *openView(options, reports, reader));
+  return showEvents(options, reports, reader, loop, *openView(options, reports, reader));
 }
 
 }  // namespace quarlo::tools::monitor

@@ -14,6 +14,7 @@ using msg::KeyInput;
 using MouseData = InputEvent::MouseData;
 
 constexpr int kMargin = 1;  // left and right
+constexpr int kUsualSources = 3;
 
 // ---- Layout -------------------------------------------------------------------------------------
 
@@ -31,7 +32,6 @@ struct Layout {
   int footRow;
 };
 
-constexpr int kSourceRows = 3;
 constexpr int kPanelRows = 8;
 constexpr int kSpaciousPanelRows = kPanelRows + 2;
 constexpr int kLeastPanelColumns = 37;
@@ -55,17 +55,22 @@ BoxSize boxFor(Point largest, int columns, int rows) {
   return {columns, std::max(static_cast<int>(std::lround(innerColumns / columnsPerRow)), 1) + kBorder};
 }
 
-Layout layoutFor(Point largest, int columns, int rows) {
-  const int gaps = rows >= 20 ? 1 : 0;  // blank rows between the parts
-  const int usable = rows - 1 - gaps - kSourceRows - gaps - gaps - 1;
+int sourceRows(const ScreenModel& model) { return std::max(static_cast<int>(model.sources().size()), kUsualSources); }
+
+// Each further node takes one more.
+int leastRows(const ScreenModel& model) { return kLeastRows + sourceRows(model) - kUsualSources; }
+
+Layout layoutFor(const ScreenModel& model, int columns, int rows) {
+  const int gaps = rows >= leastRows(model) + 4 ? 1 : 0;  // blank rows between the parts
+  const int usable = rows - 1 - gaps - sourceRows(model) - gaps - gaps - 1;
   const int middleRows = std::max(usable * 2 / 3, kPanelRows);
   const int boxRoom = columns - kMargin - kGap - kLeastPanelColumns - kMargin;
-  const BoxSize box = boxFor(largest, boxRoom, middleRows);
+  const BoxSize box = boxFor(model.largest(), boxRoom, middleRows);
 
   Layout layout = {};
   layout.columns = columns;
   layout.sourcesRow = 1 + gaps;
-  layout.boxRow = layout.sourcesRow + kSourceRows + gaps;
+  layout.boxRow = layout.sourcesRow + sourceRows(model) + gaps;
   layout.boxColumns = box.columns;
   layout.boxRows = box.rows;
   layout.panelColumn = kMargin + box.columns + kGap;
@@ -341,9 +346,9 @@ void paintFoot(Picture& picture, const Layout& layout) {
   writeAtRight(picture, layout.footRow, "remote: | key-down  - held  = repeating", Style::kFaint);
 }
 
-void paintThatItIsTooSmall(Picture& picture) {
+void paintThatItIsTooSmall(Picture& picture, const ScreenModel& model) {
   const std::string is = std::to_string(picture.columns()) + "x" + std::to_string(picture.rows());
-  const std::string needed = std::to_string(kLeastColumns) + "x" + std::to_string(kLeastRows);
+  const std::string needed = std::to_string(kLeastColumns) + "x" + std::to_string(leastRows(model));
   picture.write(0, 0, "The terminal is too small.");
   picture.write(0, 1, "It is " + is + " and must be " + needed + ".");
   picture.write(0, 2, "Enlarge it, or end with Ctrl-C.");
@@ -386,11 +391,11 @@ std::vector<std::string> Picture::text() const {
 
 Picture paint(const ScreenModel& model, int columns, int rows) {
   Picture picture(columns, rows);
-  if (columns < kLeastColumns || rows < kLeastRows) {
-    paintThatItIsTooSmall(picture);
+  if (columns < kLeastColumns || rows < leastRows(model)) {
+    paintThatItIsTooSmall(picture, model);
     return picture;
   }
-  const Layout layout = layoutFor(model.largest(), columns, rows);
+  const Layout layout = layoutFor(model, columns, rows);
   paintHeading(picture, model);
   paintSources(picture, model, layout);
   paintBorder(picture, model, layout);

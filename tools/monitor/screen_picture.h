@@ -10,7 +10,7 @@ namespace quarlo::tools::monitor {
 
 // The minimum size of a picture; a smaller screen shows a message.
 constexpr int kLeastColumns = 60;
-constexpr int kLeastRows = 16;
+constexpr int kLeastRows = 16;  // with the mouse, the keyboard and the remote alone
 
 enum class Style {
   kPlain,

@@ -14,8 +14,13 @@ constexpr char kHelp[] =
 not, and what to do about it. Then records until Ctrl-C; other programs get the
 input as well. What came is in the files at once, and stays there when the disk
 gets full, a device is unplugged, or the daemon ends. A source that sent nothing
-has no file. While it runs in the foreground, what is typed at its terminal does
-not show, and reaches no shell.
+has no file; those of further nodes are node-1.evemu and so on, in the order of
+--also. While it runs in the foreground, what is typed at its terminal does not
+show, and reaches no shell.
+
+When records of a node were lost, the difference to the keys that are down then
+is recorded as if the node had sent it; when a node is gone, what it held comes
+up. So a replay gives what an application gets that uses InputSources.
 
 Only keys and remote buttons that are known not to type are recorded as they
 are. All others, modifiers and editing keys are recorded as A, those of a remote
@@ -27,8 +32,9 @@ Example: record for ten seconds what a remote sends, and play it
     quarlo-input replay sofa
 
 Exit status: 0 after Ctrl-C or the duration; 1 if SESSION exists, no source
-could be opened, a path is not an evdev node, nothing came, no source was left,
-or not all could be written; 2 for wrong arguments.)";
+could be opened, a path is not an evdev node, a further node is a source
+already, nothing came, no source was left, or not all could be written; 2 for
+wrong arguments.)";
 
 void parseSession(const std::string& text, RecordOptions& options) {
   if (text.empty()) throw ArgumentError("the name is empty: expected a directory to make, such as evening");

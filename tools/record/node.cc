@@ -1,5 +1,6 @@
 #include "tools/record/node.h"
 
+#include <poll.h>
 #include <sys/ioctl.h>
 
 #include <chrono>
@@ -12,6 +13,7 @@ namespace quarlo::tools::record {
 namespace {
 
 using recording::DeviceDescription;
+using recording::Record;
 
 constexpr int kMaxCodes = KEY_CNT;  // those of EV_KEY
 
@@ -46,6 +48,38 @@ DeviceDescription::Axis axisOf(int fd, int code) {
 }
 
 }  // namespace
+
+void HeldKeys::follow(const input_event& record) {
+  if (record.type == EV_SYN && record.code == SYN_DROPPED) isBehind_ = true;
+  if (record.type == EV_KEY) down_.set(record.code, record.value != 0);
+}
+
+// The kernel drops what it has of keys when it answers, so it is not asked before all was read.
+std::vector<Record> HeldKeys::mend(int fd, recording::microseconds time) {
+  pollfd unread = {fd, POLLIN, 0};
+  Bits bits = {};
+  if (!isBehind_ || poll(&unread, 1, 0) != 0 || ioctl(fd, EVIOCGKEY(sizeof bits), bits) == -1) return {};
+  Keys down;
+  for (const int code : setBits(bits)) down.set(static_cast<std::size_t>(code));
+  isBehind_ = false;
+  return changeTo(down, time);
+}
+
+std::vector<Record> HeldKeys::release(recording::microseconds time) { return changeTo({}, time); }
+
+std::vector<Record> HeldKeys::changeTo(const Keys& down, recording::microseconds time) {
+  std::vector<Record> report;
+  const auto add = [&](const Keys& changed, int value) {
+    for (std::size_t code = 0; code < changed.size(); ++code) {
+      if (changed[code]) report.push_back({time, EV_KEY, static_cast<std::uint16_t>(code), value});
+    }
+  };
+  add(down_ & ~down, 0);
+  add(down & ~down_, 1);
+  if (!report.empty()) report.push_back({time, EV_SYN, SYN_REPORT, 0});
+  down_ = down;
+  return report;
+}
 
 DeviceDescription describeNode(int fd) {
   DeviceDescription device;

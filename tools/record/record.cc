@@ -2,16 +2,20 @@
 
 #include <linux/input.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <list>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "input/linux_input_reader.h"
 #include "input/linux_input_reader_limits.h"
@@ -45,7 +49,8 @@ enum class Report { kEmpty, kLeftOut, kShown };
 
 // A source, and the file that it is recorded to.
 struct Source {
-  explicit Source(const char* what) : name(what) {}
+  // `name` is as in the report of the sources; `withArticle` is for sentences.
+  Source(std::string what, std::string withArticle) : name(std::move(what)), title(std::move(withArticle)) {}
   ~Source() { close(); }
   Source(const Source&) = delete;
   Source& operator=(const Source&) = delete;
@@ -57,21 +62,40 @@ struct Source {
     fd = -1;
   }
 
-  const char* name;
+  std::string name;
+  std::string title;
   int fd = -1;
   FileWriter* file = nullptr;  // null: it was never open
   long overflows = 0;          // of the kernel's queue
   Report report = Report::kEmpty;
+  HeldKeys held;
 };
 
 struct Sources {
-  std::array<Source*, 3> all() { return {&mouse, &keyboard, &remote}; }
+  // The nodes: the keyboard, further ones as they were named, the mouse.
+  std::vector<Source*> nodes() {
+    std::vector<Source*> all = {&keyboard};
+    for (Source& node : further) all.push_back(&node);
+    all.push_back(&mouse);
+    return all;
+  }
 
-  bool anyIsOpen() const { return mouse.isOpen() || keyboard.isOpen() || remote.isOpen(); }
+  // In the order of their reports.
+  std::vector<Source*> all() {
+    std::vector<Source*> all = {&mouse, &keyboard, &remote};
+    for (Source& node : further) all.push_back(&node);
+    return all;
+  }
 
-  Source mouse{"mouse"};
-  Source keyboard{"keyboard"};
-  Source remote{"remote"};
+  bool anyIsOpen() {
+    const std::vector<Source*> sources = all();
+    return std::any_of(sources.begin(), sources.end(), [](const Source* source) { return source->isOpen(); });
+  }
+
+  Source mouse{"mouse", "the mouse"};
+  Source keyboard{"keyboard", "the keyboard"};
+  Source remote{"remote", "the remote"};
+  std::list<Source> further;
 };
 
 int openNode(LinuxInputReader& reader, const SourcePath& path, bool mouse) {
@@ -100,9 +124,32 @@ void openSources(const SourcePaths& paths, Sources& sources) {
 // Makes an open node ready for recording. Returns what is wrong with it; empty if nothing is.
 std::string prepareNode(const SourcePath& path, const Source& node) {
   if (!node.isOpen()) return "";
-  const std::string name = path ? *path : std::string("the ") + node.name;
-  if (!isEvdevNode(node.fd)) return name + " is not an evdev node; `quarlo-input list` shows the nodes that exist";
+  const std::string name = path ? *path : node.title;
+  if (!isEvdevNode(node.fd)) return whyNoNode(name);
   if (!setMonotonicClock(node.fd)) return name + ": the clock of its records cannot be set: " + std::strerror(errno);
+  return "";
+}
+
+bool isSameNode(const Source& a, const Source& b) {
+  struct stat statusOfA;
+  struct stat statusOfB;
+  return fstat(a.fd, &statusOfA) == 0 && fstat(b.fd, &statusOfB) == 0 && statusOfA.st_rdev == statusOfB.st_rdev;
+}
+
+// Opens the further nodes, and adds what can be said of them. Returns what is wrong; empty if the program can go on.
+std::string openFurtherNodes(const SourcePaths& paths, Sources& sources, std::vector<SourceReport>& reports) {
+  for (std::size_t i = 0; i < paths.further.size(); ++i) {
+    const std::string& path = paths.further[i];
+    const std::vector<Source*> others = sources.nodes();
+    Source& node = sources.further.emplace_back("", path);
+    node.fd = openForReading(path);
+    reports.push_back(reportFurtherNode(paths, i, node.isOpen() ? 0 : errno));
+    node.name = reports.back().what;
+    if (std::any_of(others.begin(), others.end(), [&](const Source* other) { return isSameNode(*other, node); }))
+      return whySourceTwice(path);
+    std::string problem = prepareNode(path, node);
+    if (!problem.empty()) return problem;
+  }
   return "";
 }
 
@@ -115,6 +162,11 @@ class Recorder {
     if (sources.mouse.isOpen()) sources.mouse.file = &writer.addMouse(description(sources.mouse));
     if (sources.keyboard.isOpen()) sources.keyboard.file = &writer.addKeyboard(description(sources.keyboard));
     if (sources.remote.isOpen()) sources.remote.file = &writer.addRemote();
+    std::size_t index = 0;
+    for (Source& node : sources.further) {
+      if (node.isOpen()) node.file = &writer.addFurtherNode(index, description(node));
+      ++index;
+    }
   }
 
   // Returns the exit status.
@@ -152,16 +204,18 @@ class Recorder {
 
   // Waits for at most `timeoutMs` (-1: without a limit, but for a signal), and records what is there.
   void recordRound(int timeoutMs) {
-    std::array<pollfd, 4> looks = {{{sources_.mouse.fd, POLLIN, 0},
-                                    {sources_.keyboard.fd, POLLIN, 0},
-                                    {sources_.remote.fd, POLLIN, 0},
-                                    {typing_.descriptor(), POLLIN, 0}}};
+    const std::vector<Source*> nodes = sources_.nodes();
+    std::vector<pollfd> looks;
+    for (const Source* node : nodes) looks.push_back({node->fd, POLLIN, 0});
+    looks.push_back({sources_.remote.fd, POLLIN, 0});
+    looks.push_back({typing_.descriptor(), POLLIN, 0});
     const int ready = poll(looks.data(), looks.size(), typing_.limited(timeoutMs));
     typing_.discard();
     if (ready < 1) return;
-    if (looks[0].revents != 0) readNode(sources_.mouse);
-    if (looks[1].revents != 0) readNode(sources_.keyboard);
-    if (looks[2].revents != 0) readRemote();
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+      if (looks[i].revents != 0) readNode(*nodes[i]);
+    }
+    if (looks[nodes.size()].revents != 0) readRemote();
     writer_.flush();
   }
 
@@ -171,11 +225,18 @@ class Recorder {
     const ssize_t size = read(node.fd, events, sizeof events);
     if (size < 1) return handleFailure(node, size == 0 ? ENODEV : errno);
     const auto count = static_cast<std::size_t>(size) / sizeof(input_event);
-    std::for_each(events, events + count, [&](const input_event& event) { writeRecord(node, event); });
+    for (std::size_t i = 0; i < count; ++i) {
+      node.held.follow(events[i]);
+      writeRecord(node, toRecord(events[i], start_));
+    }
+    writeRecords(node, node.held.mend(node.fd, elapsed()));
   }
 
-  void writeRecord(Source& node, const input_event& event) {
-    const recording::Record record = toRecord(event, start_);
+  void writeRecords(Source& node, const std::vector<recording::Record>& records) {
+    for (const recording::Record& record : records) writeRecord(node, record);
+  }
+
+  void writeRecord(Source& node, const recording::Record& record) {
     if (record.type == EV_SYN && record.code == SYN_DROPPED) ++node.overflows;
     const std::optional<recording::Record> shown = masked(mask_, record);
     const bool endsReport = record.type == EV_SYN && record.code == SYN_REPORT;
@@ -200,14 +261,15 @@ class Recorder {
   void handleFailure(Source& source, int error) {
     if (error == EAGAIN || error == EINTR) return;
     source.close();
+    writeRecords(source, source.held.release(elapsed()));
     complain(whyItEnds(source, error) + (sources_.anyIsOpen() ? "; the others go on" : "; no source is left"));
   }
 
   static std::string whyItEnds(const Source& source, int error) {
     switch (error) {
-      case ENODEV: return std::string("the ") + source.name + " is gone: it was unplugged";
+      case ENODEV: return source.title + " is gone: it was unplugged";
       case ECONNRESET: return "the LIRC daemon has closed the connection";
-      default: return std::string("the ") + source.name + " cannot be read any more: " + std::strerror(error);
+      default: return source.title + " cannot be read any more: " + std::strerror(error);
     }
   }
 
@@ -234,7 +296,7 @@ class Recorder {
   std::string openedNames() {
     std::string names;
     for (const Source* source : sources_.all()) {
-      if (source->file != nullptr) names += (names.empty() ? "the " : " and the ") + std::string(source->name);
+      if (source->file != nullptr) names += (names.empty() ? "" : " and ") + source->title;
     }
     return names;
   }
@@ -249,13 +311,13 @@ class Recorder {
   static void printSourceSummary(const Source& source, const char* unit) {
     const long count = source.file->count();
     if (count == 0) {
-      std::printf("  %s: nothing came, so there is no file\n", source.name);
+      std::printf("  %s: nothing came, so there is no file\n", source.name.c_str());
     } else {
       std::printf("  %-14s  %s\n", source.file->name().c_str(), counted(count, unit).c_str());
     }
     if (source.overflows != 0) {
-      std::printf("  %s: the kernel's queue overflowed %s: records before each SYN_DROPPED are missing\n", source.name,
-                  counted(source.overflows, "time").c_str());
+      std::printf("  %s: the kernel's queue overflowed %s: records before each SYN_DROPPED are missing\n",
+                  source.name.c_str(), counted(source.overflows, "time").c_str());
     }
   }
 
@@ -304,7 +366,11 @@ int run(const RecordOptions& options) {
        {prepareNode(options.mouse, sources.mouse), prepareNode(options.keyboard, sources.keyboard)}) {
     if (!problem.empty()) return fail(problem);
   }
-  printSources(stdout, reportSources(options, {sources.mouse.fd, sources.keyboard.fd, sources.remote.fd}));
+  std::vector<SourceReport> reports =
+      reportSources(options, {sources.mouse.fd, sources.keyboard.fd, sources.remote.fd});
+  const std::string problem = openFurtherNodes(options, sources, reports);
+  if (!problem.empty()) return fail(problem);
+  printSources(stdout, reports);
   if (!sources.anyIsOpen()) return fail("no source is open");
   try {
     return recordSources(options, sources);

@@ -191,7 +191,7 @@ void addOptions(CommandLine& line, TuneOptions& options) {
   line.addFlag("--json", options.json, "Print one JSON object per setting, then the recommendation");
   line.addOption("--plot", "FILE.svg", "Draw the current and the recommended setting, and all of them, with gnuplot",
                  [&](const std::string& text) { parsePlot(text, options); });
-  line.setCheck([=, &options] {
+  line.addCheck([=, &options] {
     checkTimeout(options.grid.loop, *timeoutIsGiven);
     check(*remote, options);
   });
