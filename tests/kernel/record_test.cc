@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -93,6 +94,16 @@ class RecordTest : public testing::Test {
     pause(700ms);
   }
 
+  // Stops the two programs, so that they read nothing for as long as `happening` takes.
+  template <typename Happening>
+  static void whileStopped(const Program& record, const Program& monitor, Happening happening) {
+    for (const Program* program : {&record, &monitor}) program->signal(SIGSTOP);
+    pause(50ms);
+    happening();
+    for (const Program* program : {&record, &monitor}) program->signal(SIGCONT);
+    pause(50ms);
+  }
+
   // Records a session of use(), and returns the events that another program got meanwhile.
   Lines recordAndWatch(const Arguments& options) {
     Arguments recordOptions = {"-o", session};
@@ -122,6 +133,76 @@ TEST_F(RecordTest, TheReplayGivesTheEventsThatCameLive) {
   const Lines live = recordAndWatch({"--show-keycodes"});
   EXPECT_GT(live.size(), 30U);
   EXPECT_EQ(withMovesMerged(replay()), withMovesMerged(live));
+}
+
+// A further keyboard holds Shift while the queues overflow, and releases it in what is lost; it holds Control when it
+// is unplugged.
+TEST_F(RecordTest, TheReplayGivesTheEventsThatCameLiveAlsoAfterALossAndAnUnplugging) {
+  UinputDevice second(test::keyboard());
+  Program record(command("record", {"-o", session, "--show-keycodes", "--also", second.path()}));
+  Program monitor(command("monitor", {"--show-keycodes", "--also", second.path()}));
+  ASSERT_TRUE(record.waitFor("Ctrl-C ends."));
+  ASSERT_TRUE(monitor.waitFor("Ctrl-C ends."));
+  second.press(KEY_LEFTSHIFT);
+  ASSERT_TRUE(monitor.waitFor("key down    Shift"));
+  keyboard.tap(KEY_H);
+  ASSERT_TRUE(monitor.waitFor("key up      H"));
+  pause(50ms);
+  whileStopped(record, monitor, [&] {
+    second.release(KEY_LEFTSHIFT);
+    second.press(KEY_LEFTCTRL);
+    for (int i = 0; i < 40; ++i) second.tap(KEY_UP);
+  });
+  ASSERT_TRUE(monitor.waitFor("key up      Shift"));
+  keyboard.tap(KEY_H);
+  pause(50ms);
+  second.unplug();
+  const Result live = monitor.finish();
+  pause(50ms);
+  record.signal(SIGINT);
+  const Result recorded = record.finish();
+  EXPECT_NE(live.err.find("quarlo-input: records of " + second.path() + " were lost, "), std::string::npos) << live.err;
+  EXPECT_NE(live.err.find("quarlo-input: " + second.path() + " is gone: it was unplugged\n"), std::string::npos)
+      << live.err;
+  EXPECT_EQ(recorded.err, "quarlo-input: " + second.path() + " is gone: it was unplugged; the others go on\n");
+  EXPECT_NE(recorded.out.find("node 1: the kernel's queue overflowed 1 time: "), std::string::npos) << recorded.out;
+  const Lines events = eventsOf(live.out);
+  EXPECT_EQ(events.back(), "key up      Control         0");
+  EXPECT_EQ(replay(), events);
+}
+
+TEST_F(RecordTest, HidesWhatIsTypedOnAFurtherNodeToo) {
+  UinputDevice second(test::keyboard());
+  Program record(command("record", {"-o", session, "--also", second.path()}));
+  ASSERT_TRUE(record.waitFor("Ctrl-C ends."));
+  second.tap(KEY_H);
+  pause(50ms);
+  record.signal(SIGINT);
+  EXPECT_EQ(record.finish().status, 0);
+  const std::string keys = contents(session + "/node-1.evemu");
+  EXPECT_EQ(keys.find(" 0001 0023"), std::string::npos);
+  EXPECT_NE(keys.find(" 0001 001e"), std::string::npos);
+}
+
+TEST_F(RecordTest, RefusesANodeThatIsASourceAlready) {
+  const std::string link = folder.path("link");
+  ASSERT_EQ(symlink(keyboard.path().c_str(), link.c_str()), 0);
+  UinputDevice second(test::keyboard());
+  const std::string complaint =
+      " is a source already: name each node once, and the mouse and the keyboard with --mouse and --keyboard if they "
+      "must not be searched for\n";
+  for (const std::string& name : {std::string("record"), std::string("monitor")}) {
+    for (const std::string& path : {keyboard.path(), link, mouse.path()}) {
+      Arguments more = {"--also", path};
+      if (name == "record") more.insert(more.end(), {"-o", session});
+      const Result result = run(command(name, more));
+      EXPECT_EQ(result.status, 1);
+      EXPECT_EQ(result.err, "quarlo-input: " + path + complaint);
+    }
+    Arguments twice = {"--also", second.path(), "--also", second.path()};
+    if (name == "record") twice.insert(twice.end(), {"-o", session});
+    EXPECT_EQ(run(command(name, twice)).err, "quarlo-input: " + second.path() + complaint);
+  }
 }
 
 TEST_F(RecordTest, HidesWhatWasTypedAndChangesNothingElse) {
