@@ -16,14 +16,10 @@ using Events = std::vector<std::string>;
 
 constexpr char kKeyboard[] = "/dev/input/event0";
 constexpr char kMouse[] = "/dev/input/event1";
-constexpr char kLircSocket[] = "/run/lirc/lircd";
 
 class ReaderLoopTest : public testing::Test {
  protected:
-  ReaderLoopTest() {
-    machine_.addLircDaemon(kLircSocket);
-    reader_.init(kMouse, kKeyboard, kLircSocket, 1919, 1079);
-  }
+  ReaderLoopTest() { reader_.init(kMouse, kKeyboard, nullptr, 1919, 1079); }
 
   // The events of one round.
   Events round() {
