@@ -206,6 +206,7 @@ class Recorder {
   void recordRound(int timeoutMs) {
     const std::vector<Source*> nodes = sources_.nodes();
     std::vector<pollfd> looks;
+    looks.reserve(nodes.size() + 2);
     for (const Source* node : nodes) looks.push_back({node->fd, POLLIN, 0});
     looks.push_back({sources_.remote.fd, POLLIN, 0});
     looks.push_back({typing_.descriptor(), POLLIN, 0});
