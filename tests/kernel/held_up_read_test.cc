@@ -12,13 +12,29 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <new>
 #include <thread>
 #include <utility>
 
+#include "input/input_loop.h"
+#include "input/input_sources.h"
 #include "tests/scenario/uinput.h"
+#include "tests/unit/events.h"
+#include "tests/unit/test_log.h"
 
 namespace quarlo::test {
 namespace {
+
+using components::input::InputLoop;
+using components::input::InputSources;
+using msg::KeyInput;
+
+// Without auto-repeat: nothing comes by itself while a key is held.
+Description plainKeyboard() {
+  Description device = keyboard();
+  device.codes.erase(EV_REP);
+  return device;
+}
 
 // Two pages, of which the second one can be taken away, with what is in it, until somebody writes to it.
 class LatePage {
@@ -83,6 +99,42 @@ TEST(HeldUpReadTest, SynDroppedCanComeInItsMiddle) {
   EXPECT_EQ(place, kBefore + 1);
   EXPECT_EQ(count, kBefore + 4);  // behind it, the release of B and its SYN_REPORT
   close(node);
+}
+
+// The same with InputSources, of a further node whose queue lies across the boundary.
+TEST(HeldUpReadTest, InputSourcesAsksWhatIsDownAllTheSame) {
+  resetLog();
+  UinputDevice device(plainKeyboard());
+  LatePage page;
+  constexpr std::size_t kBehind = 20 * sizeof(input_event);
+  char* const place = page.get() + kBehind - sizeof(InputSources::FurtherNode);
+  auto* const node = new (place) InputSources::FurtherNode;
+  {
+    LinuxInputReader reader;
+    InputLoop loop(reader);
+    InputSources sources(loop);
+    EXPECT_TRUE(sources.join(*node));
+    EXPECT_TRUE(sources.open(node->source(), device.path().c_str()));
+    const auto round = [&] {
+      loop.wait(sources.attend(0));
+      Lines events;
+      for (InputEvent event; loop.next(event);) events.push_back(text(event));
+      return events;
+    };
+    device.press(KEY_LEFTSHIFT);
+    EXPECT_EQ(round(), Lines({keyDown(16, 0, KeyInput::kShiftModifier)}));
+    for (int i = 0; i < 15; ++i) device.tap(KEY_A);  // 60 records, of which the read takes 45
+    page.takeAway([&device] {
+      device.release(KEY_LEFTSHIFT);
+      for (int i = 0; i < 12; ++i) device.tap(KEY_B);
+    });
+    round();
+    // Of A, the release was lost, too.
+    EXPECT_EQ(round(), Lines({keyUp(65, 'A', KeyInput::kShiftModifier), keyUp(16)}));
+    EXPECT_FALSE(sources.isDown(node->source(), KEY_LEFTSHIFT));
+    EXPECT_EQ(reader.modifiers, 0U);
+  }
+  node->~FurtherNode();
 }
 
 }  // namespace
