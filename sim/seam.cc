@@ -192,10 +192,13 @@ int timerfdGettimeThrough(int (&realCall)(int, Itimerspec*), int fd, Itimerspec*
 
 #ifdef __LP64__
 using Stat = struct stat;
+using Stat64 = struct stat;
 #else
-// The beginning of each of libc's three on i386 and ARM: plain, with 64-bit file offsets, and with 64-bit time.
 // NOLINTBEGIN(readability-identifier-naming): the system's own names
-struct Stat {
+
+// What each of libc's three has before the times: plain, with 64-bit file offsets, and with 64-bit time. On i386 and
+// ARM the three are alike so far.
+struct StatTime64 {
   std::uint64_t st_dev;
   std::uint32_t padding[2];
   std::uint32_t st_mode;
@@ -204,10 +207,27 @@ struct Stat {
   std::uint32_t st_gid;
   std::uint64_t st_rdev;
 };
+#ifdef __mips__
+template <int kPadding>
+struct MipsStat {
+  std::uint32_t padding[kPadding];
+  std::uint32_t st_mode;
+  std::uint32_t st_nlink;
+  std::uint32_t st_uid;
+  std::uint32_t st_gid;
+  std::uint32_t st_rdev;
+};
+using Stat = MipsStat<5>;
+using Stat64 = MipsStat<6>;
+#else
+using Stat = StatTime64;
+using Stat64 = StatTime64;
+#endif
 // NOLINTEND(readability-identifier-naming)
 #endif
 
-int fstatThrough(int (&realCall)(int, Stat*), int fd, Stat* status) {
+template <typename Status>
+int fstatThrough(int (&realCall)(int, Status*), int fd, Status* status) {
   Kernel* kernel = Kernel::installed();
   if (kernel == nullptr || !kernel->ownsDescriptor(fd)) return realCall(fd, status);
   unsigned mode = 0;
@@ -215,7 +235,7 @@ int fstatThrough(int (&realCall)(int, Stat*), int fd, Stat* status) {
   if (kernel->fstat(fd, mode, number) == -1) return -1;
   *status = {};
   status->st_mode = mode;
-  status->st_rdev = number;
+  status->st_rdev = static_cast<decltype(status->st_rdev)>(number);
   return 0;
 }
 
@@ -259,7 +279,7 @@ int __real___open_2(const char* path, int flags);
 int __real___open64_2(const char* path, int flags);
 int __real_close(int fd);
 int __real_fstat(int fd, Stat* status);
-int __real_fstat64(int fd, Stat* status);
+int __real_fstat64(int fd, Stat64* status);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __real___read_chk(int fd, void* buffer, size_t size, size_t space);
 ssize_t __real_recv(int fd, void* buffer, size_t size, int flags);
@@ -293,7 +313,7 @@ int __real_clock_nanosleep(clockid_t clock, int flags, const PlainTimespec* time
 int __real_usleep(useconds_t time);
 
 #ifndef __LP64__
-int __real___fstat64_time64(int fd, Stat* status);
+int __real___fstat64_time64(int fd, StatTime64* status);
 int __real___ioctl_time64(int fd, unsigned long request, ...);
 int __real___select64(int count, fd_set* readSet, fd_set* writeSet, fd_set* exceptSet, Timeval64* timeout);
 int __real___ppoll64(pollfd* entries, nfds_t count, const Timespec64* timeout, const sigset_t* mask);
@@ -340,7 +360,7 @@ int __wrap_close(int fd) {
 
 int __wrap_fstat(int fd, Stat* status) { return fstatThrough(__real_fstat, fd, status); }
 
-int __wrap_fstat64(int fd, Stat* status) { return fstatThrough(__real_fstat64, fd, status); }
+int __wrap_fstat64(int fd, Stat64* status) { return fstatThrough(__real_fstat64, fd, status); }
 
 ssize_t __wrap_read(int fd, void* buffer, size_t size) {
   Kernel* kernel = ownerOf(fd);
@@ -502,7 +522,7 @@ int __wrap_usleep(useconds_t time) {
 // ---- The second form of 32-bit machines ---------------------------------------------------------
 
 #ifndef __LP64__
-int __wrap___fstat64_time64(int fd, Stat* status) { return fstatThrough(__real___fstat64_time64, fd, status); }
+int __wrap___fstat64_time64(int fd, StatTime64* status) { return fstatThrough(__real___fstat64_time64, fd, status); }
 
 int __wrap___ioctl_time64(int fd, unsigned long request, ...) {
   va_list arguments;

@@ -156,12 +156,16 @@ TEST_F(SourcesOpening, RefusesWhatIsNoNode) {
   unplugKeyboard();
   const int lowest = open("/dev/null", O_RDONLY);
   close(lowest);
-  for (const char* path : {"/dev/null", "/etc/passwd"}) {
-    EXPECT_EQ(opened(sources, kKeyboard, path), "ENOTTY") << path;
-  }
+  for (const char* path : {"/dev/null", "/etc/passwd"}) EXPECT_FALSE(sources.open(kKeyboard, path)) << path;
   const int next = open("/dev/null", O_RDONLY);
   EXPECT_EQ(next, lowest);
   close(next);
+}
+
+TEST_F(SourcesOpening, SaysWhatIsNoNode) {
+  unplugKeyboard();
+  plugKeyboard().setIoctlError(EVIOCGVERSION, ENOTTY);
+  EXPECT_EQ(opened(sources, kKeyboard, "/dev/input/event1"), "ENOTTY");
 }
 
 TEST_F(SourcesOpening, RefusesANodeThatCannotBeToldFromOthers) {
