@@ -198,7 +198,7 @@ class InputLoop {
     Source source;
     SourceSet bit;
     int readerFd;   // the reader's descriptor, as it was found last
-    int fd;         // the same; once the source is gone, ~errno of the read that failed: ~0 for the end of a stream
+    int fd;         // the same; of a source that is gone, -1 - errno, and -1 at the end of a stream
     int taken;      // events and lines
     timeval start;  // when the 16th of them was taken
     Rest rest;
@@ -208,12 +208,20 @@ class InputLoop {
 
   // The sources, each at its own number.
   struct Channels {
+    // Behind the last one.
     struct End {};
-    struct Iterator {
-      Channel* const* channel;
 
+    // Where a loop over them is.
+    struct Iterator {
+      Channel* const* channel;  // the one that it is at, or null
+
+      // That source.
       Channel* operator*() const { return *channel; }
+
+      // Goes to the next one.
       void operator++() { ++channel; }
+
+      // Whether there is one.
       bool operator!=(End /*end*/) const { return *channel != nullptr; }
     };
 
