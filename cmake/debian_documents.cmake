@@ -27,3 +27,9 @@ endif()
 compress(${pages})
 file(RENAME ${program}/zsh/site-functions ${program}/zsh/vendor-completions)
 add_documents(${program} quarlo-input)
+
+# Whatever the umask is where this is packed.
+file(CHMOD_RECURSE ${CPACK_TEMPORARY_DIRECTORY} DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+file(GLOB documents ${dev}/doc/*/* ${program}/doc/*/*)
+file(CHMOD ${documents} FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)

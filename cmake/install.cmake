@@ -3,11 +3,19 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
+# To call before what installs into these directories of a component.
+function(quarlo_install_directories component)
+  install(CODE "set(QUARLO_DIRECTORIES \"${ARGN}\")" COMPONENT ${component})
+  install(SCRIPT ${CMAKE_CURRENT_SOURCE_DIR}/cmake/install_directories.cmake COMPONENT ${component})
+endfunction()
+
 # ---- dev ----------------------------------------------------------------------------------------
 
 set(include_folder ${CMAKE_INSTALL_INCLUDEDIR}/quarlo-input)
 set(cmake_folder ${CMAKE_INSTALL_LIBDIR}/cmake/quarlo-input)
 set(pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+quarlo_install_directories(dev ${include_folder}/input ${include_folder}/logging ${include_folder}/msg
+  ${include_folder}/sim ${cmake_folder} ${pkgconfig_folder} ${CMAKE_INSTALL_DOCDIR})
 
 set_target_properties(quarlo_input PROPERTIES EXPORT_NAME input)
 set_target_properties(quarlo_input_loop PROPERTIES EXPORT_NAME input_loop)
@@ -69,12 +77,14 @@ install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT de
 # ---- program ------------------------------------------------------------------------------------
 
 if(QUARLO_BUILD_TOOLS)
+  set(bash_folder ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  set(zsh_folder ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  quarlo_install_directories(program ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_MANDIR}/man1 ${bash_folder} ${zsh_folder}
+    ${CMAKE_INSTALL_DOCDIR}/docs)
   install(TARGETS quarlo-input RUNTIME COMPONENT program)
   install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/tools/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
-  install(FILES tools/completion.bash RENAME quarlo-input
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT program)
-  install(FILES tools/completion.zsh RENAME _quarlo-input
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT program)
+  install(FILES tools/completion.bash RENAME quarlo-input DESTINATION ${bash_folder} COMPONENT program)
+  install(FILES tools/completion.zsh RENAME _quarlo-input DESTINATION ${zsh_folder} COMPONENT program)
   install(FILES docs/70-quarlo-input.rules docs/permissions.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT program)
   install(DIRECTORY sessions DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT program)
