@@ -2,6 +2,11 @@
 find_program(gzip gzip REQUIRED)
 set(sources ${CMAKE_CURRENT_LIST_DIR}/..)
 
+# Read by CPack when it packs.
+if(CPACK_QUARLO_SOURCE_DATE)
+  set(ENV{SOURCE_DATE_EPOCH} ${CPACK_QUARLO_SOURCE_DATE})
+endif()
+
 function(compress)
   execute_process(COMMAND ${gzip} --best --no-name ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()

@@ -5,6 +5,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_CONTACT "quarlo-input developers <developers@quarlo-input.invalid>")
 set(CPACK_COMPONENTS_ALL dev program)
+set(CPACK_QUARLO_SOURCE_DATE "${quarlo_source_date}")  # for the script
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/debian_documents.cmake)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
