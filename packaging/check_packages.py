@@ -1,0 +1,95 @@
+#!/usr/bin/python3 -B
+"""Debian's packages as they are built: the same from another directory, fit for every user, and a hardened program.
+
+REQUIRES: the preset package was built, with its target package, and the umask is 022.
+"""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import tarfile
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILD = pathlib.Path("build/package")
+
+
+def run(*command, **options):
+    """The standard output of a command that has to end well."""
+    done = subprocess.run(command, text=True, capture_output=True, check=False, **options)
+    if done.returncode != 0:
+        raise AssertionError(f"{command} ended with {done.returncode}: {done.stdout}{done.stderr}")
+    return done.stdout
+
+
+def packages(tree):
+    """Its packages."""
+    return sorted((tree / BUILD / "packages").glob("*.deb"))
+
+
+def copy_sources(target):
+    """What would be committed now, with the history."""
+    run("git", "clone", "--quiet", "--shared", ROOT, target)
+    for name in run("git", "ls-files", "--cached", "--others", "--exclude-standard", "-z", cwd=ROOT).split("\0"):
+        if name and (ROOT / name).is_file():
+            (target / name).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copyfile(ROOT / name, target / name)
+
+
+class PackagesTest(unittest.TestCase):
+    """A twin of this tree is built elsewhere, in another time zone and for a careful user."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.temporary = tempfile.TemporaryDirectory()
+        cls.twin = pathlib.Path(cls.temporary.name) / "elsewhere"
+        umask = os.umask(0o027)
+        copy_sources(cls.twin)
+        environment = dict(os.environ, TZ="Asia/Tokyo", CCACHE_BASEDIR=str(cls.twin))
+        build = "cmake --preset package && cmake --build build/package --target package && cmake --install build/package"
+        run("sh", "-c", f"{build} --prefix {cls.temporary.name}/installed", cwd=cls.twin, env=environment)
+        packed = shutil.copytree(cls.twin / BUILD / "packages", f"{cls.temporary.name}/packed")
+        cls.carefully_packed = sorted(pathlib.Path(packed).glob("*.deb"))
+        os.umask(umask)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.temporary.cleanup()
+
+    def test_another_tree_makes_the_same_packages(self):
+        run("cmake", "--build", "build/package", "--target", "package", cwd=self.twin)
+        ours, theirs = packages(ROOT), packages(self.twin)
+        self.assertEqual(len(ours), 2)
+        for one, other in zip(ours, theirs):
+            self.assertEqual(one.read_bytes(), other.read_bytes(), f"{one.name} differs: see diffoscope")
+
+    def test_every_user_can_read_what_is_packed(self):
+        for package in self.carefully_packed:
+            with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package], stdout=subprocess.PIPE) as content:
+                for member in tarfile.open(fileobj=content.stdout, mode="r|"):
+                    with self.subTest(package=package.name, member=member.name):
+                        executable = member.isdir() or member.name.startswith("./usr/bin/")
+                        self.assertEqual(oct(member.mode), oct(0o755 if executable else 0o644))
+
+    def test_every_user_can_read_what_is_installed(self):
+        for path in pathlib.Path(self.temporary.name, "installed").rglob("*"):
+            with self.subTest(path=path):
+                needed = 0o055 if path.is_dir() else 0o044
+                self.assertEqual(oct(path.stat().st_mode & needed), oct(needed))
+
+    def test_the_program_is_hardened(self):
+        program = ROOT / BUILD / "tools" / "quarlo-input"
+        headers = run("readelf", "--wide", "--file-header", "--program-headers", "--dynamic", program)
+        symbols = run("readelf", "--wide", "--dyn-syms", program)
+        self.assertRegex(headers, r"Type: +DYN")
+        self.assertRegex(headers, r"GNU_RELRO")
+        self.assertRegex(headers, r"FLAGS_1\) +Flags: NOW")
+        self.assertRegex(headers, r"GNU_STACK .* RW ")
+        self.assertRegex(symbols, r"\b__stack_chk_fail@")
+        self.assertRegex(symbols, r"\b__vsnprintf_chk@")
+
+
+if __name__ == "__main__":
+    unittest.main()
