@@ -80,9 +80,10 @@ class EvdevClient {
 };
 
 struct NodeState : std::enable_shared_from_this<NodeState> {
-  NodeState(Device what, Timers& machineTimers) : device(std::move(what)), timers(machineTimers) {}
+  NodeState(Device what, Timers& machineTimers);
 
-  // A new descriptor's buffer: 64 records for a plain keyboard, 128 for a mouse, as the kernel estimates it.
+  // A new descriptor's buffer: 64 records for a plain keyboard, 128 for a mouse, more for multi-touch, as the kernel
+  // estimates it.
   std::shared_ptr<EvdevClient> connect();
   void disconnect(const std::shared_ptr<EvdevClient>& client);
 
@@ -99,8 +100,10 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   // and its sisters: of this event type, the codes that are down, lit or on. It drops the records of the type that the
   // client has queued, since the answer is newer.
   int grab(const std::shared_ptr<EvdevClient>& client, bool on);
-  int name(char* buffer, std::size_t size) const;
   int bits(int type, unsigned char* buffer, std::size_t size) const;
+  int properties(unsigned char* buffer, std::size_t size) const;
+  int axis(int code, void* buffer, std::size_t size) const;
+  int autoRepeat(unsigned* delayAndPeriod) const;
   int states(EvdevClient& client, int type, unsigned char* buffer, std::size_t size) const;
 
   Device device;
@@ -114,16 +117,22 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   std::size_t mostStates = SIZE_MAX;    // bytes of an answer
 
  private:
-  std::size_t packetSize() const;
-  bool passes(const input_event& record);
+  bool passes(input_event& record);
+  bool positionPasses(input_event& record);
+  bool setAutoRepeat(const input_event& record);
+  void reportSlotIfNew(const input_event& record);
   void passPacket();
   void deliver(const input_event& record);
   void startOrStopAutoRepeat(const input_event& record);
   void autoRepeatAfter(microseconds delay);
 
+  const int slots_;               // how many contacts a multi-touch device tells apart, 0 if it has no slots
+  const std::size_t packetSize_;  // how many records between two SYN_REPORTs are expected of it
   std::vector<std::shared_ptr<EvdevClient>> clients_;
   std::vector<input_event> packet_;               // reported since the last SYN_REPORT
-  std::map<std::pair<int, int>, int> lastValue_;  // by type and code
+  std::map<std::pair<int, int>, int> lastValue_;  // by type and code; of an axis it is in the device
+  std::map<std::pair<int, int>, int> slotValue_;  // of multi-touch axes, by slot and code
+  int slot_ = 0;                                  // the one that ABS_MT_SLOT has chosen
   int repeatKey_ = 0;                             // what auto-repeat repeats, 0: nothing
   int repeatTimer_ = 0;                           // the number of its timer: earlier ones have been stopped
 };

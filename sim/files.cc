@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <optional>
 
 namespace quarlo::sim {
 
@@ -70,26 +71,52 @@ int typeOfStates(unsigned sizelessRequest) {
   }
 }
 
+template <typename Answer>
+int give(const Answer& answer, void* buffer) {
+  std::memcpy(buffer, &answer, sizeof answer);
+  return 0;
+}
+
+// With its NUL if there is room for it.
+int giveText(const std::optional<std::string>& text, void* buffer, std::size_t size) {
+  if (!text) return -ENOENT;
+  const std::size_t length = std::min(text->size() + 1, size);
+  std::memcpy(buffer, text->c_str(), length);
+  return static_cast<int>(length);
+}
+
 }  // namespace
 
 int NodeFile::ioctl(unsigned request, void* argument) {
   if (!node_->present) return -ENODEV;
-  const unsigned size = _IOC_SIZE(request);
   const unsigned sizeless = withoutSize(request);
   const auto error = node_->ioctlErrors.find(sizeless);
   if (error != node_->ioctlErrors.end()) return -error->second;
 
-  if (request == EVIOCGRAB) return node_->grab(client_, argument != nullptr);
-  if (request == EVIOCGVERSION) {
-    *static_cast<int*>(argument) = EV_VERSION;
-    return 0;
+  switch (request) {
+    case EVIOCGRAB: return node_->grab(client_, argument != nullptr);
+    case EVIOCGVERSION: return give(EV_VERSION, argument);
+    case EVIOCGID: return give(node_->device.id, argument);
+    case EVIOCGREP: return node_->autoRepeat(static_cast<unsigned*>(argument));
+    default: return answer(sizeless, static_cast<unsigned char*>(argument), _IOC_SIZE(request));
   }
-  if (sizeless == EVIOCGNAME(0)) return node_->name(static_cast<char*>(argument), size);
-  if (const int type = typeOfStates(sizeless); type != 0) {
-    return node_->states(*client_, type, static_cast<unsigned char*>(argument), size);
+}
+
+// The requests that say how much room there is for the answer.
+int NodeFile::answer(unsigned sizeless, unsigned char* buffer, std::size_t size) {
+  switch (sizeless) {
+    case EVIOCGNAME(0): return giveText(node_->device.name, buffer, size);
+    case EVIOCGPHYS(0): return giveText(node_->device.phys, buffer, size);
+    case EVIOCGUNIQ(0): return giveText(node_->device.uniq, buffer, size);
+    case EVIOCGPROP(0): return node_->properties(buffer, size);
+    default: break;
   }
+  if (const int type = typeOfStates(sizeless); type != 0) return node_->states(*client_, type, buffer, size);
   for (int type = 0; type <= EV_MAX; ++type) {
-    if (sizeless == EVIOCGBIT(type, 0)) return node_->bits(type, static_cast<unsigned char*>(argument), size);
+    if (sizeless == EVIOCGBIT(type, 0)) return node_->bits(type, buffer, size);
+  }
+  for (int code = 0; code <= ABS_MAX; ++code) {
+    if (sizeless == withoutSize(EVIOCGABS(code))) return node_->axis(code, buffer, size);
   }
   return -EINVAL;
 }

@@ -85,6 +85,8 @@ class NodeFile final : public File {
   WaitQueue* waitQueue() override { return &client_->changed; }
 
  private:
+  int answer(unsigned sizeless, unsigned char* buffer, std::size_t size);
+
   std::shared_ptr<NodeState> node_;
   std::shared_ptr<EvdevClient> client_;
 };

@@ -46,6 +46,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -58,10 +59,21 @@ class Kernel;
 struct NodeState;
 struct DaemonState;
 
-// What an evdev node says about itself.
+// What an evdev node says about itself. Only the first two are needed.
 struct Device {
   std::string name;                    // as EVIOCGNAME gives it
   std::map<int, std::set<int>> codes;  // the event codes it can send, by event type (EV_KEY, ...); EV_SYN is implied
+
+  input_id id{};                        // bus, vendor, product and version, as EVIOCGID gives them
+  std::set<int> properties{};           // INPUT_PROP_..., as EVIOCGPROP gives them
+  std::map<int, input_absinfo> axes{};  // by axis, what EVIOCGABS gives; of one that is left out, zeroes
+  std::optional<std::string> phys{};    // where it is plugged in, as EVIOCGPHYS gives it; none: ENOENT
+  std::optional<std::string> uniq{};    // its serial number, as EVIOCGUNIQ gives it; none: ENOENT
+
+  // How long a key is held until it repeats, and between repeats, of a device that has EV_REP: what EVIOCGREP gives.
+  // With 0 for either, it does not repeat.
+  std::chrono::milliseconds repeatDelay{250};
+  std::chrono::milliseconds repeatPeriod{33};
 
   // Typical devices. A keyboard has the keys of a full PC keyboard with LEDs and auto-repeat; a mouse has three
   // buttons, two more at the side and a wheel; a touchscreen has BTN_TOUCH and absolute axes.
@@ -74,8 +86,10 @@ struct Device {
 class Node {
  public:
   // Reports one value now, as a driver does. As in the kernel, codes that the device does not have, repeated states and
-  // zero steps are dropped, and a reader sees nothing before the SYN_REPORT. A held key of a device that has EV_REP
-  // repeats by itself, after 250 ms and then every 33 ms, until any key is released.
+  // zero steps are dropped, an axis with fuzz is smoothed, and a reader sees nothing before the SYN_REPORT. Of a device
+  // that has ABS_MT_SLOT, this chooses the slot that the multi-touch axes then are of; its record comes with the next
+  // of them. EV_REP sets the delay or period, in ms. A held key of a device that has EV_REP repeats by itself, until
+  // any key is released.
   //
   // What is down, lit or on is so at once, whether the node is open or not. EVIOCGKEY, EVIOCGLED, EVIOCGSND and
   // EVIOCGSW tell it; as in the kernel, they drop the records of their type that are still queued for the descriptor.
@@ -104,7 +118,8 @@ class Node {
   bool isGrabbed() const;
 
   // Makes open() of this node, or an ioctl() on it, fail with this errno until it is set to 0. `request` is EVIOCGRAB,
-  // EVIOCGVERSION, EVIOCGNAME(0), EVIOCGBIT(type, 0), EVIOCGKEY(0), EVIOCGLED(0), EVIOCGSND(0) or EVIOCGSW(0).
+  // EVIOCGVERSION, EVIOCGID, EVIOCGREP, EVIOCGABS(axis), EVIOCGNAME(0), EVIOCGPHYS(0), EVIOCGUNIQ(0), EVIOCGPROP(0),
+  // EVIOCGBIT(type, 0), EVIOCGKEY(0), EVIOCGLED(0), EVIOCGSND(0) or EVIOCGSW(0).
   void setOpenError(int error);
   void setIoctlError(unsigned request, int error);
 

@@ -78,13 +78,21 @@ std::string ioctlRequest(unsigned request, long argument) {
   const unsigned number = _IOC_NR(request);
   if (request == EVIOCGRAB) return "EVIOCGRAB, " + std::to_string(argument);
   if (request == EVIOCGVERSION) return "EVIOCGVERSION";
+  if (request == EVIOCGID) return "EVIOCGID";
+  if (request == EVIOCGREP) return "EVIOCGREP";
   if (request == EVIOCGNAME(_IOC_SIZE(request))) return "EVIOCGNAME(" + size + ")";
+  if (request == EVIOCGPHYS(_IOC_SIZE(request))) return "EVIOCGPHYS(" + size + ")";
+  if (request == EVIOCGUNIQ(_IOC_SIZE(request))) return "EVIOCGUNIQ(" + size + ")";
+  if (request == EVIOCGPROP(_IOC_SIZE(request))) return "EVIOCGPROP(" + size + ")";
   if (request == EVIOCGKEY(_IOC_SIZE(request))) return "EVIOCGKEY(" + size + ")";
   if (request == EVIOCGLED(_IOC_SIZE(request))) return "EVIOCGLED(" + size + ")";
   if (request == EVIOCGSND(_IOC_SIZE(request))) return "EVIOCGSND(" + size + ")";
   if (request == EVIOCGSW(_IOC_SIZE(request))) return "EVIOCGSW(" + size + ")";
   if (_IOC_TYPE(request) == 'E' && number >= _IOC_NR(EVIOCGBIT(0, 0)) && number <= _IOC_NR(EVIOCGBIT(EV_MAX, 0))) {
     return "EVIOCGBIT(" + eventType(number - _IOC_NR(EVIOCGBIT(0, 0))) + ", " + size + ")";
+  }
+  if (_IOC_TYPE(request) == 'E' && number >= _IOC_NR(EVIOCGABS(0)) && number <= _IOC_NR(EVIOCGABS(ABS_MAX))) {
+    return "EVIOCGABS(" + std::to_string(number - _IOC_NR(EVIOCGABS(0))) + ")";
   }
   char text[16];
   std::snprintf(text, sizeof text, "0x%x", request);

@@ -57,7 +57,7 @@ class SimWorld : public World {
  public:
   Plugged& plug(const Description& device) override {
     const std::string path = lowestFreePath();
-    sim::Node& node = machine_.addNode(path, {device.name, device.codes});
+    sim::Node& node = machine_.addNode(path, device);
     plugged_.push_back(std::make_unique<SimPlugged>(node, path));
     return *plugged_.back();
   }

@@ -13,8 +13,6 @@
 namespace quarlo::test {
 namespace {
 
-constexpr int kAxisMaximum = 4095;
-
 // The ioctl that declares a code of this event type.
 unsigned long codeRequest(int type) {
   switch (type) {
@@ -29,13 +27,19 @@ unsigned long codeRequest(int type) {
   }
 }
 
-void declareCode(int fd, int type, int code) {
-  EXPECT_EQ(ioctl(fd, codeRequest(type), code), 0) << "type " << type << " code " << code;
-  if (type != EV_ABS) return;
+void declareAxis(int fd, int code, const input_absinfo& info) {
   uinput_abs_setup axis = {};
   axis.code = static_cast<__u16>(code);
-  axis.absinfo.maximum = kAxisMaximum;
-  EXPECT_EQ(ioctl(fd, UI_ABS_SETUP, &axis), 0);
+  axis.absinfo = info;
+  EXPECT_EQ(ioctl(fd, UI_ABS_SETUP, &axis), 0) << "axis " << code;
+}
+
+void send(int fd, int type, int code, int value) {
+  input_event record = {};
+  record.type = static_cast<__u16>(type);
+  record.code = static_cast<__u16>(code);
+  record.value = value;
+  EXPECT_EQ(write(fd, &record, sizeof record), static_cast<ssize_t>(sizeof record));
 }
 
 int create(const Description& device) {
@@ -44,14 +48,26 @@ int create(const Description& device) {
   for (const auto& [type, codes] : device.codes) {
     EXPECT_EQ(ioctl(fd, UI_SET_EVBIT, type), 0);
     if (type == EV_REP) continue;  // its codes are the kernel's own
-    for (const int code : codes) declareCode(fd, type, code);
+    for (const int code : codes) {
+      EXPECT_EQ(ioctl(fd, codeRequest(type), code), 0) << "type " << type << " code " << code;
+    }
+  }
+  for (const int property : device.properties) EXPECT_EQ(ioctl(fd, UI_SET_PROPBIT, property), 0);
+  for (const auto& [code, info] : device.axes) declareAxis(fd, code, info);
+  if (device.phys) {
+    EXPECT_EQ(ioctl(fd, UI_SET_PHYS, device.phys->c_str()), 0);
   }
   uinput_setup setup = {};
-  setup.id.bustype = BUS_VIRTUAL;
+  setup.id = device.id;
   EXPECT_LT(device.name.size(), sizeof setup.name);
   device.name.copy(setup.name, sizeof setup.name - 1);
   EXPECT_EQ(ioctl(fd, UI_DEV_SETUP, &setup), 0);
   EXPECT_EQ(ioctl(fd, UI_DEV_CREATE), 0);
+  if (device.codes.count(EV_REP) != 0) {
+    send(fd, EV_REP, REP_DELAY, static_cast<int>(device.repeatDelay.count()));
+    send(fd, EV_REP, REP_PERIOD, static_cast<int>(device.repeatPeriod.count()));
+    send(fd, EV_SYN, SYN_REPORT, 0);
+  }
   return fd;
 }
 
@@ -85,13 +101,7 @@ UinputDevice::~UinputDevice() {
   unplug();
 }
 
-void UinputDevice::report(int type, int code, int value) {
-  input_event record = {};
-  record.type = static_cast<__u16>(type);
-  record.code = static_cast<__u16>(code);
-  record.value = value;
-  ASSERT_EQ(write(fd_, &record, sizeof record), static_cast<ssize_t>(sizeof record));
-}
+void UinputDevice::report(int type, int code, int value) { send(fd_, type, code, value); }
 
 void UinputDevice::unplug() {
   if (fd_ == -1) return;

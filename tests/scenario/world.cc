@@ -2,6 +2,8 @@
 
 #include <linux/input-event-codes.h>
 
+#include <set>
+
 namespace quarlo::test {
 
 Description keyboard(const std::string& name) {
@@ -22,7 +24,11 @@ Description keyboardWithTouchpad() {
   return device;
 }
 
-Description touchscreen() { return {"Touchscreen", {{EV_KEY, {BTN_TOUCH}}, {EV_ABS, {ABS_X, ABS_Y}}}}; }
+Description touchscreen() {
+  Description device = {"Touchscreen", {{EV_KEY, {BTN_TOUCH}}, {EV_ABS, {ABS_X, ABS_Y}}}};
+  for (const int axis : {ABS_X, ABS_Y}) device.axes[axis].maximum = 4095;
+  return device;
+}
 
 Description powerButton() { return {"Power Button", {{EV_KEY, {KEY_POWER}}}}; }
 

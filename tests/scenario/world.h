@@ -3,20 +3,17 @@
 #pragma once
 
 #include <chrono>
-#include <map>
 #include <memory>
-#include <set>
 #include <string>
+
+#include "sim/machine.h"
 
 namespace quarlo::test {
 
 using std::chrono::milliseconds;
 
-// What an evdev node says about itself: its name, and the event codes that it can send, by event type.
-struct Description {
-  std::string name;
-  std::map<int, std::set<int>> codes;
-};
+// What an evdev node says about itself. On a kernel it has no `uniq`.
+using Description = sim::Device;
 
 // The typical ones. The keyboard has auto-repeat; the mouse has five buttons and a wheel.
 Description keyboard(const std::string& name = "Keyboard");

@@ -779,6 +779,55 @@ TEST(NodeIoctl, TellsAVersionOfEvdev) {
   EXPECT_EQ(errno, ENOTTY);
 }
 
+TEST(NodeIoctl, TellsWhoADeviceIs) {
+  Machine machine;
+  Device device = Device::touchscreen();
+  device.id = {BUS_BLUETOOTH, 1, 2, 3};
+  device.uniq = "00:11:22";
+  device.properties = {INPUT_PROP_DIRECT};
+  Node& node = machine.addNode("/dev/input/event3", device);
+  const int fd = openNode("/dev/input/event3");
+  machine.takeTrace();
+  char text[16] = {};
+  unsigned char* const bits = reinterpret_cast<unsigned char*>(text);
+  input_id id = {};
+  input_absinfo axis = {};
+  unsigned times[2];
+  EXPECT_EQ(ioctl(fd, EVIOCGUNIQ(sizeof text), text), 9);
+  EXPECT_STREQ(text, "00:11:22");
+  EXPECT_EQ(ioctl(fd, EVIOCGPHYS(sizeof text), text), -1);
+  EXPECT_EQ(ioctl(fd, EVIOCGPROP(1), bits), 1);
+  EXPECT_EQ(bits[0], 1 << INPUT_PROP_DIRECT);
+  EXPECT_EQ(ioctl(fd, EVIOCGID, &id), 0);
+  EXPECT_EQ(id.version, 3);
+  EXPECT_EQ(ioctl(fd, EVIOCGABS(ABS_Y), &axis), 0);
+  EXPECT_EQ(ioctl(fd, EVIOCGREP, times), -1);
+  EXPECT_EQ(machine.takeTrace(), Lines({"ioctl(100, EVIOCGUNIQ(16)) = 9", "ioctl(100, EVIOCGPHYS(16)) = -1 ENOENT",
+                                        "ioctl(100, EVIOCGPROP(1)) = 1", "ioctl(100, EVIOCGID) = 0",
+                                        "ioctl(100, EVIOCGABS(1)) = 0", "ioctl(100, EVIOCGREP) = -1 ENOSYS"}));
+  node.setIoctlError(EVIOCGABS(ABS_Y), EIO);
+  EXPECT_EQ(ioctl(fd, EVIOCGABS(ABS_X), &axis), 0);
+  EXPECT_EQ(ioctl(fd, EVIOCGABS(ABS_Y), &axis), -1);
+  EXPECT_EQ(errno, EIO);
+}
+
+TEST(Node, HasAtMost1024SlotsWhateverItsAxisSays) {
+  for (const int highest : {INT32_MAX, -1, INT32_MIN}) {
+    Machine machine;
+    Device device = {"Pad", {{EV_ABS, {ABS_MT_SLOT, ABS_MT_TOUCH_MAJOR}}}};
+    device.axes[ABS_MT_SLOT].maximum = highest;
+    Node& node = machine.addNode("/dev/input/event0", device);
+    const int fd = openNode("/dev/input/event0");
+    for (const int slot : {1024, 1023}) {
+      node.report(EV_ABS, ABS_MT_SLOT, slot);
+      node.report(EV_ABS, ABS_MT_TOUCH_MAJOR, slot);
+    }
+    node.report(EV_SYN, SYN_REPORT, 0);
+    const Lines slots = {"3 48 1024", "3 47 1023", "3 48 1023", "0 0 0"};
+    EXPECT_EQ(readRecords(fd), highest > 0 ? slots : Lines({"3 48 1024", "3 48 1023", "0 0 0"}));
+  }
+}
+
 TEST(Fstat, TellsANodesNumberByWhateverPathItWasOpened) {
   Machine machine;
   machine.addNode("/dev/input/event3", Device::mouse());
