@@ -1,6 +1,6 @@
 #include "recording/evemu.h"
 
-#include <linux/input-event-codes.h>
+#include <linux/input.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -73,23 +73,38 @@ class EvemuParser {
 
   // I: <bus> <vendor> <product> <version>
   void parseIds(std::string_view rest) {
-    for (int i = 0; i < 4; ++i) parseHexadecimal(lines_, "an identifier", takeField(rest), kMostWord);
+    input_id& id = recording_.id;
+    for (__u16* number : {&id.bustype, &id.vendor, &id.product, &id.version}) {
+      *number = static_cast<__u16>(parseHexadecimal(lines_, "an identifier", takeField(rest), kMostWord));
+    }
     expectEnd(rest);
   }
 
+  // P: <bytes>, repeated for as long as there are bytes
   void parseProperties(std::string_view rest) {
     for (std::string_view field = takeField(rest); !field.empty(); field = takeField(rest)) {
-      parseHexadecimal(lines_, "a property byte", field, kMostByte);
+      const std::uint32_t byte = parseHexadecimal(lines_, "a property byte", field, kMostByte);
+      for (int bit = 0; bit < 8; ++bit, ++propertyBit_) {
+        if (propertyBit_ <= INPUT_PROP_MAX && (byte >> bit & 1) != 0) recording_.properties.insert(propertyBit_);
+      }
     }
   }
 
   // A: <code> <min> <max> <fuzz> <flat>, and in later versions <resolution>
   void parseAxis(std::string_view rest) {
-    parseHexadecimal(lines_, "the axis", takeField(rest), ABS_MAX);
-    for (int i = 0; i < 4; ++i) parseDecimal(lines_, "a number of the axis", takeField(rest), INT32_MIN, INT32_MAX);
+    const auto code = static_cast<int>(parseHexadecimal(lines_, "the axis", takeField(rest), ABS_MAX));
+    input_absinfo axis = {};
+    for (__s32* number : {&axis.minimum, &axis.maximum, &axis.fuzz, &axis.flat}) {
+      *number = parseAxisNumber("a number of the axis", takeField(rest));
+    }
     const std::string_view resolution = takeField(rest);
-    if (!resolution.empty()) parseDecimal(lines_, "the axis's resolution", resolution, INT32_MIN, INT32_MAX);
+    if (!resolution.empty()) axis.resolution = parseAxisNumber("the axis's resolution", resolution);
     expectEnd(rest);
+    recording_.axes[code] = axis;
+  }
+
+  __s32 parseAxisNumber(const char* what, std::string_view field) const {
+    return static_cast<__s32>(parseDecimal(lines_, what, field, INT32_MIN, INT32_MAX));
   }
 
   // L: <LED> <state>, S: <switch> <state>
@@ -122,6 +137,7 @@ class EvemuParser {
   Lines lines_;
   Timeline timeline_;
   std::map<std::uint32_t, std::vector<std::uint8_t>> bits_;  // by event type
+  int propertyBit_ = 0;                                      // the first of the next property byte
   DeviceRecording recording_;
 };
 

@@ -12,6 +12,8 @@
 // In all files, empty lines and lines that start with # are comments.
 #pragma once
 
+#include <linux/input.h>
+
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -48,6 +50,10 @@ struct DeviceRecording {
   std::string name;
   std::map<int, std::set<int>> codes;  // the event codes that the device can send, by event type; without EV_SYN
   std::vector<Record> records;         // as a process that read the node saw them; at least one
+
+  input_id id{};                        // bus, vendor, product and version; zeroes if the file has none
+  std::set<int> properties{};           // INPUT_PROP_...
+  std::map<int, input_absinfo> axes{};  // by axis; its value is 0
 };
 
 struct RemoteLine {

@@ -2,7 +2,10 @@
 
 #include <linux/input-event-codes.h>
 
+#include <array>
 #include <chrono>
+#include <map>
+#include <set>
 
 #include "tests/recording/recording_test.h"
 
@@ -19,6 +22,17 @@ constexpr char kRecord[] = "E: 0.000000 0000 0000 0\n";
 
 DeviceRecording evemu(const std::string& text, Start start = Start::kZero) { return readText(text, readEvemu, start); }
 
+using Axes = std::map<int, std::array<int, 6>>;
+
+// Of each axis value, minimum, maximum, fuzz, flat, resolution.
+Axes axes(const DeviceRecording& recording) {
+  Axes axes;
+  for (const auto& [code, axis] : recording.axes) {
+    axes[code] = {axis.value, axis.minimum, axis.maximum, axis.fuzz, axis.flat, axis.resolution};
+  }
+  return axes;
+}
+
 // What is wrong with a recording whose second line is `line`.
 std::string errorOfLine(const std::string& line) {
   return errorOf([&] { evemu(kBits + line + "\n" + kRecord); });
@@ -30,13 +44,14 @@ TEST(Evemu, ReadsTheNameTheCodesAndTheRecords) {
       "# Kernel: 6.1\n"
       "N: A Mouse #2\n"
       "I: 0003 046d c077 0111\n"
-      "P: 00 00 00 00 00 00 00 00\n"
+      "P: 05 00 00 00\n"
+      "P: 40 00 00 00\n"
       "B: 00 07 00 10 00 00 00 00 00\n"
       "B: 01 02 00 00 00 00 00 00 00\n"
       "B: 01 00 00 00 00 00 00 00 80\n"
       "B: 02 03 01 00 00 00 00 00 00\n"
-      "A: 00 0 255 0 0\n"
-      "A: 01 -1 255 0 0 12\n"
+      "A: 00 0 255 3 4\n"
+      "A: 2f -1 9 0 0 12\n"
       "L: 00 1\n"
       "S: 00 0\n"
       "\n"
@@ -45,9 +60,27 @@ TEST(Evemu, ReadsTheNameTheCodesAndTheRecords) {
       "E: 12.250000 0002 0008 -0002\n");
 
   EXPECT_EQ(recording.name, "A Mouse #2");
+  EXPECT_EQ(recording.id.bustype, BUS_USB);
+  EXPECT_EQ(recording.id.vendor, 0x046d);
+  EXPECT_EQ(recording.id.product, 0xc077);
+  EXPECT_EQ(recording.id.version, 0x0111);
+  EXPECT_EQ(recording.properties, (std::set<int>{INPUT_PROP_POINTER, INPUT_PROP_BUTTONPAD}));
+  EXPECT_EQ(axes(recording), (Axes{{ABS_X, {0, 0, 255, 3, 4, 0}}, {ABS_MT_SLOT, {0, -1, 9, 0, 0, 12}}}));
   EXPECT_EQ(recording.codes, (Codes{{EV_KEY, {1, 127}}, {EV_REL, {REL_X, REL_Y, REL_WHEEL}}, {EV_REP, {}}}));
   EXPECT_EQ(recording.records,
             (std::vector<Record>{{1us, EV_KEY, 1, 1}, {1us, EV_SYN, 0, 0}, {12250000us, EV_REL, REL_WHEEL, -2}}));
+}
+
+TEST(Evemu, ReadsADescriptionWithoutNumbersPropertiesAndAxes) {
+  const DeviceRecording recording = evemu(std::string(kBits) + kRecord);
+  EXPECT_EQ(recording.id.bustype, 0);
+  EXPECT_EQ(recording.properties, std::set<int>());
+  EXPECT_EQ(axes(recording), Axes());
+}
+
+TEST(Evemu, LeavesOutPropertiesThatNoKernelHas) {
+  const DeviceRecording recording = evemu(std::string(kBits) + "P: 00 00 00 80 01 00 00 00\n" + kRecord);
+  EXPECT_EQ(recording.properties, (std::set<int>{INPUT_PROP_MAX}));
 }
 
 TEST(Evemu, ReadsTheExtremesOfARecord) {

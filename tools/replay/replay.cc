@@ -191,7 +191,8 @@ class Player {
   // Returns whether there is a recording of it.
   bool addNode(const std::string& path, const std::optional<DeviceRecording>& device) {
     if (!device) return false;
-    nodes_.emplace_back(&machine_.addNode(path, {device->name, device->codes}), &device->records);
+    const sim::Device described = {device->name, device->codes, device->id, device->properties, device->axes};
+    nodes_.emplace_back(&machine_.addNode(path, described), &device->records);
     return true;
   }
 
