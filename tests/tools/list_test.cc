@@ -24,7 +24,7 @@ std::string verdictName(const NodeReport& report) { return toJson(report)["verdi
 std::string survey() {
   std::string text;
   for (const NodeReport& report : surveyNodes()) {
-    text += report.path + " " + report.name + ": " + verdictName(report);
+    text += report.path + " " + report.facts.name + ": " + verdictName(report);
     if (report.verdict == Verdict::kNotTaken) text += "; " + report.reason + "; " + report.remedy;
     text += "\n";
   }

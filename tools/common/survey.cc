@@ -62,9 +62,10 @@ std::string nameOf(int fd) {
 
 // What the device could be taken for, by the reader's own tests. Sets the reason if it is for nothing.
 void classify(const LinuxInputReader& reader, int fd, NodeReport& report) {
-  const bool relative = reader.hasRelEvent(fd);
-  const bool arrows = reader.hasKeyEvent(fd, false);
-  if (relative && reader.hasKeyEvent(fd, true)) {
+  report.tests = {reader.hasRelEvent(fd), reader.hasAbsEvent(fd), reader.hasKeyEvent(fd, true),
+                  reader.hasKeyEvent(fd, false)};
+  const auto& [relative, absolute, pointerButton, arrows] = report.tests;
+  if (relative && pointerButton) {
     report.verdict = Verdict::kMouse;
   } else if (!relative && arrows) {
     report.verdict = Verdict::kKeyboard;
@@ -80,9 +81,10 @@ void classify(const LinuxInputReader& reader, int fd, NodeReport& report) {
 // As LinuxInputReader::openDevice() probes: a node that another process has grabbed is unsuitable.
 void probeOpenNode(const LinuxInputReader& reader, int fd, NodeReport& report) {
   constexpr long kGrab = 1;
-  report.name = nameOf(fd);
+  report.facts.name = nameOf(fd);
   if (ioctl(fd, EVIOCGRAB, kGrab) == -1 && errno != EINVAL) {
     const int error = errno;
+    report.grabbed = error == EBUSY;
     report.reason = error == EBUSY ? "grabbed by another process" : std::strerror(error);
     if (error == EBUSY) report.remedy = "End the program that has grabbed it (sudo fuser -v " + report.path + ")";
     return;
@@ -94,6 +96,7 @@ void probeOpenNode(const LinuxInputReader& reader, int fd, NodeReport& report) {
 bool probeNode(const LinuxInputReader& reader, NodeReport& report) {
   const int fd = openForReading(report.path);
   if (fd != -1) {
+    report.readable = true;
     probeOpenNode(reader, fd, report);
     close(fd);  // ends the grab, too
     return true;
@@ -131,15 +134,16 @@ void choose(std::vector<NodeReport>& reports) {
 
 }  // namespace
 
-std::vector<NodeReport> surveyNodes() {
-  const std::vector<Link> byId = linksIn("/dev/input/by-id");
-  const std::vector<Link> byPath = linksIn("/dev/input/by-path");
+std::vector<NodeReport> surveyNodes(const SystemFolders& folders) {
+  const std::string input = folders.dev + "/input";
+  const std::vector<Link> byId = linksIn(input + "/by-id");
+  const std::vector<Link> byPath = linksIn(input + "/by-path");
   const LinuxInputReader reader;
   std::vector<NodeReport> reports;
   for (int number = 0; number <= kHighestNode; ++number) {
     NodeReport report;
     report.number = number;
-    report.path = "/dev/input/event" + std::to_string(number);
+    report.path = input + "/event" + std::to_string(number);
     if (!probeNode(reader, report)) continue;
     report.byId = linksTo(report.path, byId);
     report.byPath = linksTo(report.path, byPath);
@@ -153,7 +157,7 @@ nlohmann::ordered_json toJson(const NodeReport& report) {
   static constexpr const char* kVerdicts[] = {"mouse", "keyboard", "not taken"};
   nlohmann::ordered_json json;
   json["node"] = report.path;
-  json["name"] = report.name;
+  json["name"] = report.facts.name;
   json["byId"] = report.byId;
   json["byPath"] = report.byPath;
   json["verdict"] = kVerdicts[static_cast<int>(report.verdict)];

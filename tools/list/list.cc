@@ -21,7 +21,7 @@ void printRow(const char* label, const std::string& text) {
 }
 
 void printReport(const NodeReport& report) {
-  std::printf("%s  %s\n", report.path.c_str(), printable(report.name).c_str());
+  std::printf("%s  %s\n", report.path.c_str(), printable(report.facts.name).c_str());
   for (const std::string& link : report.byId) printRow("by id", link);
   for (const std::string& link : report.byPath) printRow("by path", link);
   switch (report.verdict) {
