@@ -16,7 +16,7 @@ enum class NodeClass {
   kGamepad,              // a joystick, too
   kMouse,                // a trackball, a trackpoint, a touchpad's legacy node, too
   kAbsoluteMouse,        // as virtual machines have
-  kButtons,              // power, sleep, volume, brightness, and nothing else
+  kButtons,              // power, sleep, volume, display, and nothing else
   kSwitch,               // of a lid, a jack
   kSensor,               // acceleration, or axes alone
   kKeyboardWithPointer,  // letters and relative axes, in one node
