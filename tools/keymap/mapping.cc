@@ -18,14 +18,19 @@ using msg::KeyInput;
 // ---- Keys and buttons of evdev devices ----------------------------------------------------------
 
 struct LinuxName {
+  int type;
   int code;
   const char* name;
 };
 
 constexpr LinuxName kLinuxNames[] = {
-#define LINUX_KEY(name) {name, #name},
-#include "linux_key_names.inc"
-#undef LINUX_KEY
+#define LINUX_TYPE(name)
+#define LINUX_CODE(type, name) {type, name, #name},
+#define LINUX_ALIAS(type, name) {type, name, #name},
+#include "linux_code_names.inc"
+#undef LINUX_TYPE
+#undef LINUX_CODE
+#undef LINUX_ALIAS
 };
 
 InputEvent pressed(int linuxCode) {
@@ -48,7 +53,9 @@ char typed(int linuxCode, LinuxInputReader::Modifier modifiers, bool numLock) {
 
 void addLinuxKeys(std::vector<Mapping>& mappings) {
   std::map<int, std::vector<std::string>> names;
-  for (const LinuxName& entry : kLinuxNames) names[entry.code].emplace_back(entry.name);
+  for (const LinuxName& entry : kLinuxNames) {
+    if (entry.type == EV_KEY) names[entry.code].emplace_back(entry.name);
+  }
   for (auto& [code, itsNames] : names) {
     mappings.push_back({code, std::move(itsNames), pressed(code), typed(code, KeyInput::kShiftModifier, false),
                         typed(code, KeyInput::kNoModifier, true), typed(code, KeyInput::kShiftModifier, true)});
