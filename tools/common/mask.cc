@@ -6,8 +6,8 @@
 #include <set>
 #include <string_view>
 
-#include "input/linux_input_reader_limits.h"
 #include "tools/common/letter_case.h"
+#include "tools/common/lirc_line.h"
 
 namespace quarlo::tools {
 namespace {
@@ -31,14 +31,9 @@ constexpr ShownKey kShownKeys[] = {
 #undef CHANGES_TYPING
 };
 
-struct LircButton {
-  std::string_view name;
-  Key key;
-};
-
-// All of them are shown: none has a character that can be seen.
-constexpr LircButton kLircButtons[] = {
-#define LIRC_BUTTON(name, key, character) {name, KeyInput::key},
+// The keys of the remote's named buttons. All of them are shown: none has a character that can be seen.
+constexpr Key kLircKeys[] = {
+#define LIRC_BUTTON(name, key, character) KeyInput::key,
 #include "input/lirc_buttons.inc"
 #undef LIRC_BUTTON
 };
@@ -59,7 +54,7 @@ std::set<Key> findShownKeys(Mask mask) {
     LinuxInputReader::translateKey(shown.code, KeyInput::kNoModifier, /*numLock=*/false, data.key, data.ch);
     if (data.key != KeyInput::kNone && isShown(mask, shown)) keys.insert(data.key);
   }
-  for (const LircButton& button : kLircButtons) keys.insert(button.key);
+  keys.insert(std::begin(kLircKeys), std::end(kLircKeys));
   return keys;
 }
 
@@ -83,20 +78,8 @@ bool isKeyShown(Mask mask, const InputEvent::KeyData& data) {
 
 // ---- The remote's lines -------------------------------------------------------------------------
 
-bool startsWith(std::string_view text, std::string_view start) {
-  return isSameText(text.substr(0, start.size()), start);
-}
-
 bool endsWith(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && isSameText(text.substr(text.size() - end.size()), end);
-}
-
-// What is left of a button's name without the prefixes that the reader drops.
-std::string_view withoutPrefixes(std::string_view name) {
-  for (const std::string_view prefix : components::input::kLircButtonPrefixes) {
-    if (startsWith(name, prefix)) name.remove_prefix(prefix.size());
-  }
-  return name;
 }
 
 std::string releaseSuffix(std::string_view name) {
@@ -109,53 +92,12 @@ std::string releaseSuffix(std::string_view name) {
 bool isNameShown(Mask mask, std::string_view name) {
   return std::any_of(std::begin(kShownKeys), std::end(kShownKeys),
                      [&](const ShownKey& key) { return isShown(mask, key) && isSameText(key.name, name); }) ||
-         std::any_of(std::begin(kLircButtons), std::end(kLircButtons),
-                     [&](const LircButton& button) { return isSameText(button.name, withoutPrefixes(name)); });
+         isNamedButton(name);
 }
 
 bool isButtonShown(Mask mask, std::string_view name) {
   return isNameShown(mask, name) || isNameShown(mask, name.substr(0, name.size() - releaseSuffix(name).size()));
 }
-
-// Splits off what is before the first space of `rest`, and the space. Returns whether there was one.
-bool takeField(std::string_view& rest, std::string_view& field) {
-  const std::size_t end = rest.find(' ');
-  field = rest.substr(0, end);
-  if (end == std::string_view::npos) return false;
-  rest.remove_prefix(end + 1);
-  return true;
-}
-
-bool isHexadecimal(std::string_view text, std::size_t maxDigits) {
-  return !text.empty() && text.size() <= maxDigits &&
-         text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
-}
-
-// As lircd writes it: "<code> <repeat count> <button> <remote>". A remote's name has no blank in it (lircd.conf(5)).
-struct LircLine {
-  std::string_view code;
-  std::string_view repeat;
-  std::string_view button;
-  std::string_view remote;
-};
-
-// None if the line is of another form: then anything in it can be what was typed.
-std::optional<LircLine> parseLine(std::string_view text) {
-  constexpr std::size_t kMaxCodeDigits = 16;
-  constexpr std::size_t kMaxRepeatDigits = 8;
-  LircLine line;
-  if (!takeField(text, line.code) || !takeField(text, line.repeat) || !takeField(text, line.button)) return {};
-  line.remote = text;
-  const bool isComplete =
-      !line.button.empty() && !line.remote.empty() && line.remote.find(' ') == std::string_view::npos;
-  if (!isComplete || !isHexadecimal(line.code, kMaxCodeDigits) || !isHexadecimal(line.repeat, kMaxRepeatDigits)) {
-    return {};
-  }
-  return line;
-}
-
-// What the daemon says when it has read its configuration again.
-bool isBroadcast(std::string_view line) { return line == "BEGIN" || line == "SIGHUP" || line == "END"; }
 
 }  // namespace
 
@@ -208,8 +150,8 @@ recording::DeviceDescription masked(Mask mask, recording::DeviceDescription devi
 
 std::string maskedLine(Mask mask, const std::string& line) {
   constexpr char kNoCode[] = "0000000000000000";
-  if (mask == Mask::kNothing || isBroadcast(line)) return line;
-  const std::optional<LircLine> fields = parseLine(line);
+  if (mask == Mask::kNothing || isLircBroadcast(line)) return line;
+  const std::optional<LircLine> fields = parseLircLine(line);
   if (!fields) return kNoCode;
   if (isButtonShown(mask, fields->button)) return line;
   return std::string(kNoCode) + " " + std::string(fields->repeat) + " KEY_1" + releaseSuffix(fields->button) + " " +
