@@ -46,8 +46,12 @@ TEST(Describe, ShowsAKeyWithItsCharacterAndModifiers) {
   EXPECT_EQ(describe(keyDown(KeyInput::kKeypadMultiply, '*', all)), "key down    KeypadMultiply  '*'  ctrl+shift+alt");
 }
 
+TEST(Describe, ShowsACharacterOnlyWhereThereIsOne) {
+  EXPECT_EQ(describe(keyDown(KeyInput::kUp, 0)), "key down    Up");
+  EXPECT_EQ(describe(keyDown(KeyInput::kShift, 0, KeyInput::kShiftModifier)), "key down    Shift                shift");
+}
+
 TEST(Describe, ShowsACharacterThatCannotBePrintedAsItsNumber) {
-  EXPECT_EQ(describe(keyDown(KeyInput::kShift, 0, KeyInput::kShiftModifier)), "key down    Shift           0    shift");
   EXPECT_EQ(describe(keyDown(KeyInput::kEnter, 13)), "key down    Enter           13");
   EXPECT_EQ(describe(keyDown(KeyInput::kDelete, 127)), "key down    Delete          127");
   EXPECT_EQ(describe(keyDown(KeyInput::kPower, 153)), "key down    Power           153");
@@ -56,7 +60,7 @@ TEST(Describe, ShowsACharacterThatCannotBePrintedAsItsNumber) {
   EXPECT_EQ(describe(keyDown(126, '~')), "key down    key 126         '~'");
 }
 
-TEST(Describe, ShowsAKeyWithoutACode) { EXPECT_EQ(describe(keyDown(0, 0)), "key down    key 0           0"); }
+TEST(Describe, ShowsAKeyWithoutACode) { EXPECT_EQ(describe(keyDown(0, 0)), "key down    key 0"); }
 
 TEST(Describe, ShowsTheMouse) {
   EXPECT_EQ(describe(mouseEvent(MouseData::kMove, MouseData::kNoButton, 312, 40, 0)), "mouse move  312,40");

@@ -63,8 +63,8 @@ TEST_F(MonitorTest, LosesNothingOfABurst) {
   const Result result = run(keyboard({"--count", std::to_string(2 * kTaps)}));
   Events expected;
   for (int i = 0; i < kTaps; ++i) {
-    expected.push_back("key down    Up              0");
-    expected.push_back("key up      Up              0");
+    expected.push_back("key down    Up");
+    expected.push_back("key up      Up");
   }
   EXPECT_EQ(eventsOf(result.out), expected);
 }
@@ -106,7 +106,7 @@ TEST_F(MonitorTest, ShowsModifiersThereWhenAskedTo) {
   node_.send({{EV_KEY, KEY_H, 1}});
   const Result result = run(keyboard({"--count", "2", "--show-modifiers"}));
   EXPECT_EQ(eventsOf(result.out),
-            (Events{"key down    Shift           0    shift", "key down    A               'A'  shift"}));
+            (Events{"key down    Shift                shift", "key down    A               'A'  shift"}));
   EXPECT_NE(result.out.find("Keys that may type are shown as A, since this is not a terminal; "), std::string::npos);
 }
 
@@ -152,7 +152,7 @@ TEST_F(MonitorTest, PrintsTheRemote) {
   Daemon daemon(socket);
   Program program({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket});
   daemon.send("0000000000f40bf0 00 KEY_VOLUMEUP myremote\n");
-  EXPECT_TRUE(program.waitFor("key down    VolumeUp        0\n"));
+  EXPECT_TRUE(program.waitFor("key down    VolumeUp\n"));
   daemon.hangUp();
   const Result result = program.finish();
   EXPECT_EQ(result.status, 1);
@@ -167,7 +167,7 @@ TEST_F(MonitorTest, EndsWhenTheDaemonIsGoneWithALoopThatPollsToo) {
   Daemon daemon(socket);
   Program program({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--loop", "poll"});
   daemon.send("0000000000f40bf0 00 KEY_VOLUMEUP myremote\n");
-  EXPECT_TRUE(program.waitFor("key down    VolumeUp        0\n"));
+  EXPECT_TRUE(program.waitFor("key down    VolumeUp\n"));
   daemon.hangUp();
   const Result result = program.finish();
   EXPECT_EQ(result.status, 1);
@@ -180,8 +180,7 @@ TEST_F(MonitorTest, TakesEachOfTheRemotesLinesAlsoIfTheyComeTogether) {
   Program program({"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "3"});
   daemon.send("0 00 KEY_UP myremote\n0 00 KEY_DOWN myremote\n0 00 KEY_LEFT myrem");
   daemon.send("ote\n");
-  EXPECT_EQ(eventsOf(program.finish().out), (Events{"key down    Up              0", "key down    Down            0",
-                                                    "key down    Left            0"}));
+  EXPECT_EQ(eventsOf(program.finish().out), (Events{"key down    Up", "key down    Down", "key down    Left"}));
 }
 
 TEST_F(MonitorTest, LosesNothingOfTheRemotesLinesThatALoopThatPollsTakes) {
@@ -191,7 +190,7 @@ TEST_F(MonitorTest, LosesNothingOfTheRemotesLinesThatALoopThatPollsTakes) {
       {"monitor", "--mouse", "none", "--keyboard", "none", "--lirc", socket, "--count", "1", "--loop", "poll"});
   // The reader takes 127 bytes at a time; of what is left, not a byte is one too many.
   daemon.send(std::string(127, 'x') + " 00 KEY_UP myremote\n");
-  EXPECT_EQ(eventsOf(program.finish().out), Events{"key down    Up              0"});
+  EXPECT_EQ(eventsOf(program.finish().out), Events{"key down    Up"});
 }
 
 // It ends after what it had sent.
@@ -249,7 +248,7 @@ TEST_F(MonitorTest, WithoutAnySourceFailsAlsoIfAFurtherOneIsNamed) {
 TEST_F(MonitorTest, EndsWhenASourceIsGoneWithALoopThatPollsToo) {
   Program program(keyboard(kPolling));
   node_.send({{EV_KEY, KEY_UP, 1}});
-  EXPECT_TRUE(program.waitFor("key down    Up              0\n"));
+  EXPECT_TRUE(program.waitFor("key down    Up\n"));
   node_.close();
   const Result result = program.finish();
   EXPECT_EQ(result.status, 1);
@@ -262,7 +261,7 @@ TEST_F(MonitorTest, EndsWithItsSummaryWhenAskedToStop) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
       Program program(keyboard(options));
       node_.send({{EV_KEY, KEY_UP, 1}});
-      EXPECT_TRUE(program.waitFor("key down    Up              0\n"));
+      EXPECT_TRUE(program.waitFor("key down    Up\n"));
       program.signal(signal);
       const Result result = program.finish();
       EXPECT_EQ(result.status, 0);
@@ -275,12 +274,12 @@ TEST_F(MonitorTest, EndsWithItsSummaryWhenAskedToStop) {
 TEST_F(MonitorTest, OutlivesItsTerminalUnderNohup) {
   Program program(keyboard(), Output::kPipe, {"nohup"});
   node_.send({{EV_KEY, KEY_UP, 1}});
-  ASSERT_TRUE(program.waitFor("key down    Up              0\n"));
+  ASSERT_TRUE(program.waitFor("key down    Up\n"));
   program.signal(SIGHUP);
   node_.send({{EV_KEY, KEY_DOWN, 1}});
-  ASSERT_TRUE(program.waitFor("key down    Down            0\n"));
+  ASSERT_TRUE(program.waitFor("key down    Down\n"));
   node_.send({{EV_KEY, KEY_LEFT, 1}});
-  ASSERT_TRUE(program.waitFor("key down    Left            0\n"));
+  ASSERT_TRUE(program.waitFor("key down    Left\n"));
 }
 
 TEST_F(MonitorTest, PrintsNothingIntoTheDaemonsSocketWhenItsOutputIsClosed) {

@@ -52,8 +52,8 @@ TEST_F(ReaderLoopTest, TakesFurtherNodesBetweenTheKeyboardAndTheMouse) {
   keyboard_.press(KEY_DOWN);
   const Events events = round();
   ASSERT_EQ(events.size(), further.size() + 2);
-  EXPECT_EQ(events.front(), "key down    Down            0");
-  EXPECT_EQ(events[1], "key down    Up              0");
+  EXPECT_EQ(events.front(), "key down    Down");
+  EXPECT_EQ(events[1], "key down    Up");
   EXPECT_EQ(events.back(), "mouse down  left x1         0,0");
 }
 
@@ -70,11 +70,11 @@ TEST_F(ReaderLoopTest, SaysThatASourceIsGoneWhenWhatItHeldHasComeUp) {
   sim::Node& further = machine_.addNode(pathOf(20), sim::Device::keyboard());
   loop_.join(pathOf(20));
   further.press(KEY_LEFTSHIFT);
-  EXPECT_EQ(round(), Events{"key down    Shift           0    shift"});
+  EXPECT_EQ(round(), Events{"key down    Shift                shift"});
   further.unplug();
   EXPECT_EQ(round(), Events{});
   EXPECT_EQ(loop_.gone(), 0U);
-  EXPECT_EQ(round(), Events{"key up      Shift           0"});
+  EXPECT_EQ(round(), Events{"key up      Shift"});
   EXPECT_EQ(loop_.gone(), only(InputLoop::kFurther));
 }
 
@@ -88,9 +88,9 @@ TEST_F(ReaderLoopTest, MendsWhatWasLostAndSaysSo) {
   }
   const Events left = round();
   ASSERT_FALSE(left.empty());
-  EXPECT_EQ(left.back(), "key up      Up              0    shift");
+  EXPECT_EQ(left.back(), "key up      Up                   shift");
   EXPECT_EQ(loop_.lost(), 0U);
-  EXPECT_EQ(round(), Events{"key up      Shift           0"});
+  EXPECT_EQ(round(), Events{"key up      Shift"});
   EXPECT_EQ(loop_.lost(), only(InputLoop::kKeyboard));
   round();
   EXPECT_EQ(loop_.lost(), 0U);

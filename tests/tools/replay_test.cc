@@ -100,8 +100,8 @@ TEST(Replay, PlaysAFileAloneFromItsFirstRecord) {
                                                           record("1329846857.201613", EV_KEY, KEY_UP, 0) +
                                                           record("1329846857.201613", EV_SYN, SYN_REPORT, 0));
   EXPECT_EQ(replayed({file}),
-            "  0.000  key down    Up              0\n"
-            "  1.000  key up      Up              0\n"
+            "  0.000  key down    Up\n"
+            "  1.000  key up      Up\n"
             "2 events in 1.000 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
@@ -111,7 +111,7 @@ TEST(Replay, ReadsAReportThatIsLongerThanADrain) {
   for (int i = 0; i < 50; ++i) report += record("0.000000", EV_MSC, MSC_SCAN, i);
   report += record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, SYN_REPORT, 0);
   EXPECT_EQ(eventsOf(replayed({folder.write("keys.evemu", kDescription + report)})),
-            std::vector<std::string>{"key down    Up              0"});
+            std::vector<std::string>{"key down    Up"});
 }
 
 // They are asked between the keyboard and the mouse, in their order.
@@ -124,11 +124,11 @@ TEST(Replay, PlaysFurtherNodesAsSourcesOfTheSameReader) {
   folder.write("node-2.evemu", kDescription + press(KEY_LEFTSHIFT));
   folder.write("keyboard.evemu", kDescription + press(KEY_UP));
   EXPECT_EQ(replayed({folder.path("")}),
-            "  0.010  key down    Up              0\n"
-            "  0.010  key down    Shift           0    shift\n"
-            "  0.010  key down    Left            0    shift\n"
+            "  0.010  key down    Up\n"
+            "  0.010  key down    Shift                shift\n"
+            "  0.010  key down    Left                 shift\n"
             "  0.010  mouse down  left x1         0,0\n"
-            "  0.020  key up      Left            0    shift\n"
+            "  0.020  key up      Left                 shift\n"
             "5 events in 0.020 s: 4 keys, 0 moves, 1 button\n");
 }
 
@@ -162,8 +162,8 @@ TEST(Replay, KeepsWhatIsHeldWhenRecordsAreLost) {
   const std::string mended = record("1.000100", EV_KEY, KEY_UP, 0) + record("1.000100", 0, 0, 0);
   EXPECT_EQ(
       eventsOf(replayed({folder.write("keys.evemu", kDescription + shift + lost + mended)})),
-      (std::vector<std::string>{"key down    Shift           0    shift", "key down    Up              0    shift",
-                                "key up      Up              0    shift"}));
+      (std::vector<std::string>{"key down    Shift                shift", "key down    Up                   shift",
+                                "key up      Up                   shift"}));
 }
 
 // A full queue of the machine's own: no key stays down that the recording releases.
@@ -174,8 +174,8 @@ TEST(Replay, MendsWhatTheMachineItselfLoses) {
   for (int i = 0; i < 100; ++i) report += record("1.000000", EV_MSC, MSC_SCAN, i);
   report += record("1.000000", EV_KEY, KEY_DOWN, 1) + record("1.000000", EV_SYN, SYN_REPORT, 0);
   EXPECT_EQ(eventsOf(replayed({folder.write("keys.evemu", kDescription + report)})),
-            (std::vector<std::string>{"key down    Shift           0    shift",
-                                      "key down    Down            0    shift", "key up      Shift           0"}));
+            (std::vector<std::string>{"key down    Shift                shift",
+                                      "key down    Down                 shift", "key up      Shift"}));
 }
 
 TEST(Replay, LosesOfAReportThatIsTooLongWhatTheKernelWouldLose) {
@@ -186,7 +186,7 @@ TEST(Replay, LosesOfAReportThatIsTooLongWhatTheKernelWouldLose) {
   const std::vector<std::string> events = eventsOf(replayed({folder.write("keys.evemu", kDescription + report)}));
   ASSERT_FALSE(events.empty());
   EXPECT_LT(events.size(), 64U);
-  EXPECT_EQ(events.back(), "key down    Down            0");
+  EXPECT_EQ(events.back(), "key down    Down");
 }
 
 TEST(Replay, ShowsRecordsWithoutAnEventOnlyWhenAskedTo) {
@@ -240,8 +240,8 @@ TEST(Replay, ReadsEachRecordWhenItComes) {
       "keys.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0) +
                         record("86399.987654", EV_KEY, KEY_UP, 0) + record("86399.987654", EV_SYN, 0, 0));
   EXPECT_EQ(replayed({file}),
-            "  0.000  key down    Up              0\n"
-            "86399.987  key up      Up              0\n"
+            "  0.000  key down    Up\n"
+            "86399.987  key up      Up\n"
             "2 events in 86399.987 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
@@ -250,7 +250,7 @@ TEST(Replay, EndsAfterAReportThatDoesNotEnd) {
   const std::string press = record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0);
   const std::string unfinished = record("1.000000", EV_KEY, KEY_UP, 0);
   EXPECT_EQ(replayed({folder.write("keys.evemu", kDescription + press + unfinished)}),
-            "  0.000  key down    Up              0\n"
+            "  0.000  key down    Up\n"
             "1 event in 1.000 s: 1 key, 0 moves, 0 buttons\n");
 }
 
@@ -259,9 +259,8 @@ TEST(Replay, TakesEachOfTheRemotesLinesAlsoIfTheyComeTogether) {
   const std::string file =
       folder.write("tv.lirc", "0.000000 0 00 KEY_UP tv\n0.000000 0 00 KEY_DOWN tv\n0.000000 0 00 KEY_LEFT tv\n");
   EXPECT_EQ(eventsOf(replayed({file})),
-            (std::vector<std::string>{"key down    Up              0", "key down    Down            0",
-                                      "key down    Left            0"}));
-  EXPECT_EQ(eventsOf(replayed({"--loop", "poll", file})), std::vector<std::string>{"key down    Up              0"});
+            (std::vector<std::string>{"key down    Up", "key down    Down", "key down    Left"}));
+  EXPECT_EQ(eventsOf(replayed({"--loop", "poll", file})), std::vector<std::string>{"key down    Up"});
 }
 
 TEST(Replay, ALoopThatPollsWaitsAsLongAsTheTimeoutSays) {
@@ -306,7 +305,7 @@ TEST(Replay, EndsWithItsSummaryWhenAskedToStop) {
       folder.write("keys.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", 0, 0, 0) +
                                      record("86400.000000", EV_KEY, KEY_UP, 0) + record("86400.000000", 0, 0, 0));
   Program program({"replay", "--realtime", file});
-  EXPECT_TRUE(program.waitFor("key down    Up              0\n"));
+  EXPECT_TRUE(program.waitFor("key down    Up\n"));
   program.signal(SIGINT);
   const Result result = program.finish();
   EXPECT_EQ(result.status, 0);
@@ -351,7 +350,7 @@ TEST(Replay, EndsWhenTheDaemonWouldDropAReaderThatDoesNotKeepUp) {
     EXPECT_EQ(result.err, "quarlo-input: " + path +
                               ": the remote's lines come faster than the reader takes them, so that the LIRC daemon "
                               "would close the connection; the rest was not played\n");
-    EXPECT_EQ(eventsOf(result.out).front(), "key down    Up              0");
+    EXPECT_EQ(eventsOf(result.out).front(), "key down    Up");
     EXPECT_EQ(result.out.find("Enter"), std::string::npos);
   }
 }

@@ -127,7 +127,7 @@ TEST_F(ScreenTest, ShowsHeldModifiersAndTheLastEvents) {
   keyboard_.send({{EV_KEY, KEY_Q, 1}});
   ASSERT_TRUE(terminal_->waitFor("  key down    Q               'Q'  shift\n"));
   EXPECT_TRUE(shows(" modifiers  ctrl [shift] alt [num lock]"));
-  EXPECT_TRUE(shows("  key down    NumLock         0    shift\n"));
+  EXPECT_TRUE(shows("  key down    NumLock              shift\n"));
   keyboard_.send({{EV_KEY, KEY_LEFTSHIFT, 0}});
   EXPECT_TRUE(terminal_->waitFor(" modifiers  ctrl  shift  alt [num lock]"));
 }
@@ -148,13 +148,13 @@ TEST_F(ScreenTest, ShowsTheRemoteHeldThenRepeatingThenIdle) {
 TEST_F(ScreenTest, ASourceThatIsGoneIsShownAndTheOthersGoOn) {
   start();
   daemon_.send("0 00 KEY_UP myremote\n");
-  ASSERT_TRUE(terminal_->waitFor("key down    Up "));
+  ASSERT_TRUE(terminal_->waitFor("key down    Up"));
   daemon_.hangUp();
   ASSERT_TRUE(terminal_->waitFor(" remote     gone      " + socket_));
   mouse_.close();
   ASSERT_TRUE(terminal_->waitFor(" mouse      gone      " + mousePath_));
   keyboard_.send({{EV_KEY, KEY_DOWN, 1}});
-  ASSERT_TRUE(terminal_->waitFor("key down    Down "));
+  ASSERT_TRUE(terminal_->waitFor("key down    Down"));
   keyboard_.close();
   expectTerminalAsBefore(1);
   EXPECT_TRUE(shows("quarlo-input: no source is left"));
@@ -204,7 +204,7 @@ TEST_F(ScreenTest, ShowsTheSameWithALoopThatPolls) {
   mouse_.send({{EV_REL, REL_X, 1}});
   ASSERT_TRUE(terminal_->waitFor("  mouse move  1,0\n"));
   daemon_.send("0 00 KEY_UP myremote\n");
-  ASSERT_TRUE(terminal_->waitFor("key down    Up "));
+  ASSERT_TRUE(terminal_->waitFor("key down    Up"));
   daemon_.hangUp();
   ASSERT_TRUE(terminal_->waitFor(" remote     gone      " + socket_));
   terminal_->press("C-c");
@@ -275,7 +275,7 @@ TEST_F(ScreenTest, IsStoppedAndContinuedLikeAnyProgram) {
   terminal_->enter("fg");
   ASSERT_TRUE(terminal_->waitFor("remote: | key-down"));
   keyboard_.send({{EV_KEY, KEY_UP, 1}});
-  ASSERT_TRUE(terminal_->waitFor("key down    Up "));
+  ASSERT_TRUE(terminal_->waitFor("key down    Up"));
   terminal_->press("C-c");
   ASSERT_TRUE(terminal_->waitFor("\n1 event in "));
 }

@@ -54,7 +54,8 @@ std::string columns(const std::string& what, const std::string& subject, const s
 }
 
 std::string describeKey(const KeyData& key) {
-  const std::string details = leftAligned(describeCharacter(key.ch), 3) + "  " + describeModifiers(key.modifiers);
+  const std::string character = key.ch != 0 ? describeCharacter(key.ch) : "";
+  const std::string details = leftAligned(character, 3) + "  " + describeModifiers(key.modifiers);
   return columns(std::string("key ") + keyAction(key), keyName(key.key), details);
 }
 
