@@ -5,11 +5,13 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <thread>
 
 #include "tests/tools/daemon.h"
 #include "tests/tools/program.h"
+#include "tests/tools/tmux.h"
 
 namespace quarlo::tools {
 namespace {
@@ -85,6 +87,80 @@ TEST_F(RecordTest, SaysWhatIsOpenAndInTheEndWhatItRecorded) {
   EXPECT_EQ(lines[5], "Recording to " + session_ + "; Ctrl-C ends.");
   EXPECT_EQ(lines[6].rfind("Recorded for ", 0), 0U);
   EXPECT_EQ(lines[7], "  remote.lirc     1 line");
+}
+
+TEST_F(RecordTest, CountsOnATerminalWhatHasCome) {
+  if (!hasTerminals()) GTEST_SKIP() << "there are no pseudo-terminals here";
+  Program program(remote(), Output::kTerminal);
+  EXPECT_TRUE(program.waitFor("\rremote 0 lines"));
+  daemon_.send(kVolume);
+  EXPECT_TRUE(program.waitFor("\rremote 1 line"));
+  daemon_.send(kDigit + kVolume);
+  EXPECT_TRUE(program.waitFor("\rremote 3 lines"));
+  program.signal(SIGINT);
+  const std::string out = program.finish().out;
+  EXPECT_EQ(out.substr(out.find("\rremote 3 lines"), out.find("Recorded") - out.find("\rremote 3 lines")),
+            "\rremote 3 lines\r              \r");
+}
+
+class RecordOnATerminalTest : public RecordTest {
+ protected:
+  void SetUp() override {
+    if (!hasTmux()) GTEST_SKIP() << "there is no tmux (package tmux)";
+    terminal_ = std::make_unique<Tmux>(folder_);
+    terminal_->enter("cd " + folder_.path() + "; clear");
+    ASSERT_TRUE(terminal_->waitUntilGone("clear"));
+  }
+
+  void start(const std::string& end) const {
+    terminal_->enter(QUARLO_PROGRAM " record --mouse none --keyboard none --lirc lircd -o session" + end);
+    ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
+  }
+
+  bool shows(const std::string& row) const {
+    const std::vector<std::string> rows = terminal_->rows();
+    return std::find(rows.begin(), rows.end(), row) != rows.end();
+  }
+
+  std::unique_ptr<Tmux> terminal_;
+};
+
+TEST_F(RecordOnATerminalTest, ErrorsHaveARowOfTheirOwn) {
+  start("");
+  daemon_.send(kVolume);
+  ASSERT_TRUE(terminal_->waitFor("remote 1 line"));
+  daemon_.hangUp();
+  ASSERT_TRUE(terminal_->waitFor("remote.lirc     1 line"));
+  EXPECT_TRUE(shows("quarlo-input: the LIRC daemon has closed the connection; no source is left"));
+  EXPECT_TRUE(terminal_->waitUntilGone("remote 1 line"));
+}
+
+TEST_F(RecordOnATerminalTest, GoesOnCountingAfterAStop) {
+  start("");
+  ASSERT_TRUE(terminal_->waitFor("remote 0 lines"));
+  terminal_->press("C-z");
+  ASSERT_TRUE(terminal_->waitFor("Stopped"));
+  terminal_->enter("clear; fg");
+  daemon_.send(kVolume);
+  ASSERT_TRUE(terminal_->waitFor("remote 1 line"));
+  EXPECT_TRUE(shows("remote 1 line"));
+  terminal_->press("C-c");
+  ASSERT_TRUE(terminal_->waitFor("remote.lirc     1 line"));
+}
+
+TEST_F(RecordOnATerminalTest, DoesNotCountBehindTheShellsLine) {
+  start(" &");
+  daemon_.send(kVolume);
+  while (recorded() != kMaskedComment + kVolume) std::this_thread::yield();
+  terminal_->enter("echo typed 'at the shell'");
+  ASSERT_TRUE(terminal_->waitFor("typed at the shell"));
+  for (const std::string& row : terminal_->rows()) EXPECT_EQ(row.find("remote 0 lines"), std::string::npos) << row;
+  terminal_->enter("clear; fg");
+  ASSERT_TRUE(terminal_->waitUntilGone("typed"));
+  daemon_.send(kVolume);
+  ASSERT_TRUE(terminal_->waitFor("remote 2 lines"));
+  terminal_->press("C-c");
+  ASSERT_TRUE(terminal_->waitFor("remote.lirc     2 lines"));
 }
 
 TEST_F(RecordTest, CanBeReplayed) {

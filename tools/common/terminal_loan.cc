@@ -32,14 +32,8 @@ char handlerStack[1 << 16];
 
 // ---- The terminal: safe in a signal handler -----------------------------------------------------
 
-// Without job control, a terminal has no foreground: a shell on the console of a small system has none.
-bool isInForeground() {
-  const pid_t group = tcgetpgrp(loan.fd);
-  return group == getpgrp() || (group == -1 && errno == ENOTTY);
-}
-
 void applyChange() {
-  if (!isInForeground() || tcgetattr(loan.fd, &loan.changed) == -1) return;
+  if (!isInForeground(loan.fd) || tcgetattr(loan.fd, &loan.changed) == -1) return;
   loan.change(loan.changed);
   loan.taken = 1;  // before it is true, for a signal can come in between
   tcsetattr(loan.fd, TCSANOW, &loan.changed);
@@ -54,7 +48,7 @@ bool isAsChanged() {
 void giveBack() {
   if (loan.taken == 0) return;
   loan.taken = 0;
-  if (!isInForeground()) return;
+  if (!isInForeground(loan.fd)) return;
   if (isAsChanged()) tcsetattr(loan.fd, TCSANOW, &loan.settings);
   tcflush(loan.fd, TCIFLUSH);
 }
@@ -63,7 +57,7 @@ void giveBack() {
 // now: a second one of ours, or a pager.
 void takeBack() {
   termios now;
-  if (loan.taken != 0 || !isInForeground() || tcgetattr(loan.fd, &now) == -1) return;
+  if (loan.taken != 0 || !isInForeground(loan.fd) || tcgetattr(loan.fd, &now) == -1) return;
   if ((now.c_lflag & (ICANON | ECHO)) == 0) return;
   loan.settings = now;
   applyChange();
@@ -159,6 +153,12 @@ void leaveEnds() {
 }
 
 }  // namespace
+
+// Without job control, a terminal has no foreground: a shell on the console of a small system has none.
+bool isInForeground(int fd) {
+  const pid_t group = tcgetpgrp(fd);
+  return group == getpgrp() || (group == -1 && errno == ENOTTY);
+}
 
 TerminalLoan::TerminalLoan(int fd) {
   loan.fd = fd;

@@ -6,6 +6,10 @@
 
 namespace quarlo::tools {
 
+// Whether the terminal `fd` is this program's now, and not that of a shell that has it in the background. Safe in a
+// signal handler.
+bool isInForeground(int fd);
+
 // What is done when a signal kills the program. Called in a signal handler.
 struct LastActs {
   void (*before)() = nullptr;  // before the terminal is given back; null: nothing

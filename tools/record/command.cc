@@ -16,7 +16,8 @@ input as well. What came is in the files at once, and stays there when the disk
 gets full, a device is unplugged, or the daemon ends. A source that sent nothing
 has no file; those of further nodes are node-1.evemu and so on, in the order of
 --also. While it runs in the foreground, what is typed at its terminal does not
-show, and reaches no shell.
+show, and reaches no shell. There a line says how many records and lines have
+come; where the output is not a terminal, nothing is printed until the end.
 
 When records of a node were lost, the difference to the keys that are down then
 is recorded as if the node had sent it; when a node is gone, what it held comes

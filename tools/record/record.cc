@@ -28,6 +28,7 @@
 #include "tools/common/output.h"
 #include "tools/common/stop_request.h"
 #include "tools/common/undumpable.h"
+#include "tools/record/counter_line.h"
 #include "tools/record/node.h"
 
 namespace quarlo::tools::record {
@@ -174,6 +175,7 @@ class Recorder {
     const bool recorded = withoutError([this] { recordAll(); });
     const microseconds duration = elapsed();
     const bool closed = withoutError([this] { writer_.close(); });
+    counter_.clear();
     const bool done = recorded && closed;
     if (!isEmpty()) {
       printSummary(duration);
@@ -186,14 +188,19 @@ class Recorder {
  private:
   // Returns whether `action` went well. Says what did not.
   template <typename Action>
-  static bool withoutError(Action action) {
+  bool withoutError(Action action) {
     try {
       action();
       return true;
     } catch (const recording::Error& error) {
-      complain(error.what());
+      say(error.what());
       return false;
     }
+  }
+
+  void say(const std::string& problem) {
+    counter_.clear();
+    complain(problem);
   }
 
   void recordAll() {
@@ -204,13 +211,14 @@ class Recorder {
 
   // Waits for at most `timeoutMs` (-1: without a limit, but for a signal), and records what is there.
   void recordRound(int timeoutMs) {
+    counter_.show(counts(), elapsed());
     const std::vector<Source*> nodes = sources_.nodes();
     std::vector<pollfd> looks;
     looks.reserve(nodes.size() + 2);
     for (const Source* node : nodes) looks.push_back({node->fd, POLLIN, 0});
     looks.push_back({sources_.remote.fd, POLLIN, 0});
     looks.push_back({typing_.descriptor(), POLLIN, 0});
-    const int ready = poll(looks.data(), looks.size(), typing_.limited(timeoutMs));
+    const int ready = poll(looks.data(), looks.size(), counter_.limited(typing_.limited(timeoutMs), elapsed()));
     typing_.discard();
     if (ready < 1) return;
     for (std::size_t i = 0; i < nodes.size(); ++i) {
@@ -263,7 +271,7 @@ class Recorder {
     if (error == EAGAIN || error == EINTR) return;
     source.close();
     writeRecords(source, source.held.release(elapsed()));
-    complain(whyItEnds(source, error) + (sources_.anyIsOpen() ? "; the others go on" : "; no source is left"));
+    say(whyItEnds(source, error) + (sources_.anyIsOpen() ? "; the others go on" : "; no source is left"));
   }
 
   static std::string whyItEnds(const Source& source, int error) {
@@ -302,19 +310,31 @@ class Recorder {
     return names;
   }
 
+  // "mouse 12 records, remote 1 line".
+  std::string counts() {
+    std::string text;
+    for (const Source* source : sources_.all()) {
+      if (source->file != nullptr) text += (text.empty() ? "" : ", ") + source->name + " " + count(*source);
+    }
+    return text;
+  }
+
+  std::string count(const Source& source) const {
+    return counted(source.file->count(), &source == &sources_.remote ? "line" : "record");
+  }
+
   void printSummary(microseconds duration) {
     std::printf("Recorded for %s s:\n", describeTime(duration).c_str());
     for (const Source* source : sources_.all()) {
-      if (source->file != nullptr) printSourceSummary(*source, source == &sources_.remote ? "line" : "record");
+      if (source->file != nullptr) printSourceSummary(*source);
     }
   }
 
-  static void printSourceSummary(const Source& source, const char* unit) {
-    const long count = source.file->count();
-    if (count == 0) {
+  void printSourceSummary(const Source& source) const {
+    if (source.file->count() == 0) {
       std::printf("  %s: nothing came, so there is no file\n", source.name.c_str());
     } else {
-      std::printf("  %-14s  %s\n", source.file->name().c_str(), counted(count, unit).c_str());
+      std::printf("  %-14s  %s\n", source.file->name().c_str(), count(source).c_str());
     }
     if (source.overflows != 0) {
       std::printf("  %s: the kernel's queue overflowed %s: records before each SYN_DROPPED are missing\n",
@@ -327,6 +347,7 @@ class Recorder {
   SessionWriter& writer_;
   const Mask mask_ = options_.shown.mask();
   HiddenTyping typing_;
+  CounterLine counter_;
   recording::LineSplitter lines_;
   microseconds start_ = now();
   microseconds received_{0};  // when the remote's last bytes came
