@@ -17,7 +17,7 @@ constexpr std::size_t kMostBitBytes = (KEY_MAX + 1) / 8;  // no event type has m
 
 class EvemuParser {
  public:
-  EvemuParser(std::FILE* file, const std::string& name, Start start) : lines_(file, name), timeline_(start) {}
+  EvemuParser(std::FILE* file, const std::string& name, microseconds start) : lines_(file, name), timeline_(start) {}
 
   DeviceRecording parse() {
     while (lines_.next()) parseLine();
@@ -34,7 +34,7 @@ class EvemuParser {
     std::string_view rest = lines_.text();
     const std::string_view label = rest.substr(0, 2);
     rest.remove_prefix(label.size());
-    if (label == "E:") return parseRecord(rest);
+    if (label == kRecordLabel) return parseRecord(rest);
     if (label == "B:") return parseBits(rest);
     if (label == "N:") return parseName(rest);
     if (label == "I:") return parseIds(rest);
@@ -143,7 +143,7 @@ class EvemuParser {
 
 }  // namespace
 
-DeviceRecording readEvemu(std::FILE* file, const std::string& name, Start start) {
+DeviceRecording readEvemu(std::FILE* file, const std::string& name, microseconds start) {
   return EvemuParser(file, name, start).parse();
 }
 

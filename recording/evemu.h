@@ -10,7 +10,11 @@
 
 namespace quarlo::recording {
 
-// Reads and checks a recording of one device, in any version of the format. Errors call the file `name`. Throws Error.
-DeviceRecording readEvemu(std::FILE* file, const std::string& name, Start start);
+// What stands before the time of a record.
+constexpr char kRecordLabel[] = "E:";
+
+// Reads and checks a recording of one device, in any version of the format; the session starts at `start`. Errors call
+// the file `name`. Throws Error.
+DeviceRecording readEvemu(std::FILE* file, const std::string& name, microseconds start);
 
 }  // namespace quarlo::recording

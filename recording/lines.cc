@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cinttypes>
 #include <cstring>
 #include <utility>
 
@@ -111,22 +112,42 @@ std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string
   return value;
 }
 
+std::optional<microseconds> firstTime(std::FILE* file, std::string_view label) {
+  Lines lines(file, "");
+  try {
+    while (lines.next()) {
+      std::string_view rest = lines.text();
+      if (rest.substr(0, label.size()) != label) continue;
+      rest.remove_prefix(label.size());
+      microseconds time;
+      if (!parseTime(takeField(rest), time)) break;
+      return time;
+    }
+  } catch (const Error&) {
+  }
+  return std::nullopt;
+}
+
 microseconds Timeline::parse(const Lines& lines, std::string_view field) {
   microseconds time;
   if (!parseTime(field, time)) {
     lines.fail("the time is " + quoted(field) + ", expected <seconds>.<microseconds>, the latter in six digits");
   }
-  if (empty_ && start_ == Start::kFirstTime) origin_ = time;
-  empty_ = false;
-  time -= origin_;
+  time -= start_;
   if (time < last_) lines.fail("the time " + quoted(field) + " is less than the one before it");
   if (time > kLongestSession) {
     lines.fail("the time " + quoted(field) + " is more than " + std::to_string(kLongestSession.count()) +
-               " hours after the start" +
-               (start_ == Start::kZero ? " (the files of a directory count from 0, the start of the recording)" : ""));
+               " hours after the start of the session, " + timeText(start_));
   }
   last_ = time;
   return time;
+}
+
+std::string timeText(microseconds time) {
+  char text[48];
+  std::snprintf(text, sizeof text, "%" PRId64 ".%06" PRId64, std::int64_t{time.count() / 1'000'000},
+                std::int64_t{time.count() % 1'000'000});
+  return text;
 }
 
 }  // namespace quarlo::recording

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -69,23 +70,26 @@ std::int64_t parseDecimal(const Lines& lines, const char* what, std::string_view
                           std::int64_t maximum);
 std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string_view field, std::uint32_t maximum);
 
-// What a file's times are counted from.
-enum class Start { kZero, kFirstTime };
+// The first time in a file: that of the first line that starts with `label`, which it follows. None if there is none,
+// or something is wrong before it, which whoever reads the file will say.
+std::optional<microseconds> firstTime(std::FILE* file, std::string_view label);
 
-// Turns the times of a file into times since the start, and checks them.
+// Turns the times of a file into times since the start of the session, and checks them.
 class Timeline {
  public:
-  explicit Timeline(Start start) : start_(start) {}
+  // `start` is on the clock of the file, and no later than its first time.
+  explicit Timeline(microseconds start) : start_(start) {}
 
-  // Reads "<seconds>.<microseconds>". Throws Error if it is something else, less than the time before, or later than
-  // kLongestSession.
+  // Reads "<seconds>.<microseconds>". Throws Error if it is something else, less than the time before, or more than
+  // kLongestSession after the start.
   microseconds parse(const Lines& lines, std::string_view field);
 
  private:
-  Start start_;
-  bool empty_ = true;
-  microseconds origin_{0};
+  microseconds start_;
   microseconds last_{0};
 };
+
+// "<seconds>.<microseconds>".
+std::string timeText(microseconds time);
 
 }  // namespace quarlo::recording

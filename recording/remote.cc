@@ -2,7 +2,7 @@
 
 namespace quarlo::recording {
 
-std::vector<RemoteLine> readRemote(std::FILE* file, const std::string& name, Start start) {
+std::vector<RemoteLine> readRemote(std::FILE* file, const std::string& name, microseconds start) {
   Lines lines(file, name);
   Timeline timeline(start);
   std::vector<RemoteLine> recording;

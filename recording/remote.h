@@ -10,7 +10,10 @@
 
 namespace quarlo::recording {
 
-// Reads and checks a recording of a remote. Errors call the file `name`. Throws Error.
-std::vector<RemoteLine> readRemote(std::FILE* file, const std::string& name, Start start);
+// What stands before the time in a line.
+constexpr char kRemoteLabel[] = "";
+
+// Reads and checks a recording of a remote; the session starts at `start`. Errors call the file `name`. Throws Error.
+std::vector<RemoteLine> readRemote(std::FILE* file, const std::string& name, microseconds start);
 
 }  // namespace quarlo::recording

@@ -41,6 +41,12 @@ void check(const std::string& path, const struct stat& status) {
   }
 }
 
+bool endsWith(std::string_view text, std::string_view suffix) {
+  return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+bool isRemote(const std::string& path) { return endsWith(path, kRemoteSuffix); }
+
 // Null, with errno, if it cannot be opened. Looks first: opening a pipe can take forever, and opening a device can set
 // it to work.
 File openFile(const std::string& path) {
@@ -54,15 +60,30 @@ bool isLink(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
+// Null if there is no such file.
+File openIfThere(const std::string& path) {
+  File file = openFile(path);
+  if (file != nullptr) return file;
+  if (errno != ENOENT) failToOpen(path);
+  if (isLink(path)) throw Error(path + ": a link to a file that does not exist");
+  return file;
+}
+
 // What `read` makes of the file, or nothing if there is no such file.
 template <typename Recording>
 std::optional<Recording> readIfThere(const std::string& path,
-                                     Recording (*read)(std::FILE*, const std::string&, Start)) {
-  const File file = openFile(path);
-  if (file != nullptr) return read(file.get(), path, Start::kZero);
-  if (errno != ENOENT) failToOpen(path);
-  if (isLink(path)) throw Error(path + ": a link to a file that does not exist");
-  return std::nullopt;
+                                     Recording (*read)(std::FILE*, const std::string&, microseconds),
+                                     microseconds start) {
+  const File file = openIfThere(path);
+  if (file == nullptr) return std::nullopt;
+  return read(file.get(), path, start);
+}
+
+// The first time in a file, which is then at its beginning again.
+std::optional<microseconds> firstTime(const File& file, const std::string& path) {
+  const auto time = recording::firstTime(file.get(), isRemote(path) ? kRemoteLabel : kRecordLabel);
+  std::rewind(file.get());
+  return time;
 }
 
 // "node-1.evemu to node-8.evemu".
@@ -83,14 +104,36 @@ bool isEmpty(const Session& session) {
                       [](const std::optional<DeviceRecording>& node) { return node.has_value(); });
 }
 
-Session readDirectory(const std::string& path) {
-  Session session;
-  session.mouse = readIfThere(pathIn(path, kMouseFile), readEvemu);
-  session.keyboard = readIfThere(pathIn(path, kKeyboardFile), readEvemu);
-  for (std::size_t i = 0; i < kMostFurtherNodes; ++i) {
-    session.further[i] = readIfThere(pathIn(path, furtherNodeFile(i)), readEvemu);
+// All that a directory can have.
+std::vector<std::string> allFiles() {
+  std::vector<std::string> files = {kMouseFile, kKeyboardFile};
+  for (std::size_t i = 0; i < kMostFurtherNodes; ++i) files.push_back(furtherNodeFile(i));
+  files.emplace_back(kRemoteFile);
+  return files;
+}
+
+// When the session starts, on the clock of its files.
+microseconds startOf(const std::string& directory) {
+  std::optional<microseconds> earliest;
+  for (const std::string& name : allFiles()) {
+    const std::string path = pathIn(directory, name);
+    const File file = openIfThere(path);
+    if (file == nullptr) continue;
+    const std::optional<microseconds> first = firstTime(file, path);
+    if (first && (!earliest || *first < *earliest)) earliest = first;
   }
-  session.remote = readIfThere(pathIn(path, kRemoteFile), readRemote);
+  return earliest && *earliest > kLongestSession ? *earliest : microseconds(0);
+}
+
+Session readDirectory(const std::string& path) {
+  const microseconds start = startOf(path);
+  Session session;
+  session.mouse = readIfThere(pathIn(path, kMouseFile), readEvemu, start);
+  session.keyboard = readIfThere(pathIn(path, kKeyboardFile), readEvemu, start);
+  for (std::size_t i = 0; i < kMostFurtherNodes; ++i) {
+    session.further[i] = readIfThere(pathIn(path, furtherNodeFile(i)), readEvemu, start);
+  }
+  session.remote = readIfThere(pathIn(path, kRemoteFile), readRemote, start);
   checkFurtherNodes(path);
   if (isEmpty(session)) {
     throw Error(path + ": the directory has none of " + kMouseFile + ", " + kKeyboardFile + ", " + kRemoteFile +
@@ -124,16 +167,13 @@ Session sessionOf(DeviceRecording device, const std::string& path) {
   return session;
 }
 
-bool endsWith(std::string_view text, std::string_view suffix) {
-  return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
-
 Session readFile(const std::string& path) {
   const File file = openFile(path);
   if (file == nullptr) failToOpen(path);
-  if (!endsWith(path, kRemoteSuffix)) return sessionOf(readEvemu(file.get(), path, Start::kFirstTime), path);
+  const microseconds start = firstTime(file, path).value_or(microseconds(0));
+  if (!isRemote(path)) return sessionOf(readEvemu(file.get(), path, start), path);
   Session session;
-  session.remote = readRemote(file.get(), path, Start::kFirstTime);
+  session.remote = readRemote(file.get(), path, start);
   return session;
 }
 

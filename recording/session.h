@@ -1,13 +1,17 @@
 // A session: input as files, so that it can be looked at, edited, kept and played again.
 //
-//   desk/                   a directory, with any of these, all on one clock; 0 is the start of the recording
+//   desk/                   a directory, with any of these, all on one clock
 //     mouse.evemu           what an evdev node said about itself and sent, in evemu's text format
 //     keyboard.evemu
 //     node-1.evemu          the same of further nodes, up to node-8.evemu, in the order in which they joined
 //     remote.lirc           what the LIRC daemon sent: "<seconds>.<microseconds> <line>", one per line
 //
 // A single file is a session, too. If its name ends in .lirc, it is a remote's. Otherwise it is a mouse's or a
-// keyboard's, by the same tests as in the reader's autodetection. Its first record is its start.
+// keyboard's, by the same tests as in the reader's autodetection.
+//
+// A directory's times count from the start of the recording, unless all are later than the longest session: then they
+// were counted from 1970 or from a machine's start, and the earliest of all is the start. That of a file that is given
+// by itself is its first record.
 //
 // In all files, empty lines and lines that start with # are comments.
 #pragma once
@@ -74,7 +78,7 @@ struct Session {
 // The time of the last record or line.
 microseconds lengthOf(const Session& session);
 
-// The longest session. Longer times are not those of a session: they were counted from 1970 or from a machine's start.
+// The longest session.
 constexpr std::chrono::hours kLongestSession{24};
 
 // Reads and checks a directory or a file. Throws Error.

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -99,11 +98,6 @@ std::string descriptionText(const DeviceDescription& device) {
 }
 
 // ---- Lines --------------------------------------------------------------------------------------
-
-std::string timeText(microseconds time) {
-  return format("%" PRId64 ".%06" PRId64, std::int64_t{time.count() / 1'000'000},
-                std::int64_t{time.count() % 1'000'000});
-}
 
 long newlinesIn(std::string_view text) { return std::count(text.begin(), text.end(), '\n'); }
 

@@ -20,7 +20,7 @@ using Codes = std::map<int, std::set<int>>;
 constexpr char kBits[] = "B: 00 02 00 00 00 00 00 00 00\n";
 constexpr char kRecord[] = "E: 0.000000 0000 0000 0\n";
 
-DeviceRecording evemu(const std::string& text, Start start = Start::kZero) { return readText(text, readEvemu, start); }
+DeviceRecording evemu(const std::string& text, microseconds start = 0us) { return readText(text, readEvemu, start); }
 
 using Axes = std::map<int, std::array<int, 6>>;
 
@@ -94,12 +94,12 @@ TEST(Evemu, TakesLinesThatEndAsOnWindows) {
   EXPECT_EQ(evemu("N: Keyboard\r\nB: 00 02\r\nE: 0.000000 0001 001e 1\r\n").name, "Keyboard");
 }
 
-TEST(Evemu, CountsTheTimesOfAFileAloneFromItsFirstRecord) {
+TEST(Evemu, CountsTheTimesFromTheStartOfTheSession) {
   const DeviceRecording recording = evemu(std::string(kBits) +
                                               "E: 1329846856.201613 0002 0001 -1\n"
                                               "E: 1329846857.000000 0000 0000 0\n",
-                                          Start::kFirstTime);
-  EXPECT_EQ(recording.records, (std::vector<Record>{{0us, EV_REL, REL_Y, -1}, {798387us, EV_SYN, 0, 0}}));
+                                          1329846856s);
+  EXPECT_EQ(recording.records, (std::vector<Record>{{201613us, EV_REL, REL_Y, -1}, {1s, EV_SYN, 0, 0}}));
 }
 
 TEST(Evemu, NamesTheLineAndWhatIsWrongWithARecord) {
@@ -127,13 +127,10 @@ TEST(Evemu, NamesTheLineWhereTimeGoesBack) {
 }
 
 TEST(Evemu, NamesTheLineOfATimeThatIsNotOfTheSession) {
-  EXPECT_EQ(
-      errorOfLine("E: 1329846856.201613 0 0 0"),
-      "file:2: the time \"1329846856.201613\" is more than 24 hours after the start (the files of a directory count "
-      "from 0, the start of the recording)");
-  EXPECT_EQ(
-      errorOf([] { evemu(std::string(kBits) + "E: 10.000000 0 0 0\nE: 86410.000001 0 0 0\n", Start::kFirstTime); }),
-      "file:3: the time \"86410.000001\" is more than 24 hours after the start");
+  EXPECT_EQ(errorOfLine("E: 1329846856.201613 0 0 0"),
+            "file:2: the time \"1329846856.201613\" is more than 24 hours after the start of the session, 0.000000");
+  EXPECT_EQ(errorOf([] { evemu(std::string(kBits) + "E: 10.500000 0 0 0\nE: 86410.000001 0 0 0\n", 10s); }),
+            "file:3: the time \"86410.000001\" is more than 24 hours after the start of the session, 10.000000");
 }
 
 TEST(Evemu, NamesTheLineAndWhatIsWrongWithTheDescription) {

@@ -20,8 +20,8 @@ inline bool operator==(const RemoteLine& a, const RemoteLine& b) { return a.time
 
 // `read` of a file with this text, which errors call "file".
 template <typename Recording>
-Recording readText(const std::string& text, Recording (*read)(std::FILE*, const std::string&, Start),
-                   Start start = Start::kZero) {
+Recording readText(const std::string& text, Recording (*read)(std::FILE*, const std::string&, microseconds),
+                   microseconds start = microseconds(0)) {
   std::string buffer = text;
   std::FILE* file = fmemopen(buffer.data(), buffer.size(), "r");
   try {

@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::vector<RemoteLine> remote(const std::string& text, Start start = Start::kZero) {
+std::vector<RemoteLine> remote(const std::string& text, microseconds start = 0us) {
   return readText(text, readRemote, start);
 }
 
@@ -24,9 +24,8 @@ TEST(Remote, ReadsTheTimesAndTheLinesAsTheyAre) {
                 {500ms, "0000000000f40bf0 00 KEY_OK myremote"}, {500ms, "BEGIN"}, {1610ms, " two  spaces "}}));
 }
 
-TEST(Remote, CountsTheTimesOfAFileAloneFromItsFirstLine) {
-  EXPECT_EQ(remote("70.000000 a\n70.110000 b\n", Start::kFirstTime),
-            (std::vector<RemoteLine>{{0us, "a"}, {110ms, "b"}}));
+TEST(Remote, CountsTheTimesFromTheStartOfTheSession) {
+  EXPECT_EQ(remote("70.000000 a\n70.110000 b\n", 70s), (std::vector<RemoteLine>{{0us, "a"}, {110ms, "b"}}));
 }
 
 TEST(Remote, NamesTheLineAndWhatIsWrong) {

@@ -99,6 +99,41 @@ TEST_F(SessionFolder, CountsFromZero) {
   EXPECT_EQ(session.remote->at(0).time, std::chrono::seconds(5));
 }
 
+TEST_F(SessionFolder, CountsFromItsEarliestTimeIfAllAreLaterThanTheLongestSession) {
+  write("mouse.evemu", std::string(kRelativeAxes) + "E: 1329846857.000000 0000 0000 0\n");
+  write("keyboard.evemu", std::string(kArrowKeys) + "E: 1329846858.500000 0000 0000 0\n");
+  write("node-3.evemu", std::string(kArrowKeys) + "# later\nE: 1329846856.200000 0000 0000 0\n");
+  write("remote.lirc", "1329846856.700000 0 00 KEY_OK remote\n");
+  const Session session = readSession(path());
+  EXPECT_EQ(session.mouse->records[0].time, std::chrono::milliseconds(800));
+  EXPECT_EQ(session.keyboard->records[0].time, std::chrono::milliseconds(2300));
+  EXPECT_EQ(session.further[2]->records[0].time, microseconds(0));
+  EXPECT_EQ(session.remote->at(0).time, std::chrono::milliseconds(500));
+}
+
+TEST_F(SessionFolder, CountsFromZeroUpToTheLongestSession) {
+  write("remote.lirc", "86400.000000 0 00 KEY_OK remote\n");
+  EXPECT_EQ(readSession(path()).remote->at(0).time, kLongestSession);
+  write("remote.lirc", "86400.000001 0 00 KEY_OK remote\n");
+  EXPECT_EQ(readSession(path()).remote->at(0).time, microseconds(0));
+}
+
+TEST_F(SessionFolder, HasOneClock) {
+  write("mouse.evemu", std::string(kRelativeAxes) + "E: 1329846857.000000 0000 0000 0\n");
+  write("remote.lirc", kLine);
+  EXPECT_EQ(errorOf([&] { readSession(path()); }),
+            path("mouse.evemu") +
+                ":2: the time \"1329846857.000000\" is more than 24 hours after the start of the session, 0.000000");
+}
+
+TEST_F(SessionFolder, NamesTheTimeThatIsBrokenAsTheFirstOfItsFile) {
+  write("mouse.evemu", std::string(kRelativeAxes) + "E: soon 0000 0000 0\n");
+  write("remote.lirc", "1329846856.700000 0 00 KEY_OK remote\n");
+  EXPECT_EQ(
+      errorOf([&] { readSession(path()); }),
+      path("mouse.evemu") + ":2: the time is \"soon\", expected <seconds>.<microseconds>, the latter in six digits");
+}
+
 TEST_F(SessionFolder, TakesADeviceForWhatItsFileIsCalled) {
   write("mouse.evemu", std::string(kArrowKeys) + kRecord);
   EXPECT_EQ(sources(readSession(path())), "mouse ");

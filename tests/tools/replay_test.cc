@@ -105,6 +105,17 @@ TEST(Replay, PlaysAFileAloneFromItsFirstRecord) {
             "2 events in 1.000 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
+TEST(Replay, PlaysADirectoryWhoseTimesCountFrom1970) {
+  const Folder folder;
+  folder.write("keyboard.evemu", kDescription + record("1329846856.500000", EV_KEY, KEY_UP, 1) +
+                                     record("1329846856.500000", EV_SYN, 0, 0));
+  folder.write("remote.lirc", "1329846855.000000 0 00 KEY_OK tv\n");
+  EXPECT_EQ(replayed({folder.path("")}),
+            "  0.000  key down    Enter           13\n"
+            "  1.500  key down    Up              0\n"
+            "2 events in 1.500 s: 2 keys, 0 moves, 0 buttons\n");
+}
+
 TEST(Replay, ReadsAReportThatIsLongerThanADrain) {
   const Folder folder;
   std::string report;

@@ -9,7 +9,8 @@ its own: a replay gives the same events (with the same --loop and --timeout). A
 session is a directory with any of mouse.evemu, keyboard.evemu and, for further
 nodes, node-1.evemu to node-8.evemu (as evemu-record writes them) and
 remote.lirc (lines of "<seconds>.<microseconds> <what lircd sent>"), or one such
-file.
+file. Times count from the start of the recording; those of a directory may also
+all count from 1970 or from a machine's start.
 
 Example: see someone use a remote
   quarlo-input replay --realtime sessions/sofa
