@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "recording/evemu.h"
+#include "recording/foreign.h"
 #include "recording/lines.h"
 #include "recording/remote.h"
 
@@ -47,12 +48,19 @@ bool endsWith(std::string_view text, std::string_view suffix) {
 
 bool isRemote(const std::string& path) { return endsWith(path, kRemoteSuffix); }
 
+const char* formatOf(const std::string& path) {
+  return isRemote(path) ? "lines of <seconds>.<microseconds> <what lircd sent>"
+                        : "evemu's text format, as evemu-record writes it";
+}
+
 // Null, with errno, if it cannot be opened. Looks first: opening a pipe can take forever, and opening a device can set
 // it to work.
 File openFile(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) == 0) check(path, status);
-  return {std::fopen(path.c_str(), "re"), std::fclose};
+  File file(std::fopen(path.c_str(), "re"), std::fclose);
+  if (file != nullptr) refuseForeign(file.get(), path, formatOf(path));
+  return file;
 }
 
 bool isLink(const std::string& path) {
