@@ -15,18 +15,24 @@ constexpr std::uint32_t kMostByte = 0xff;
 constexpr std::uint32_t kMostWord = 0xffff;
 constexpr std::size_t kMostBitBytes = (KEY_MAX + 1) / 8;  // no event type has more codes than EV_KEY
 
+// What one file has of a recording.
+struct Part {
+  bool hasRecords() const { return !recording.records.empty(); }
+
+  std::string name;  // of the file
+  bool hasDescription;
+  DeviceRecording recording;
+};
+
 class EvemuParser {
  public:
-  EvemuParser(std::FILE* file, const std::string& name, microseconds start) : lines_(file, name), timeline_(start) {}
+  EvemuParser(const NamedFile& file, microseconds start)
+      : lines_(file.file, file.name), timeline_(start), name_(file.name) {}
 
-  DeviceRecording parse() {
+  Part parse() {
     while (lines_.next()) parseLine();
-    if (bits_.empty()) {
-      lines_.failWhole("no capability lines (B:), expected a whole recording, description and records in one file");
-    }
-    if (recording_.records.empty()) lines_.failWhole("no records (lines that start with E:): there is nothing to play");
     collectCodes();
-    return std::move(recording_);
+    return {name_, !bits_.empty(), std::move(recording_)};
   }
 
  private:
@@ -136,15 +142,43 @@ class EvemuParser {
 
   Lines lines_;
   Timeline timeline_;
+  std::string name_;
   std::map<std::uint32_t, std::vector<std::uint8_t>> bits_;  // by event type
   int propertyBit_ = 0;                                      // the first of the next property byte
   DeviceRecording recording_;
 };
 
+void requireRecords(const Part& part) {
+  if (!part.hasRecords()) throw Error(part.name + ": no records (lines that start with E:): there is nothing to play");
+}
+
 }  // namespace
 
 DeviceRecording readEvemu(std::FILE* file, const std::string& name, microseconds start) {
-  return EvemuParser(file, name, start).parse();
+  Part whole = EvemuParser({file, name}, start).parse();
+  if (!whole.hasDescription) {
+    throw Error(name +
+                ": no capability lines (B:), which describe the device: if they are in another file, play the two "
+                "together, or put both into one");
+  }
+  requireRecords(whole);
+  return std::move(whole.recording);
+}
+
+DeviceRecording readEvemuPair(const NamedFile& one, const NamedFile& other, microseconds start) {
+  Part description = EvemuParser(one, start).parse();
+  Part events = EvemuParser(other, start).parse();
+  const auto complain = [&](const char* problem) {
+    throw Error(one.name + " and " + other.name + ": " + problem +
+                ", expected a device's description in one of them, and its records in the other");
+  };
+  if (!description.hasDescription && !events.hasDescription) complain("neither has capability lines (B:)");
+  if (description.hasDescription && events.hasDescription) complain("both have capability lines (B:)");
+  if (description.hasRecords() && events.hasRecords()) complain("both have records (E:)");
+  if (events.hasDescription) std::swap(description, events);
+  requireRecords(events);
+  description.recording.records = std::move(events.recording.records);
+  return std::move(description.recording);
 }
 
 }  // namespace quarlo::recording

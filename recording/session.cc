@@ -63,6 +63,12 @@ File openFile(const std::string& path) {
   return file;
 }
 
+File openExistingFile(const std::string& path) {
+  File file = openFile(path);
+  if (file == nullptr) failToOpen(path);
+  return file;
+}
+
 bool isLink(const std::string& path) {
   struct stat status;
   return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
@@ -176,13 +182,18 @@ Session sessionOf(DeviceRecording device, const std::string& path) {
 }
 
 Session readFile(const std::string& path) {
-  const File file = openFile(path);
-  if (file == nullptr) failToOpen(path);
+  const File file = openExistingFile(path);
   const microseconds start = firstTime(file, path).value_or(microseconds(0));
   if (!isRemote(path)) return sessionOf(readEvemu(file.get(), path, start), path);
   Session session;
   session.remote = readRemote(file.get(), path, start);
   return session;
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) == -1) failToOpen(path);
+  return S_ISDIR(status.st_mode);
 }
 
 }  // namespace
@@ -199,10 +210,20 @@ microseconds lengthOf(const Session& session) {
   return length;
 }
 
-Session readSession(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) == -1) failToOpen(path);
-  return S_ISDIR(status.st_mode) ? readDirectory(path) : readFile(path);
+Session readSession(const std::string& path) { return isDirectory(path) ? readDirectory(path) : readFile(path); }
+
+Session readPair(const std::string& one, const std::string& other) {
+  for (const std::string& path : {one, other}) {
+    if (!isDirectory(path)) continue;
+    throw Error(path +
+                ": this is a directory, and a session by itself; of two files, one describes a device, and the other "
+                "has its records");
+  }
+  const File file = openExistingFile(one);
+  const File otherFile = openExistingFile(other);
+  const std::optional<microseconds> start = firstTime(file, one);
+  const microseconds otherStart = firstTime(otherFile, other).value_or(microseconds(0));
+  return sessionOf(readEvemuPair({file.get(), one}, {otherFile.get(), other}, start.value_or(otherStart)), one);
 }
 
 }  // namespace quarlo::recording

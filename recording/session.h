@@ -7,11 +7,12 @@
 //     remote.lirc           what the LIRC daemon sent: "<seconds>.<microseconds> <line>", one per line
 //
 // A single file is a session, too. If its name ends in .lirc, it is a remote's. Otherwise it is a mouse's or a
-// keyboard's, by the same tests as in the reader's autodetection.
+// keyboard's, by the same tests as in the reader's autodetection. So are two files of which one describes a device and
+// the other has its records, as evemu once wrote them.
 //
 // A directory's times count from the start of the recording, unless all are later than the longest session: then they
-// were counted from 1970 or from a machine's start, and the earliest of all is the start. That of a file that is given
-// by itself is its first record.
+// were counted from 1970 or from a machine's start, and the earliest of all is the start. That of files that are given
+// by themselves is their first record.
 //
 // In all files, empty lines and lines that start with # are comments.
 #pragma once
@@ -83,5 +84,8 @@ constexpr std::chrono::hours kLongestSession{24};
 
 // Reads and checks a directory or a file. Throws Error.
 Session readSession(const std::string& path);
+
+// The same of a device's description and its records, in either order.
+Session readPair(const std::string& one, const std::string& other);
 
 }  // namespace quarlo::recording

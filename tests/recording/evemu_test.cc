@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "tests/recording/recording_test.h"
@@ -184,8 +185,49 @@ TEST(Evemu, CutsWhatItQuotes) {
 
 TEST(Evemu, NeedsCapabilitiesAndRecords) {
   EXPECT_EQ(errorOf([] { evemu(kRecord); }),
-            "file: no capability lines (B:), expected a whole recording, description and records in one file");
+            "file: no capability lines (B:), which describe the device: if they are in another file, play the two "
+            "together, or put both into one");
   EXPECT_EQ(errorOf([] { evemu(kBits); }), "file: no records (lines that start with E:): there is nothing to play");
+}
+
+// The recording of two files, "one" and "other".
+DeviceRecording pair(std::string one, std::string other) {
+  const auto open = [](std::string& text) {
+    return std::shared_ptr<std::FILE>(fmemopen(text.data(), text.size(), "r"), std::fclose);
+  };
+  return readEvemuPair({open(one).get(), "one"}, {open(other).get(), "other"}, 0us);
+}
+
+constexpr char kDescription[] = "N: Keyboard\nB: 01 02\n";
+constexpr char kRecords[] = "# EVEMU 1.0\nE: 0.000000 0001 0001 1\n";
+
+TEST(EvemuPair, IsADescriptionAndItsRecordsInEitherOrder) {
+  for (const DeviceRecording& recording : {pair(kDescription, kRecords), pair(kRecords, kDescription)}) {
+    EXPECT_EQ(recording.name, "Keyboard");
+    EXPECT_EQ(recording.codes, (Codes{{EV_KEY, {KEY_ESC}}}));
+    EXPECT_EQ(recording.records, (std::vector<Record>{{0us, EV_KEY, KEY_ESC, 1}}));
+  }
+}
+
+TEST(EvemuPair, OfTwoThatDoNotFitTogetherIsAnError) {
+  const auto complaint = [](const std::string& problem) {
+    return "one and other: " + problem +
+           ", expected a device's description in one of them, and its records in the other";
+  };
+  const std::string whole = std::string(kDescription) + kRecord;
+  EXPECT_EQ(errorOf([] { pair(kRecords, kRecords); }), complaint("neither has capability lines (B:)"));
+  EXPECT_EQ(errorOf([] { pair(kDescription, kDescription); }), complaint("both have capability lines (B:)"));
+  EXPECT_EQ(errorOf([&] { pair(whole, kDescription); }), complaint("both have capability lines (B:)"));
+  EXPECT_EQ(errorOf([&] { pair(whole, kRecords); }), complaint("both have records (E:)"));
+}
+
+TEST(EvemuPair, NamesTheFileThatIsBrokenOrHasNoRecords) {
+  EXPECT_EQ(errorOf([] { pair(kDescription, "E: 0.000000 0001 0001\n"); }),
+            "other:1: the value is \"\", expected a decimal number from -2147483648 to 2147483647");
+  EXPECT_EQ(errorOf([] { pair(kDescription, "# EVEMU 1.0\n"); }),
+            "other: no records (lines that start with E:): there is nothing to play");
+  EXPECT_EQ(errorOf([] { pair("# nothing\n", kDescription); }),
+            "one: no records (lines that start with E:): there is nothing to play");
 }
 
 }  // namespace

@@ -71,6 +71,7 @@ TEST_F(ForeignTest, IsAskedOfEachFileOfASession) {
       ": this is the output of irw, without times; expected lines of <seconds>.<microseconds> <what lircd sent>";
   EXPECT_EQ(errorOf([&] { readSession(remote); }), complaint);
   EXPECT_EQ(errorOf([&] { readSession(path()); }), complaint);
+  EXPECT_EQ(errorOf([&] { readPair(remote, recording); }), complaint);
 }
 
 }  // namespace

@@ -212,6 +212,26 @@ TEST_F(SessionFile, StartsWithItsFirstRecord) {
             microseconds(0));
 }
 
+TEST_F(SessionFile, CanBeADescriptionAndARecordThatAreApart) {
+  const std::string description = write("a.desc", kArrowKeys);
+  const std::string events = write("a.events", std::string(kRecord) + "E: 5.250000 0000 0000 0\n");
+  for (const Session& session : {readPair(description, events), readPair(events, description)}) {
+    EXPECT_EQ(sources(session), "keyboard ");
+    EXPECT_EQ(session.keyboard->records[0].time, microseconds(0));
+    EXPECT_EQ(session.keyboard->records[1].time, std::chrono::milliseconds(250));
+  }
+}
+
+TEST_F(SessionFile, OfWhichThereAreTwoHasNoDirectoryAmongThem) {
+  const std::string description = write("a.desc", kArrowKeys);
+  const std::string complaint = path() +
+                                ": this is a directory, and a session by itself; of two files, one describes a device, "
+                                "and the other has its records";
+  EXPECT_EQ(errorOf([&] { readPair(description, path()); }), complaint);
+  EXPECT_EQ(errorOf([&] { readPair(path(), description); }), complaint);
+  EXPECT_EQ(errorOf([&] { readPair(description, path("nothing")); }), path("nothing") + ": No such file or directory");
+}
+
 TEST_F(SessionFile, ThatIsAPipeIsAnError) {
   EXPECT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
   EXPECT_EQ(errorOf([&] { readSession(path("pipe")); }), path("pipe") + ": this is a pipe, expected a file");

@@ -105,6 +105,29 @@ TEST(Replay, PlaysAFileAloneFromItsFirstRecord) {
             "2 events in 1.000 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
+TEST(Replay, PlaysADescriptionAndItsRecordsThatAreApart) {
+  const Folder folder;
+  const std::string description = folder.write("keys.desc", kDescription);
+  const std::string events = folder.write(
+      "keys.events", record("1329846856.500000", EV_KEY, KEY_UP, 1) + record("1329846856.500000", EV_SYN, 0, 0));
+  const std::string expected =
+      "  0.000  key down    Up              0\n1 event in 0.000 s: 1 key, 0 moves, 0 buttons\n";
+  EXPECT_EQ(replayed({description, events}), expected);
+  EXPECT_EQ(replayed({events, description}), expected);
+}
+
+TEST(Replay, SaysWhichTwoFilesDoNotFitTogether) {
+  const Folder folder;
+  const std::string description = folder.write("keys.desc", kDescription);
+  const Result result = run({"replay", description, description});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "quarlo-input: " + description + " and " + description +
+                            ": both have capability lines (B:), expected a device's description in one of them, and "
+                            "its records in the other\n");
+  EXPECT_EQ(run({"replay", description, ""}).err, "quarlo-input: : No such file or directory\n");
+}
+
 TEST(Replay, PlaysADirectoryWhoseTimesCountFrom1970) {
   const Folder folder;
   folder.write("keyboard.evemu", kDescription + record("1329846856.500000", EV_KEY, KEY_UP, 1) +

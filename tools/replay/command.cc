@@ -10,7 +10,8 @@ session is a directory with any of mouse.evemu, keyboard.evemu and, for further
 nodes, node-1.evemu to node-8.evemu (as evemu-record writes them) and
 remote.lirc (lines of "<seconds>.<microseconds> <what lircd sent>"), or one such
 file. Times count from the start of the recording; those of a directory may also
-all count from 1970 or from a machine's start.
+all count from 1970 or from a machine's start. Of a recording whose description
+and records are apart, as evemu once wrote them, give both files.
 
 Example: see someone use a remote
   quarlo-input replay --realtime sessions/sofa
@@ -24,6 +25,8 @@ poll, or the output was closed; 2 for wrong arguments.)";
 void addOptions(CommandLine& line, ReplayOptions& options) {
   line.addRequiredArgument("SESSION", "A directory or a file",
                            [&](const std::string& text) { options.session = text; });
+  line.addArgument("EVENTS", "The file with the records, if SESSION is one with a description alone",
+                   [&](const std::string& text) { options.events = text; });
   addReaderOptions(line, options);
   line.addFlag("--realtime", options.realtime, "Play as fast as it was recorded, not as fast as possible");
   line.addFlag("--lirc-environment", options.lircEnvironment,

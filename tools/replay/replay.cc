@@ -64,6 +64,11 @@ void scheduleLines(sim::Machine& machine, sim::LircDaemon& daemon, const std::ve
   });
 }
 
+Session readSession(const ReplayOptions& options) {
+  return options.events ? recording::readPair(options.session, *options.events)
+                        : recording::readSession(options.session);
+}
+
 // The file of the first further node; empty if there is none.
 std::string firstFurtherNode(const Session& session) {
   for (std::size_t i = 0; i < session.further.size(); ++i) {
@@ -236,7 +241,7 @@ bool play(const Session& session, const ReplayOptions& options) {
 int run(const ReplayOptions& options) {
   setVerbosity(options.verbosity);
   try {
-    const Session session = recording::readSession(options.session);
+    const Session session = readSession(options);
     const std::string further = firstFurtherNode(session);
     if (options.pollTimeout && !further.empty()) {
       return fail(options.session + ": a loop that polls reads no further node, and there is " + further +
