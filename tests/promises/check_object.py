@@ -78,7 +78,9 @@ def measure(compiler, whose, readelf="readelf"):
     constructors = [name for name in sections if re.match(r"\.(init_array|ctors|preinit_array)", name)]
     if constructors:
         sys.exit(f"{SOURCES[whose][0]} runs code before main(): {', '.join(constructors)}")
-    data = {name: size for name, size in sections.items() if re.match(r"\.(data|bss|tbss|tdata)", name)}
+    # What the loader alone writes to, the addresses in tables, is read-only for the program.
+    data = {name: size for name, size in sections.items()
+            if re.match(r"\.(data|bss|tbss|tdata)", name) and not name.startswith(".data.rel.ro")}
     function, chain, functions = deepest_chain(*call_graphs)
     figures = {"code": sum(sections.values()) - sum(data.values()), "data": sum(data.values()), "function": function,
                "chain": chain}
