@@ -606,26 +606,31 @@ constexpr int kListedEventTypes = 31;
 
 void logGuess(const char* kind) { LOG_INFO("Probably a %s", kind); }
 
-const char* eventTypeLabel(int type) {
-  switch (type) {
-    case EV_KEY: return " (Keys or Buttons)";
-    case EV_REL: return " (Relative Axes)";
-    case EV_ABS: return " (Absolute Axes)";
-    case EV_MSC: return " (Something miscellaneous)";
-    case EV_LED: return " (LEDs)";
-    case EV_SND: return " (Sounds)";
-    case EV_REP: return " (Repeat)";
-    case EV_FF: return " (Force Feedback)";
-    default: return nullptr;
-  }
-}
+struct EventType {
+  int type;
+  const char* label;
+};
+
+constexpr EventType kEventTypes[] = {
+    {EV_KEY, "Keys or Buttons"},
+    {EV_REL, "Relative Axes"},
+    {EV_ABS, "Absolute Axes"},
+    {EV_MSC, "Something miscellaneous"},
+    {EV_LED, "LEDs"},
+    {EV_SND, "Sounds"},
+    {EV_REP, "Repeat"},
+    {EV_FF, "Force Feedback"},
+};
 
 void printEventType(int type) {
   printf("  Event type 0x%02x ", static_cast<unsigned>(type));
-  const char* label = eventTypeLabel(type);
-  if (label != nullptr) puts(label);
-  // Programs that read this listing expect both lines for Force Feedback.
-  if (label == nullptr || type == EV_FF) printf(" (Unknown event type: 0x%04hx)\n", static_cast<unsigned short>(type));
+  for (const EventType& known : kEventTypes) {
+    if (known.type != type) continue;
+    printf(" (%s)\n", known.label);
+    // Programs that read this listing expect both lines for Force Feedback.
+    if (type != EV_FF) return;
+  }
+  printf(" (Unknown event type: 0x%04hx)\n", static_cast<unsigned short>(type));
 }
 
 }  // namespace
