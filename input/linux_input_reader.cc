@@ -205,8 +205,7 @@ int LinuxInputReader::openDevice(const char* path, bool mouse) {
       continue;
     }
     ioctl(probe, EVIOCGNAME(sizeof name - 1), name);
-    const bool suits =
-        mouse ? hasRelEvent(probe) && hasKeyEvent(probe, true) : !hasRelEvent(probe) && hasKeyEvent(probe, false);
+    const bool suits = hasRelEvent(probe) == mouse && hasKeyEvent(probe, mouse);
     if (suits) LOG_INFO("Found a %s: %s - %s", mouse ? "mouse" : "keyboard", node, name);
     ioctl(probe, EVIOCGRAB, kReleaseGrab);
     close(probe);
