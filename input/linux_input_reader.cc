@@ -576,9 +576,9 @@ bool findLircButton(const char* name, LircPress& press) {
 // Whatever else was read with it, such as the lines between the daemon's BEGIN and END, is rejected or ignored.
 bool parseLircLine(char* text, LircPress& press) {
   char* repeatCount = endField(text);
-  if (repeatCount == nullptr || *repeatCount == '\0') return false;
+  if (repeatCount == nullptr) return false;
   char* nameField = endField(repeatCount);
-  if (nameField == nullptr || *nameField == '\0') return false;
+  if (nameField == nullptr) return false;
   if (endField(nameField) == nullptr || *nameField == '\0') return false;
 
   press.fresh = repeatCount[strspn(repeatCount, "0")] == '\0';
