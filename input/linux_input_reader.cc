@@ -183,8 +183,8 @@ constexpr long kReleaseGrab = 0;
 bool grabProbe(int fd) { return ioctl(fd, EVIOCGRAB, kGrab) != -1 || errno == EINVAL; }
 
 // Asks which codes of a type the device can send; `bits` stays as it is if there is no answer.
-void queryCodes(int fd, unsigned long request, std::uint8_t* bits, const char* failure) {
-  if (ioctl(fd, request, bits) == -1) LOG_ERROR("%s", failure);
+void queryCodes(int fd, unsigned long request, std::uint8_t* bits, const char* type) {
+  if (ioctl(fd, request, bits) == -1) LOG_ERROR("evdev ioctl failed in test%s", type);
 }
 
 bool hasBit(const std::uint8_t* bits, int bit) { return (bits[bit / 8] >> (bit % 8) & 1) != 0; }
@@ -216,19 +216,19 @@ int LinuxInputReader::openDevice(const char* path, bool mouse) {
 
 bool LinuxInputReader::hasRelEvent(int fd) const {
   std::uint8_t bits[2] = {};
-  queryCodes(fd, EVIOCGBIT(EV_REL, sizeof bits), bits, "evdev ioctl failed in testRel");
+  queryCodes(fd, EVIOCGBIT(EV_REL, sizeof bits), bits, "Rel");
   return hasBit(bits, REL_X) && hasBit(bits, REL_Y);
 }
 
 bool LinuxInputReader::hasAbsEvent(int fd) const {
   std::uint8_t bits[8] = {};
-  queryCodes(fd, EVIOCGBIT(EV_ABS, sizeof bits), bits, "evdev ioctl failed in testAbs");
+  queryCodes(fd, EVIOCGBIT(EV_ABS, sizeof bits), bits, "Abs");
   return hasBit(bits, ABS_X) && hasBit(bits, ABS_Y);
 }
 
 bool LinuxInputReader::hasKeyEvent(int fd, bool pointer) const {
   std::uint8_t bits[(KEY_MAX + 1) / 8] = {};
-  queryCodes(fd, EVIOCGBIT(EV_KEY, sizeof bits), bits, "evdev ioctl failed in testKey");
+  queryCodes(fd, EVIOCGBIT(EV_KEY, sizeof bits), bits, "Key");
   if (pointer) return hasBit(bits, BTN_LEFT) || hasBit(bits, BTN_TOUCH);
   return hasBit(bits, KEY_UP) && hasBit(bits, KEY_LEFT) && hasBit(bits, KEY_RIGHT) && hasBit(bits, KEY_DOWN);
 }
