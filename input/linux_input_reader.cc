@@ -39,19 +39,36 @@ namespace {
 
 constexpr std::string_view kLogFile = "input/linux_input_reader";
 
+bool isWanted(int severity) {
+  if (severity < 0) return logging::GetVlogLevelHelper(kLogFile.data(), kLogFile.size() + 1) >= -severity;
+  return logging::GetMinLogLevel() <= severity;
+}
+
+// The messages' arguments come in three shapes, and a function for each is less code than a LogMessage() in each place.
+// A format does not look at the texts that it does not name.
+void log(int line, int severity, const char* format, const char* text = nullptr) {
+  if (isWanted(severity)) logging::LogMessage(kLogFile.data(), line, severity, format, text);
+}
+
+void log(int line, int severity, const char* format, std::int32_t number) {
+  if (isWanted(severity)) logging::LogMessage(kLogFile.data(), line, severity, format, number);
+}
+
+void log(int line, int severity, const char* format, const char* a, const char* b, const char* c = nullptr) {
+  if (isWanted(severity)) logging::LogMessage(kLogFile.data(), line, severity, format, a, b, c);
+}
+
 }  // namespace
 
-// The level is asked before an argument is evaluated, so a message that nobody wants costs only a comparison.
-#define LOG_IF(wanted, severity, ...)                                          \
-  do {                                                                         \
-    if (wanted) {                                                              \
-      logging::LogMessage(kLogFile.data(), __LINE__, (severity), __VA_ARGS__); \
-    }                                                                          \
+// printf() is never called: with it, the compiler compares the format with the arguments.
+#define LOG(severity, ...)                  \
+  do {                                      \
+    if (false) printf(__VA_ARGS__);         \
+    log(__LINE__, (severity), __VA_ARGS__); \
   } while (false)
-#define LOG_INFO(...) LOG_IF(logging::GetMinLogLevel() <= logging::kInfo, logging::kInfo, __VA_ARGS__)
-#define LOG_ERROR(...) LOG_IF(logging::GetMinLogLevel() <= logging::kError, logging::kError, __VA_ARGS__)
-#define LOG_VERBOSE(level, ...) \
-  LOG_IF(logging::GetVlogLevelHelper(kLogFile.data(), kLogFile.size() + 1) >= (level), -(level), __VA_ARGS__)
+#define LOG_INFO(...) LOG(logging::kInfo, __VA_ARGS__)
+#define LOG_ERROR(...) LOG(logging::kError, __VA_ARGS__)
+#define LOG_VERBOSE(level, ...) LOG(-(level), __VA_ARGS__)
 
 // ---- Life cycle ---------------------------------------------------------------------------------
 
