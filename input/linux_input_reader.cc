@@ -559,16 +559,20 @@ constexpr char kLircButtonNames[] =
     ;
 
 struct LircButton {
-  std::uint16_t key;
-  std::uint16_t ch;
-  std::uint8_t nameSize;  // with the NUL
+  std::uint16_t key : 9;
+  std::uint16_t typesKey : 1;  // its character is the key code; the others have none
+  std::uint16_t nameSize : 4;  // with the NUL
 };
 
 constexpr LircButton kLircButtons[] = {
-#define LIRC_BUTTON(name, key, character) {KeyInput::key, character, sizeof(name)},
+#define LIRC_BUTTON(name, key, character) {KeyInput::key, (character) == KeyInput::key, sizeof(name)},
 #include "input/lirc_buttons.inc"
 #undef LIRC_BUTTON
 };
+
+#define LIRC_BUTTON(name, key, character) static_assert((character) == 0 || (character) == KeyInput::key, name);
+#include "input/lirc_buttons.inc"
+#undef LIRC_BUTTON
 
 // The names in the list are in capitals. Most differ from `name` in the first letter already.
 bool isButton(const char* name, const char* candidate, std::size_t sizeWithNul) {
@@ -581,7 +585,7 @@ bool findLircButton(const char* name, LircPress& press) {
   for (const LircButton& button : kLircButtons) {
     if (isButton(name, candidate, button.nameSize)) {
       press.key = button.key;
-      press.ch = button.ch;
+      press.ch = button.typesKey ? button.key : 0;
       return true;
     }
     candidate += button.nameSize;
