@@ -20,13 +20,15 @@ inline std::int32_t wrappingDifference(std::int32_t a, std::int32_t b) {
 
 inline std::int32_t timesThousand(std::int32_t value) { return wrap(1000U * static_cast<std::uint32_t>(value)); }
 
-inline timeval currentTime() {
-  timeval now = {};
+// Zero if the clock cannot be read.
+inline void readClock(timeval& now) {
+  now = {};
   gettimeofday(&now, nullptr);
-  return now;
 }
 
-inline std::int32_t elapsedMs(const timeval& then, const timeval& now) {
+// The ms from `then` to the present, which goes to `now`.
+inline std::int32_t elapsedMs(const timeval& then, timeval& now) {
+  readClock(now);
   const std::int32_t us = wrap(static_cast<std::uint32_t>(now.tv_usec) - static_cast<std::uint32_t>(then.tv_usec));
   const std::int32_t s = wrap(static_cast<std::uint32_t>(now.tv_sec) - static_cast<std::uint32_t>(then.tv_sec));
   return wrappingSum(us / 1000, timesThousand(s));

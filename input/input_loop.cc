@@ -50,7 +50,10 @@ void logLoss(const char* what, int error) {
 
 }  // namespace
 
-std::int32_t InputLoop::msSince(const timeval& then) { return elapsedMs(then, currentTime()); }
+std::int32_t InputLoop::msSince(const timeval& then) {
+  timeval now;
+  return elapsedMs(then, now);
+}
 
 // ---- Life cycle ---------------------------------------------------------------------------------
 
@@ -218,7 +221,7 @@ void InputLoop::count(Channel& channel) {
   ++channel.taken;
   bool isOver = channel.taken >= boundEvents_;
   if (channel.taken == kEventsPerLook) {
-    channel.start = currentTime();
+    readClock(channel.start);
   } else if (channel.taken % kEventsPerLook == 0) {
     isOver |= msSince(channel.start) >= boundMs_;
   }

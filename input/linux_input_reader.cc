@@ -154,7 +154,8 @@ bool LinuxInputReader::fileSelect(int timeoutMs) {
 
   // A held remote key must be forgotten in time, and only a poll can do that.
   if (lircKey != KeyInput::kNone) {
-    std::int32_t remaining = wrappingDifference(lircReleaseTimeout, elapsedMs(lircKeyTime, currentTime()));
+    timeval now;
+    std::int32_t remaining = wrappingDifference(lircReleaseTimeout, elapsedMs(lircKeyTime, now));
     if (remaining < 0) remaining = 0;
     if (timeoutMs == -1 || remaining < timeoutMs) timeoutMs = remaining;
   }
@@ -439,7 +440,7 @@ bool LinuxInputReader::handleButtonEvent(const input_event& ev, InputEvent& out)
   const bool pressed = ev.value != 0;
   if (pressed) {
     pressedButton = button;
-    const timeval now = currentTime();
+    timeval now;
     const bool inTime = elapsedMs(history.last, now) < kClickWindowMs;
     history.count = inTime ? wrappingSum(history.count, 1) : 1;
     history.last = now;
@@ -479,7 +480,8 @@ bool parseLircLine(char* text, LircPress& press);
 bool LinuxInputReader::getLircEvent(int fd, InputEvent& event) {
   char text[kLircReadSize + 1];
   const ssize_t length = read(fd, text, sizeof text - 1);
-  const std::int32_t elapsed = elapsedMs(lircKeyTime, currentTime());
+  timeval now;
+  const std::int32_t elapsed = elapsedMs(lircKeyTime, now);
 
   if (length < 1) {
     if (lircKey == KeyInput::kNone) return false;
@@ -511,7 +513,7 @@ bool LinuxInputReader::getLircEvent(int fd, InputEvent& event) {
   }
 
   LOG_VERBOSE(10, "LIRC KEYDOWN %dms.", elapsed);
-  lircKeyTime = currentTime();
+  readClock(lircKeyTime);
   lircTimeout = lircRepeatMode ? lircRepeatTimeout : lircReleaseTimeout;
   lircKey = press.key;
   lircChar = press.ch;
