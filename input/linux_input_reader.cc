@@ -694,21 +694,23 @@ void LinuxInputReader::listLinuxInputReader() const {
 // compile to small tables. The codes are those of linux/input-event-codes.h.
 namespace {
 
-// A key with the characters that it types without and with Shift: key | plain << 16 | shifted << 24. 0: no such key.
+// A key with the character that it types without Shift: key | character << kKeyBits. 0: no such key. Each row of the
+// keyboard fits 16 bits, and so the compiler's table takes no more; Power's does not, and is with the media keys.
 using Row = std::uint32_t;
+constexpr int kKeyBits = 9;
 
-constexpr Row types(LinuxInputReader::Key key, int plain, int shifted) {
-  return static_cast<Row>(key) | static_cast<Row>(plain) << 16 | static_cast<Row>(shifted) << 24;
+constexpr Row types(LinuxInputReader::Key key, int character) {
+  return static_cast<Row>(key) | static_cast<Row>(character) << kKeyBits;
 }
 
 // Most keys type the low byte of their code; letters are lower case without Shift. That makes Power type 153.
 constexpr Row types(LinuxInputReader::Key key) {
   const int character = key & 0xff;
   const bool letter = key >= KeyInput::kA && key <= KeyInput::kZ;
-  return types(key, letter ? character + 'a' - 'A' : character, character);
+  return types(key, letter ? character + 'a' - 'A' : character);
 }
 
-constexpr Row silent(LinuxInputReader::Key key) { return types(key, 0, 0); }
+constexpr Row silent(LinuxInputReader::Key key) { return types(key, 0); }
 
 Row keyboardRow(int code) {
   // clang-format off
@@ -727,19 +729,19 @@ Row keyboardRow(int code) {
     case KEY_F11:        return silent(KeyInput::kF11);
     case KEY_F12:        return silent(KeyInput::kF12);
 
-    case KEY_GRAVE:      return types(KeyInput::kGrave, '`', '~');
-    case KEY_1:          return types(KeyInput::k1, '1', '!');
-    case KEY_2:          return types(KeyInput::k2, '2', '@');
-    case KEY_3:          return types(KeyInput::k3, '3', '#');
-    case KEY_4:          return types(KeyInput::k4, '4', '$');
-    case KEY_5:          return types(KeyInput::k5, '5', '%');
-    case KEY_6:          return types(KeyInput::k6, '6', '^');
-    case KEY_7:          return types(KeyInput::k7, '7', '&');
-    case KEY_8:          return types(KeyInput::k8, '8', '*');
-    case KEY_9:          return types(KeyInput::k9, '9', '(');
-    case KEY_0:          return types(KeyInput::k0, '0', ')');
-    case KEY_MINUS:      return types(KeyInput::kMinus, '-', '_');
-    case KEY_EQUAL:      return types(KeyInput::kEquals, '=', '+');
+    case KEY_GRAVE:      return types(KeyInput::kGrave, '`');
+    case KEY_1:          return types(KeyInput::k1, '1');
+    case KEY_2:          return types(KeyInput::k2, '2');
+    case KEY_3:          return types(KeyInput::k3, '3');
+    case KEY_4:          return types(KeyInput::k4, '4');
+    case KEY_5:          return types(KeyInput::k5, '5');
+    case KEY_6:          return types(KeyInput::k6, '6');
+    case KEY_7:          return types(KeyInput::k7, '7');
+    case KEY_8:          return types(KeyInput::k8, '8');
+    case KEY_9:          return types(KeyInput::k9, '9');
+    case KEY_0:          return types(KeyInput::k0, '0');
+    case KEY_MINUS:      return types(KeyInput::kMinus, '-');
+    case KEY_EQUAL:      return types(KeyInput::kEquals, '=');
     case KEY_BACKSPACE:  return types(KeyInput::kBackspace);
 
     case KEY_TAB:        return types(KeyInput::kTab);
@@ -753,9 +755,9 @@ Row keyboardRow(int code) {
     case KEY_I:          return types(KeyInput::kI);
     case KEY_O:          return types(KeyInput::kO);
     case KEY_P:          return types(KeyInput::kP);
-    case KEY_LEFTBRACE:  return types(KeyInput::kLeftBracket, '[', '{');
-    case KEY_RIGHTBRACE: return types(KeyInput::kRightBracket, ']', '}');
-    case KEY_BACKSLASH:  return types(KeyInput::kBackslash, '\\', '|');
+    case KEY_LEFTBRACE:  return types(KeyInput::kLeftBracket, '[');
+    case KEY_RIGHTBRACE: return types(KeyInput::kRightBracket, ']');
+    case KEY_BACKSLASH:  return types(KeyInput::kBackslash, '\\');
 
     case KEY_A:          return types(KeyInput::kA);
     case KEY_S:          return types(KeyInput::kS);
@@ -766,8 +768,8 @@ Row keyboardRow(int code) {
     case KEY_J:          return types(KeyInput::kJ);
     case KEY_K:          return types(KeyInput::kK);
     case KEY_L:          return types(KeyInput::kL);
-    case KEY_SEMICOLON:  return types(KeyInput::kSemicolon, ';', ':');
-    case KEY_APOSTROPHE: return types(KeyInput::kApostrophe, '\'', '"');
+    case KEY_SEMICOLON:  return types(KeyInput::kSemicolon, ';');
+    case KEY_APOSTROPHE: return types(KeyInput::kApostrophe, '\'');
     case KEY_ENTER:      return types(KeyInput::kEnter);
     case KEY_LINEFEED:   return types(KeyInput::kEnter);
 
@@ -779,9 +781,9 @@ Row keyboardRow(int code) {
     case KEY_B:          return types(KeyInput::kB);
     case KEY_N:          return types(KeyInput::kN);
     case KEY_M:          return types(KeyInput::kM);
-    case KEY_COMMA:      return types(KeyInput::kComma, ',', '<');
-    case KEY_DOT:        return types(KeyInput::kFullStop, '.', '>');
-    case KEY_SLASH:      return types(KeyInput::kSlash, '/', '?');
+    case KEY_COMMA:      return types(KeyInput::kComma, ',');
+    case KEY_DOT:        return types(KeyInput::kFullStop, '.');
+    case KEY_SLASH:      return types(KeyInput::kSlash, '/');
     case KEY_RIGHTSHIFT: return silent(KeyInput::kShift);
 
     case KEY_LEFTCTRL:   return silent(KeyInput::kControl);
@@ -792,7 +794,7 @@ Row keyboardRow(int code) {
 
     case KEY_PAUSE:      return silent(KeyInput::kPause);
     case KEY_INSERT:     return silent(KeyInput::kInsert);
-    case KEY_DELETE:     return types(KeyInput::kDelete, 127, 127);
+    case KEY_DELETE:     return types(KeyInput::kDelete, 127);
     case KEY_HOME:       return silent(KeyInput::kHome);
     case KEY_END:        return silent(KeyInput::kEnd);
     case KEY_PAGEUP:     return silent(KeyInput::kPageUp);
@@ -803,24 +805,23 @@ Row keyboardRow(int code) {
     case KEY_RIGHT:      return silent(KeyInput::kRight);
 
     case KEY_NUMLOCK:    return silent(KeyInput::kNumLock);
-    case KEY_KPSLASH:    return types(KeyInput::kKeypadDivide, '/', '/');
-    case KEY_KPASTERISK: return types(KeyInput::kKeypadMultiply, '*', '*');
-    case KEY_KPMINUS:    return types(KeyInput::kKeypadSubtract, '-', '-');
-    case KEY_KP7:        return types(KeyInput::kKeypad7, '7', '7');
-    case KEY_KP8:        return types(KeyInput::kKeypad8, '8', '8');
-    case KEY_KP9:        return types(KeyInput::kKeypad9, '9', '9');
-    case KEY_KPPLUS:     return types(KeyInput::kKeypadAdd, '+', '+');
-    case KEY_KP4:        return types(KeyInput::kKeypad4, '4', '4');
-    case KEY_KP5:        return types(KeyInput::kKeypad5, '5', '5');
-    case KEY_KP6:        return types(KeyInput::kKeypad6, '6', '6');
-    case KEY_KP1:        return types(KeyInput::kKeypad1, '1', '1');
-    case KEY_KP2:        return types(KeyInput::kKeypad2, '2', '2');
-    case KEY_KP3:        return types(KeyInput::kKeypad3, '3', '3');
-    case KEY_KP0:        return types(KeyInput::kKeypad0, '0', '0');
+    case KEY_KPSLASH:    return types(KeyInput::kKeypadDivide, '/');
+    case KEY_KPASTERISK: return types(KeyInput::kKeypadMultiply, '*');
+    case KEY_KPMINUS:    return types(KeyInput::kKeypadSubtract, '-');
+    case KEY_KP7:        return types(KeyInput::kKeypad7, '7');
+    case KEY_KP8:        return types(KeyInput::kKeypad8, '8');
+    case KEY_KP9:        return types(KeyInput::kKeypad9, '9');
+    case KEY_KPPLUS:     return types(KeyInput::kKeypadAdd, '+');
+    case KEY_KP4:        return types(KeyInput::kKeypad4, '4');
+    case KEY_KP5:        return types(KeyInput::kKeypad5, '5');
+    case KEY_KP6:        return types(KeyInput::kKeypad6, '6');
+    case KEY_KP1:        return types(KeyInput::kKeypad1, '1');
+    case KEY_KP2:        return types(KeyInput::kKeypad2, '2');
+    case KEY_KP3:        return types(KeyInput::kKeypad3, '3');
+    case KEY_KP0:        return types(KeyInput::kKeypad0, '0');
     case KEY_KPENTER:    return types(KeyInput::kEnter);
-    case KEY_KPCOMMA:    return types(KeyInput::kKeypadDecimal, ',', ',');  // the decimal key: KEY_KPDOT has no code
+    case KEY_KPCOMMA:    return types(KeyInput::kKeypadDecimal, ',');  // the decimal key: KEY_KPDOT has no code
 
-    case KEY_POWER:      return types(KeyInput::kPower);
     case KEY_MUTE:       return silent(KeyInput::kMute);
     case KEY_VOLUMEDOWN: return silent(KeyInput::kVolumeDown);
     case KEY_VOLUMEUP:   return silent(KeyInput::kVolumeUp);
@@ -833,6 +834,7 @@ Row keyboardRow(int code) {
 Row mediaRow(int code) {
   // clang-format off
   switch (code) {
+    case KEY_POWER:       return types(KeyInput::kPower);
     case KEY_STOP:        return silent(KeyInput::kStop);
     case KEY_MENU:        return silent(KeyInput::kMenu);
     case KEY_BACK:        return silent(KeyInput::kPreviousTrack);  // a remote's BACK is the Exit key's code instead;
@@ -878,23 +880,59 @@ Row colourRow(int code) {
 Row numericRow(int code) {
   // clang-format off
   switch (code) {
-    case KEY_NUMERIC_1: return types(KeyInput::k1, '1', '!');
-    case KEY_NUMERIC_2: return types(KeyInput::k2, '2', '@');
-    case KEY_NUMERIC_3: return types(KeyInput::k3, '3', '#');
-    case KEY_NUMERIC_4: return types(KeyInput::k4, '4', '$');
-    case KEY_NUMERIC_5: return types(KeyInput::k5, '5', '%');
-    case KEY_NUMERIC_6: return types(KeyInput::k6, '6', '^');
-    case KEY_NUMERIC_7: return types(KeyInput::k7, '7', '&');
-    case KEY_NUMERIC_8: return types(KeyInput::k8, '8', '*');
-    case KEY_NUMERIC_9: return types(KeyInput::k9, '9', '(');
-    case KEY_NUMERIC_0: return types(KeyInput::k0, '0', ')');
+    case KEY_NUMERIC_1: return types(KeyInput::k1, '1');
+    case KEY_NUMERIC_2: return types(KeyInput::k2, '2');
+    case KEY_NUMERIC_3: return types(KeyInput::k3, '3');
+    case KEY_NUMERIC_4: return types(KeyInput::k4, '4');
+    case KEY_NUMERIC_5: return types(KeyInput::k5, '5');
+    case KEY_NUMERIC_6: return types(KeyInput::k6, '6');
+    case KEY_NUMERIC_7: return types(KeyInput::k7, '7');
+    case KEY_NUMERIC_8: return types(KeyInput::k8, '8');
+    case KEY_NUMERIC_9: return types(KeyInput::k9, '9');
+    case KEY_NUMERIC_0: return types(KeyInput::k0, '0');
 
     default:            return 0;
   }
   // clang-format on
 }
 
-bool isKeypadDigit(LinuxInputReader::Key key) { return key >= KeyInput::kKeypad0 && key <= KeyInput::kKeypad9; }
+// What Shift makes of a digit or a sign on a US keyboard. 0: the character is another.
+char shiftedSign(char ch) {
+  // clang-format off
+  switch (ch) {
+    case '`':  return '~';
+    case '1':  return '!';
+    case '2':  return '@';
+    case '3':  return '#';
+    case '4':  return '$';
+    case '5':  return '%';
+    case '6':  return '^';
+    case '7':  return '&';
+    case '8':  return '*';
+    case '9':  return '(';
+    case '0':  return ')';
+    case '-':  return '_';
+    case '=':  return '+';
+    case '[':  return '{';
+    case ']':  return '}';
+    case '\\': return '|';
+    case ';':  return ':';
+    case '\'': return '"';
+    case ',':  return '<';
+    case '.':  return '>';
+    case '/':  return '?';
+    default:   return 0;
+  }
+  // clang-format on
+}
+
+char shifted(char ch) {
+  if (ch >= 'a' && ch <= 'z') return static_cast<char>(ch - 'a' + 'A');
+  const char sign = shiftedSign(ch);
+  return sign != 0 ? sign : ch;
+}
+
+bool isKeypad(LinuxInputReader::Key key) { return key >= KeyInput::kKeypad0 && key <= KeyInput::kKeypadDivide; }
 
 }  // namespace
 
@@ -905,11 +943,14 @@ void LinuxInputReader::translateKey(int code, Modifier modifiers, bool numLock, 
   if (row == 0) row = colourRow(code);
   if (row == 0) row = numericRow(code);
 
-  const bool shift = (modifiers & KeyInput::kShiftModifier) != 0;
-  key = static_cast<Key>(row & 0xffff);
-  ch = static_cast<char>(shift ? row >> 24 : row >> 16);
-  // Without Num Lock the keypad's digits type nothing; they do not turn into arrows.
-  if (isKeypadDigit(key) && !numLock) ch = 0;
+  key = static_cast<Key>(row & ((1U << kKeyBits) - 1));
+  ch = static_cast<char>(row >> kKeyBits);
+  if (isKeypad(key)) {
+    // Without Num Lock its digits type nothing; they do not turn into arrows. Shift does not matter to it.
+    if (key <= KeyInput::kKeypad9 && !numLock) ch = 0;
+  } else if ((modifiers & KeyInput::kShiftModifier) != 0) {
+    ch = shifted(ch);
+  }
 }
 
 }  // namespace quarlo::components::input
