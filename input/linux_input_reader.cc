@@ -197,8 +197,25 @@ constexpr std::size_t kDeviceNameSize = 100;  // one more than is asked for: the
 constexpr long kGrab = 1;
 constexpr long kReleaseGrab = 0;
 
-// Whether no other process has grabbed the node. A node that cannot be grabbed answers EINVAL.
-bool grabProbe(int fd) { return ioctl(fd, EVIOCGRAB, kGrab) != -1 || errno == EINVAL; }
+// Opens the node event<n> to look at it, and grabs it. Returns -1, with the reason in errno, also if another process has
+// grabbed it. A node that cannot be grabbed answers EINVAL.
+int openProbe(int n, char (&node)[kNodePathSize], char (&name)[kDeviceNameSize]) {
+  snprintf(node, sizeof node, "/dev/input/event%d", n);
+  const int fd = open(node, O_RDONLY);
+  if (fd == -1) return -1;
+  if (ioctl(fd, EVIOCGRAB, kGrab) == -1 && errno != EINVAL) {
+    close(fd);
+    errno = EBUSY;
+    return -1;
+  }
+  ioctl(fd, EVIOCGNAME(sizeof name - 1), name);
+  return fd;
+}
+
+void closeProbe(int fd) {
+  ioctl(fd, EVIOCGRAB, kReleaseGrab);
+  close(fd);
+}
 
 // Asks which codes of a type the device can send; `bits` stays as it is if there is no answer.
 void queryCodes(int fd, unsigned long request, std::uint8_t* bits, const char* type) {
@@ -215,18 +232,11 @@ int LinuxInputReader::openDevice(const char* path, bool mouse) {
   char node[kNodePathSize];
   char name[kDeviceNameSize] = {};
   for (int n = kHighestScannedNode; n >= 0; --n) {
-    snprintf(node, sizeof node, "/dev/input/event%d", n);
-    const int probe = open(node, O_RDONLY);
+    const int probe = openProbe(n, node, name);
     if (probe == -1) continue;
-    if (!grabProbe(probe)) {
-      close(probe);
-      continue;
-    }
-    ioctl(probe, EVIOCGNAME(sizeof name - 1), name);
     const bool suits = hasRelEvent(probe) == mouse && hasKeyEvent(probe, mouse);
     if (suits) LOG_INFO("Found a %s: %s - %s", mouse ? "mouse" : "keyboard", node, name);
-    ioctl(probe, EVIOCGRAB, kReleaseGrab);
-    close(probe);
+    closeProbe(probe);
     if (suits) return open(node, O_RDONLY | O_NONBLOCK);
   }
   return -1;
@@ -661,17 +671,11 @@ void LinuxInputReader::listLinuxInputReader() const {
   char node[kNodePathSize];
   char name[kDeviceNameSize] = {};
   for (int n = 0; n <= kHighestListedNode; ++n) {
-    snprintf(node, sizeof node, "/dev/input/event%d", n);
-    const int fd = open(node, O_RDONLY);
+    const int fd = openProbe(n, node, name);
     if (fd == -1) {
       if (errno == ENODEV) return;
       continue;
     }
-    if (!grabProbe(fd)) {
-      close(fd);
-      continue;
-    }
-    ioctl(fd, EVIOCGNAME(sizeof name - 1), name);
     LOG_INFO("%s: %s", node, name);
     if (hasRelEvent(fd) && hasKeyEvent(fd, true)) logGuess("mouse");
     if (hasAbsEvent(fd) && hasKeyEvent(fd, true)) logGuess("touchscreen");
@@ -683,8 +687,7 @@ void LinuxInputReader::listLinuxInputReader() const {
     for (int type = 0; type < kListedEventTypes; ++type) {
       if (hasBit(types, type)) printEventType(type);
     }
-    ioctl(fd, EVIOCGRAB, kReleaseGrab);
-    close(fd);
+    closeProbe(fd);
   }
 }
 
