@@ -224,6 +224,14 @@ void queryCodes(int fd, unsigned long request, std::uint8_t* bits, const char* t
 
 bool hasBit(const std::uint8_t* bits, int bit) { return (bits[bit / 8] >> (bit % 8) & 1) != 0; }
 
+// `request` asks for relative or for absolute axes, whose x and y have the same codes. Inlined, it would be there twice.
+__attribute__((noinline)) bool hasXAndY(int fd, unsigned long request, const char* type) {
+  static_assert(REL_X == ABS_X && REL_Y == ABS_Y);
+  std::uint8_t bits[8] = {};
+  queryCodes(fd, request, bits, type);
+  return hasBit(bits, REL_X) && hasBit(bits, REL_Y);
+}
+
 }  // namespace
 
 int LinuxInputReader::openDevice(const char* path, bool mouse) {
@@ -242,17 +250,9 @@ int LinuxInputReader::openDevice(const char* path, bool mouse) {
   return -1;
 }
 
-bool LinuxInputReader::hasRelEvent(int fd) const {
-  std::uint8_t bits[2] = {};
-  queryCodes(fd, EVIOCGBIT(EV_REL, sizeof bits), bits, "Rel");
-  return hasBit(bits, REL_X) && hasBit(bits, REL_Y);
-}
+bool LinuxInputReader::hasRelEvent(int fd) const { return hasXAndY(fd, EVIOCGBIT(EV_REL, 2), "Rel"); }
 
-bool LinuxInputReader::hasAbsEvent(int fd) const {
-  std::uint8_t bits[8] = {};
-  queryCodes(fd, EVIOCGBIT(EV_ABS, sizeof bits), bits, "Abs");
-  return hasBit(bits, ABS_X) && hasBit(bits, ABS_Y);
-}
+bool LinuxInputReader::hasAbsEvent(int fd) const { return hasXAndY(fd, EVIOCGBIT(EV_ABS, 8), "Abs"); }
 
 bool LinuxInputReader::hasKeyEvent(int fd, bool pointer) const {
   std::uint8_t bits[(KEY_MAX + 1) / 8] = {};
