@@ -160,15 +160,16 @@ bool LinuxInputReader::fileSelect(int timeoutMs) {
     if (timeoutMs == -1 || remaining < timeoutMs) timeoutMs = remaining;
   }
 
-  timeval interval = {};
+  timeval interval;
+  timeval* limit = nullptr;
   if (timeoutMs != -1) {
     const div_t split = div(timesThousand(timeoutMs), 1000000);
-    interval.tv_sec = split.quot;
-    interval.tv_usec = split.rem;
+    interval = {split.quot, split.rem};
+    limit = &interval;
   }
   // The stored set itself, not a copy: later waits watch only what this one leaves in it. The application's timing is
   // tuned to that.
-  const int ready = select(maxFd + 1, &readSet, nullptr, nullptr, timeoutMs == -1 ? nullptr : &interval);
+  const int ready = select(maxFd + 1, &readSet, nullptr, nullptr, limit);
   if (ready == -1) maxFd = -1;
   return ready > 0;
 }
