@@ -1,5 +1,7 @@
 #include "tools/tune/reader_run.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <deque>
 #include <optional>
@@ -38,8 +40,10 @@ namespace {
 // A machine with the daemon alone, and the application on it.
 class Run {
  public:
-  Run(const Remote& remote, const Setting& setting, const Circumstances& circumstances) : work_(circumstances.work) {
+  Run(const Remote& remote, const Setting& setting, const Circumstances& circumstances)
+      : remote_(remote), poll_(setting.pollMs), work_(circumstances.work) {
     machine_.setTracing(false);
+    machine_.setFirstDescriptor(STDERR_FILENO + 1);  // select() looks at each number below
     machine_.setEnvironment(components::input::kRepeatTimeoutVariable, std::to_string(setting.repeatMs));
     machine_.setEnvironment(components::input::kReleaseTimeoutVariable, std::to_string(setting.releaseMs));
     sim::LircDaemon& daemon = machine_.addLircDaemon(kStudiedSocket);
@@ -55,7 +59,7 @@ class Run {
   }
 
   Timeline play() {
-    while (!hasEnded()) playRound();
+    while (!hasEnded()) playRounds();
     return std::move(timeline_);
   }
 
@@ -73,6 +77,53 @@ class Run {
       timeline_.lines.push_back({time, Fate::kLost});
       daemon.sendText(text + "\n");
     });
+  }
+
+  // What shows whether anything happened in a round.
+  struct Snapshot {
+    std::size_t lines;
+    std::size_t keyDowns;
+    std::size_t states;
+    bool waiting;
+  };
+
+  Snapshot snapshot() const {
+    return {timeline_.lines.size(), timeline_.keyDowns.size(), timeline_.states.size(), !waiting_.empty()};
+  }
+
+  // When a round after this time can first be unlike the one before it: when a line comes, when one of the reader's
+  // timeouts ends or cuts the wait short, or when the run ends.
+  microseconds turnAfter(microseconds time) const {
+    const std::size_t next = timeline_.lines.size();
+    microseconds turn = next < remote_.lines.size() ? remote_.lines[next].time - remote_.lines.front().time
+                                                    : timeline_.lines.back().sent + kPauseBetweenPresses;
+    if (reader_->lircKey == msg::KeyInput::kNone) return turn;
+    constexpr microseconds kReckonedInMs = 1ms;
+    const microseconds keyDown =
+        std::chrono::seconds(reader_->lircKeyTime.tv_sec) + microseconds(reader_->lircKeyTime.tv_usec) - start_;
+    const std::chrono::milliseconds repeat(reader_->lircRepeatTimeout);
+    const std::chrono::milliseconds release(reader_->lircReleaseTimeout);
+    for (const microseconds timeout : {release - *poll_, release, release + repeat, repeat + repeat}) {
+      const microseconds end = keyDown + timeout;
+      if (end + kReckonedInMs >= time) turn = std::min(turn, end - kReckonedInMs);
+    }
+    return turn;
+  }
+
+  // A loop that polls mostly finds nothing, thousands of times a second while a button is held. Such rounds are all the
+  // same: they take time.
+  void playRounds() {
+    const Snapshot before = snapshot();
+    const microseconds start = elapsed();
+    playRound();
+    const microseconds round = elapsed() - start;
+    const Snapshot after = snapshot();
+    if (!poll_ || before.waiting || after.waiting ||
+        std::tie(before.lines, before.keyDowns, before.states) != std::tie(after.lines, after.keyDowns, after.states)) {
+      return;
+    }
+    const microseconds left = turnAfter(start) - elapsed();
+    if (left > 3 * round) machine_.advance((left / round - 2) * round);
   }
 
   void playRound() {
@@ -122,6 +173,8 @@ class Run {
 
   microseconds elapsed() const { return machine_.now() - start_; }
 
+  const Remote& remote_;
+  std::optional<std::chrono::milliseconds> poll_;
   microseconds work_;
   sim::Machine machine_;
   std::optional<LinuxInputReader> reader_;  // it reads the environment when it is made
