@@ -142,7 +142,10 @@ std::string periodOf(const tools::tune::Protocol& protocol) {
 TEST(FactsTest, TheProtocolsAndTapsOfTuning) {
   std::vector<Quotation> quotations = {
       {"docs/tuning.md", "A tap is what comes in " + ms(tools::tune::kSlowTap.count())},
-      {"docs/tuning.md", "a held button from " + ms(tools::tune::kShortestHold.count()) + " on"}};
+      {"docs/tuning.md", "a held button from " + ms(tools::tune::kShortestHold.count()) + " on"},
+      {"docs/tuning.md", "up to " + std::to_string(tools::tune::kMostStudiedLines) +
+                             " lines, and of each press not more than its first " +
+                             std::to_string(tools::tune::kMostLinesOfAPress)}};
   for (const tools::tune::Protocol& protocol : tools::tune::knownProtocols()) {
     quotations.push_back({"docs/tuning.md", "| `" + protocol.name + "` | " + periodOf(protocol) + " ms | " +
                                                 std::to_string(protocol.tapLines) + " lines |"});

@@ -237,8 +237,65 @@ TEST_F(TimingTest, ARecordingWithNothingToStudyIsAnErrorThatSaysWhatToDo) {
             "sofa: no button is held for 500 ms or more: record some taps and one that is. If one was, the daemon does "
             "not count its lines: correct the remote's file for lircd");
   EXPECT_EQ(errorOf(hold(0ms)), "sofa: no button is tapped (for less than 500 ms): record some taps, too");
-  EXPECT_EQ(errorOf(std::vector<RemoteLine>(1001, line(0ms, "00"))),
-            "sofa: the remote sent 1001 lines, and at most 1000 can be studied; record some taps and one held button");
+}
+
+// A recording of 1000 presses: each third one held for 990 ms, each second one half a second after the one before.
+std::vector<RemoteLine> longRecording() {
+  std::vector<RemoteLine> lines;
+  for (int i = 0; i < 1000; ++i) {
+    const microseconds start = lines.empty() ? 1h : lines.back().time + (i % 2 == 0 ? 500ms : 700s / 10);
+    lines = joined(std::move(lines), i % 3 == 0 ? hold(start) : tap(start));
+  }
+  return lines;
+}
+
+TEST_F(TimingTest, OfALongRecordingSomePressesAreStudiedAsTheyWere) {
+  const Remote remote = recordedRemote(longRecording(), "sofa");
+  EXPECT_EQ(remote.holds, 334U);
+  EXPECT_EQ(remote.taps, 666U);
+  EXPECT_LE(remote.lines.size(), kMostStudiedLines);
+  EXPECT_GT(remote.lines.size(), kMostStudiedLines * 3 / 4);
+  EXPECT_EQ(remote.period, 110ms);
+  int afterHalfASecond = 0;
+  for (std::size_t i = 0; i < remote.presses.size(); ++i) {
+    const Press& press = remote.presses[i];
+    EXPECT_EQ(press.end - press.first, press.held ? 10U : 2U);
+    EXPECT_EQ(remote.lines[press.end - 1].time - remote.lines[press.first].time, press.held ? 990ms : 110ms);
+    EXPECT_EQ(remote.lines[press.first].text, line(0ms, "00").text);
+    if (i == 0) continue;
+    const microseconds pause = remote.lines[press.first].time - remote.lines[press.first - 1].time;
+    EXPECT_TRUE(pause == 500ms || pause == 1s) << pause.count();
+    afterHalfASecond += pause == 500ms ? 1 : 0;
+  }
+  EXPECT_GT(afterHalfASecond, 20);
+}
+
+TEST_F(TimingTest, OfALongRecordingAPressIsStudiedForItsFirstLines) {
+  std::vector<RemoteLine> lines = tap(0ms);
+  lines.push_back(line(10s, "00"));
+  for (int i = 1; i < 2000; ++i) lines.push_back(line(10s + i * 108ms, "01"));
+  const Remote remote = recordedRemote(lines, "sofa");
+  ASSERT_EQ(remote.presses.size(), 2U);
+  EXPECT_TRUE(remote.presses[1].held);
+  EXPECT_EQ(remote.lines.size(), 2 + kMostLinesOfAPress);
+  EXPECT_EQ(remote.leftOut, 0U);
+}
+
+TEST_F(TimingTest, APressThatIsStudiedGivesWhatItGaveInTheWhole) {
+  const auto best = [](std::vector<RemoteLine> lines) {
+    const Study study = studyTiming(recordedRemote(std::move(lines), "sofa"), {});
+    return describe(study.findings[study.recommended]);
+  };
+  std::vector<RemoteLine> part = longRecording();
+  part.resize(840);  // after a press
+  EXPECT_EQ(best(longRecording()), best(part));
+}
+
+TEST_F(TimingTest, ALineThatIsLongerThanAReadDoesNotSpoilTheNext) {
+  std::vector<RemoteLine> lines = tap(0ms);
+  lines[1].text += std::string(300, 'x');
+  const Remote remote = recordedRemote(joined(lines, hold(1000ms)), "sofa");
+  EXPECT_EQ(remote.leftOut, 0U);
 }
 
 // ---- The study ----------------------------------------------------------------------------------

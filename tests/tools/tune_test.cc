@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -139,6 +140,28 @@ TEST(Tune, CountsTheLinesThatItLeavesOut) {
   const std::string session = contentOf(sample("sofa") + "/remote.lirc") + "9.000000 1 00 KEY_UNKNOWN sample\n";
   EXPECT_NE(tuned(with({folder.write("remote.lirc", session)}, kSmallGrid)).find("1 held button; left out: 1 line.\n"),
             std::string::npos);
+}
+
+// Two taps and a button that is held for half a second, again and again.
+std::string longSession() {
+  std::string text;
+  for (int i = 0; i < 2000; ++i) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%d.000000 1 00 KEY_OK r\n%d.500000 1 %s KEY_OK r\n", i, i,
+                  i % 2 == 0 ? "00" : "01");
+    text += line;
+  }
+  return text;
+}
+
+TEST(Tune, SaysHowManyPressesOfALongSessionItStudied) {
+  const Folder folder;
+  const std::string path = folder.write("remote.lirc", longSession());
+  const std::string heading = linesOf(tuned(with({path}, kSmallGrid))).front();
+  EXPECT_EQ(heading, "Remote: " + path + ", a line every 500 ms; 415 of 2000 taps, and 292 of 1000 held buttons.");
+  const auto json = nlohmann::json::parse(linesOf(tuned(with({path, "--json"}, kSmallGrid))).back());
+  EXPECT_EQ(json["presses"], 3000);
+  EXPECT_EQ(json["pressesStudied"], 707);
 }
 
 TEST(Tune, IsTheSameEachTime) { EXPECT_EQ(tuned({}), tuned({})); }

@@ -7,6 +7,7 @@
 
 #include "sim/machine.h"
 #include "tools/common/describe.h"
+#include "tools/tune/sample.h"
 
 namespace quarlo::tools::tune {
 
@@ -49,25 +50,47 @@ bool beginsPress(std::string_view text) {
   return text.substr(start, text.find(' ', start) - start).find_first_not_of('0') == std::string_view::npos;
 }
 
-// Whether a line is a key-down if nothing is held.
-bool isUnderstood(const std::string& text) {
-  sim::Machine machine;
-  machine.setTracing(false);
-  sim::LircDaemon& daemon = machine.addLircDaemon(kStudiedSocket);
-  LinuxInputReader reader;
-  reader.init(nullptr, nullptr, kStudiedSocket, 0, 0);
-  daemon.sendText(text + "\n");
-  InputEvent event = {};
-  return reader.readInput(event, 0);
-}
-
-// The lines of presses alone.
-std::vector<RemoteLine> linesOfPresses(const std::vector<RemoteLine>& lines) {
-  std::vector<RemoteLine> kept;
-  for (const RemoteLine& line : lines) {
-    if ((!kept.empty() || beginsPress(line.text)) && isUnderstood(line.text)) kept.push_back(line);
+// Tells the lines that are key-downs if nothing is held.
+class Judge {
+ public:
+  Judge() : daemon_(machine_.addLircDaemon(kStudiedSocket)) {
+    machine_.setTracing(false);
+    reader_.init(nullptr, nullptr, kStudiedSocket, 0, 0);
   }
-  return kept;
+
+  bool understands(const std::string& text) {
+    daemon_.sendText(text + "\n");
+    const bool understood = readOnce();
+    while (machine_.hasUnread()) readOnce();
+    return understood;
+  }
+
+ private:
+  bool readOnce() {
+    reader_.lircKey = msg::KeyInput::kNone;
+    InputEvent event = {};
+    return reader_.readInput(event, 0);
+  }
+
+  sim::Machine machine_;
+  sim::LircDaemon& daemon_;
+  LinuxInputReader reader_;
+};
+
+// Keeps the lines of presses alone.
+void keepPresses(std::vector<RemoteLine>& lines) {
+  Judge judge;
+  bool begun = false;
+  const auto isOfNoPress = [&](const RemoteLine& line) {
+    if ((!begun && !beginsPress(line.text)) || !judge.understands(line.text)) return true;
+    begun = true;
+    return false;
+  };
+  std::size_t kept = 0;
+  for (RemoteLine& line : lines) {
+    if (!isOfNoPress(line)) std::swap(lines[kept++], line);
+  }
+  lines.resize(kept);
 }
 
 // Moves presses closer to each other. Nothing that the reader does is lost: it forgets a key, or a new press makes it.
@@ -108,7 +131,40 @@ Remote remoteOf(std::vector<RemoteLine> lines) {
   Remote remote;
   remote.presses = pressesOf(lines);
   remote.lines = std::move(lines);
+  for (const Press& press : remote.presses) ++(press.held ? remote.holds : remote.taps);
   return remote;
+}
+
+std::vector<Candidate> candidatesOf(const Remote& remote) {
+  std::vector<Candidate> candidates;
+  candidates.reserve(remote.presses.size());
+  microseconds previous = remote.lines.front().time;
+  for (const Press& press : remote.presses) {
+    const microseconds start = remote.lines[press.first].time;
+    const microseconds pause = start - std::exchange(previous, remote.lines[press.end - 1].time);
+    candidates.push_back({press.held, previous - start, pause, pause < kPauseBetweenPresses, press.end - press.first});
+  }
+  return candidates;
+}
+
+// Has some presses stand for all of them. Pauses stay what they were.
+void keepSome(Remote& remote) {
+  std::vector<Candidate> candidates = candidatesOf(remote);
+  for (Candidate& candidate : candidates) candidate.cost = std::min(candidate.cost, kMostLinesOfAPress);
+  std::vector<RemoteLine> lines;
+  std::vector<Press> presses;
+  microseconds end{0};
+  for (const std::size_t number : choosePresses(candidates, kMostStudiedLines)) {
+    const Press& press = remote.presses[number];
+    const microseconds shift = end + candidates[number].pause - remote.lines[press.first].time;
+    presses.push_back({lines.size(), lines.size() + candidates[number].cost, press.held});
+    for (std::size_t i = press.first; i < press.first + candidates[number].cost; ++i) {
+      lines.push_back({remote.lines[i].time + shift, std::move(remote.lines[i].text)});
+    }
+    end = lines.back().time;
+  }
+  remote.lines = std::move(lines);
+  remote.presses = std::move(presses);
 }
 
 }  // namespace
@@ -122,34 +178,32 @@ Remote imagineRemote(const Protocol& protocol, microseconds hold) {
   press(lines.back().time + kPauseBetweenPresses, static_cast<long>(hold / protocol.period) + 1);
   Remote remote = remoteOf(std::move(lines));
   remote.presses.back().held = true;  // until after its last line
+  remote.taps = remote.holds = 1;
   remote.period = protocol.period;
   return remote;
 }
 
-Remote recordedRemote(const std::vector<RemoteLine>& lines, const std::string& name) {
-  if (lines.size() > kMaxStudiedLines) {
-    throw recording::Error(name + ": the remote sent " + std::to_string(lines.size()) + " lines, and at most " +
-                           std::to_string(kMaxStudiedLines) + " can be studied; record some taps and one held button");
-  }
-  std::vector<RemoteLine> kept = linesOfPresses(lines);
-  if (kept.empty()) {
+Remote recordedRemote(std::vector<RemoteLine> lines, const std::string& name) {
+  const std::size_t count = lines.size();
+  keepPresses(lines);
+  if (lines.empty()) {
     throw recording::Error(name +
                            ": no line begins a press (repeat count 0, and a button that the reader knows): there is "
                            "nothing to study; see it with `quarlo-input replay -v`");
   }
-  cutPauses(kept);
-  Remote remote = remoteOf(std::move(kept));
-  remote.leftOut = lines.size() - remote.lines.size();
-  const auto isHeld = [](const Press& press) { return press.held; };
-  if (std::none_of(remote.presses.begin(), remote.presses.end(), isHeld)) {
+  cutPauses(lines);
+  Remote remote = remoteOf(std::move(lines));
+  remote.leftOut = count - remote.lines.size();
+  if (remote.holds == 0) {
     throw recording::Error(name + ": no button is held for " + inMs(kShortestHold) +
                            " or more: record some taps and one that is. If one was, "
                            "the daemon does not count its lines: correct the remote's file for lircd");
   }
-  if (std::all_of(remote.presses.begin(), remote.presses.end(), isHeld)) {
+  if (remote.taps == 0) {
     throw recording::Error(name + ": no button is tapped (for less than " + inMs(kShortestHold) +
                            "): record some taps, too");
   }
+  if (remote.lines.size() > kMostStudiedLines) keepSome(remote);
   remote.period = medianPeriod(remote);
   return remote;
 }

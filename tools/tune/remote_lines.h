@@ -39,7 +39,9 @@ int linesOfATap(microseconds period);
 // Presses that last this long are held buttons, shorter ones are taps: the kernel's remotes repeat from here on.
 constexpr std::chrono::milliseconds kShortestHold{500};
 
-constexpr std::size_t kMaxStudiedLines = 1000;
+// Of a recording with more lines, some presses stand for all, each with not more than its first lines.
+constexpr std::size_t kMostStudiedLines = 1000;
+constexpr std::size_t kMostLinesOfAPress = 100;
 
 // Lines of one press of a button: those with the numbers from `first` up to `end`, which is not one of them.
 struct Press {
@@ -54,6 +56,8 @@ struct Remote {
   std::vector<Press> presses;  // each line is part of one
   std::size_t leftOut = 0;     // lines that the reader does not understand, and repeats of no press
   microseconds period{0};      // from line to line of held buttons, the median
+  std::size_t taps = 0;        // that there were; `presses` can be a part of them
+  std::size_t holds = 0;
 };
 
 // A remote of that protocol: one tap, and one button that is held.
@@ -63,6 +67,6 @@ Remote imagineRemote(const Protocol& protocol, microseconds hold);
 // What was recorded of a remote. Pauses between presses are cut to a second. Throws recording::Error, with the name of
 // what was recorded, if there is nothing to study in it.
 // REQUIRES: no simulated machine exists.
-Remote recordedRemote(const std::vector<recording::RemoteLine>& lines, const std::string& name);
+Remote recordedRemote(std::vector<recording::RemoteLine> lines, const std::string& name);
 
 }  // namespace quarlo::tools::tune

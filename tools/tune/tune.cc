@@ -43,15 +43,25 @@ std::string describeLines(const std::string& name, const Remote& remote) {
   return name + (name.empty() ? "" : ", ") + "a line every " + formatted("%.0f", toMs(remote.period)) + " ms";
 }
 
+// "31 of 2004 taps".
+std::string describePart(std::size_t part, std::size_t all, const char* what) {
+  return (part == all ? "" : std::to_string(part) + " of ") + counted(static_cast<long>(all), what);
+}
+
+// "6 taps, and 1 held button".
+std::string describePresses(const Remote& remote) {
+  const auto holds = static_cast<std::size_t>(
+      std::count_if(remote.presses.begin(), remote.presses.end(), [](const Press& press) { return press.held; }));
+  return describePart(remote.presses.size() - holds, remote.taps, "tap") + ", and " +
+         describePart(holds, remote.holds, "held button");
+}
+
 std::string describeRemote(const TuneOptions& options, const Remote& remote) {
   if (options.session.empty()) {
     return describeLines(options.protocol.name, remote) + "; a tap of " + counted(options.protocol.tapLines, "line") +
            ", and a button held for " + std::to_string(options.hold.count()) + " ms";
   }
-  const auto held = [](const Press& press) { return press.held; };
-  const auto holds = std::count_if(remote.presses.begin(), remote.presses.end(), held);
-  return describeLines(options.session, remote) + "; " +
-         counted(static_cast<long>(remote.presses.size()) - holds, "tap") + ", and " + counted(holds, "held button") +
+  return describeLines(options.session, remote) + "; " + describePresses(remote) +
          (remote.leftOut == 0 ? "" : "; left out: " + counted(static_cast<long>(remote.leftOut), "line"));
 }
 
@@ -178,13 +188,15 @@ ordered_json toJson(const char* kind, const Finding& finding) {
   return json;
 }
 
-void printJson(const Study& study) {
+void printJson(const Remote& remote, const Study& study) {
   for (std::size_t i = 0; i < study.findings.size(); ++i) {
     ordered_json json = toJson("setting", study.findings[i]);
     json["default"] = i == study.byDefault;
     std::printf("%s\n", json.dump().c_str());
   }
   ordered_json json = toJson("recommendation", study.findings[study.recommended]);
+  json["presses"] = remote.taps + remote.holds;
+  json["pressesStudied"] = remote.presses.size();
   json["reason"] = reasonOf(study);
   std::printf("%s\n", json.dump().c_str());
 }
@@ -193,13 +205,13 @@ void printJson(const Study& study) {
 
 Remote remoteOf(const TuneOptions& options) {
   if (options.session.empty()) return imagineRemote(options.protocol, options.hold);
-  const recording::Session session = recording::readSession(options.session);
+  recording::Session session = recording::readSession(options.session);
   if (!session.remote) throw recording::Error(options.session + ": no remote was recorded in this session");
-  return recordedRemote(*session.remote, options.session);
+  return recordedRemote(std::move(*session.remote), options.session);
 }
 
 void print(const TuneOptions& options, const Remote& remote, const Study& study) {
-  if (options.json) return printJson(study);
+  if (options.json) return printJson(remote, study);
   printHeading(options, remote);
   printTable(study);
   printLegend(study);
