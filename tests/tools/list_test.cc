@@ -18,12 +18,15 @@ using components::input::kLircSocketPaths;
 using components::input::LinuxInputReader;
 using sim::Device;
 
+// Without what the sysfs of this computer says of its own nodes.
+const SystemFolders kNoSysfs = {"/dev", "/nowhere"};
+
 std::string verdictName(const NodeReport& report) { return toJson(report)["verdict"]; }
 
 // One line per node: "/dev/input/event3 Mouse: not taken; <reason>; <remedy>".
 std::string survey() {
   std::string text;
-  for (const NodeReport& report : surveyNodes()) {
+  for (const NodeReport& report : surveyNodes(kNoSysfs)) {
     text += report.path + " " + report.facts.name + ": " + verdictName(report);
     if (report.verdict == Verdict::kNotTaken) text += "; " + report.reason + "; " + report.remedy;
     text += "\n";
@@ -57,14 +60,15 @@ TEST(Survey, SaysWhatADeviceLacks) {
   machine.addNode("/dev/input/event1", Device::touchscreen("Touch"));
   machine.addNode("/dev/input/event2", {"Knob", {{EV_REL, {REL_X, REL_Y}}}});
   machine.addNode("/dev/input/event3", keyboardWith(EV_REL, {REL_X, REL_Y}));
-  const std::string remedy = "; Passed by its path, it is opened anyway\n";
-  const std::string nothing = "; no relative axes, so no mouse; not all four arrow keys, so no keyboard";
-  EXPECT_EQ(
-      survey(),
-      "/dev/input/event0 Power Button: not taken" + nothing + remedy + "/dev/input/event1 Touch: not taken" + nothing +
-          remedy + "/dev/input/event2 Knob: not taken; relative axes, but no left button, so no mouse" + remedy +
-          "/dev/input/event3 Combined: not taken; no left button, so no mouse; relative axes, so never a keyboard" +
-          remedy);
+  EXPECT_EQ(survey(),
+            "/dev/input/event0 Power Button: not taken; no relative axes, so no mouse; not all four arrow keys, so no "
+            "keyboard; Passed by its path, it gives its keys: --keyboard /dev/input/event0\n"
+            "/dev/input/event1 Touch: not taken; a touchscreen: absolute positions are not read; Opened by its path, "
+            "it gives nothing but: left button (where the pointer is: at 0,0 if nothing moves it)\n"
+            "/dev/input/event2 Knob: not taken; relative axes, but no left button, so no mouse; Opened by its path, it "
+            "gives nothing but: motion\n"
+            "/dev/input/event3 Combined: not taken; no left button, so no mouse; relative axes, so never a keyboard; "
+            "Passed by its path, it gives its keys: --keyboard /dev/input/event3\n");
 }
 
 TEST(Survey, TakesTheHighestNumber) {
@@ -116,7 +120,7 @@ TEST(Survey, SaysWhyANodeCannotBeOpened) {
 TEST(Survey, LeavesNothingOpenOrGrabbed) {
   sim::Machine machine;
   const sim::Node& node = machine.addNode("/dev/input/event0", Device::mouse());
-  surveyNodes();
+  surveyNodes(kNoSysfs);
   EXPECT_FALSE(node.isGrabbed());
   EXPECT_EQ(machine.openDescriptors(), 0);
 }
@@ -146,7 +150,7 @@ TEST(Survey, AgreesWithTheReader) {
   machine.addNode("/dev/input/event8", Device::touchscreen());
   machine.addNode("/dev/input/event11", Device::mouse());
   std::map<Verdict, std::string> taken;
-  for (const NodeReport& report : surveyNodes()) taken[report.verdict] = report.path;
+  for (const NodeReport& report : surveyNodes(kNoSysfs)) taken[report.verdict] = report.path;
   EXPECT_EQ(nodesTaken(machine), (std::vector<std::string>{taken[Verdict::kMouse], taken[Verdict::kKeyboard]}));
 }
 
@@ -166,21 +170,58 @@ TEST(LircSocketPaths, AreThoseThatTheReaderTries) {
 // What `list` prints on standard output.
 std::string listed(const ListOptions& options, int expectedStatus) {
   testing::internal::CaptureStdout();
-  EXPECT_EQ(run(options), expectedStatus);
+  EXPECT_EQ(list(options, kNoSysfs), expectedStatus);
   return testing::internal::GetCapturedStdout();
 }
 
-TEST(List, PrintsTheNodesAndThenTheReadersListingInOneStream) {
+ListOptions asJson() {
+  ListOptions options;
+  options.json = true;
+  return options;
+}
+
+TEST(List, PrintsTheNodes) {
   sim::Machine machine;
   machine.addNode("/dev/input/event0", Device::keyboard("Keys"));
   machine.addNode("/dev/input/event1", {"Power Button", {{EV_KEY, {KEY_POWER}}}});
+  machine.addNode("/dev/input/event2", Device::mouse("Mouse")).setOpenError(ENODEV);
   EXPECT_EQ(listed({}, 0),
             "/dev/input/event0  Keys\n"
+            "    class     keyboard\n"
+            "    device    0x00 0000:0000 version 0000\n"
+            "    gives     keys\n"
             "    taken     as the keyboard\n"
             "/dev/input/event1  Power Button\n"
+            "    class     buttons\n"
+            "    device    0x00 0000:0000 version 0000\n"
+            "    gives     keys\n"
             "    not taken no relative axes, so no mouse; not all four arrow keys, so no keyboard\n"
-            "    remedy    Passed by its path, it is opened anyway\n"
-            "\n"
+            "    remedy    Passed by its path, it gives its keys: --keyboard /dev/input/event1\n"
+            "/dev/input/event2\n"
+            "    not taken No such device\n"
+            "    remedy    No device is behind it: plug it in again\n");
+}
+
+TEST(List, WarnsOfWhatIsTaken) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard("Letters"));
+  machine.addNode("/dev/input/event1", {"System Control", {{EV_KEY, {KEY_UP, KEY_DOWN, KEY_LEFT, KEY_RIGHT}}}});
+  const std::string text = listed({}, 0);
+  EXPECT_NE(text.find("    taken     as the keyboard\n"
+                      "    warning   it has no letter keys, and /dev/input/event0 has\n"
+                      "    remedy    Pass that one by its path: --keyboard /dev/input/event0\n"),
+            std::string::npos)
+      << text;
+}
+
+TEST(List, PrintsTheReadersListingOnRequestInOneStream) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", Device::keyboard("Keys"));
+  machine.addNode("/dev/input/event1", {"Power Button", {{EV_KEY, {KEY_POWER}}}});
+  ListOptions options;
+  options.verbosity = 1;
+  const std::string text = listed(options, 0);
+  EXPECT_EQ(text.substr(text.find("\n\n") + 2),
             "The reader's own listing (event0 to event9):\n"
             "INFO /dev/input/event0: Keys\n"
             "INFO Probably a keyboard\n"
@@ -196,31 +237,42 @@ TEST(List, PrintsTheNodesAndThenTheReadersListingInOneStream) {
             "  Event type 0x01  (Keys or Buttons)\n");
 }
 
-TEST(List, GivesJsonTheTableOnly) {
+TEST(List, GivesEachFactAsAFieldOfJson) {
   sim::Machine machine;
-  machine.addNode("/dev/input/event0", Device::keyboard("Keys"));
+  machine.addNode("/dev/input/event0", {"Keys", {{EV_KEY, {KEY_UP, KEY_DOWN, KEY_LEFT, KEY_RIGHT}}}});
   machine.addNode("/dev/input/event3", Device::mouse("Mouse")).setGrabbedElsewhere(true);
-  ListOptions options;
-  options.json = true;
-  EXPECT_EQ(listed(options, 0),
-            R"json({"node":"/dev/input/event0","name":"Keys","byId":[],"byPath":[],)json"
-            R"json("verdict":"keyboard","reason":"","remedy":""})json"
+  machine.addNode("/dev/input/event4", Device::mouse("Mouse")).setOpenError(ENODEV);
+  EXPECT_EQ(listed(asJson(), 0),
+            R"json({"node":"/dev/input/event0","byId":[],"byPath":[],"readable":true,"name":"Keys",)json"
+            R"json("class":"media keys","bus":"0x00","vendor":"0000","product":"0000","version":"0000",)json"
+            R"json("phys":"","uniq":"","grabbed":false,"relative":false,"absolute":false,)json"
+            R"json("pointerButton":false,"arrows":true,"letters":false,"repeat":null,"rc":null,)json"
+            R"json("delivers":["keys"],"verdict":"keyboard","reason":"","remedy":"","warnings":[]})json"
             "\n"
-            R"json({"node":"/dev/input/event3","name":"Mouse","byId":[],"byPath":[],)json"
+            R"json({"node":"/dev/input/event3","byId":[],"byPath":[],"readable":true,"name":"Mouse",)json"
+            R"json("class":"mouse","bus":"0x00","vendor":"0000","product":"0000","version":"0000",)json"
+            R"json("phys":"","uniq":"","grabbed":true,"relative":true,"absolute":false,)json"
+            R"json("pointerButton":true,"arrows":false,"letters":false,"repeat":null,"rc":null,)json"
+            R"json("delivers":["motion","left button","right button","middle button"],)json"
             R"json("verdict":"not taken","reason":"grabbed by another process",)json"
-            R"json("remedy":"End the program that has grabbed it (sudo fuser -v /dev/input/event3)"})json"
+            R"json("remedy":"End the program that has grabbed it (sudo fuser -v /dev/input/event3)",)json"
+            R"json("warnings":[]})json"
+            "\n"
+            R"json({"node":"/dev/input/event4","byId":[],"byPath":[],"readable":false,)json"
+            R"json("verdict":"not taken","reason":"No such device",)json"
+            R"json("remedy":"No device is behind it: plug it in again","warnings":[]})json"
             "\n");
 }
 
 TEST(List, EscapesTheNameOfADevice) {
   sim::Machine machine;
   machine.addNode("/dev/input/event0", Device::mouse("\x1b[31mRed\n\xc2\x9b\xff"));
-  const std::string text = listed({}, 0);
+  ListOptions options;
+  options.verbosity = 1;
+  const std::string text = listed(options, 0);
   EXPECT_NE(text.find("/dev/input/event0  \\x1b[31mRed\\n\\xc2\\x9b\\xff\n"), std::string::npos);
   EXPECT_NE(text.find("INFO /dev/input/event0: \\x1b[31mRed\\n\\xc2\\x9b\\xff\n"), std::string::npos);
-  ListOptions options;
-  options.json = true;
-  EXPECT_NE(listed(options, 0).find(R"("name":"\u001b[31mRed\n\u009b\ufffd")"), std::string::npos);
+  EXPECT_NE(listed(asJson(), 0).find(R"("name":"\u001b[31mRed\n\u009b\ufffd")"), std::string::npos);
 }
 
 TEST(List, PrintsNothingButAsciiWhateverADeviceIsCalled) {
@@ -232,6 +284,7 @@ TEST(List, PrintsNothingButAsciiWhateverADeviceIsCalled) {
   for (const bool json : {false, true}) {
     ListOptions options;
     options.json = json;
+    options.verbosity = json ? 0 : 1;
     const std::string text = listed(options, 0);
     EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char byte) {
       return byte == '\n' || (byte >= ' ' && byte <= '~');

@@ -41,7 +41,7 @@ bool hasKeys(const NodeFacts& facts) {
 
 bool movesRelatively(const NodeFacts& facts) { return facts.hasAll(EV_REL, REL_X, REL_Y); }
 
-// Where a device has an axis before the slot, it has all of them, and is no multi-touch device.
+// Where a device has an axis before the slot, it has all of them, and is not a multi-touch device.
 bool hasMultiTouch(const NodeFacts& facts) {
   return facts.hasAll(EV_ABS, ABS_MT_POSITION_X, ABS_MT_POSITION_Y) && !facts.has(EV_ABS, ABS_MT_SLOT - 1);
 }

@@ -49,7 +49,7 @@ struct NodeFacts {
   std::map<int, std::set<int>> codes;  // what it can send, by event type; a type without codes is there, too
   std::optional<NodeRepeat> repeat;    // none if it does not repeat by itself
   std::string parent;                  // in sysfs, the directory of the device that it is a part of; empty: not known
-  std::optional<RcFacts> rc;           // none if it is no node of such a receiver, or sysfs does not tell
+  std::optional<RcFacts> rc;           // none if it belongs to none, or sysfs does not tell
 
   bool has(int type, int code) const;
   // REQUIRES: first <= last

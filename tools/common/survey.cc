@@ -5,16 +5,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <system_error>
 #include <utility>
 
 #include "input/linux_input_reader.h"
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/evdev_node.h"
+#include "tools/common/node_advice.h"
 #include "tools/common/obstacle.h"
 
 namespace quarlo::tools {
@@ -54,68 +53,79 @@ std::vector<std::string> linksTo(const std::string& node, const std::vector<Link
 
 // ---- Probing ------------------------------------------------------------------------------------
 
-std::string nameOf(int fd) {
-  char name[256] = {};
-  if (ioctl(fd, EVIOCGNAME(sizeof name - 1), name) == -1) return "";
-  return name;
-}
-
-// What the device could be taken for, by the reader's own tests. Sets the reason if it is for nothing.
-void classify(const LinuxInputReader& reader, int fd, NodeReport& report) {
+void lookAt(const LinuxInputReader& reader, int fd, const SystemFolders& folders, NodeReport& report) {
+  report.readable = true;
+  report.facts = readNodeFacts(fd, folders);
+  report.nodeClass = classOf(report.facts);
+  report.delivers = deliveriesOf(report.facts);
   report.tests = {reader.hasRelEvent(fd), reader.hasAbsEvent(fd), reader.hasKeyEvent(fd, true),
                   reader.hasKeyEvent(fd, false)};
-  const auto& [relative, absolute, pointerButton, arrows] = report.tests;
-  if (relative && pointerButton) {
-    report.verdict = Verdict::kMouse;
-  } else if (!relative && arrows) {
-    report.verdict = Verdict::kKeyboard;
-  } else if (relative) {
-    report.reason = arrows ? "no left button, so no mouse; relative axes, so never a keyboard"
-                           : "relative axes, but no left button, so no mouse";
-  } else {
-    report.reason = "no relative axes, so no mouse; not all four arrow keys, so no keyboard";
-  }
-  if (report.verdict == Verdict::kNotTaken) report.remedy = "Passed by its path, it is opened anyway";
 }
 
-// As LinuxInputReader::openDevice() probes: a node that another process has grabbed is unsuitable.
-void probeOpenNode(const LinuxInputReader& reader, int fd, NodeReport& report) {
-  constexpr long kGrab = 1;
-  report.facts.name = nameOf(fd);
-  if (ioctl(fd, EVIOCGRAB, kGrab) == -1 && errno != EINVAL) {
-    const int error = errno;
-    report.grabbed = error == EBUSY;
-    report.reason = error == EBUSY ? "grabbed by another process" : std::strerror(error);
-    if (error == EBUSY) report.remedy = "End the program that has grabbed it (sudo fuser -v " + report.path + ")";
-    return;
-  }
-  classify(reader, fd, report);
-}
-
-// Returns false if there is no such node.
-bool probeNode(const LinuxInputReader& reader, NodeReport& report) {
-  const int fd = openForReading(report.path);
-  if (fd != -1) {
-    report.readable = true;
-    probeOpenNode(reader, fd, report);
-    close(fd);  // ends the grab, too
-    return true;
-  }
-  const int error = errno;
-  if (error == ENOENT || error == ENOTDIR) return false;
-  const Obstacle obstacle = whyNotOpened(report.path, error);
+void explainObstacle(NodeReport& report, const Obstacle& obstacle) {
   report.reason = obstacle.reason;
   report.remedy = obstacle.remedy;
-  return true;
 }
 
-// ---- Choosing -----------------------------------------------------------------------------------
+// As LinuxInputReader::openDevice() does: what another process has grabbed is unsuitable, and so is what has gone.
+void tryGrab(int fd, NodeReport& report) {
+  constexpr long kGrab = 1;
+  if (ioctl(fd, EVIOCGRAB, kGrab) != -1 || errno == EINVAL) return;
+  const int error = errno;
+  report.grabbed = error == EBUSY;
+  explainObstacle(report, report.grabbed
+                              ? Obstacle{"grabbed by another process",
+                                         "End the program that has grabbed it (sudo fuser -v " + report.path + ")"}
+                              : whyNotOpened(report.path, error));
+}
+
+// Asks all that exist, in the order of their numbers. `ask` is given the open descriptor; where there is none, the
+// report says why.
+template <typename Ask>
+std::vector<NodeReport> askNodes(const SystemFolders& folders, const Ask& ask) {
+  const std::string input = folders.dev + "/input";
+  const std::vector<Link> byId = linksIn(input + "/by-id");
+  const std::vector<Link> byPath = linksIn(input + "/by-path");
+  std::vector<NodeReport> reports;
+  for (int number = 0; number <= kHighestNode; ++number) {
+    NodeReport report;
+    report.number = number;
+    report.path = input + "/event" + std::to_string(number);
+    const int fd = openForReading(report.path);
+    const int error = fd == -1 ? errno : 0;
+    if (error == ENOENT || error == ENOTDIR) continue;
+    report.byId = linksTo(report.path, byId);
+    report.byPath = linksTo(report.path, byPath);
+    if (error != 0) {
+      explainObstacle(report, whyNotOpened(report.path, error));
+    } else {
+      ask(fd, report);
+      close(fd);  // ends a grab, too
+    }
+    reports.push_back(std::move(report));
+  }
+  return reports;
+}
+
+// ---- Judging ------------------------------------------------------------------------------------
+
+// What the device could be taken for, by the reader's own tests. Sets the reason if it is for nothing.
+void judge(NodeReport& report) {
+  const ReaderTests& tests = report.tests;
+  if (tests.relative && tests.pointerButton) {
+    report.verdict = Verdict::kMouse;
+  } else if (!tests.relative && tests.arrows) {
+    report.verdict = Verdict::kKeyboard;
+  } else {
+    explainUnsuitable(report);
+  }
+}
 
 const char* optionFor(Verdict verdict) { return verdict == Verdict::kMouse ? "--mouse" : "--keyboard"; }
 
 void passOver(NodeReport& report, const std::string& reason) {
   report.reason = reason;
-  report.remedy = std::string("Pass it by its path: ") + optionFor(report.verdict) + " " + report.path;
+  report.remedy = std::string("Pass it by its path: ") + optionFor(report.verdict) + " " + lastingPathOf(report);
   report.verdict = Verdict::kNotTaken;
 }
 
@@ -135,35 +145,30 @@ void choose(std::vector<NodeReport>& reports) {
 }  // namespace
 
 std::vector<NodeReport> surveyNodes(const SystemFolders& folders) {
-  const std::string input = folders.dev + "/input";
-  const std::vector<Link> byId = linksIn(input + "/by-id");
-  const std::vector<Link> byPath = linksIn(input + "/by-path");
   const LinuxInputReader reader;
-  std::vector<NodeReport> reports;
-  for (int number = 0; number <= kHighestNode; ++number) {
-    NodeReport report;
-    report.number = number;
-    report.path = input + "/event" + std::to_string(number);
-    if (!probeNode(reader, report)) continue;
-    report.byId = linksTo(report.path, byId);
-    report.byPath = linksTo(report.path, byPath);
-    reports.push_back(std::move(report));
-  }
+  std::vector<NodeReport> reports = askNodes(folders, [&](int fd, NodeReport& report) {
+    lookAt(reader, fd, folders, report);
+    tryGrab(fd, report);
+    if (report.reason.empty()) judge(report);
+  });
   choose(reports);
+  for (NodeReport& report : reports) report.warnings = warningsOf(report, reports);
   return reports;
 }
 
-nlohmann::ordered_json toJson(const NodeReport& report) {
-  static constexpr const char* kVerdicts[] = {"mouse", "keyboard", "not taken"};
-  nlohmann::ordered_json json;
-  json["node"] = report.path;
-  json["name"] = report.facts.name;
-  json["byId"] = report.byId;
-  json["byPath"] = report.byPath;
-  json["verdict"] = kVerdicts[static_cast<int>(report.verdict)];
-  json["reason"] = report.reason;
-  json["remedy"] = report.remedy;
-  return json;
+TakenWarnings warningsOfTaken(const std::string& mouse, const std::string& keyboard, const SystemFolders& folders) {
+  const LinuxInputReader reader;
+  const std::vector<NodeReport> reports = askNodes(folders, [&](int fd, NodeReport& report) {
+    lookAt(reader, fd, folders, report);
+    if (report.path == mouse) report.verdict = Verdict::kMouse;
+    if (report.path == keyboard) report.verdict = Verdict::kKeyboard;
+  });
+  TakenWarnings warnings;
+  for (const NodeReport& report : reports) {
+    if (report.path == mouse) warnings.mouse = warningsOf(report, reports);
+    if (report.path == keyboard) warnings.keyboard = warningsOf(report, reports);
+  }
+  return warnings;
 }
 
 }  // namespace quarlo::tools

@@ -4,21 +4,27 @@ namespace quarlo::tools::list {
 namespace {
 
 constexpr char kHelp[] =
-    R"(For each node: its name, its links, and whether autodetection takes it as the
-mouse or as the keyboard, or why not and what to do. The reader's own listing of
-event0 to event9 follows. To find out whether another program has grabbed a
-node, each one is grabbed for a moment, as autodetection does: what is typed in
-that moment reaches no other program.
+    R"(For each node: what kind of device it is and what it says of itself, its links,
+what the reader gives of it if its path is passed, and whether autodetection
+takes it as the mouse or as the keyboard, or why not and what to do. A warning
+says what is wrong with a node although it is taken. To find out whether another
+program has grabbed a node, each one is grabbed for a moment, as autodetection
+does: what is typed in that moment reaches no other program.
 
-Example: which node is the keyboard?
-  quarlo-input list --json | grep '"verdict":"keyboard"'
+Examples:
+  which node is the keyboard?
+    quarlo-input list --json | grep '"verdict":"keyboard"'
+  which remotes does the kernel decode?
+    quarlo-input list --json | grep '"class":"remote"'
 
 Exit status: 0 if there is a node; 1 if there is none; 2 for wrong arguments.)";
 
 }  // namespace
 
 void addOptions(CommandLine& line, ListOptions& options) {
-  line.addFlag("--json", options.json, "Print one JSON object per node, without the reader's own listing");
+  line.addFlag("--json", options.json, "Print one JSON object per node");
+  line.addCounter("-v,--verbose", options.verbosity, "Print the reader's own listing of event0 to event9, too");
+  line.exclude("--json", "--verbose");
   line.setHelp(kHelp);
 }
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -20,18 +21,70 @@ void printRow(const char* label, const std::string& text) {
   if (!text.empty()) std::printf("    %-9s %s\n", label, printable(text).c_str());
 }
 
-void printReport(const NodeReport& report) {
-  std::printf("%s  %s\n", report.path.c_str(), printable(report.facts.name).c_str());
-  for (const std::string& link : report.byId) printRow("by id", link);
-  for (const std::string& link : report.byPath) printRow("by path", link);
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+  return text;
+}
+
+// "usb 046d:c077 version 0111, usb-0000:00:14.0-2/input0, serial number 42".
+std::string describeDevice(const NodeFacts& facts) {
+  char ids[40];
+  std::snprintf(ids, sizeof ids, " %04x:%04x version %04x", facts.ids.vendor, facts.ids.product, facts.ids.version);
+  return busName(facts.ids.bus) + ids + (facts.phys.empty() ? "" : ", " + facts.phys) +
+         (facts.uniq.empty() ? "" : ", serial number " + facts.uniq);
+}
+
+// "rc0 (rc-loopback, rc-empty), protocols rc-5 [nec] [lirc], /dev/lirc0".
+std::string describeReceiver(const RcFacts& rc) {
+  std::string text = rc.device + " (" + rc.driver + ", " + rc.keyMap + "), protocols";
+  for (const std::string& protocol : rc.protocols) {
+    const bool isActive = std::find(rc.active.begin(), rc.active.end(), protocol) != rc.active.end();
+    text += isActive ? " [" + protocol + "]" : " " + protocol;
+  }
+  return text + (rc.lirc.empty() ? "" : ", " + rc.lirc);
+}
+
+std::string describeRepeat(const NodeRepeat& repeat) {
+  return "after " + std::to_string(repeat.delayMs) + " ms, then each " + std::to_string(repeat.periodMs) + " ms";
+}
+
+// That a keyboard has keys that the reader does not know goes without saying.
+std::string describeDeliveries(std::vector<std::string> delivers) {
+  if (delivers.empty()) return "nothing";
+  if (delivers.size() > 1 && delivers[0] == "keys" && delivers[1] == "unknown keys")
+    delivers.erase(delivers.begin() + 1);
+  return joined(delivers);
+}
+
+void printFacts(const NodeReport& report) {
+  printRow("class", nameOf(report.nodeClass));
+  printRow("device", describeDevice(report.facts));
+  if (report.facts.rc) printRow("receiver", describeReceiver(*report.facts.rc));
+  if (report.facts.repeat) printRow("repeat", describeRepeat(*report.facts.repeat));
+  printRow("gives", describeDeliveries(report.delivers));
+}
+
+void printVerdict(const NodeReport& report) {
   switch (report.verdict) {
     case Verdict::kMouse: printRow("taken", "as the mouse"); break;
     case Verdict::kKeyboard: printRow("taken", "as the keyboard"); break;
-    case Verdict::kNotTaken:
-      printRow("not taken", report.reason);
-      printRow("remedy", report.remedy);
-      break;
+    case Verdict::kNotTaken: printRow("not taken", report.reason); break;
   }
+  printRow("remedy", report.remedy);
+  for (const NodeWarning& warning : report.warnings) {
+    printRow("warning", warning.text);
+    printRow("remedy", warning.remedy);
+  }
+}
+
+void printReport(const NodeReport& report) {
+  const std::string name = report.readable ? "  " + report.facts.name : "";
+  std::printf("%s%s\n", report.path.c_str(), printable(name).c_str());
+  for (const std::string& link : report.byId) printRow("by id", link);
+  for (const std::string& link : report.byPath) printRow("by path", link);
+  if (report.readable) printFacts(report);
+  printVerdict(report);
 }
 
 void printJson(const NodeReport& report) {
@@ -58,8 +111,8 @@ void printReadersListing() {
 
 }  // namespace
 
-int run(const ListOptions& options) {
-  const std::vector<NodeReport> reports = surveyNodes();
+int list(const ListOptions& options, const SystemFolders& folders) {
+  const std::vector<NodeReport> reports = surveyNodes(folders);
   if (reports.empty()) {
     return fail("there is no event node in /dev/input: plug in a device; in a container, pass /dev/input into it");
   }
@@ -70,8 +123,10 @@ int run(const ListOptions& options) {
       printReport(report);
     }
   }
-  if (!options.json) printReadersListing();
+  if (options.verbosity > 0) printReadersListing();
   return kDone;
 }
+
+int run(const ListOptions& options) { return list(options, {}); }
 
 }  // namespace quarlo::tools::list
