@@ -10,6 +10,8 @@ namespace {
 
 constexpr char kReadFailed[] = "ERROR Reading from input device failed, errno = 19";
 
+constexpr unsigned kShift = 2;
+
 class LossTest : public ScenarioTest {
  protected:
   LossTest() { openNodes(reader, pointer.path().c_str(), keys.path().c_str()); }
@@ -29,7 +31,6 @@ TEST_F(LossTest, AFullKeyboardQueueLosesAllButTheNewest) {
 }
 
 TEST_F(LossTest, AModifierWhoseReleaseIsLostStaysDown) {
-  constexpr unsigned kShift = 2;
   keys.press(KEY_LEFTSHIFT);
   EXPECT_EQ(readAll(reader), Lines({keyDown(16, 0, kShift)}));
   keys.release(KEY_LEFTSHIFT);
@@ -68,6 +69,22 @@ TEST_F(LossTest, ADeviceThatComesBackNeedsANewReader) {
   openNodes(next, kNowhere, again.path().c_str());
   again.press(KEY_B);
   EXPECT_EQ(readAll(next), Lines({keyDown(66, 'b')}));
+}
+
+TEST_F(LossTest, WhatAnotherProcessGrabsInMidLifeIsSilentlyItsOwn) {
+  keys.press(KEY_LEFTSHIFT);
+  EXPECT_EQ(readAll(reader), Lines({keyDown(16, 0, kShift)}));
+  ASSERT_TRUE(keys.grabElsewhere());
+  keys.release(KEY_LEFTSHIFT);
+  keys.tap(KEY_A);
+  EXPECT_EQ(readAll(reader), Lines({}));
+  keys.letGoElsewhere();
+  EXPECT_EQ(readAll(reader), Lines({}));
+  EXPECT_EQ(takeLog(), Lines({}));
+  keys.tap(KEY_A);
+  EXPECT_EQ(readAll(reader), Lines({keyDown(65, 'A', kShift), keyUp(65, 'A', kShift)}));
+  keys.tap(KEY_LEFTSHIFT);
+  EXPECT_EQ(readAll(reader), Lines({keyDown(16, 0, kShift), keyUp(16)}));
 }
 
 TEST_F(LossTest, ARefusedQueryIsAnErrorAndAnswersNo) {

@@ -456,6 +456,57 @@ TEST_F(KeptSourcesTest, AGrabThatAnotherProcessHasIsTakenWhenItLetsGo) {
   EXPECT_FALSE(keys.grabElsewhere());
 }
 
+// What another process keeps to itself: Shift's release, and a tap.
+void useWhileGrabbedElsewhere(Plugged& keys) {
+  ASSERT_TRUE(keys.grabElsewhere());
+  keys.release(KEY_LEFTSHIFT);
+  keys.tap(KEY_A);
+}
+
+TEST_F(KeptSourcesTest, AGrabOfAnotherProcessIsSilenceInWhichTheLoopSleeps) {
+  keys.press(KEY_LEFTSHIFT);
+  EXPECT_EQ(round(), Lines({kShiftDown}));
+  useWhileGrabbedElsewhere(keys);
+  EXPECT_EQ(round(), kNothing);
+  EXPECT_EQ(loop.timeoutMs(), -1);
+  pointer.move(3, 4);
+  EXPECT_EQ(round(), Lines({moved(3, 4)}));
+  keys.letGoElsewhere();
+  EXPECT_EQ(round(), kNothing);
+  EXPECT_EQ(loop.gone(), kNoSource);
+  EXPECT_TRUE(sources.isDown(InputLoop::kKeyboard, KEY_LEFTSHIFT));
+  keys.tap(KEY_LEFTSHIFT);
+  EXPECT_EQ(round(), Lines({kShiftDown, kShiftUp}));
+  keys.tap(KEY_A);
+  EXPECT_EQ(round(), Lines({keyDown(65, 'a'), keyUp(65, 'a')}));
+}
+
+TEST_F(KeptSourcesTest, WhoWantsTheGrabHimselfIsToldWhatComesUpMeanwhile) {
+  keys.press(KEY_LEFTSHIFT);
+  EXPECT_EQ(round(), Lines({kShiftDown}));
+  EXPECT_EQ(outcome(sources.grab(InputLoop::kKeyboard, true)), std::strerror(EAGAIN));
+  useWhileGrabbedElsewhere(keys);
+  EXPECT_EQ(round(), Lines({kShiftUp}));
+  EXPECT_EQ(reader.modifiers, 0U);
+  EXPECT_FALSE(sources.isGrabbed(InputLoop::kKeyboard));
+  keys.letGoElsewhere();
+  EXPECT_EQ(round(), kNothing);
+  EXPECT_TRUE(sources.isGrabbed(InputLoop::kKeyboard));
+}
+
+TEST_F(KeptSourcesTest, WhatCameUpUnderAnotherGrabComesUpWithTheNextLoss) {
+  keys.press(KEY_LEFTSHIFT);
+  EXPECT_EQ(round(), Lines({kShiftDown}));
+  useWhileGrabbedElsewhere(keys);
+  keys.letGoElsewhere();
+  EXPECT_EQ(round(), kNothing);
+  overflow(keys);
+  keys.press(KEY_C);
+  round();
+  EXPECT_EQ(round(), Lines({kShiftUp}));
+  EXPECT_EQ(reader.modifiers, 0U);
+}
+
 TEST_F(KeptSourcesTest, ANodeThatWasGrabbedIsGrabbedAgainWhenItComesBack) {
   EXPECT_EQ(outcome(sources.grab(InputLoop::kKeyboard, true)), kDone);
   keys.unplug();
