@@ -346,7 +346,7 @@ std::vector<RealDevice> mediaKeys() {
       {"ConsumerControl", "media keys", kNot,
        withPhys(keysNode("Logitech USB Keyboard Consumer Control", {BUS_USB, 0x046d, 0xc31c, 0x0110}, kMediaKeys),
                 "usb-0000:00:14.0-2/input1")},
-      {"SystemControl", "media keys", kNot,
+      {"SystemControl", "buttons", kNot,
        withPhys(keysNode("Logitech USB Keyboard System Control", {BUS_USB, 0x046d, 0xc31c, 0x0110},
                          codes({KEY_POWER, KEY_SLEEP, KEY_WAKEUP})),
                 "usb-0000:00:14.0-2/input1")},

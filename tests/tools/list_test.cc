@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "input/linux_input_reader.h"
 #include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
+#include "tests/support/devices.h"
+#include "tests/support/files.h"
 #include "tools/common/survey.h"
 
 namespace quarlo::tools::list {
@@ -17,6 +20,7 @@ namespace {
 using components::input::kLircSocketPaths;
 using components::input::LinuxInputReader;
 using sim::Device;
+namespace fs = std::filesystem;
 
 // Without what the sysfs of this computer says of its own nodes.
 const SystemFolders kNoSysfs = {"/dev", "/nowhere"};
@@ -117,6 +121,20 @@ TEST(Survey, SaysWhyANodeCannotBeOpened) {
   EXPECT_EQ(survey(), "/dev/input/event0 : not taken; No such device; No device is behind it: plug it in again\n");
 }
 
+// It is there when it is opened, and gone when it is asked.
+TEST(Survey, SaysThatANodeHasGone) {
+  sim::Machine machine;
+  sim::Node& node = machine.addNode("/dev/input/event0", Device::mouse("Mouse"));
+  for (const unsigned request : {unsigned{EVIOCGNAME(0)}, unsigned{EVIOCGBIT(0, 0)}, unsigned{EVIOCGBIT(EV_KEY, 0)},
+                                 unsigned{EVIOCGBIT(EV_REL, 0)}, unsigned{EVIOCGBIT(EV_ABS, 0)}, unsigned{EVIOCGID},
+                                 unsigned{EVIOCGPROP(0)}, unsigned{EVIOCGREP}, unsigned{EVIOCGRAB}}) {
+    node.setIoctlError(request, ENODEV);
+  }
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(survey(), "/dev/input/event0 : not taken; No such device; No device is behind it: plug it in again\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST(Survey, LeavesNothingOpenOrGrabbed) {
   sim::Machine machine;
   const sim::Node& node = machine.addNode("/dev/input/event0", Device::mouse());
@@ -168,9 +186,9 @@ TEST(LircSocketPaths, AreThoseThatTheReaderTries) {
 }
 
 // What `list` prints on standard output.
-std::string listed(const ListOptions& options, int expectedStatus) {
+std::string listed(const ListOptions& options, int expectedStatus, const SystemFolders& folders = kNoSysfs) {
   testing::internal::CaptureStdout();
-  EXPECT_EQ(list(options, kNoSysfs), expectedStatus);
+  EXPECT_EQ(list(options, folders), expectedStatus);
   return testing::internal::GetCapturedStdout();
 }
 
@@ -189,6 +207,7 @@ TEST(List, PrintsTheNodes) {
             "/dev/input/event0  Keys\n"
             "    class     keyboard\n"
             "    device    0x00 0000:0000 version 0000\n"
+            "    repeat    after 250 ms, then each 33 ms\n"
             "    gives     keys\n"
             "    taken     as the keyboard\n"
             "/dev/input/event1  Power Button\n"
@@ -202,16 +221,110 @@ TEST(List, PrintsTheNodes) {
             "    remedy    No device is behind it: plug it in again\n");
 }
 
-TEST(List, WarnsOfWhatIsTaken) {
+// A sysfs in which rc0 has event0 as its input device.
+class Receiver {
+ public:
+  Receiver() {
+    fs::create_directories(path() + "/input0/event0");
+    fs::create_directories(path() + "/lirc0");
+    fs::create_directories(folder_.path("dev/char"));
+    fs::create_directories(folder_.path("class/rc"));
+    fs::create_symlink(path() + "/input0/event0", folder_.path("dev/char/13:64"));
+    fs::create_symlink("..", path() + "/input0/event0/device");
+    fs::create_symlink("..", path() + "/input0/device");
+    fs::create_symlink("../class/rc", path() + "/subsystem");
+    folder_.write("rc0/protocols", "rc-5 [nec] [lirc]\n");
+    folder_.write("rc0/uevent", "NAME=rc-\x1b[m\nDRV_NAME=rc-loopback\n");
+  }
+
+  SystemFolders folders() const { return {"/dev", folder_.path()}; }
+
+ private:
+  std::string path() const { return folder_.path("rc0"); }
+
+  test::Folder folder_;
+};
+
+TEST(List, PrintsARemoteWithItsReceiver) {
+  const Receiver receiver;
   sim::Machine machine;
-  machine.addNode("/dev/input/event0", Device::keyboard("Letters"));
-  machine.addNode("/dev/input/event1", {"System Control", {{EV_KEY, {KEY_UP, KEY_DOWN, KEY_LEFT, KEY_RIGHT}}}});
+  machine.addNode("/dev/input/event0", test::realDevice("RemoteOfAMediaCenter").device);
+  EXPECT_EQ(listed({}, 0, receiver.folders()),
+            "/dev/input/event0  Media Center Ed. eHome Infrared Remote Transceiver (0471:0815)\n"
+            "    class     remote\n"
+            "    device    usb 0471:0815 version 0000, usb-0000:00:1d.7-2/input0\n"
+            "    receiver  rc0 (rc-loopback, rc-\\x1b[m), protocols rc-5 [nec] [lirc], /dev/lirc0\n"
+            "    repeat    after 500 ms, then each 125 ms\n"
+            "    gives     keys, motion\n"
+            "    not taken a remote that the kernel decodes; it declares relative axes, so it is never a keyboard, and "
+            "has no left button\n"
+            "    remedy    Pass it by its path: --keyboard /dev/input/event0, or --also /dev/input/event0 beside a "
+            "keyboard. A held button repeats after 500 ms, then each 125 ms: `ir-keytable -s rc0 -D 500 -P 125`, "
+            "EVIOCSREP or a udev rule sets that\n");
+}
+
+TEST(List, GivesAReceiverAsAnObjectOfJson) {
+  const Receiver receiver;
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", test::realDevice("RemoteOfAMediaCenter").device);
+  const std::string text = listed(asJson(), 0, receiver.folders());
+  EXPECT_NE(text.find(R"json("class":"remote","bus":"usb","vendor":"0471","product":"0815","version":"0000",)json"
+                      R"json("phys":"usb-0000:00:1d.7-2/input0","uniq":"",)json"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find(R"json("repeat":{"delayMs":500,"periodMs":125},"rc":{"device":"rc0","driver":"rc-loopback",)json"
+                      R"json("keyMap":"rc-\u001b[m","protocols":["rc-5","nec","lirc"],"active":["nec","lirc"],)json"
+                      R"json("lirc":"/dev/lirc0"},)json"),
+            std::string::npos)
+      << text;
+}
+
+TEST(List, PrintsASerialNumber) {
+  sim::Machine machine;
+  Device device = Device::mouse("Mouse");
+  device.id = {BUS_BLUETOOTH, 0x5ac, 0x30d, 0x84};
+  device.phys = "5c:f3:70:00:00:01";
+  device.uniq = "d8:a2:5e:00:00:02";
+  machine.addNode("/dev/input/event0", device);
+  const std::string row =
+      "    device    bluetooth 05ac:030d version 0084, 5c:f3:70:00:00:01, serial number d8:a2:5e:00:00:02\n";
+  EXPECT_NE(listed({}, 0).find(row), std::string::npos) << listed({}, 0);
+}
+
+// A combined receiver as a computer sees it: what types comes first, and what is taken comes last.
+TEST(List, WarnsOfAReceiversKeyboardThatHasNoLetters) {
+  sim::Machine machine;
+  int number = 0;
+  for (const test::RealDevice& node : test::nanoTransceiver()) {
+    machine.addNode("/dev/input/event" + std::to_string(number++), node.device);
+  }
   const std::string text = listed({}, 0);
-  EXPECT_NE(text.find("    taken     as the keyboard\n"
+  const std::string last = text.substr(text.find("/dev/input/event3"));
+  EXPECT_NE(last.find("    taken     as the keyboard\n"
                       "    warning   it has no letter keys, and /dev/input/event0 has\n"
                       "    remedy    Pass that one by its path: --keyboard /dev/input/event0\n"),
             std::string::npos)
       << text;
+  EXPECT_EQ(text.find("warning"), text.rfind("warning")) << text;
+}
+
+TEST(List, WarnsOfATouchpadsSilentHalf) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", test::realDevice("TouchpadOnI2c").device);
+  machine.addNode("/dev/input/event1", test::realDevice("SilentHalfOfATouchpad").device);
+  EXPECT_NE(
+      listed(asJson(), 0)
+          .find(R"json("verdict":"mouse","reason":"","remedy":"","warnings":[{"id":"touch-half",)json"
+                R"json("text":"it is probably the silent half of the touchpad /dev/input/event0, and never moves",)json"
+                R"json("remedy":"Plug in a mouse: absolute positions are not read"}]})json"),
+      std::string::npos)
+      << listed(asJson(), 0);
+}
+
+TEST(List, WarnsOfARemoteThatBecomesTheMouse) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", test::realDevice("RemoteWithTheButtonsOfAMouse").device);
+  EXPECT_NE(listed(asJson(), 0).find(R"("warnings":[{"id":"remote-as-mouse",)"), std::string::npos);
 }
 
 TEST(List, PrintsTheReadersListingOnRequestInOneStream) {

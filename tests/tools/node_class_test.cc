@@ -2,9 +2,14 @@
 
 #include <gtest/gtest.h>
 #include <linux/input.h>
+#include <unistd.h>
 
 #include <set>
 #include <string>
+
+#include "sim/machine.h"
+#include "tests/support/devices.h"
+#include "tools/common/evdev_node.h"
 
 namespace quarlo::tools {
 namespace {
@@ -126,6 +131,11 @@ TEST(NodeClass, OfAPointerIsByItsAxes) {
             "absolute mouse");
   EXPECT_EQ(classNameOf(node({{EV_KEY, kPcKeys + kMouseButtons}, {EV_REL, kXy}})), "keyboard with pointer");
   EXPECT_EQ(classNameOf(node({{EV_KEY, kPcKeys}, {EV_REL, kXy}})), "keyboard with pointer");
+  EXPECT_EQ(
+      classNameOf(node(
+          {{EV_KEY, kPcKeys + Codes{BTN_LEFT, BTN_TOUCH, BTN_TOOL_FINGER}}, {EV_REL, kXy}, {EV_ABS, {ABS_X, ABS_Y}}})),
+      "keyboard with pointer");
+  EXPECT_EQ(classNameOf(node({{EV_KEY, kPcKeys + kMouseButtons}, {EV_ABS, {ABS_X, ABS_Y}}})), "keyboard with pointer");
 }
 
 TEST(NodeClass, OfAGamepadIsByItsButtons) {
@@ -145,6 +155,19 @@ TEST(NodeClass, OfWhatHasNoKeysIsByWhatItHas) {
   EXPECT_EQ(classNameOf(node({{EV_KEY, {}}, {EV_SND, {SND_BELL}}})), "other");
   EXPECT_EQ(classNameOf(node({})), "other");
 }
+
+class RealDeviceTest : public testing::TestWithParam<test::RealDevice> {};
+
+TEST_P(RealDeviceTest, HasTheClassThatAPersonWouldName) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", GetParam().device);
+  const int fd = openForReading("/dev/input/event0");
+  EXPECT_EQ(classNameOf(readNodeFacts(fd, {"/dev", "/nowhere"})), GetParam().deviceClass);
+  close(fd);
+}
+
+INSTANTIATE_TEST_SUITE_P(NodeClass, RealDeviceTest, testing::ValuesIn(test::realDevices()),
+                         [](const auto& device) { return std::string(device.param.id); });
 
 }  // namespace
 }  // namespace quarlo::tools

@@ -141,6 +141,7 @@ NodeClass classOf(const NodeFacts& facts) {
   if (facts.hasProperty(INPUT_PROP_ACCELEROMETER)) return NodeClass::kSensor;
   if (isTabletButtons(facts)) return NodeClass::kTabletButtons;
   if (isPen(facts)) return NodeClass::kPen;
+  if (hasLetters(facts) && movesRelatively(facts)) return NodeClass::kKeyboardWithPointer;
   if (isTouchpad(facts)) return NodeClass::kTouchpad;
   if (hasPositions(facts) && facts.hasProperty(INPUT_PROP_DIRECT)) return NodeClass::kTouchscreen;
   if (hasLetters(facts)) return pointsByItself(facts) ? NodeClass::kKeyboardWithPointer : NodeClass::kKeyboard;

@@ -53,11 +53,14 @@ std::vector<std::string> linksTo(const std::string& node, const std::vector<Link
 
 // ---- Probing ------------------------------------------------------------------------------------
 
-void lookAt(const LinuxInputReader& reader, int fd, const SystemFolders& folders, NodeReport& report) {
+void lookAt(int fd, const SystemFolders& folders, NodeReport& report) {
   report.readable = true;
   report.facts = readNodeFacts(fd, folders);
   report.nodeClass = classOf(report.facts);
   report.delivers = deliveriesOf(report.facts);
+}
+
+void runTests(const LinuxInputReader& reader, int fd, NodeReport& report) {
   report.tests = {reader.hasRelEvent(fd), reader.hasAbsEvent(fd), reader.hasKeyEvent(fd, true),
                   reader.hasKeyEvent(fd, false)};
 }
@@ -147,8 +150,10 @@ void choose(std::vector<NodeReport>& reports) {
 std::vector<NodeReport> surveyNodes(const SystemFolders& folders) {
   const LinuxInputReader reader;
   std::vector<NodeReport> reports = askNodes(folders, [&](int fd, NodeReport& report) {
-    lookAt(reader, fd, folders, report);
+    lookAt(fd, folders, report);
     tryGrab(fd, report);
+    const bool isGone = !report.reason.empty() && !report.grabbed;
+    if (!isGone) runTests(reader, fd, report);  // of what has gone, each would log an error
     if (report.reason.empty()) judge(report);
   });
   choose(reports);
@@ -159,7 +164,8 @@ std::vector<NodeReport> surveyNodes(const SystemFolders& folders) {
 TakenWarnings warningsOfTaken(const std::string& mouse, const std::string& keyboard, const SystemFolders& folders) {
   const LinuxInputReader reader;
   const std::vector<NodeReport> reports = askNodes(folders, [&](int fd, NodeReport& report) {
-    lookAt(reader, fd, folders, report);
+    lookAt(fd, folders, report);
+    runTests(reader, fd, report);
     if (report.path == mouse) report.verdict = Verdict::kMouse;
     if (report.path == keyboard) report.verdict = Verdict::kKeyboard;
   });
