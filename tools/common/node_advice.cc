@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "input/linux_input_reader.h"
+#include "tools/common/output.h"
 
 namespace quarlo::tools {
 namespace {
@@ -12,12 +13,6 @@ namespace {
 using components::input::LinuxInputReader;
 using InputEvent = LinuxInputReader::InputEvent;
 using MouseData = InputEvent::MouseData;
-
-std::string joined(const std::vector<std::string>& words) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
-  return text;
-}
 
 bool contains(const std::vector<std::string>& words, const std::string& word) {
   return std::find(words.begin(), words.end(), word) != words.end();
@@ -129,7 +124,7 @@ std::string howToUseRemote(const NodeReport& report) {
 std::string whatItsPathGives(const std::vector<std::string>& delivers) {
   if (delivers.empty()) return "Nothing of it is read, not by its path either";
   const bool clicksInPlace = contains(delivers, "left button") && !contains(delivers, "motion");
-  return "Opened by its path, it gives nothing but: " + joined(delivers) +
+  return "Opened by its path, it gives nothing but: " + joined(delivers, ", ") +
          (clicksInPlace ? " (where the pointer is: at 0,0 if nothing moves it)" : "");
 }
 

@@ -37,6 +37,12 @@ std::string printable(const std::string& text) {
   return escaped;
 }
 
+std::string joined(const std::vector<std::string>& words, const std::string& separator) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : separator) + word;
+  return text;
+}
+
 std::string counted(long number, const char* what) {
   return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }

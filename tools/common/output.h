@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace quarlo::tools {
 
@@ -16,6 +17,8 @@ constexpr int kRemoteTimingLevel = 10;
 
 // `text` with everything escaped that is not printable ASCII.
 std::string printable(const std::string& text);
+
+std::string joined(const std::vector<std::string>& words, const std::string& separator);
 
 // "1 event", "2 events".
 std::string counted(long number, const char* what);

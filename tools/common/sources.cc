@@ -16,6 +16,7 @@
 #include "tools/common/evdev_node.h"
 #include "tools/common/obstacle.h"
 #include "tools/common/output.h"
+#include "tools/common/survey.h"
 
 namespace quarlo::tools {
 namespace {
@@ -133,6 +134,21 @@ SourceReport reportSocket(const SourcePath& source, int fd) {
   return reportObstacle("remote", whySocketIsNotOpen(source));
 }
 
+std::string pathIfOpen(int fd) { return fd == -1 ? "" : pathOf(fd); }
+
+void addWarnings(const std::vector<NodeWarning>& warnings, SourceReport& report) {
+  for (const NodeWarning& warning : warnings) report.warnings.push_back(warning.text + ". " + warning.remedy);
+}
+
+void warnOfFound(const SourcePaths& paths, const SourceDescriptors& descriptors, std::vector<SourceReport>& reports) {
+  const bool foundMouse = !paths.mouse && descriptors.mouse != -1;
+  const bool foundKeyboard = !paths.keyboard && descriptors.keyboard != -1;
+  if (!foundMouse && !foundKeyboard) return;
+  const TakenWarnings warnings = warningsOfTaken(pathIfOpen(descriptors.mouse), pathIfOpen(descriptors.keyboard));
+  if (foundMouse) addWarnings(warnings.mouse, reports[0]);
+  if (foundKeyboard) addWarnings(warnings.keyboard, reports[1]);
+}
+
 std::string describeReport(const SourceReport& report) {
   switch (report.state) {
     case SourceState::kLeftOut: return "left out";
@@ -158,8 +174,11 @@ void printRequests(std::FILE* stream, const SourcePaths& paths) {
 }
 
 std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDescriptors& descriptors) {
-  return {reportNode("mouse", paths.mouse, descriptors.mouse),
-          reportNode("keyboard", paths.keyboard, descriptors.keyboard), reportSocket(paths.lirc, descriptors.lirc)};
+  std::vector<SourceReport> reports = {reportNode("mouse", paths.mouse, descriptors.mouse),
+                                       reportNode("keyboard", paths.keyboard, descriptors.keyboard),
+                                       reportSocket(paths.lirc, descriptors.lirc)};
+  warnOfFound(paths, descriptors, reports);
+  return reports;
 }
 
 SourceReport reportFurtherNode(const SourcePaths& paths, std::size_t index, int error) {
@@ -206,6 +225,7 @@ void printSources(std::FILE* stream, const std::vector<SourceReport>& reports) {
   for (const SourceReport& report : reports) {
     printLine(stream, report.what, describeReport(report));
     if (!report.remedy.empty()) printLine(stream, "", report.remedy);
+    for (const std::string& warning : report.warnings) printLine(stream, "", "Warning: " + warning);
   }
 }
 

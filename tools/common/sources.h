@@ -36,8 +36,9 @@ enum class SourceState { kLeftOut, kNotOpen, kOpen, kGone };
 struct SourceReport {
   std::string what;  // "mouse", "keyboard", "remote", "node 1", ...
   SourceState state = SourceState::kLeftOut;
-  std::string text;    // which it is, or why it is not open
-  std::string remedy;  // what to do if it is not open; empty if there is nothing
+  std::string text;                        // which it is, or why it is not open
+  std::string remedy;                      // what to do if it is not open; empty if there is nothing
+  std::vector<std::string> warnings = {};  // what is wrong with what a search has found, and what to do, in sentences
 };
 
 bool isLeftOut(const SourcePath& source);
@@ -45,7 +46,8 @@ bool isLeftOut(const SourcePath& source);
 // Prints what is asked for, one line, before anything is opened.
 void printRequests(std::FILE* stream, const SourcePaths& paths);
 
-// Finds out what is open, and of what is not, why: the mouse, the keyboard, the remote.
+// Finds out what is open, and of what is not, why: the mouse, the keyboard, the remote. Warns of what a search has
+// found and another node fits better; to find out, it looks at all nodes.
 std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDescriptors& descriptors);
 
 // The same of the further node with this index, which is not open because of the errno `error`; 0: it is open.

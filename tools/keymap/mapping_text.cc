@@ -1,12 +1,10 @@
 #include "tools/keymap/mapping_text.h"
 
-namespace quarlo::tools::keymap {
+#include <vector>
 
-std::string joined(const std::vector<std::string>& words, const std::string& separator) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : separator) + word;
-  return text;
-}
+#include "tools/common/output.h"
+
+namespace quarlo::tools::keymap {
 
 std::string linuxCode(const Mapping& mapping) { return mapping.linuxCode ? std::to_string(*mapping.linuxCode) : ""; }
 

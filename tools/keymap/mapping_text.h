@@ -2,13 +2,10 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "tools/keymap/mapping.h"
 
 namespace quarlo::tools::keymap {
-
-std::string joined(const std::vector<std::string>& words, const std::string& separator);
 
 bool isKey(const Mapping& mapping);
 

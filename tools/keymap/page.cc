@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "tools/common/output.h"
 #include "tools/keymap/mapping_text.h"
 
 namespace quarlo::tools::keymap {

@@ -21,12 +21,6 @@ void printRow(const char* label, const std::string& text) {
   if (!text.empty()) std::printf("    %-9s %s\n", label, printable(text).c_str());
 }
 
-std::string joined(const std::vector<std::string>& words) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
-  return text;
-}
-
 // "usb 046d:c077 version 0111, usb-0000:00:14.0-2/input0, serial number 42".
 std::string describeDevice(const NodeFacts& facts) {
   char ids[40];
@@ -54,7 +48,7 @@ std::string describeDeliveries(std::vector<std::string> delivers) {
   if (delivers.empty()) return "nothing";
   if (delivers.size() > 1 && delivers[0] == "keys" && delivers[1] == "unknown keys")
     delivers.erase(delivers.begin() + 1);
-  return joined(delivers);
+  return joined(delivers, ", ");
 }
 
 void printFacts(const NodeReport& report) {
