@@ -1,5 +1,6 @@
 // The commands in documents that need devices, with devices: blocks that start with ```console devices.
 #include <gtest/gtest.h>
+#include <linux/input.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,6 +22,13 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 constexpr char kLircFolder[] = "/var/run/lirc";
+
+// What a device says of itself, beside its name and keys.
+Description withIdentity(Description device, input_id id, const std::string& phys) {
+  device.id = id;
+  device.phys = phys;
+  return device;
+}
 
 // A desk, a sofa, and somebody who uses both all the time.
 class DeviceDocumentsTest : public testing::Test {
@@ -50,11 +58,14 @@ class DeviceDocumentsTest : public testing::Test {
   }
 
   std::atomic<bool> stop = false;
-  UinputDevice power{powerButton()};
-  UinputDevice keyboard{test::keyboard("USB Keyboard")};
-  UinputDevice media{mediaKeys()};
-  UinputDevice mouse{test::mouse("USB Mouse")};
-  UinputDevice held{test::keyboard("Wireless Keyboard")};
+  UinputDevice power{withIdentity(powerButton(), {BUS_HOST, 0, 1, 0}, "PNP0C0C/button/input0")};
+  UinputDevice keyboard{
+      withIdentity(test::keyboard("USB Keyboard"), {BUS_USB, 0x046d, 0xc31c, 0x0110}, "usb-0000:00:14.0-1/input0")};
+  UinputDevice media{withIdentity(mediaKeys(), {BUS_USB, 0x046d, 0xc31c, 0x0110}, "usb-0000:00:14.0-1/input1")};
+  UinputDevice mouse{
+      withIdentity(test::mouse("USB Mouse"), {BUS_USB, 0x17ef, 0x6019, 0x0111}, "usb-0000:00:14.0-2/input0")};
+  UinputDevice held{withIdentity(test::keyboard("Wireless Keyboard"), {BUS_USB, 0x045e, 0x0745, 0x0111},
+                                 "usb-0000:00:14.0-3/input0")};
   bool holdsKeyboard;
   Lircd daemon{kLircFolder};
   bool daemonRuns;
