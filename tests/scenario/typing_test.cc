@@ -88,5 +88,19 @@ TEST_F(TypingTest, AWaitEndsWithTheKey) {
   EXPECT_EQ(readOne(reader, 1), keyDown(65, 'a'));
 }
 
+using TwoKeyboardsTest = ScenarioTest;
+
+// A reader has one keyboard. What is opened as the mouse is not asked what it is.
+TEST_F(TwoKeyboardsTest, ASecondKeyboardCanBeGivenAsTheMouseAndSharesTheModifiers) {
+  Plugged& first = world->plug(keyboard());
+  Plugged& second = world->plug(keyboard());
+  LinuxInputReader reader;
+  openNodes(reader, second.path().c_str(), first.path().c_str());
+  second.press(KEY_LEFTSHIFT);
+  EXPECT_EQ(readAll(reader), Lines({keyDown(16, 0, kShift)}));
+  first.press(KEY_A);
+  EXPECT_EQ(readAll(reader), Lines({keyDown(65, 'A', kShift)}));
+}
+
 }  // namespace
 }  // namespace quarlo::test
