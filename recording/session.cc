@@ -163,7 +163,7 @@ bool hasAll(const DeviceRecording& device, int type, std::initializer_list<int> 
 }
 
 // The two tests are the same as in the reader's autodetection (LinuxInputReader::openDevice).
-Session sessionOf(DeviceRecording device, const std::string& path) {
+Session sessionOf(DeviceRecording device, const std::string& path, SingleNode wanted) {
   const bool relative = hasAll(device, EV_REL, {REL_X, REL_Y});
   const bool pointer = hasAll(device, EV_KEY, {BTN_LEFT}) || hasAll(device, EV_KEY, {BTN_TOUCH});
   const bool arrows = hasAll(device, EV_KEY, {KEY_UP, KEY_LEFT, KEY_RIGHT, KEY_DOWN});
@@ -172,6 +172,8 @@ Session sessionOf(DeviceRecording device, const std::string& path) {
     session.mouse = std::move(device);
   } else if (!relative && arrows) {
     session.keyboard = std::move(device);
+  } else if (wanted == SingleNode::kAny) {
+    session.further[0] = std::move(device);
   } else {
     throw Error(path +
                 ": neither a mouse (REL_X, REL_Y, and BTN_LEFT or BTN_TOUCH) nor a keyboard (the four arrow keys, "
@@ -181,10 +183,10 @@ Session sessionOf(DeviceRecording device, const std::string& path) {
   return session;
 }
 
-Session readFile(const std::string& path) {
+Session readFile(const std::string& path, SingleNode wanted) {
   const File file = openExistingFile(path);
   const microseconds start = firstTime(file, path).value_or(microseconds(0));
-  if (!isRemote(path)) return sessionOf(readEvemu(file.get(), path, start), path);
+  if (!isRemote(path)) return sessionOf(readEvemu(file.get(), path, start), path, wanted);
   Session session;
   session.remote = readRemote(file.get(), path, start);
   return session;
@@ -210,7 +212,9 @@ microseconds lengthOf(const Session& session) {
   return length;
 }
 
-Session readSession(const std::string& path) { return isDirectory(path) ? readDirectory(path) : readFile(path); }
+Session readSession(const std::string& path, SingleNode wanted) {
+  return isDirectory(path) ? readDirectory(path) : readFile(path, wanted);
+}
 
 Session readPair(const std::string& one, const std::string& other) {
   for (const std::string& path : {one, other}) {
@@ -223,7 +227,8 @@ Session readPair(const std::string& one, const std::string& other) {
   const File otherFile = openExistingFile(other);
   const std::optional<microseconds> start = firstTime(file, one);
   const microseconds otherStart = firstTime(otherFile, other).value_or(microseconds(0));
-  return sessionOf(readEvemuPair({file.get(), one}, {otherFile.get(), other}, start.value_or(otherStart)), one);
+  return sessionOf(readEvemuPair({file.get(), one}, {otherFile.get(), other}, start.value_or(otherStart)), one,
+                   SingleNode::kMouseOrKeyboard);
 }
 
 }  // namespace quarlo::recording

@@ -82,8 +82,11 @@ microseconds lengthOf(const Session& session);
 // The longest session.
 constexpr std::chrono::hours kLongestSession{24};
 
+// What a single file may be that is not a remote's. One that is neither is taken for the first further node.
+enum class SingleNode { kMouseOrKeyboard, kAny };
+
 // Reads and checks a directory or a file. Throws Error.
-Session readSession(const std::string& path);
+Session readSession(const std::string& path, SingleNode wanted = SingleNode::kMouseOrKeyboard);
 
 // The same of a device's description and its records, in either order.
 Session readPair(const std::string& one, const std::string& other);

@@ -204,6 +204,14 @@ TEST_F(SessionFile, OfAnotherDeviceIsAnError) {
   }
 }
 
+TEST_F(SessionFile, OfAnotherDeviceIsAFurtherNodeIfAnyIsWanted) {
+  const auto anyOf = [&](const std::string& capabilities) {
+    return readSession(write("device.evemu", capabilities + kRecord), SingleNode::kAny);
+  };
+  EXPECT_EQ(sources(anyOf(std::string(kRelativeAxes) + kArrowKeys)), "1 ");
+  EXPECT_EQ(sources(anyOf(kArrowKeys)), "keyboard ");
+}
+
 TEST_F(SessionFile, IsARemoteByItsName) { EXPECT_EQ(sources(readSession(write("tv.lirc", kLine))), "remote "); }
 
 TEST_F(SessionFile, StartsWithItsFirstRecord) {
