@@ -86,7 +86,9 @@ int check(const tune::TuneOptions& options) {
   using namespace std::chrono_literals;
   using tune::kShortestHold;
   checkValues(options.grid.repeatMs, 2147483647);
-  checkValues(options.grid.releaseMs, 2147483647);
+  checkValues(options.grid.startMs, 2147483647);
+  checkValues(options.delayMs, 10000);
+  checkValues(options.periodMs, 10000);
   checkValues(options.grid.pollMs, 2147483);
   require(options.protocol.period >= 10ms && options.protocol.period < kShortestHold, "a remote repeats its lines");
   require(options.protocol.tapLines >= 1 && (options.protocol.tapLines - 1) * options.protocol.period < kShortestHold,

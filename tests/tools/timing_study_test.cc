@@ -18,10 +18,10 @@ using recording::RemoteLine;
 // The first line comes just after a poll, and the application does nothing but read.
 constexpr Circumstances kIdle{0us, 0us};
 
-const Setting kPolledDefault = defaultSetting(LoopKind::kPoll);
+const Setting kPolledDefault = defaultSetting({}, LoopKind::kPoll);
 
 // A tap of three lines and a button held for 1.1 s: eleven lines.
-Remote remoteOf108Ms() { return imagineRemote({"test", 108ms, 3}, 1100ms); }
+Remote remoteOf108Ms() { return imagineRemote({"test", 108ms, 3, 0us}, 1100ms); }
 
 // When key-downs came of a press, in ms since its first line.
 std::vector<long> keyDownsOf(const Remote& remote, const Timeline& timeline, const Press& press) {
@@ -59,7 +59,7 @@ std::string fatesOf(const Timeline& timeline) {
 Grid gridOf(const Setting& setting) {
   return {setting.pollMs ? LoopKind::kPoll : LoopKind::kWait,
           {setting.repeatMs},
-          {setting.releaseMs},
+          {setting.startMs},
           {setting.pollMs.value_or(0)}};
 }
 
@@ -110,7 +110,7 @@ TEST_F(TimingTest, TheApplicationsWorkDelaysItsPolls) { EXPECT_EQ(keyDownsOfHold
 
 // 34 bytes a line, 127 bytes a read: of the lines at 0, 45 and 90, the poll at 100 takes the first.
 TEST_F(TimingTest, LinesThatAreReadTogetherAreLostButForTheFirst) {
-  const Remote remote = imagineRemote({"test", 45ms, 3}, 500ms);
+  const Remote remote = imagineRemote({"test", 45ms, 3, 0us}, 500ms);
   EXPECT_EQ(fatesOf(runReader(remote, {100, 300, 100}, kIdle)).substr(0, 3), "Kll");
 }
 
@@ -125,7 +125,7 @@ TEST_F(TimingTest, ALoopThatWaitsTakesALineThatCameMeanwhileAfterItsWork) {
 
 // Most of the lines come while the application works, two or three at a time.
 TEST_F(TimingTest, ALoopThatWaitsLosesNoLineOfThoseThatCameTogether) {
-  const Remote remote = imagineRemote({"test", 45ms, 3}, 500ms);
+  const Remote remote = imagineRemote({"test", 45ms, 3, 0us}, 500ms);
   const Timeline timeline = runReader(remote, {100, 300, {}}, {0us, 120ms});
   EXPECT_EQ(fatesOf(timeline).find('l'), std::string::npos) << fatesOf(timeline);
   EXPECT_EQ(fatesOf(timeline).substr(0, 3), "Kss");
@@ -190,7 +190,7 @@ TEST_F(TimingTest, ATapOfAProtocolHasTheLinesOf250Ms) {
 }
 
 TEST_F(TimingTest, AnImaginedRemoteCountsItsLinesInHexadecimal) {
-  const Remote remote = imagineRemote({"test", 45ms, 2}, 500ms);
+  const Remote remote = imagineRemote({"test", 45ms, 2, 0us}, 500ms);
   ASSERT_EQ(remote.lines.size(), 2U + 12U);
   EXPECT_EQ(remote.lines[1].text, "0000000000000001 01 KEY_OK remote");
   EXPECT_EQ(remote.lines[2].text, "0000000000000001 00 KEY_OK remote");
@@ -301,7 +301,7 @@ TEST_F(TimingTest, ALineThatIsLongerThanAReadDoesNotSpoilTheNext) {
 // ---- The study ----------------------------------------------------------------------------------
 
 TEST_F(TimingTest, CircumstancesAreEightMomentsForEachOfThreeLoads) {
-  const std::vector<Circumstances> all = studiedCircumstances({100, 300, 7});
+  const std::vector<Circumstances> all = studiedCircumstances(Decoder::kDaemon, {100, 300, 7});
   ASSERT_EQ(all.size(), 24U);
   EXPECT_EQ(all[8].phase, 0us);
   EXPECT_EQ(all[9].phase, 1ms);
@@ -312,7 +312,7 @@ TEST_F(TimingTest, CircumstancesAreEightMomentsForEachOfThreeLoads) {
 }
 
 TEST_F(TimingTest, CircumstancesOfALoopThatWaitsAreThreeLoads) {
-  const std::vector<Circumstances> all = studiedCircumstances({100, 300, {}});
+  const std::vector<Circumstances> all = studiedCircumstances(Decoder::kDaemon, {100, 300, {}});
   ASSERT_EQ(all.size(), 3U);
   for (const Circumstances& circumstances : all) EXPECT_EQ(circumstances.phase, 0us);
   EXPECT_EQ(all[0].work, 100us);
@@ -325,7 +325,7 @@ TEST_F(TimingTest, AFindingCoversAllCircumstances) {
   const Setting setting = {75, 300, 10};
   const Finding finding = findingOf(remote, setting);
   std::vector<double> delays;
-  for (const Circumstances& circumstances : studiedCircumstances(setting)) {
+  for (const Circumstances& circumstances : studiedCircumstances(Decoder::kDaemon, setting)) {
     const Timeline timeline = runReader(remote, setting, circumstances);
     const auto first = std::find_if(timeline.keyDowns.begin(), timeline.keyDowns.end(),
                                     [&](const KeyDown& keyDown) { return keyDown.line >= remote.presses[1].first; });
@@ -349,7 +349,7 @@ TEST_F(TimingTest, FaultsAreNamedTheWorstFirst) {
   EXPECT_EQ(faults({300, 300, 10}), "slow");
   EXPECT_EQ(faults({75, 600, 10}), "slow start");
   EXPECT_EQ(faults({75, 2000, 10}), "no repeats");
-  EXPECT_EQ(toText(findingOf(imagineRemote({"test", 45ms, 5}, 1000ms), {25, 300, 10}).faults), "fast");
+  EXPECT_EQ(toText(findingOf(imagineRemote({"test", 45ms, 5, 0us}, 1000ms), {25, 300, 10}).faults), "fast");
 }
 
 TEST_F(TimingTest, AnApplicationThatPollsTooRarelyMissesPressesAndIsLate) {
@@ -361,18 +361,19 @@ TEST_F(TimingTest, AnApplicationThatPollsTooRarelyMissesPressesAndIsLate) {
 }
 
 TEST_F(TimingTest, WhatHelpsDependsOnTheLoop) {
-  EXPECT_EQ(meaningOf(Fault::kMisses, LoopKind::kPoll), "a press gives no key-down: poll more often");
-  EXPECT_EQ(meaningOf(Fault::kMisses, LoopKind::kWait), "a press gives no key-down: take a shorter release timeout");
-  EXPECT_EQ(meaningOf(Fault::kUneven, LoopKind::kWait),
-            "pauses between repeats differ 1.75-fold: take another repeat timeout");
-  EXPECT_EQ(meaningOf(Fault::kLate, LoopKind::kWait), "the last key-down comes more than 100 ms after the last line");
+  const Judgement polls = judgementOf({}, LoopKind::kPoll);
+  const Judgement waits = judgementOf({}, LoopKind::kWait);
+  EXPECT_EQ(meaningOf(Fault::kMisses, polls), "a press gives no key-down: poll more often");
+  EXPECT_EQ(meaningOf(Fault::kMisses, waits), "a press gives no key-down: take a shorter release timeout");
+  EXPECT_EQ(meaningOf(Fault::kUneven, waits), "pauses between repeats differ 1.75-fold: take another repeat timeout");
+  EXPECT_EQ(meaningOf(Fault::kLate, waits), "the last key-down comes more than 100 ms after the last line");
 }
 
 TEST_F(TimingTest, AStudyOfALoopThatWaitsHasNoPollTimeouts) {
   const Study study = studyTiming(remoteOf108Ms(), {LoopKind::kWait, {75, 100}, {300}, {10, 20}});
   ASSERT_EQ(study.findings.size(), 2U);
   EXPECT_EQ(study.findings[0].setting, (Setting{75, 300, {}}));
-  EXPECT_EQ(study.findings[1].setting, defaultSetting(LoopKind::kWait));
+  EXPECT_EQ(study.findings[1].setting, defaultSetting({}, LoopKind::kWait));
   EXPECT_EQ(study.recommended, 1U);
   EXPECT_TRUE(study.findings[1].faults.empty());
 }
@@ -399,7 +400,7 @@ TEST_F(TimingTest, TheBestHasNoFaultAndRepeatsSoonWithTheLongestReleaseTimeout) 
 }
 
 TEST_F(TimingTest, ThePresentSettingIsRecommendedUnlessAnotherIsBetter) {
-  const Remote remote = imagineRemote({"test", 45ms, 6}, 2000ms);
+  const Remote remote = imagineRemote({"test", 45ms, 6, 0us}, 2000ms);
   const Study study = studyTiming(remote, {LoopKind::kPoll, {100, 125}, {300}, {10}});
   EXPECT_TRUE(study.findings[0].faults.empty());
   EXPECT_TRUE(study.findings[1].faults.empty());

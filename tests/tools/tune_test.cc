@@ -7,6 +7,8 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "tests/tools/program.h"
 
@@ -220,8 +222,10 @@ TEST(Tune, OfWhatNeverCameIsNullInJson) {
 }
 
 TEST(Tune, NeedsARemoteInTheSession) {
-  EXPECT_EQ(failure({sample("desk")}),
-            "quarlo-input: " + sample("desk") + ": no remote was recorded in this session\n");
+  EXPECT_EQ(failure(with({sample("desk")}, kSmallGrid)),
+            "quarlo-input: " + sample("desk") +
+                ": no remote of the LIRC daemon was recorded in this session, and --repeat-timeout and "
+                "--release-timeout are for one: leave them out to study its keys\n");
   EXPECT_EQ(failure({"/nowhere"}), "quarlo-input: /nowhere: No such file or directory\n");
 }
 
@@ -237,6 +241,150 @@ TEST(Tune, StopsQuietlyWhenNobodyReads) {
   const Result result = run(with({"tune"}, kSmallGrid), Output::kClosedPipe);
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "");
+}
+
+// ---- A remote that the kernel decodes -----------------------------------------------------------
+
+TEST(TuneKernel, SaysWhatEachDelayAndPeriodGiveAndWhatToSet) {
+  const std::string table =
+      "Remote: nec, a frame every 108 ms; a tap of 3 frames, and a button held for 2000 ms.\n"
+      "The kernel lets a button go 126 ms after its last frame.\n"
+      "The kernel's timers are on time, or as late as with 250 ticks a second.\n"
+      "Each setting is run 6 times: the application's own work takes 0.1, 1 and 3 ms a round. Ranges are\n"
+      "over all runs; times are in ms.\n"
+      "\n"
+      "                  downs    first   repeats  last down\n"
+      "    delay  period a tap   repeat  a second  after end  faults\n"
+      ">     250      33   3-4  250-284 25.0-30.3 +100..+121  ghosts, hasty, fast\n"
+      "      400     100     1  400-432  9.6-10.0   +48..+56  good\n"
+      "      400     125     1  400-432   7.6-8.0   +72..+81  good\n"
+      " *    500     100     1  500-532  9.6-10.0   +44..+56  good\n"
+      "      500     125     1  500-532   7.6-8.0   +40..+56  good\n";
+  const std::string out = tuned({"--kernel", "250,33", "--repeat-delay", "400,500", "--repeat-period", "100,125"});
+  EXPECT_EQ(out.substr(0, table.size()), table);
+}
+
+// A node with auto-repeat whose frames come each 108 ms, as evemu-record writes it.
+class RecordedNode {
+ public:
+  void press(double start, int frames) {
+    for (int i = 0; i < frames; ++i) {
+      add(start + i * 0.108, 4, 4, 7);
+      if (i == 0) add(start, 1, 103, 1);
+      add(start + i * 0.108, 0, 0, 0);
+    }
+    const double up = start + (frames - 1) * 0.108 + 0.126;
+    for (double repeat = start + 0.5; repeat < up; repeat += 0.132) {
+      add(repeat, 1, 103, 2);
+      add(repeat, 0, 0, 1);
+    }
+    add(up, 1, 103, 0);
+    add(up, 0, 0, 0);
+  }
+
+  std::string text() {
+    std::stable_sort(records_.begin(), records_.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::string text =
+        "N: receiver\nB: 00 17 00 10 00 00 00 00 00\nB: 01 00 00 00 00 00 00 00 00\n"
+        "B: 01 00 00 00 00 80 16 00 00\nB: 02 03\nB: 04 10\nB: 14 03\n";
+    for (const auto& record : records_) text += record.second;
+    return text;
+  }
+
+ private:
+  void add(double time, int type, int code, int value) {
+    char line[64];
+    std::snprintf(line, sizeof line, "E: %.6f %04x %04x %d\n", time, static_cast<unsigned>(type),
+                  static_cast<unsigned>(code), value);
+    records_.emplace_back(time, line);
+  }
+
+  std::vector<std::pair<double, std::string>> records_;
+};
+
+std::string recordedNode() {
+  RecordedNode node;
+  node.press(1, 3);
+  node.press(3, 20);
+  return node.text();
+}
+
+TEST(TuneKernel, StudiesARecordedNode) {
+  const Folder folder;
+  const std::string file = folder.write("node-1.evemu", recordedNode());
+  for (const std::string& session : {file, folder.path()}) {
+    const std::vector<std::string> lines = linesOf(tuned({session}));
+    EXPECT_EQ(lines.front(), "Remote: " + session + ", a frame every 108 ms; 1 tap, and 1 held button.");
+    EXPECT_EQ(lines.back(), "  delay 500 ms, period 125 ms");
+  }
+}
+
+TEST(TuneKernel, SaysHowToSetWhatItRecommends) {
+  const Folder folder;
+  const std::string out = tuned({"--kernel", "250,33", folder.write("node-1.evemu", recordedNode())});
+  EXPECT_NE(out.find("\n  ir-keytable -s rc0 -D 500 -P 125\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("\n  ACTION==\"add\", SUBSYSTEM==\"input\", SUBSYSTEMS==\"rc\", KERNEL==\"event*\", \\\n"
+                     "    ENV{.rc_sysdev}=\"$id\", \\\n"
+                     "    RUN+=\"/usr/bin/ir-keytable -s $env{.rc_sysdev} -D 500 -P 125\"\n"),
+            std::string::npos)
+      << out;
+  EXPECT_NE(out.find("\n  unsigned int repeat[2] = {500, 125};\n  ioctl(fd, EVIOCSREP, repeat);\n"), std::string::npos)
+      << out;
+}
+
+TEST(TuneKernel, PrefersTheLinesOfTheDaemonUnlessAsked) {
+  const Folder folder;
+  folder.write("node-1.evemu", recordedNode());
+  folder.write("remote.lirc", contentOf(sample("sofa") + "/remote.lirc"));
+  EXPECT_NE(tuned({folder.path()}).find("a line every 110 ms"), std::string::npos);
+  EXPECT_NE(tuned({folder.path(), "--kernel", "500,125"}).find("a frame every 108 ms"), std::string::npos);
+  EXPECT_NE(tuned({folder.path(), "--repeat-delay", "400"}).find("a frame every 108 ms"), std::string::npos);
+}
+
+TEST(TuneKernel, NeedsOneNodeWithKeysAndAutoRepeat) {
+  const Folder folder;
+  const std::string session = folder.path();
+  const auto complaint = [](const std::string& name, const std::string& text) {
+    return "quarlo-input: " + name + ": " + text + "\n";
+  };
+  folder.write("remote.lirc", "1.000000 1 00 KEY_OK r\n");
+  EXPECT_EQ(failure({session, "--kernel", "500,125"}),
+            complaint(session, "no key of a node was recorded in this session"));
+  folder.write("node-1.evemu", recordedNode());
+  folder.write("keyboard.evemu", recordedNode());
+  EXPECT_EQ(failure({session, "--kernel", "500,125"}),
+            complaint(session,
+                      "keys of 2 nodes were recorded in this session (keyboard.evemu, node-1.evemu): give "
+                      "the file of one of them"));
+  std::string text = recordedNode();
+  text.replace(text.find("00 17 00 10"), 11, "00 17 00 00");
+  text.replace(text.find("B: 14 03\n"), 9, "");
+  const std::string file = folder.write("other.evemu", text);
+  EXPECT_EQ(failure({file}),
+            complaint(file, "the node has no auto-repeat (EV_REP): it has neither a delay nor a period"));
+  EXPECT_EQ(failure({sample("desk")}),
+            complaint(sample("desk"), "no button is held for 500 ms or more: record some taps and one that is"));
+}
+
+TEST(TuneKernel, GivesAnObjectForEachSettingAndTheRecommendation) {
+  const std::vector<std::string> lines =
+      linesOf(tuned({"--json", "--kernel", "500,125", "--repeat-delay", "300", "--repeat-period", "75"}));
+  ASSERT_EQ(lines.size(), 3U);
+  const auto setting = nlohmann::json::parse(lines[0]);
+  EXPECT_EQ(setting["delayMs"], 300);
+  EXPECT_EQ(setting["periodMs"], 75);
+  EXPECT_EQ(setting["present"], false);
+  EXPECT_EQ(setting["faults"], nlohmann::json({"ghosts", "hasty", "fast"}));
+  EXPECT_FALSE(setting.contains("linesLost"));
+  const auto recommendation = nlohmann::json::parse(lines[2]);
+  EXPECT_EQ(recommendation["delayMs"], 500);
+  EXPECT_EQ(recommendation["periodMs"], 125);
+}
+
+TEST(TuneKernel, FitsATerminalOf100Columns) {
+  for (const std::string& line : linesOf(tuned({"--kernel", "250,33", "--protocol", "sirc", "--loop", "poll"}))) {
+    EXPECT_LE(line.size(), 100U) << line;
+  }
 }
 
 // ---- The picture --------------------------------------------------------------------------------
@@ -277,6 +425,20 @@ TEST(TunePicture, ShowsTheTimelinesAndTheMap) {
   }
   std::filesystem::rename(path, folder.path("picture.svg"));
   EXPECT_TRUE(isXml(folder.path("picture.svg")));
+}
+
+TEST(TunePicture, OfARemoteThatTheKernelDecodesSpeaksOfItsDelayAndPeriod) {
+  if (!hasGnuplot()) GTEST_SKIP() << "gnuplot is not installed (package gnuplot-nox)";
+  const Folder folder;
+  const std::string path = folder.path("a.svg");
+  tuned({"--kernel", "250,33", "--plot", path});
+  const std::string picture = contentOf(path);
+  for (const char* part : {"Now: delay 250, period 33 ms", "Recommended: delay 500, period 125 ms", "frames",
+                           "a frame that keeps it down", "each key-down read as it comes", "delay (ms)"}) {
+    EXPECT_NE(picture.find(part), std::string::npos) << part;
+  }
+  EXPECT_EQ(picture.find("timeout"), std::string::npos);
+  EXPECT_TRUE(isXml(path));
 }
 
 TEST(TunePicture, WithoutGnuplotIsAnErrorThatNamesThePackage) {

@@ -8,15 +8,17 @@
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/letter_case.h"
 #include "tools/common/numbers.h"
+#include "tools/tune/kernel_remote.h"
 
 namespace quarlo::tools::tune {
 namespace {
 
 constexpr int kMaxLircTimeoutMs = 2147483647;
+constexpr int kMaxRepeatMs = 10000;    // of a node's delay and period
 constexpr std::size_t kMaxValues = 8;  // of each timeout
 constexpr std::size_t kMaxSettings = 200;
 
-// %HOLD% stands for kShortestHold.
+// %HOLD% stands for kShortestHold, %REMOTES% for kRemotesRepeat.
 constexpr char kHelp[] =
     R"(The lines of a tap and of a held button go through the real reader, on a
 simulated machine, with each setting, while the application's own work takes
@@ -26,8 +28,15 @@ eight moments between two polls. In a session, a press begins with a line whose
 repeat count is 0; it is a held button from %HOLD% ms on, and a tap otherwise. Both
 must be there. --plot needs gnuplot (package gnuplot-nox).
 
-Example: a remote of which a tap sends three lines
+A remote that the kernel decodes has no lines of the LIRC daemon: the kernel
+repeats its keys, by the delay and the period of its node. A session without a
+remote's lines is studied so, and any with --kernel, --repeat-delay or
+--repeat-period.
+
+Examples: a remote of which a tap sends three lines; and one that the kernel
+decodes, whose node repeats as the kernel sets it for remotes
   quarlo-input tune --period 108 --hold 2000 --tap 3
+  quarlo-input tune --kernel %REMOTES%
 
 Exit status: 0 when done; 1 if the session cannot be used, or the picture cannot
 be made; 2 for wrong arguments.)";
@@ -42,17 +51,24 @@ struct ImaginedRemote {
 
 // ---- One argument -------------------------------------------------------------------------------
 
-void parseTimeouts(const std::string& text, int maximum, std::vector<int>& values) {
-  values.clear();
+// The numbers of a text that has commas between them; none if one is wrong.
+std::vector<int> parseNumbers(const std::string& text, int minimum, int maximum) {
+  std::vector<int> values;
   for (std::size_t start = 0; start <= text.size();) {
     const std::size_t end = std::min(text.find(',', start), text.size());
     int value;
-    if (!isNumber(text.substr(start, end - start), 1, maximum, value)) {
-      throw ArgumentError("\"" + text + "\" is not a list of milliseconds: expected numbers from 1 to " +
-                          std::to_string(maximum) + " with commas between them, such as 50,100");
-    }
+    if (!isNumber(text.substr(start, end - start), minimum, maximum, value)) return {};
     values.push_back(value);
     start = end + 1;
+  }
+  return values;
+}
+
+void parseTimeouts(const std::string& text, int maximum, std::vector<int>& values) {
+  values = parseNumbers(text, 1, maximum);
+  if (values.empty()) {
+    throw ArgumentError("\"" + text + "\" is not a list of milliseconds: expected numbers from 1 to " +
+                        std::to_string(maximum) + " with commas between them, such as 50,100");
   }
   std::sort(values.begin(), values.end());
   values.erase(std::unique(values.begin(), values.end()), values.end());
@@ -65,6 +81,16 @@ std::string listed(const std::vector<int>& values) {
   std::string text;
   for (const int value : values) text += (text.empty() ? "" : ",") + std::to_string(value);
   return text;
+}
+
+void parseRepeat(const std::string& text, std::optional<NodeRepeat>& repeat) {
+  const std::vector<int> values = parseNumbers(text, 0, kMaxRepeatMs);
+  if (values.size() != 2) {
+    throw ArgumentError("\"" + text + "\" is not a delay and a period in ms: expected two numbers from 0 to " +
+                        std::to_string(kMaxRepeatMs) + " with a comma between them, such as " +
+                        listed({kRemotesRepeat.delayMs, kRemotesRepeat.periodMs}));
+  }
+  repeat = {values[0], values[1]};
 }
 
 std::string protocolNames() {
@@ -111,6 +137,7 @@ void completeRemote(const ImaginedRemote& remote, TuneOptions& options) {
     options.protocol.name.clear();
     options.protocol.period = std::chrono::milliseconds(*remote.periodMs);
     options.protocol.tapLines = linesOfATap(options.protocol.period);
+    options.protocol.keyUp = keyUpOf(options.protocol.period);
   }
   if (remote.tapLines) options.protocol.tapLines = *remote.tapLines;
   if (remote.holdMs) options.hold = std::chrono::milliseconds(*remote.holdMs);
@@ -127,9 +154,17 @@ void check(const ImaginedRemote& remote, TuneOptions& options) {
     throw ArgumentError("the session \"" + options.session +
                         "\" has a remote of its own: leave out --protocol, --period, --tap and --hold, or the session");
   }
+  if (options.gridIsGiven && (options.kernel || options.nodeGridIsGiven)) {
+    throw ArgumentError(
+        "--repeat-timeout and --release-timeout are for a remote of the LIRC daemon; one that the kernel decodes has "
+        "--repeat-delay and --repeat-period");
+  }
   const Grid& grid = options.grid;
-  if (grid.size() > kMaxSettings) {
-    throw ArgumentError("the lists make " + std::to_string(grid.size()) + " settings, and at most " +
+  const Grid nodeGrid = {grid.loop, options.periodMs, options.delayMs, grid.pollMs};
+  const std::size_t settings =
+      std::max(options.gridIsGiven ? grid.size() : 0, options.nodeGridIsGiven ? nodeGrid.size() : 0);
+  if (settings > kMaxSettings) {
+    throw ArgumentError("the lists make " + std::to_string(settings) + " settings, and at most " +
                         std::to_string(kMaxSettings) + " can be tried at once");
   }
   completeRemote(remote, options);
@@ -156,38 +191,54 @@ void addImaginedRemote(CommandLine& line, const std::shared_ptr<ImaginedRemote>&
             &ImaginedRemote::holdMs, {"number of milliseconds", kShortestHoldMs, 10000, 2000});
 }
 
-void addGrid(CommandLine& line, Grid& grid, const std::shared_ptr<bool>& timeoutIsGiven) {
-  const auto addList = [&](const char* name, const std::string& description, int maximum, std::vector<int>& values) {
-    line.addOption(name, "LIST", description + "; default: " + listed(values),
-                   [maximum, &values](const std::string& text) { parseTimeouts(text, maximum, values); });
-  };
-  addList("--repeat-timeout", "Values of LIRC_REPEAT_TIMEOUT to try", kMaxLircTimeoutMs, grid.repeatMs);
-  addList("--release-timeout", "Values of LIRC_RELEASE_TIMEOUT to try", kMaxLircTimeoutMs, grid.releaseMs);
+// A list of values to try, and whether it is given.
+void addList(CommandLine& line, const char* name, const std::string& description, int maximum, std::vector<int>& values,
+             bool& isGiven) {
+  line.addOption(name, "LIST", description + "; default: " + listed(values),
+                 [maximum, &values, &isGiven](const std::string& text) {
+                   parseTimeouts(text, maximum, values);
+                   isGiven = true;
+                 });
+}
+
+void addGrids(CommandLine& line, TuneOptions& options, bool& timeoutIsGiven) {
+  Grid& grid = options.grid;
+  addList(line, "--repeat-timeout", "Values of LIRC_REPEAT_TIMEOUT to try", kMaxLircTimeoutMs, grid.repeatMs,
+          options.gridIsGiven);
+  addList(line, "--release-timeout", "Values of LIRC_RELEASE_TIMEOUT to try", kMaxLircTimeoutMs, grid.startMs,
+          options.gridIsGiven);
+  line.addOption("--kernel", "DELAY,PERIOD",
+                 "Study a remote that the kernel decodes, whose node repeats after DELAY ms, then each PERIOD ms",
+                 [&](const std::string& text) { parseRepeat(text, options.kernel); });
+  addList(line, "--repeat-delay", "Of such a remote: values of the delay to try", kMaxRepeatMs, options.delayMs,
+          options.nodeGridIsGiven);
+  addList(line, "--repeat-period", "Of such a remote: values of the period to try", kMaxRepeatMs, options.periodMs,
+          options.nodeGridIsGiven);
   addLoopOption(line, grid.loop);
-  line.addOption(
-      "--timeout", "LIST",
-      "With --loop poll: how long each round of the application may wait for input; default: " + listed(grid.pollMs),
-      [=, &grid](const std::string& text) {
-        parseTimeouts(text, components::input::kLongestTimeoutMs, grid.pollMs);
-        *timeoutIsGiven = true;
-      });
+  addList(line, "--timeout", "With --loop poll: how long each round of the application may wait for input",
+          components::input::kLongestTimeoutMs, grid.pollMs, timeoutIsGiven);
+}
+
+void fill(std::string& text, const std::string& placeholder, const std::string& value) {
+  text.replace(text.find(placeholder), placeholder.size(), value);
 }
 
 std::string helpText() {
   std::string text = kHelp;
-  const std::string placeholder = "%HOLD%";
-  return text.replace(text.find(placeholder), placeholder.size(), std::to_string(kShortestHold.count()));
+  fill(text, "%HOLD%", std::to_string(kShortestHold.count()));
+  fill(text, "%REMOTES%", listed({kRemotesRepeat.delayMs, kRemotesRepeat.periodMs}));
+  return text;
 }
 
 }  // namespace
 
 void addOptions(CommandLine& line, TuneOptions& options) {
-  line.addArgument("SESSION", "A directory or a file with a remote's lines; default: imagined ones",
+  line.addArgument("SESSION", "A directory or a file of a remote, or of its node; default: an imagined one",
                    [&](const std::string& text) { parseSession(text, options); });
   const auto remote = std::make_shared<ImaginedRemote>();
   addImaginedRemote(line, remote);
   const auto timeoutIsGiven = std::make_shared<bool>(false);
-  addGrid(line, options.grid, timeoutIsGiven);
+  addGrids(line, options, *timeoutIsGiven);
   line.addFlag("--json", options.json, "Print one JSON object per setting, then the recommendation");
   line.addOption("--plot", "FILE.svg", "Draw the current and the recommended setting, and all of them, with gnuplot",
                  [&](const std::string& text) { parsePlot(text, options); });

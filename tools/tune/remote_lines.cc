@@ -17,19 +17,24 @@ using recording::RemoteLine;
 // ---- Protocols ----------------------------------------------------------------------------------
 
 const std::vector<Protocol>& knownProtocols() {
-  static const auto known = [](const char* name, microseconds period) {
-    return Protocol{name, period, linesOfATap(period)};
+  static const auto known = [](const char* name, microseconds period, microseconds keyUp) {
+    return Protocol{name, period, linesOfATap(period), keyUp};
   };
   static const std::vector<Protocol> protocols = {
-      known("nec", 108000us),
-      known("rc-5", 113778us),
-      known("rc-6", 106667us),
-      known("sirc", 45000us),
+      known("nec", 108000us, 126ms),
+      known("rc-5", 113778us, 129ms),
+      known("rc-6", 106667us, 127ms),
+      known("sirc", 45000us, 116ms),
   };
   return protocols;
 }
 
 int linesOfATap(microseconds period) { return static_cast<int>(kSlowTap / period) + 1; }
+
+microseconds keyUpOf(microseconds period) {
+  constexpr microseconds kDecodersPatience = 16ms;
+  return period + kDecodersPatience;
+}
 
 // ---- Remotes ------------------------------------------------------------------------------------
 
@@ -115,23 +120,10 @@ std::vector<Press> pressesOf(const std::vector<RemoteLine>& lines) {
   return presses;
 }
 
-microseconds medianPeriod(const Remote& remote) {
-  std::vector<microseconds> periods;
-  for (const Press& press : remote.presses) {
-    for (std::size_t i = press.first + 1; press.held && i < press.end; ++i) {
-      periods.push_back(remote.lines[i].time - remote.lines[i - 1].time);
-    }
-  }
-  const auto middle = periods.begin() + static_cast<std::ptrdiff_t>(periods.size() / 2);
-  std::nth_element(periods.begin(), middle, periods.end());
-  return *middle;
-}
-
 Remote remoteOf(std::vector<RemoteLine> lines) {
   Remote remote;
   remote.presses = pressesOf(lines);
   remote.lines = std::move(lines);
-  for (const Press& press : remote.presses) ++(press.held ? remote.holds : remote.taps);
   return remote;
 }
 
@@ -169,6 +161,34 @@ void keepSome(Remote& remote) {
 
 }  // namespace
 
+microseconds medianOf(std::vector<microseconds> times) {
+  if (times.empty()) return 0us;
+  const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+  std::nth_element(times.begin(), middle, times.end());
+  return *middle;
+}
+
+microseconds periodOf(const Remote& remote) {
+  std::vector<microseconds> periods;
+  for (const Press& press : remote.presses) {
+    for (std::size_t i = press.first + 1; press.held && i < press.end; ++i) {
+      periods.push_back(remote.lines[i].time - remote.lines[i - 1].time);
+    }
+  }
+  return medianOf(std::move(periods));
+}
+
+void checkPresses(const Remote& remote, const std::string& name, const std::string& hint) {
+  if (remote.holds == 0) {
+    throw recording::Error(name + ": no button is held for " + inMs(kShortestHold) +
+                           " or more: record some taps and one that is" + hint);
+  }
+  if (remote.taps == 0) {
+    throw recording::Error(name + ": no button is tapped (for less than " + inMs(kShortestHold) +
+                           "): record some taps, too");
+  }
+}
+
 Remote imagineRemote(const Protocol& protocol, microseconds hold) {
   std::vector<RemoteLine> lines;
   const auto press = [&](microseconds start, long count) {
@@ -194,17 +214,10 @@ Remote recordedRemote(std::vector<RemoteLine> lines, const std::string& name) {
   cutPauses(lines);
   Remote remote = remoteOf(std::move(lines));
   remote.leftOut = count - remote.lines.size();
-  if (remote.holds == 0) {
-    throw recording::Error(name + ": no button is held for " + inMs(kShortestHold) +
-                           " or more: record some taps and one that is. If one was, "
-                           "the daemon does not count its lines: correct the remote's file for lircd");
-  }
-  if (remote.taps == 0) {
-    throw recording::Error(name + ": no button is tapped (for less than " + inMs(kShortestHold) +
-                           "): record some taps, too");
-  }
+  for (const Press& press : remote.presses) ++(press.held ? remote.holds : remote.taps);
+  checkPresses(remote, name, ". If one was, the daemon does not count its lines: correct the remote's file for lircd");
   if (remote.lines.size() > kMostStudiedLines) keepSome(remote);
-  remote.period = medianPeriod(remote);
+  remote.period = periodOf(remote);
   return remote;
 }
 

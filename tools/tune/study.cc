@@ -1,6 +1,7 @@
 #include "tools/tune/study.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <tuple>
@@ -17,6 +18,7 @@ namespace {
 // for keyboards and 500 ms for remotes), some eight times a second (the kernel's 125 ms for remotes), evenly.
 constexpr double kSoonestRepeatMs = 250;
 constexpr double kLatestRepeatMs = 500;
+constexpr double kLatestOfKernelMs = 550;  // its 500 ms are some more
 constexpr double kSlowestPerSecond = 4;
 constexpr double kFastestPerSecond = 12;
 constexpr double kMaxUneven = 1.75;  // the longest pause, in shortest ones; a line that is skipped makes it 2
@@ -38,7 +40,7 @@ void widen(std::optional<Range>& range, double value) {
 // Gathers what the runs of one setting give.
 class Gatherer {
  public:
-  explicit Gatherer(const Remote& remote) : remote_(remote) {}
+  Gatherer(const Remote& remote, const Judgement& judgement) : remote_(remote), judgement_(judgement) {}
 
   void add(const Timeline& timeline) {
     std::size_t next = 0;
@@ -52,6 +54,7 @@ class Gatherer {
         widen(perTap_, static_cast<double>(times.size()));
       } else if (!times.empty()) {
         addHold(times, timeline.lines[press.end - 1].sent);
+        noteLate(times.back(), press, timeline);
       }
     }
     skipped_ = std::max(skipped_, countFate(timeline, Fate::kSkipped));
@@ -80,6 +83,13 @@ class Gatherer {
     widen(perSecond_, static_cast<double>(times.size() - 2) * 1000 / toMs(times.back() - times[1]));
   }
 
+  // What the kernel repeats until the key-up is not the application's fault.
+  void noteLate(microseconds keyDown, const Press& press, const Timeline& timeline) {
+    const bool kernel = judgement_.decoder == Decoder::kKernel;
+    const microseconds end = kernel ? press.up - remote_.lines.front().time : timeline.lines[press.end - 1].sent;
+    late_ = late_ || toMs(keyDown - end) > kLatestAfterMs;
+  }
+
   std::vector<Fault> faultsOf(const Finding& finding) const {
     const auto& [first, rate, pause] = std::tie(finding.firstRepeatMs, finding.repeatsPerSecond, finding.pauseMs);
     const std::pair<Fault, bool> all[] = {
@@ -87,11 +97,11 @@ class Gatherer {
         {Fault::kMisses, missed_},
         {Fault::kNoRepeats, unrepeated_},
         {Fault::kUneven, pause && pause->maximum >= kMaxUneven * pause->minimum},
-        {Fault::kHasty, first && first->minimum < kSoonestRepeatMs},
-        {Fault::kSlowStart, first && first->maximum > kLatestRepeatMs},
+        {Fault::kHasty, first && first->minimum < judgement_.soonestRepeatMs},
+        {Fault::kSlowStart, first && first->maximum > judgement_.latestRepeatMs},
         {Fault::kFast, rate && rate->maximum > kFastestPerSecond},
         {Fault::kSlow, rate && rate->minimum < kSlowestPerSecond},
-        {Fault::kLate, finding.lastAfterMs && finding.lastAfterMs->maximum > kLatestAfterMs},
+        {Fault::kLate, late_},
     };
     std::vector<Fault> faults;
     for (const auto& [fault, found] : all) {
@@ -101,6 +111,7 @@ class Gatherer {
   }
 
   const Remote& remote_;
+  const Judgement& judgement_;
   std::optional<Range> perTap_;
   std::optional<Range> firstRepeat_;
   std::optional<Range> perSecond_;
@@ -108,12 +119,14 @@ class Gatherer {
   std::optional<Range> lastAfter_;
   bool missed_ = false;
   bool unrepeated_ = false;
+  bool late_ = false;
   int skipped_ = 0;
   int lost_ = 0;
 };
 
-Finding findingOf(const Remote& remote, const Setting& setting, const std::vector<Circumstances>& all) {
-  Gatherer gatherer(remote);
+Finding findingOf(const Remote& remote, const Judgement& judgement, const Setting& setting,
+                  const std::vector<Circumstances>& all) {
+  Gatherer gatherer(remote, judgement);
   for (const Circumstances& circumstances : all) gatherer.add(runReader(remote, setting, circumstances));
   return gatherer.finish(setting);
 }
@@ -142,29 +155,40 @@ const char* nameOf(Fault fault) {
   return "late";
 }
 
-std::string meaningOf(Fault fault, LoopKind loop) {
-  const bool polls = loop == LoopKind::kPoll;
+Judgement judgementOf(const Remote& remote, LoopKind loop) {
+  if (remote.decoder == Decoder::kDaemon) return {remote.decoder, loop, kSoonestRepeatMs, kLatestRepeatMs};
+  return {remote.decoder, loop, kSoonestRepeatMs + toMs(remote.keyUp), kLatestOfKernelMs};
+}
+
+const Terms& termsOf(Decoder decoder) {
+  static constexpr Terms kDaemons = {"repeat timeout", "release timeout", "line", "last line"};
+  static constexpr Terms kKernels = {"period", "delay", "frame", "key-up"};
+  return decoder == Decoder::kDaemon ? kDaemons : kKernels;
+}
+
+std::string meaningOf(Fault fault, const Judgement& judgement) {
+  const bool polls = judgement.loop == LoopKind::kPoll;
+  const Terms& terms = termsOf(judgement.decoder);
+  const std::string start = terms.start;
+  const std::string repeat = terms.repeat;
   switch (fault) {
-    case Fault::kGhosts: return "a tap gives more than one key-down: take a longer release timeout";
-    case Fault::kMisses:
-      return std::string("a press gives no key-down: ") +
-             (polls ? "poll more often" : "take a shorter release timeout");
-    case Fault::kNoRepeats: return "a held button does not repeat: take a shorter release timeout";
+    case Fault::kGhosts: return "a tap gives more than one key-down: take a longer " + start;
+    case Fault::kMisses: return "a press gives no key-down: " + (polls ? "poll more often" : "take a shorter " + start);
+    case Fault::kNoRepeats: return "a held button does not repeat: take a shorter " + start;
     case Fault::kUneven:
-      return "pauses between repeats differ " + plain(kMaxUneven) + "-fold: take another repeat timeout" +
+      return "pauses between repeats differ " + plain(kMaxUneven) + "-fold: take another " + repeat +
              (polls ? ", or poll more often" : "");
     case Fault::kHasty:
-      return "the first repeat comes within " + plain(kSoonestRepeatMs) +
-             " ms: a slow tap would be two; take a longer release timeout";
+      return "the first repeat comes within " + plain(std::round(judgement.soonestRepeatMs)) +
+             " ms: a slow tap would be two; take a longer " + start;
     case Fault::kSlowStart:
-      return "the first repeat comes after more than " + plain(kLatestRepeatMs) + " ms: take a shorter release timeout";
-    case Fault::kFast:
-      return "more than " + plain(kFastestPerSecond) + " repeats a second: take a longer repeat timeout";
-    case Fault::kSlow:
-      return "fewer than " + plain(kSlowestPerSecond) + " repeats a second: take another repeat timeout";
+      return "the first repeat comes after more than " + plain(judgement.latestRepeatMs) + " ms: take a shorter " +
+             start;
+    case Fault::kFast: return "more than " + plain(kFastestPerSecond) + " repeats a second: take a longer " + repeat;
+    case Fault::kSlow: return "fewer than " + plain(kSlowestPerSecond) + " repeats a second: take another " + repeat;
     case Fault::kLate: break;
   }
-  return "the last key-down comes more than " + plain(kLatestAfterMs) + " ms after the last line" +
+  return "the last key-down comes more than " + plain(kLatestAfterMs) + " ms after the " + terms.end +
          (polls ? ": poll more often" : "");
 }
 
@@ -195,24 +219,27 @@ std::string describe(const Finding& finding) {
 }
 
 Circumstances worstCircumstances(const Remote& remote, const Setting& setting) {
-  const std::vector<Circumstances> all = studiedCircumstances(setting);
-  return *std::max_element(all.begin(), all.end(), [&](const Circumstances& a, const Circumstances& b) {
-    return weightOf(findingOf(remote, setting, {a})) < weightOf(findingOf(remote, setting, {b}));
-  });
+  const std::vector<Circumstances> all = studiedCircumstances(remote.decoder, setting);
+  const Judgement judgement = judgementOf(remote, setting.pollMs ? LoopKind::kPoll : LoopKind::kWait);
+  const auto weight = [&](const Circumstances& circumstances) {
+    return weightOf(findingOf(remote, judgement, setting, {circumstances}));
+  };
+  return *std::max_element(all.begin(), all.end(),
+                           [&](const Circumstances& a, const Circumstances& b) { return weight(a) < weight(b); });
 }
 
 // ---- The study ----------------------------------------------------------------------------------
 
 namespace {
 
-// Without repetitions, by poll timeout, then release timeout, then repeat timeout.
+// Without repetitions, by poll timeout, then by what starts the repeats, then by what sets their pace.
 std::vector<Setting> settingsOf(const Grid& grid) {
   std::vector<PollTimeout> polls = {std::nullopt};
   if (grid.loop == LoopKind::kPoll) polls.assign(grid.pollMs.begin(), grid.pollMs.end());
   std::vector<Setting> settings;
   for (const PollTimeout poll : polls) {
-    for (const int release : grid.releaseMs) {
-      for (const int repeat : grid.repeatMs) settings.push_back({repeat, release, poll});
+    for (const int start : grid.startMs) {
+      for (const int repeat : grid.repeatMs) settings.push_back({repeat, start, poll});
     }
   }
   return settings;
@@ -220,7 +247,7 @@ std::vector<Setting> settingsOf(const Grid& grid) {
 
 void sortSettings(std::vector<Setting>& settings) {
   std::sort(settings.begin(), settings.end(), [](const Setting& a, const Setting& b) {
-    return std::tie(a.pollMs, a.releaseMs, a.repeatMs) < std::tie(b.pollMs, b.releaseMs, b.repeatMs);
+    return std::tie(a.pollMs, a.startMs, a.repeatMs) < std::tie(b.pollMs, b.startMs, b.repeatMs);
   });
   settings.erase(std::unique(settings.begin(), settings.end()), settings.end());
 }
@@ -236,42 +263,52 @@ void keepLeast(Candidates& candidates, const Value& valueOf, double tolerance = 
   candidates.erase(std::remove_if(candidates.begin(), candidates.end(), isMore), candidates.end());
 }
 
+bool has(const Candidates& candidates, std::size_t number) {
+  return std::count(candidates.begin(), candidates.end(), number) != 0;
+}
+
 // The index of the best of the candidates, which are indices in ascending order.
 std::size_t chooseBest(const std::vector<Finding>& findings, std::size_t byDefault, Candidates candidates,
-                       microseconds period) {
+                       const Remote& remote) {
+  const bool kernel = remote.decoder == Decoder::kKernel;
   keepLeast(candidates, [&](std::size_t i) { return weightOf(findings[i]); });
   keepLeast(candidates,
             [&](std::size_t i) { return std::abs(findings[i].setting.pollMs.value_or(0) - kRoundTimeoutMs); });
+  if (kernel && has(candidates, byDefault)) return byDefault;
   const auto firstRepeat = [&](std::size_t i) {
     return findings[i].firstRepeatMs ? findings[i].firstRepeatMs->maximum : 0;
   };
-  keepLeast(candidates, firstRepeat, toMs(period) / 2);
-  keepLeast(candidates, [&](std::size_t i) { return -findings[i].setting.releaseMs; });
-  if (std::count(candidates.begin(), candidates.end(), byDefault) != 0) return byDefault;
+  keepLeast(candidates, firstRepeat, toMs(remote.period) / (kernel ? 1 : 2));
+  keepLeast(candidates, [&](std::size_t i) { return -findings[i].setting.startMs; });
+  if (has(candidates, byDefault)) return byDefault;
   return candidates[(candidates.size() - 1) / 2];
 }
 
 }  // namespace
 
 std::size_t Grid::size() const {
-  return repeatMs.size() * releaseMs.size() * (loop == LoopKind::kPoll ? pollMs.size() : 1);
+  return repeatMs.size() * startMs.size() * (loop == LoopKind::kPoll ? pollMs.size() : 1);
 }
 
 Study studyTiming(const Remote& remote, const Grid& grid) {
-  const Setting byDefault = defaultSetting(grid.loop);
+  const Setting byDefault = defaultSetting(remote, grid.loop);
   const std::vector<Setting> wanted = settingsOf(grid);
   std::vector<Setting> settings = wanted;
   settings.push_back(byDefault);
   sortSettings(settings);
   Study study = {};
-  study.loop = grid.loop;
+  study.judgement = judgementOf(remote, grid.loop);
   Candidates candidates;
   for (const Setting& setting : settings) {
-    if (setting == byDefault) study.byDefault = study.findings.size();
-    if (std::count(wanted.begin(), wanted.end(), setting) != 0) candidates.push_back(study.findings.size());
-    study.findings.push_back(findingOf(remote, setting, studiedCircumstances(setting)));
+    const bool isDefault = setting == byDefault;
+    if (isDefault) study.byDefault = study.findings.size();
+    // A node can stay as it is; the reader's defaults are asked for if they are wanted.
+    const bool canStay = isDefault && remote.decoder == Decoder::kKernel;
+    if (canStay || std::count(wanted.begin(), wanted.end(), setting) != 0) candidates.push_back(study.findings.size());
+    study.findings.push_back(
+        findingOf(remote, study.judgement, setting, studiedCircumstances(remote.decoder, setting)));
   }
-  study.recommended = chooseBest(study.findings, study.byDefault, candidates, remote.period);
+  study.recommended = chooseBest(study.findings, study.byDefault, candidates, remote);
   return study;
 }
 

@@ -16,8 +16,28 @@ enum class Fault { kGhosts, kMisses, kNoRepeats, kUneven, kHasty, kSlowStart, kF
 // One word or two.
 const char* nameOf(Fault fault);
 
-// What it means, with its threshold, and what helps an application with such a loop.
-std::string meaningOf(Fault fault, LoopKind loop);
+// What a setting is judged by.
+struct Judgement {
+  Decoder decoder;
+  LoopKind loop;
+  double soonestRepeatMs;  // a slow tap of this remote ends before it
+  double latestRepeatMs;
+};
+
+Judgement judgementOf(const Remote& remote, LoopKind loop);
+
+// What it means, with its threshold, and what helps.
+std::string meaningOf(Fault fault, const Judgement& judgement);
+
+// What things are called.
+struct Terms {
+  const char* repeat;  // what sets Setting::repeatMs: "repeat timeout"
+  const char* start;   // what sets Setting::startMs: "release timeout"
+  const char* line;    // what the remote sends again and again: "line"
+  const char* end;     // what ends a press: "last line"
+};
+
+const Terms& termsOf(Decoder decoder);
 
 struct Range {
   double minimum;
@@ -49,11 +69,11 @@ std::string describe(const Finding& finding);
 // Those of the studied circumstances in which one run shows the worst faults.
 Circumstances worstCircumstances(const Remote& remote, const Setting& setting);
 
-// The values of each setting to try. The poll timeouts are for a loop that polls.
+// The values of each setting to try; by default, LIRC's timeouts. The poll timeouts are for a loop that polls.
 struct Grid {
   LoopKind loop = LoopKind::kWait;
   std::vector<int> repeatMs{50, 75, 100, 150};
-  std::vector<int> releaseMs{200, 300, 400};
+  std::vector<int> startMs{200, 300, 400};
   std::vector<int> pollMs{10, 20, 50};
 
   // How many settings they make, repetitions included.
@@ -61,8 +81,8 @@ struct Grid {
 };
 
 struct Study {
-  LoopKind loop;
-  std::vector<Finding> findings;  // by poll timeout, then release timeout, then repeat timeout
+  Judgement judgement;
+  std::vector<Finding> findings;  // by poll timeout, then release timeout or delay, then repeat timeout or period
   std::size_t byDefault;          // the index of the default setting, which is there even if the grid lacks it
   std::size_t recommended;        // the index of the best one of the grid
 };
@@ -70,10 +90,11 @@ struct Study {
 // Runs the reader with each setting of the grid. The best one is chosen in this order:
 //   1. the fewest and mildest faults;
 //   2. the poll timeout that is closest to the default one;
-//   3. the earliest first repeat, to half a line;
-//   4. the longest release timeout, which is farthest from ghosts;
-//   5. the default setting;
-//   6. the middle repeat timeout.
+//   3. where the kernel decodes the remote, how its node repeats now, whether the grid has it or not;
+//   4. the earliest first repeat, to half a line, or to a frame where the kernel decodes;
+//   5. the longest release timeout or delay, which is farthest from ghosts;
+//   6. the default setting;
+//   7. the middle repeat timeout or period.
 Study studyTiming(const Remote& remote, const Grid& grid);
 
 }  // namespace quarlo::tools::tune

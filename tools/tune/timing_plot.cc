@@ -65,8 +65,11 @@ void place(Script& script, const Panel& panel, int height) {
   script.add("set bmargin at screen %.4f", 1 - panel.bottom / height);
 }
 
-std::string settingText(const Setting& setting) {
-  return "repeat " + std::to_string(setting.repeatMs) + ", release " + std::to_string(setting.releaseMs) +
+std::string settingText(const Setting& setting, Decoder decoder) {
+  const std::string repeat = std::to_string(setting.repeatMs);
+  const std::string start = std::to_string(setting.startMs);
+  return (decoder == Decoder::kKernel ? "delay " + start + ", period " + repeat
+                                      : "repeat " + repeat + ", release " + start) +
          (setting.pollMs ? ", poll " + std::to_string(*setting.pollMs) : "") + " ms";
 }
 
@@ -169,11 +172,11 @@ void drawTimeline(Script& script, const Remote& remote, const Finding& finding, 
   constexpr double kHoldRight = 930;
   const Timeline timeline = runReader(remote, finding.setting, worstCircumstances(remote, finding.setting));
   script.add("set label 1 \"%s: %s\" at screen %.4f,%.4f font 'DejaVu Sans Bold,14' textcolor rgb '%s'", what,
-             settingText(finding.setting).c_str(), 20.0 / kWidth, 1 - (top + 14.0) / height, kInk);
+             settingText(finding.setting, remote.decoder).c_str(), 20.0 / kWidth, 1 - (top + 14.0) / height, kInk);
   script.add("set label 2 \"%s\" at screen %.4f,%.4f textcolor rgb '%s'", summaryOf(finding).c_str(), 20.0 / kWidth,
              1 - (top + 36.0) / height, kDim);
-  script.add("set ytics ('lines sent' %d, 'button' %d, 'key-downs' %d) scale 0 textcolor rgb '%s'", kLinesRow,
-             kStateRow, kKeyDownRow, kInk);
+  script.add("set ytics ('%s' %d, 'button' %d, 'key-downs' %d) scale 0 textcolor rgb '%s'",
+             remote.decoder == Decoder::kKernel ? "frames" : "lines sent", kLinesRow, kStateRow, kKeyDownRow, kInk);
   script.add("set xtics 200 nomirror out offset 0,0.4 textcolor rgb '%s'", kInk);
   script.add("set xlabel 'ms of a tap' offset 0,1 textcolor rgb '%s'", kDim);
   const double upper = top + 52.0;
@@ -216,30 +219,33 @@ void addFrame(Script& script, int x, int y, const char* style) {
 // One cell for each setting with this poll timeout: repeats a second, and under it what is wrong.
 void addCells(Script& script, const Study& study, PollTimeout poll) {
   const std::vector<int> repeats = valuesOf(study, &Setting::repeatMs);
-  const std::vector<int> releases = valuesOf(study, &Setting::releaseMs);
+  const std::vector<int> releases = valuesOf(study, &Setting::startMs);
   script.add("unset object");
   script.add("$cells << EOD");
   for (const Finding& finding : study.findings) {
     if (finding.setting.pollMs != poll) continue;
     const double rate = finding.repeatsPerSecond ? finding.repeatsPerSecond->minimum : 0;
     script.add(R"(%d %d %.3f "%.1f" "%s" %d)", indexOf(repeats, finding.setting.repeatMs),
-               indexOf(releases, finding.setting.releaseMs), rate, rate,
+               indexOf(releases, finding.setting.startMs), rate, rate,
                finding.faults.empty() ? "good" : nameOf(finding.faults.front()), finding.faults.empty() ? kGood : kBad);
   }
   script.add("EOD");
   for (const auto& [number, style] : {std::pair(study.byDefault, "dt 2"), {study.recommended, "dt 1"}}) {
     const Setting& setting = study.findings[number].setting;
     if (setting.pollMs != poll) continue;
-    addFrame(script, indexOf(repeats, setting.repeatMs), indexOf(releases, setting.releaseMs), style);
+    addFrame(script, indexOf(repeats, setting.repeatMs), indexOf(releases, setting.startMs), style);
   }
 }
 
+std::string readOf(const Study& study) { return study.judgement.decoder == Decoder::kKernel ? "key-down" : "line"; }
+
 void drawMap(Script& script, const Study& study, PollTimeout poll, const Panel& panel, int height) {
   const std::vector<int> repeats = valuesOf(study, &Setting::repeatMs);
-  const std::vector<int> releases = valuesOf(study, &Setting::releaseMs);
+  const std::vector<int> releases = valuesOf(study, &Setting::startMs);
   addCells(script, study, poll);
   place(script, panel, height);
-  const std::string title = poll ? "polled every " + std::to_string(*poll) + " ms" : "each line read as it comes";
+  const std::string title =
+      poll ? "polled every " + std::to_string(*poll) + " ms" : "each " + readOf(study) + " read as it comes";
   script.add("set title '%s' offset 0,-0.5 textcolor rgb '%s'", title.c_str(), kInk);
   script.add("set xtics (%s) scale 0 offset 0,0.4", tics(repeats).c_str());
   script.add("set xrange [-0.5:%.1f]", static_cast<double>(repeats.size()) - 0.5);
@@ -259,7 +265,7 @@ struct MapLayout {
                 (static_cast<double>(valuesOf(study, &Setting::repeatMs).size()) * kMinCellWidth + kMapGap)),
             1, polls.size())),
         width((kMapsWidth + kMapGap) / static_cast<double>(perRow) - kMapGap),
-        rowHeight(kMapFrame + static_cast<int>(valuesOf(study, &Setting::releaseMs).size()) * kCellHeight) {}
+        rowHeight(kMapFrame + static_cast<int>(valuesOf(study, &Setting::startMs).size()) * kCellHeight) {}
 
   int height() const { return static_cast<int>((polls.size() + perRow - 1) / perRow) * rowHeight; }
 
@@ -271,7 +277,8 @@ struct MapLayout {
 
 void drawMaps(Script& script, const Study& study, int top, int height) {
   const MapLayout layout(study);
-  const std::vector<int> releases = valuesOf(study, &Setting::releaseMs);
+  const Terms& terms = termsOf(study.judgement.decoder);
+  const std::vector<int> releases = valuesOf(study, &Setting::startMs);
   script.add("unset label");
   script.add(
       "set label 1 'All settings: repeats a second of a held button, and the worst fault' at screen %.4f,%.4f font "
@@ -280,14 +287,14 @@ void drawMaps(Script& script, const Study& study, int top, int height) {
   script.add("set label 2 'dashed: now; framed: recommended' at screen %.4f,%.4f right textcolor rgb '%s'",
              (kMapsLeft + kMapsWidth) / kWidth, 1 - (top + 10.0) / height, kDim);
   script.add("set palette defined (0 '#ffffff', 4 '#e3eef7', 12 '#7fb6dd')\nset cbrange [0:12]\nunset colorbox");
-  script.add("set border 0\nset xlabel 'repeat timeout (ms)'");
+  script.add("set border 0\nset xlabel '%s (ms)'", terms.repeat);
   for (std::size_t i = 0; i < layout.polls.size(); ++i) {
     const bool leftmost = i % layout.perRow == 0;
     const double left = kMapsLeft + static_cast<double>(i % layout.perRow) * (layout.width + kMapGap);
     const int rowTop = top + static_cast<int>(i / layout.perRow) * layout.rowHeight;
     if (leftmost) {
       script.add("set ytics (%s) scale 0 textcolor rgb '%s'", tics(releases).c_str(), kInk);
-      script.add("set ylabel 'release timeout (ms)' textcolor rgb '%s'", kDim);
+      script.add("set ylabel '%s (ms)' textcolor rgb '%s'", terms.start, kDim);
     }
     drawMap(script, study, layout.polls[i],
             {left, left + layout.width, rowTop + 62.0, rowTop + layout.rowHeight - 58.0}, height);
@@ -303,12 +310,17 @@ void addKey(Script& script, int number, double x, const char* text, const char* 
 }
 
 // The title, and a key to the timelines. Labels stay until they are unset.
-void drawHead(Script& script, const std::string& title, int height) {
+void drawHead(Script& script, const std::string& title, Decoder decoder, int height) {
   script.add("set label 10 '%s' at screen %.4f,%.4f font 'DejaVu Sans Bold,17' textcolor rgb '%s'", title.c_str(),
              20.0 / kWidth, 1 - 28.0 / height, kInk);
-  addKey(script, 11, 20, "● a line that counts, ❙ its key-down", kKeyDown, height);
-  addKey(script, 12, 310, "○ a line too close to it", kSkipped, height);
-  addKey(script, 13, 500, "× a line read too late", kLost, height);
+  if (decoder == Decoder::kKernel) {
+    addKey(script, 11, 20, "● a frame that presses the key, ❙ a key-down", kKeyDown, height);
+    addKey(script, 12, 370, "○ a frame that keeps it down", kSkipped, height);
+  } else {
+    addKey(script, 11, 20, "● a line that counts, ❙ its key-down", kKeyDown, height);
+    addKey(script, 12, 310, "○ a line too close to it", kSkipped, height);
+    addKey(script, 13, 500, "× a line read too late", kLost, height);
+  }
   addKey(script, 14, 675, "■", kHeld, height);
   addKey(script, 15, 690, "held", kInk, height);
   addKey(script, 16, 740, "■", kRepeating, height);
@@ -326,7 +338,7 @@ std::string plotScript(const Remote& remote, const Study& study, const std::stri
   script.add("set terminal svg size %d,%d noenhanced font 'DejaVu Sans,13' background rgb 'white'", kWidth, height);
   script.add("set border 1 lc rgb '%s'\nset key off", kInk);
   script.add("set multiplot");
-  drawHead(script, title, height);
+  drawHead(script, title, remote.decoder, height);
   drawTimeline(script, remote, study.findings[study.byDefault], same ? "Now, and recommended" : "Now", kHeadHeight,
                height);
   if (!same) {

@@ -3,16 +3,19 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <utility>
 
+#include "recording/lines.h"
 #include "recording/session.h"
 #include "tools/common/columns.h"
 #include "tools/common/output.h"
 #include "tools/tune/gnuplot.h"
+#include "tools/tune/kernel_remote.h"
 #include "tools/tune/timing_plot.h"
 
 namespace quarlo::tools::tune {
@@ -38,9 +41,11 @@ std::string shownSigned(const std::optional<Range>& range) {
 
 // ---- Text ---------------------------------------------------------------------------------------
 
-// "nec, a line every 108 ms"; what was recorded can have any name.
+// "nec, a line every 108 ms"; what was recorded can have any name, and lines that are not known.
 std::string describeLines(const std::string& name, const Remote& remote) {
-  return name + (name.empty() ? "" : ", ") + "a line every " + formatted("%.0f", toMs(remote.period)) + " ms";
+  if (remote.period == std::chrono::microseconds(0)) return name;
+  return name + (name.empty() ? "" : ", ") + "a " + termsOf(remote.decoder).line + " every " +
+         formatted("%.0f", toMs(remote.period)) + " ms";
 }
 
 // "31 of 2004 taps".
@@ -56,13 +61,17 @@ std::string describePresses(const Remote& remote) {
          describePart(holds, remote.holds, "held button");
 }
 
+const char* whatIsLeftOut(const Remote& remote) { return remote.decoder == Decoder::kDaemon ? "line" : "press"; }
+
 std::string describeRemote(const TuneOptions& options, const Remote& remote) {
   if (options.session.empty()) {
-    return describeLines(options.protocol.name, remote) + "; a tap of " + counted(options.protocol.tapLines, "line") +
-           ", and a button held for " + std::to_string(options.hold.count()) + " ms";
+    return describeLines(options.protocol.name, remote) + "; a tap of " +
+           counted(options.protocol.tapLines, termsOf(remote.decoder).line) + ", and a button held for " +
+           std::to_string(options.hold.count()) + " ms";
   }
   return describeLines(options.session, remote) + "; " + describePresses(remote) +
-         (remote.leftOut == 0 ? "" : "; left out: " + counted(static_cast<long>(remote.leftOut), "line"));
+         (remote.leftOut == 0 ? ""
+                              : "; left out: " + counted(static_cast<long>(remote.leftOut), whatIsLeftOut(remote)));
 }
 
 std::string verdictOn(const Finding& finding) { return finding.faults.empty() ? "no fault" : toText(finding.faults); }
@@ -77,32 +86,55 @@ std::string titleOf(const TuneOptions& options, const Remote& remote, const Stud
   return title;
 }
 
+// What the kernel adds to a press, and to each wait for a repeat.
+std::string describeKernel(const Remote& remote) {
+  const std::string timers = "The kernel's timers are on time, or as late as with 250 ticks a second.";
+  if (remote.keyUp == std::chrono::microseconds(0)) return timers;
+  return "The kernel lets a button go " + formatted("%.0f", toMs(remote.keyUp)) + " ms after its last frame.\n" +
+         timers;
+}
+
+// How the runs of a setting differ.
+std::string describeRuns(const TuneOptions& options, const Remote& remote) {
+  if (options.grid.loop == LoopKind::kPoll) {
+    return "Each setting is run 24 times: the press comes at 8 moments between two polls, and the application's\n"
+           "own work takes 0.1, 1 and 3 ms a round. Ranges are over all runs; times are in ms.";
+  }
+  return "Each setting is run " + std::string(remote.decoder == Decoder::kKernel ? "6" : "3") +
+         " times: the application's own work takes 0.1, 1 and 3 ms a round. Ranges are\n"
+         "over all runs; times are in ms.";
+}
+
 void printHeading(const TuneOptions& options, const Remote& remote) {
   std::printf("Remote: %s.\n", printable(describeRemote(options, remote)).c_str());
-  if (options.grid.loop == LoopKind::kPoll) {
-    std::printf(
-        "Each setting is run 24 times: the press comes at 8 moments between two polls, and the application's\n"
-        "own work takes 0.1, 1 and 3 ms a round. Ranges are over all runs; times are in ms.\n\n"
-        "   repeat release    poll downs    first   repeats  last down lines\n"
-        "  timeout timeout timeout a tap   repeat  a second  after end skip lost  faults\n");
+  if (remote.decoder == Decoder::kKernel) std::printf("%s\n", describeKernel(remote).c_str());
+  std::printf("%s\n\n", describeRuns(options, remote).c_str());
+  const bool polls = options.grid.loop == LoopKind::kPoll;
+  if (remote.decoder == Decoder::kKernel) {
+    std::printf("                 %s downs    first   repeats  last down\n", polls ? "   poll" : "");
+    std::printf("    delay  period%s a tap   repeat  a second  after end  faults\n", polls ? " timeout" : "");
   } else {
-    std::printf(
-        "Each setting is run 3 times: the application's own work takes 0.1, 1 and 3 ms a round. Ranges are\n"
-        "over all runs; times are in ms.\n\n"
-        "   repeat release downs    first   repeats  last down lines\n"
-        "  timeout timeout a tap   repeat  a second  after end skip  faults\n");
+    std::printf("   repeat release %sdowns    first   repeats  last down lines\n", polls ? "   poll " : "");
+    std::printf("  timeout timeout %sa tap   repeat  a second  after end skip%s  faults\n", polls ? "timeout " : "",
+                polls ? " lost" : "");
   }
 }
 
-// Only polls have a timeout, and lose lines.
-void printRow(const Finding& finding, bool here, bool best) {
+// What the reader made of the daemon's lines. Only polls lose some.
+std::string describeFates(const Finding& finding) {
+  return rightAligned(std::to_string(finding.skipped), 5) +
+         (finding.setting.pollMs ? rightAligned(std::to_string(finding.lost), 5) : "");
+}
+
+void printRow(const Finding& finding, Decoder decoder, bool here, bool best) {
   const Setting& setting = finding.setting;
-  const bool polls = setting.pollMs.has_value();
-  std::printf("%c%c%7d %7d %s%5s %8s %9s %10s %4d%s  %s\n", here ? '>' : ' ', best ? '*' : ' ', setting.repeatMs,
-              setting.releaseMs, polls ? rightAligned(std::to_string(*setting.pollMs) + " ", 8).c_str() : "",
+  const bool kernel = decoder == Decoder::kKernel;
+  std::printf("%c%c%7d %7d %s%5s %8s %9s %10s%s  %s\n", here ? '>' : ' ', best ? '*' : ' ',
+              kernel ? setting.startMs : setting.repeatMs, kernel ? setting.repeatMs : setting.startMs,
+              setting.pollMs ? rightAligned(std::to_string(*setting.pollMs) + " ", 8).c_str() : "",
               toText(finding.keyDownsPerTap, 0).c_str(), toText(finding.firstRepeatMs, 0).c_str(),
-              toText(finding.repeatsPerSecond, 1).c_str(), shownSigned(finding.lastAfterMs).c_str(), finding.skipped,
-              polls ? rightAligned(std::to_string(finding.lost), 5).c_str() : "",
+              toText(finding.repeatsPerSecond, 1).c_str(), shownSigned(finding.lastAfterMs).c_str(),
+              kernel ? "" : describeFates(finding).c_str(),
               finding.faults.empty() ? "good" : toText(finding.faults).c_str());
 }
 
@@ -111,15 +143,16 @@ void printTable(const Study& study) {
   for (std::size_t i = 0; i < study.findings.size(); ++i) {
     const Finding& finding = study.findings[i];
     if (std::exchange(poll, finding.setting.pollMs) != finding.setting.pollMs) std::printf("\n");
-    printRow(finding, i == study.byDefault, i == study.recommended);
+    printRow(finding, study.judgement.decoder, i == study.byDefault, i == study.recommended);
   }
 }
 
 void printLegend(const Study& study) {
   std::set<Fault> faults;
   for (const Finding& finding : study.findings) faults.insert(finding.faults.begin(), finding.faults.end());
-  std::printf("\n> you are here, if you set nothing   * recommended\n");
-  for (const Fault fault : faults) std::printf("%s: %s\n", nameOf(fault), meaningOf(fault, study.loop).c_str());
+  std::printf("\n> you are here%s   * recommended\n",
+              study.judgement.decoder == Decoder::kDaemon ? ", if you set nothing" : "");
+  for (const Fault fault : faults) std::printf("%s: %s\n", nameOf(fault), meaningOf(fault, study.judgement).c_str());
 }
 
 // ---- The recommendation -------------------------------------------------------------------------
@@ -135,8 +168,9 @@ std::string reasonOf(const Study& study) {
   const std::string now = verdictOn(study.findings[study.byDefault]);
   const std::string outcome = "Now: " + now + ". As recommended: no fault. " + describe(best) + " ";
   if (study.recommended == study.byDefault) return describe(best) + " No other setting is better: leave it as it is.";
-  return outcome + "Of the settings without a fault that repeat this soon, it has the longest release timeout and " +
-         "the middle repeat timeout: the farthest from trouble.";
+  const Terms& terms = termsOf(study.judgement.decoder);
+  return outcome + "Of the settings without a fault that repeat this soon, it has the longest " + terms.start +
+         " and the middle " + terms.repeat + ": the farthest from trouble.";
 }
 
 // Breaks text into lines of at most 98 characters.
@@ -152,11 +186,35 @@ std::string wrapped(const std::string& text) {
   return result + text.substr(start);
 }
 
+void printLircSetting(const Setting& setting) {
+  std::printf("  export LIRC_REPEAT_TIMEOUT=%d\n", setting.repeatMs);
+  std::printf("  export LIRC_RELEASE_TIMEOUT=%d\n", setting.startMs);
+}
+
+// The rule is as that of Debian's package ir-keytable, which sets the key map.
+void printNodeSetting(const Setting& setting) {
+  std::printf("Now, for a receiver that `ir-keytable` lists as rc0:\n\n");
+  std::printf("  ir-keytable -s rc0 -D %d -P %d\n\n", setting.startMs, setting.repeatMs);
+  std::printf("For each receiver as it comes, in /etc/udev/rules.d/71-remote-repeat.rules:\n\n");
+  std::printf("  ACTION==\"add\", SUBSYSTEM==\"input\", SUBSYSTEMS==\"rc\", KERNEL==\"event*\", \\\n");
+  std::printf("    ENV{.rc_sysdev}=\"$id\", \\\n");
+  std::printf("    RUN+=\"/usr/bin/ir-keytable -s $env{.rc_sysdev} -D %d -P %d\"\n\n", setting.startMs,
+              setting.repeatMs);
+  std::printf("For any node, in a program that has it open as fd:\n\n");
+  std::printf("  unsigned int repeat[2] = {%d, %d};\n", setting.startMs, setting.repeatMs);
+  std::printf("  ioctl(fd, EVIOCSREP, repeat);\n");
+}
+
 void printRecommendation(const Study& study) {
   const Setting& setting = study.findings[study.recommended].setting;
   std::printf("\n%s\n\n", wrapped(reasonOf(study)).c_str());
-  std::printf("  export LIRC_REPEAT_TIMEOUT=%d\n", setting.repeatMs);
-  std::printf("  export LIRC_RELEASE_TIMEOUT=%d\n", setting.releaseMs);
+  if (study.judgement.decoder == Decoder::kDaemon) {
+    printLircSetting(setting);
+  } else if (study.recommended != study.byDefault) {
+    printNodeSetting(setting);
+  } else {
+    std::printf("  delay %d ms, period %d ms\n", setting.startMs, setting.repeatMs);
+  }
   if (setting.pollMs) {
     std::printf("  and the first readInput() of each round of the loop waits %d ms\n", *setting.pollMs);
   }
@@ -170,31 +228,40 @@ ordered_json toJson(const std::optional<Range>& range) {
   return {{"minimum", rounded(range->minimum)}, {"maximum", rounded(range->maximum)}};
 }
 
-ordered_json toJson(const char* kind, const Finding& finding) {
+ordered_json toJson(const char* kind, const Finding& finding, Decoder decoder) {
+  const bool kernel = decoder == Decoder::kKernel;
   ordered_json json;
   json["kind"] = kind;
-  json["repeatTimeoutMs"] = finding.setting.repeatMs;
-  json["releaseTimeoutMs"] = finding.setting.releaseMs;
+  if (kernel) {
+    json["delayMs"] = finding.setting.startMs;
+    json["periodMs"] = finding.setting.repeatMs;
+  } else {
+    json["repeatTimeoutMs"] = finding.setting.repeatMs;
+    json["releaseTimeoutMs"] = finding.setting.startMs;
+  }
   if (finding.setting.pollMs) json["timeoutMs"] = *finding.setting.pollMs;
   json["keyDownsPerTap"] = toJson(finding.keyDownsPerTap);
   json["firstRepeatMs"] = toJson(finding.firstRepeatMs);
   json["repeatsPerSecond"] = toJson(finding.repeatsPerSecond);
   json["pauseMs"] = toJson(finding.pauseMs);
   json["lastAfterReleaseMs"] = toJson(finding.lastAfterMs);
-  json["linesSkipped"] = finding.skipped;
-  json["linesLost"] = finding.lost;
+  if (!kernel) {
+    json["linesSkipped"] = finding.skipped;
+    json["linesLost"] = finding.lost;
+  }
   json["faults"] = ordered_json::array();
   for (const Fault fault : finding.faults) json["faults"].push_back(nameOf(fault));
   return json;
 }
 
 void printJson(const Remote& remote, const Study& study) {
+  const Decoder decoder = study.judgement.decoder;
   for (std::size_t i = 0; i < study.findings.size(); ++i) {
-    ordered_json json = toJson("setting", study.findings[i]);
-    json["default"] = i == study.byDefault;
+    ordered_json json = toJson("setting", study.findings[i], decoder);
+    json[decoder == Decoder::kKernel ? "present" : "default"] = i == study.byDefault;
     std::printf("%s\n", json.dump().c_str());
   }
-  ordered_json json = toJson("recommendation", study.findings[study.recommended]);
+  ordered_json json = toJson("recommendation", study.findings[study.recommended], decoder);
   json["presses"] = remote.taps + remote.holds;
   json["pressesStudied"] = remote.presses.size();
   json["reason"] = reasonOf(study);
@@ -203,11 +270,49 @@ void printJson(const Remote& remote, const Study& study) {
 
 // ---- The subcommand -----------------------------------------------------------------------------
 
+// The nodes of a session whose keys were pressed, by the names of their files.
+std::map<std::string, const recording::DeviceRecording*> nodesWithKeys(const recording::Session& session) {
+  std::map<std::string, const recording::DeviceRecording*> nodes;
+  const auto add = [&](const std::string& name, const std::optional<recording::DeviceRecording>& node) {
+    if (node && hasKeyPress(*node)) nodes[name] = &*node;
+  };
+  add(recording::kMouseFile, session.mouse);
+  add(recording::kKeyboardFile, session.keyboard);
+  for (std::size_t i = 0; i < session.further.size(); ++i) add(recording::furtherNodeFile(i), session.further[i]);
+  return nodes;
+}
+
+Remote kernelRemoteOf(const TuneOptions& options, const recording::Session& session) {
+  const auto nodes = nodesWithKeys(session);
+  if (nodes.empty()) throw recording::Error(options.session + ": no key of a node was recorded in this session");
+  if (nodes.size() > 1) {
+    std::string names;
+    for (const auto& [name, node] : nodes) names += (names.empty() ? "" : ", ") + name;
+    throw recording::Error(options.session + ": keys of " + std::to_string(nodes.size()) +
+                           " nodes were recorded in this session (" + names + "): give the file of one of them");
+  }
+  return recordedKernelRemote(*nodes.begin()->second, options.session, options.kernel);
+}
+
 Remote remoteOf(const TuneOptions& options) {
+  const bool kernel = options.kernel || options.nodeGridIsGiven;
+  if (options.session.empty() && kernel) {
+    return imagineKernelRemote(options.protocol, options.hold, options.kernel.value_or(kRemotesRepeat));
+  }
   if (options.session.empty()) return imagineRemote(options.protocol, options.hold);
-  recording::Session session = recording::readSession(options.session);
-  if (!session.remote) throw recording::Error(options.session + ": no remote was recorded in this session");
-  return recordedRemote(std::move(*session.remote), options.session);
+  recording::Session session = recording::readSession(options.session, recording::SingleNode::kAny);
+  if (session.remote && !kernel) return recordedRemote(std::move(*session.remote), options.session);
+  if (options.gridIsGiven) {
+    throw recording::Error(options.session +
+                           ": no remote of the LIRC daemon was recorded in this session, and --repeat-timeout and "
+                           "--release-timeout are for one: leave them out to study its keys");
+  }
+  return kernelRemoteOf(options, session);
+}
+
+Grid gridFor(const TuneOptions& options, const Remote& remote) {
+  if (remote.decoder == Decoder::kDaemon) return options.grid;
+  return {options.grid.loop, options.periodMs, options.delayMs, options.grid.pollMs};
 }
 
 void print(const TuneOptions& options, const Remote& remote, const Study& study) {
@@ -225,7 +330,7 @@ int run(const TuneOptions& options) {
   try {
     const Remote remote = remoteOf(options);
     if (!options.plot.empty()) checkPicturePath(options.plot);
-    const Study study = studyTiming(remote, options.grid);
+    const Study study = studyTiming(remote, gridFor(options, remote));
     print(options, remote, study);
     if (!options.plot.empty()) drawPicture(options.plot, plotScript(remote, study, titleOf(options, remote, study)));
     return kDone;

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/tune/study.h"
 
@@ -13,6 +15,13 @@ struct TuneOptions {
   Protocol protocol;                     // its tap is shorter than kShortestHold
   std::chrono::milliseconds hold{2000};  // not less than kShortestHold
   Grid grid;
+  bool gridIsGiven = false;  // values of LIRC's timeouts are; then `kernel` and `nodeGridIsGiven` are not
+
+  // Of a remote that the kernel decodes. It is studied if one of these is given, or if the session has no other.
+  std::optional<NodeRepeat> kernel;         // how its node repeats now
+  std::vector<int> delayMs{300, 400, 500};  // the values to try
+  std::vector<int> periodMs{75, 100, 125, 150};
+  bool nodeGridIsGiven = false;
   bool json = false;
   std::string plot;  // the path of the picture to write; empty: none
 };
