@@ -220,6 +220,29 @@ TEST_F(RecordTest, HidesWhatWasTypedAndChangesNothingElse) {
   EXPECT_EQ(contents(session + "/remote.lirc").find("KEY_5"), std::string::npos);
 }
 
+// A line of the terminal is written again as more comes, and leaves what else is printed alone.
+TEST_F(RecordTest, CountsOnATerminalWhatHasComeOfEachSource) {
+  mkdir("/dev/pts", 0755);
+  ASSERT_EQ(mount("none", "/dev/pts", "devpts", 0, ""), 0);
+  Program record(command("record", {"-o", session}), Output::kTerminal);
+  ASSERT_TRUE(record.waitFor("\rmouse 0 records, keyboard 0 records, remote 0 lines"));
+  keyboard.tap(KEY_H);
+  ASSERT_TRUE(record.waitFor("\rmouse 0 records, keyboard 4 records, remote 0 lines"));
+  daemon.simulate("KEY_5", "00");
+  ASSERT_TRUE(record.waitFor("\rmouse 0 records, keyboard 4 records, remote 1 line "));
+  mouse.move(3, 4);
+  const std::string last = "mouse 3 records, keyboard 4 records, remote 1 line";
+  ASSERT_TRUE(record.waitFor("\r" + last));
+  mouse.unplug();
+  ASSERT_TRUE(record.waitFor("\r" + last + "\r" + std::string(last.size(), ' ') + "\r\r" + last));
+  record.signal(SIGINT);
+  const Result result = record.finish();
+  EXPECT_EQ(result.err, "quarlo-input: the mouse is gone: it was unplugged; the others go on\n");
+  EXPECT_NE(result.out.find("\r" + last + "\r" + std::string(last.size(), ' ') + "\rRecorded for "), std::string::npos)
+      << result.out;
+  umount("/dev/pts");
+}
+
 TEST_F(RecordTest, AnUnpluggedDeviceEndsItsFileAndTheOthersGoOn) {
   Program record(command("record", {"-o", session}));
   ASSERT_TRUE(record.waitFor("Ctrl-C ends."));
