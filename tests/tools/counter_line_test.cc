@@ -40,16 +40,17 @@ class CounterLineTest : public testing::Test {
     ioctl(slave_, TIOCSWINSZ, &size);
   }
 
-  // What the terminal has got since the last call.
+  // What the terminal has got since the last call. It comes in pieces, so a mark says where it ends.
   std::string written() const {
-    char bytes[1024];
-    const ssize_t size = read(master_, bytes, sizeof bytes);
-    return {bytes, static_cast<std::size_t>(size > 0 ? size : 0)};
+    EXPECT_EQ(write(slave_, "|", 1), 1);
+    std::string text;
+    for (char byte; read(master_, &byte, 1) == 1 && byte != '|';) text.push_back(byte);
+    return text;
   }
 
  private:
   int before_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-  int master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+  int master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
 
  protected:
   int slave_ = -1;
