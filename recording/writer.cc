@@ -97,6 +97,25 @@ std::string descriptionText(const DeviceDescription& device) {
   return text + stateLines("L", device.ledsOn) + stateLines("S", device.switchesOn);
 }
 
+// ---- Comments, as evemu-record has them ----------------------------------------------------------
+
+std::string capabilityComments(const std::map<int, std::set<int>>& codes, const CodeNames& names) {
+  std::string text;
+  for (const auto& [type, typeCodes] : codes) {
+    text += "# Event type " + std::to_string(type) + " (" + names.type(type) + ")\n";
+    for (const int code : typeCodes) {
+      text += "#   Event code " + std::to_string(code) + " (" + names.code(type, code) + ")\n";
+    }
+  }
+  return text;
+}
+
+// One can see where a report ends.
+std::string recordComment(const Record& record, const CodeNames& names) {
+  const std::string type = record.type == EV_SYN ? "----------" : names.type(record.type) + " /";
+  return "\t# " + type + " " + names.code(record.type, record.code) + " " + std::to_string(record.value);
+}
+
 // ---- Lines --------------------------------------------------------------------------------------
 
 long newlinesIn(std::string_view text) { return std::count(text.begin(), text.end(), '\n'); }
@@ -127,11 +146,12 @@ bool isAt(const std::string& path, int fd) {
 // ---- A file -------------------------------------------------------------------------------------
 
 FileWriter::FileWriter(const std::string& directory, int directoryFd, const std::string& name, const std::string& head,
-                       Access access)
+                       Access access, const CodeNames& codeNames)
     : directoryFd_(directoryFd),
       name_(name),
       path_(pathIn(directory, name)),
       mode_(access == Access::kOwnerOnly ? 0600 : 0666),
+      codeNames_(codeNames),
       headSize_(head.size()),
       pending_(head),
       lines_(newlinesIn(head)) {}
@@ -141,7 +161,8 @@ FileWriter::~FileWriter() {
 }
 
 void FileWriter::write(const Record& record) {
-  addLine("E: " + timeText(nextTime(record.time)) + format(" %04x %04x %04d", record.type, record.code, record.value));
+  addLine("E: " + timeText(nextTime(record.time)) + format(" %04x %04x %04d", record.type, record.code, record.value) +
+          recordComment(record, codeNames_));
 }
 
 void FileWriter::write(const RemoteLine& line) {
@@ -214,11 +235,13 @@ std::string FileWriter::close() {
 
 // ---- A session ----------------------------------------------------------------------------------
 
-SessionWriter::SessionWriter(std::string directory, const std::string& comment, Access access)
+SessionWriter::SessionWriter(std::string directory, const std::string& comment, Access access,
+                             const CodeNames& codeNames)
     : directory_(std::move(directory)),
       directoryFd_(makeDirectory(directory_, access)),
       comment_("# " + comment + "\n"),
-      access_(access) {}
+      access_(access),
+      codeNames_(codeNames) {}
 
 SessionWriter::~SessionWriter() { ::close(directoryFd_); }
 
@@ -233,11 +256,12 @@ FileWriter& SessionWriter::addFurtherNode(std::size_t index, const DeviceDescrip
 FileWriter& SessionWriter::addRemote() { return addFile(kRemoteFile, comment_); }
 
 FileWriter& SessionWriter::addNode(const std::string& name, const DeviceDescription& device) {
-  return addFile(name, "# EVEMU 1.3\n" + comment_ + descriptionText(device));
+  return addFile(name,
+                 "# EVEMU 1.3\n" + comment_ + capabilityComments(device.codes, codeNames_) + descriptionText(device));
 }
 
 FileWriter& SessionWriter::addFile(const std::string& name, const std::string& head) {
-  return files_.emplace_back(directory_, directoryFd_, name, head, access_);
+  return files_.emplace_back(directory_, directoryFd_, name, head, access_, codeNames_);
 }
 
 void SessionWriter::flush() {

@@ -38,16 +38,22 @@ struct DeviceDescription {
   std::set<int> switchesOn;
 };
 
+// How comments name event types and codes: "EV_KEY", "KEY_A".
+struct CodeNames {
+  std::string (*type)(int type);
+  std::string (*code)(int type, int code);
+};
+
 // Who can read a recording: those whom the umask lets, or nobody but its owner.
 enum class Access { kByUmask, kOwnerOnly };
 
 // A file of a session. It appears with its first record or line, and ends with a whole one.
 class FileWriter {
  public:
-  // `name` is that of the file in the directory, `head` the lines that it starts with. The caller keeps the directory's
-  // descriptor open.
+  // `name` is that of the file in the directory, `head` the lines that it starts with; `codeNames` are for the comments
+  // behind its records. The caller keeps the directory's descriptor open.
   FileWriter(const std::string& directory, int directoryFd, const std::string& name, const std::string& head,
-             Access access);
+             Access access, const CodeNames& codeNames);
   ~FileWriter();
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
@@ -81,6 +87,7 @@ class FileWriter {
   std::string name_;
   std::string path_;  // for a person
   mode_t mode_;
+  CodeNames codeNames_;
   std::size_t headSize_;   // bytes
   std::string pending_;    // lines that are not on disk yet, the head as the first ones
   std::int64_t size_ = 0;  // bytes on disk
@@ -93,9 +100,10 @@ class FileWriter {
 // A session, in a new directory. It stays with the directory that it has made, whatever is found at its path later.
 class SessionWriter {
  public:
-  // Makes the directory. `comment` is one line that stands at the top of each file. Throws Error if there is something
-  // of this name already, or the directory cannot be made.
-  SessionWriter(std::string directory, const std::string& comment, Access access);
+  // Makes the directory. `comment` is one line that stands at the top of each file; those behind it name what a device
+  // can send, and each of its records. Throws Error if there is something of this name already, or the directory cannot
+  // be made.
+  SessionWriter(std::string directory, const std::string& comment, Access access, const CodeNames& codeNames);
   ~SessionWriter();
   SessionWriter(const SessionWriter&) = delete;
   SessionWriter& operator=(const SessionWriter&) = delete;
@@ -123,6 +131,7 @@ class SessionWriter {
   int directoryFd_;
   std::string comment_;
   Access access_;
+  CodeNames codeNames_;
   std::list<FileWriter> files_;
 };
 

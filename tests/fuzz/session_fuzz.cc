@@ -18,6 +18,7 @@
 #include "recording/writer.h"
 #include "tests/fuzz/input_bytes.h"
 #include "tests/fuzz/rules.h"
+#include "tools/common/code_names.h"
 #include "tools/common/output.h"
 #include "tools/replay/replay.h"
 
@@ -110,7 +111,7 @@ void writeRemote(recording::SessionWriter& writer, const std::vector<RemoteLine>
 }
 
 void writeSession(const std::string& path, const Session& session) {
-  recording::SessionWriter writer(path, "comment", recording::Access::kOwnerOnly);
+  recording::SessionWriter writer(path, "comment", recording::Access::kOwnerOnly, {tools::typeName, tools::codeName});
   if (session.mouse) writeRecords(writer.addMouse(descriptionOf(*session.mouse)), session.mouse->records);
   if (session.keyboard) writeRecords(writer.addKeyboard(descriptionOf(*session.keyboard)), session.keyboard->records);
   for (std::size_t i = 0; i < session.further.size(); ++i) {

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <regex>
 #include <set>
+#include <string>
 #include <thread>
 
 #include "tests/scenario/uinput.h"
@@ -163,6 +164,16 @@ TEST_F(RecordersTest, OursNamesNoKeyThatTypesOrTellsOfTyping) {
   EXPECT_EQ(among(kTelling, recorded), Codes());
   EXPECT_EQ(among(kNavigating, recorded), all(kNavigating));
   EXPECT_EQ(scanCodes("session/keyboard.evemu"), Codes{0});
+}
+
+TEST_F(RecordersTest, OursNamesInItsCommentsWhatItsRecordsHave) {
+  const std::string text = contentsOf(folder_.path("session/keyboard.evemu"));
+  const std::regex pressed("E: [0-9.]+ 0001 [0-9a-f]+ 0001\t# EV_KEY / ([A-Z_0-9]+) 1\n");
+  std::set<std::string> names;
+  for (std::sregex_iterator match(text.begin(), text.end(), pressed); match != std::sregex_iterator(); ++match) {
+    names.insert((*match)[1]);
+  }
+  EXPECT_EQ(names, (std::set<std::string>{"KEY_A", "KEY_ENTER", "KEY_LEFT", "KEY_TAB", "KEY_UP", "KEY_VOLUMEUP"}));
 }
 
 // A change of a light says at which place of a text a lock key was pressed, and so does the end of its report.

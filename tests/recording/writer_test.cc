@@ -18,6 +18,11 @@ using namespace std::chrono_literals;
 
 constexpr char kFileTooLarge[] = ": File too large: the recording ends here, and what came before is kept";
 
+// Of these names it shows where they come from.
+std::string typeName(int type) { return "type " + std::to_string(type); }
+std::string codeName(int type, int code) { return "code " + std::to_string(type) + "-" + std::to_string(code); }
+constexpr CodeNames kNames = {typeName, codeName};
+
 // What a device without any capability has in its file, before its records.
 constexpr char kEmptyHead[] =
     "# EVEMU 1.3\n"
@@ -47,7 +52,7 @@ constexpr char kEmptyHead[] =
     "B: 14 00 00 00 00 00 00 00 00\n"
     "B: 15 00 00 00 00 00 00 00 00\n"
     "B: 15 00 00 00 00 00 00 00 00\n";
-constexpr char kRecordLine[] = "E: 0.000000 0001 001e 0001\n";
+constexpr char kRecordLine[] = "E: 0.000000 0001 001e 0001\t# type 1 / code 1-30 1\n";
 constexpr Record kRecord = {0us, EV_KEY, KEY_A, 1};
 
 // The largest size that a file can get, as a stand-in for a full disk.
@@ -96,7 +101,7 @@ class WriterTest : public FolderTest {
   FileWriter& addNothing() { return writer_.addKeyboard(device("Nothing")); }
 
   std::string folder_ = path("session");
-  SessionWriter writer_{folder_, "comment", Access::kByUmask};
+  SessionWriter writer_{folder_, "comment", Access::kByUmask, kNames};
 };
 
 TEST_F(WriterTest, DescribesADeviceAsEvemuDoes) {
@@ -119,6 +124,21 @@ TEST_F(WriterTest, DescribesADeviceAsEvemuDoes) {
   EXPECT_EQ(content("mouse.evemu"),
             "# EVEMU 1.3\n"
             "# comment\n"
+            "# Event type 1 (type 1)\n"
+            "#   Event code 1 (code 1-1)\n"
+            "#   Event code 767 (code 1-767)\n"
+            "# Event type 3 (type 3)\n"
+            "#   Event code 0 (code 3-0)\n"
+            "#   Event code 1 (code 3-1)\n"
+            "# Event type 5 (type 5)\n"
+            "#   Event code 0 (code 5-0)\n"
+            "# Event type 17 (type 17)\n"
+            "#   Event code 0 (code 17-0)\n"
+            "# Event type 20 (type 20)\n"
+            "#   Event code 0 (code 20-0)\n"
+            "#   Event code 1 (code 20-1)\n"
+            "# Event type 21 (type 21)\n"
+            "#   Event code 80 (code 21-80)\n"
             "N: Tablet\n"
             "I: 0003 046d c077 0111\n"
             "P: 05 00 00 00 00 00 00 00\n"
@@ -148,7 +168,15 @@ TEST_F(WriterTest, DescribesADeviceAsEvemuDoes) {
             "A: 01 -5 255 0 0 0\n"
             "L: 00 1\n"
             "S: 00 1\n"
-            "E: 1.250000 0003 0001 -005\n");
+            "E: 1.250000 0003 0001 -005\t# type 3 / code 3-1 -5\n");
+}
+
+TEST_F(WriterTest, ShowsWhereAReportEnds) {
+  FileWriter& file = addNothing();
+  file.write({0us, EV_SYN, SYN_REPORT, 1});
+  writer_.flush();
+  EXPECT_EQ(content("keyboard.evemu"),
+            std::string(kEmptyHead) + "E: 0.000000 0000 0000 0001\t# ---------- code 0-0 1\n");
 }
 
 TEST_F(WriterTest, WritesWhatTheReaderReads) {
@@ -231,7 +259,7 @@ TEST_F(WriterTest, HasAFileForEachFurtherNode) {
   writer_.addFurtherNode(0, device).write({1us, EV_KEY, KEY_A, 1});
   writer_.close();
   EXPECT_EQ(content("node-8.evemu"), std::string(kEmptyHead) + kRecordLine);
-  EXPECT_EQ(content("node-1.evemu"), std::string(kEmptyHead) + "E: 0.000001 0001 001e 0001\n");
+  EXPECT_EQ(content("node-1.evemu"), std::string(kEmptyHead) + "E: 0.000001 0001 001e 0001\t# type 1 / code 1-30 1\n");
   EXPECT_EQ(readSession(folder_).further[7]->records, std::vector<Record>{kRecord});
 }
 
@@ -276,18 +304,18 @@ TEST_F(WriterTest, RemovesTheFolderOfASessionWithoutFiles) {
 TEST_F(WriterTest, RefusesAFolderThatExists) {
   const std::string complaint = " exists already: give another name, or remove it";
   for (const std::string& existing : {folder_, write("file", "")}) {
-    EXPECT_EQ(errorOf([&] { SessionWriter(existing, "", Access::kByUmask); }), existing + complaint);
+    EXPECT_EQ(errorOf([&] { SessionWriter(existing, "", Access::kByUmask, kNames); }), existing + complaint);
   }
 }
 
 TEST_F(WriterTest, NamesAFolderThatCannotBeMade) {
-  EXPECT_EQ(errorOf([&] { SessionWriter(path("no/session"), "", Access::kByUmask); }),
+  EXPECT_EQ(errorOf([&] { SessionWriter(path("no/session"), "", Access::kByUmask, kNames); }),
             path("no/session") + ": the directory cannot be made: No such file or directory");
 }
 
 TEST_F(WriterTest, LetsTheUmaskSayWhoCanReadTheFiles) {
   const mode_t old = umask(0026);
-  SessionWriter writer(path("another/"), "", Access::kByUmask);
+  SessionWriter writer(path("another/"), "", Access::kByUmask, kNames);
   writer.addRemote().write({0us, "a"});
   writer.close();
   umask(old);
@@ -297,7 +325,7 @@ TEST_F(WriterTest, LetsTheUmaskSayWhoCanReadTheFiles) {
 
 TEST_F(WriterTest, LetsNobodyElseReadWhatIsForTheOwner) {
   const mode_t old = umask(0);
-  SessionWriter writer(path("another"), "", Access::kOwnerOnly);
+  SessionWriter writer(path("another"), "", Access::kOwnerOnly, kNames);
   writer.addRemote().write({0us, "a"});
   writer.close();
   umask(old);

@@ -21,6 +21,7 @@
 #include "input/linux_input_reader_limits.h"
 #include "recording/line_splitter.h"
 #include "recording/writer.h"
+#include "tools/common/code_names.h"
 #include "tools/common/describe.h"
 #include "tools/common/evdev_node.h"
 #include "tools/common/hidden_typing.h"
@@ -367,7 +368,7 @@ const char* comment(const RecordOptions& options) {
 int recordSources(const RecordOptions& options, Sources& sources) {
   using recording::Access;
   SessionWriter writer(options.session, comment(options),
-                       options.shown.showKeycodes ? Access::kOwnerOnly : Access::kByUmask);
+                       options.shown.showKeycodes ? Access::kOwnerOnly : Access::kByUmask, {typeName, codeName});
   Recorder recorder(options, sources, writer);
   std::printf("%s\nRecording to %s; Ctrl-C ends.\n", comment(options), printable(options.session).c_str());
   std::fflush(stdout);
