@@ -619,7 +619,7 @@ bool parseLircLine(char* text, LircPress& press) {
 
   const char* name = nameField;
   for (const std::string_view prefix : kLircButtonPrefixes) dropPrefix(name, prefix);
-  if (name[0] != '\0' && name[1] == '\0') {
+  if (strlen(name) == 1) {
     press.ch = static_cast<unsigned char>(name[0]);
     press.key = press.ch;
     return true;
