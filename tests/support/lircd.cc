@@ -10,12 +10,10 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <numeric>
 #include <sstream>
 #include <system_error>
 #include <utility>
@@ -35,8 +33,8 @@ std::string librariesFolder() {
   return "";
 }
 
-// A remote of the NEC protocol: a button is a header and 32 bits, the same for as long as it is held.
-constexpr char kInfraredRemote[] = R"(begin remote
+// A remote of the NEC protocol, which has a short frame for as long as a button is held, and one of RC-5.
+constexpr char kInfraredRemotes[] = R"(begin remote
   name           myremote
   bits           16
   flags          SPACE_ENC|CONST_LENGTH
@@ -46,11 +44,31 @@ constexpr char kInfraredRemote[] = R"(begin remote
   one            560 1690
   zero           560 560
   ptrail         560
+  repeat         9000 2250
   pre_data_bits  16
-  pre_data       0x0
+  pre_data       0x20df
   gap            108000
   begin codes
-    KEY_UP       0x0bf0
+    KEY_UP       0x807f
+    KEY_1        0x40bf
+    KEY_SUBTITLE 0xc03f
+  end codes
+end remote
+
+begin remote
+  name           other
+  bits           13
+  flags          RC5|CONST_LENGTH
+  eps            30
+  aeps           100
+  one            889 889
+  zero           889 889
+  plead          889
+  gap            113778
+  toggle_bit_mask 0x800
+  begin codes
+    KEY_UP       0x1010
+    KEY_RIGHT    0x1011
   end codes
 end remote
 )";
@@ -101,28 +119,6 @@ int freePort() {
   return ntohs(address.sin_port);
 }
 
-// Sends spaces and marks in turn (us), in the form of lircd's udp driver: 16 bits each, little-endian, in units of
-// 1/16384 s, the highest bit for a space.
-void sendDurations(int port, const std::vector<unsigned>& durations) {
-  constexpr std::uint64_t kUnitsPerSecond = 16384;
-  constexpr std::uint64_t kMicroseconds = 1000000;
-  constexpr std::uint16_t kSpace = 0x8000;
-  std::vector<std::uint16_t> packet;
-  for (const unsigned duration : durations) {
-    const auto units = static_cast<std::uint16_t>(duration * kUnitsPerSecond / kMicroseconds);
-    packet.push_back(static_cast<std::uint16_t>(units | (packet.size() % 2 == 0 ? kSpace : 0)));
-  }
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const std::size_t size = packet.size() * sizeof packet[0];
-  EXPECT_EQ(sendto(fd, packet.data(), size, 0, reinterpret_cast<const sockaddr*>(&address), sizeof address),
-            static_cast<ssize_t>(size));
-  close(fd);
-}
-
 std::string contents(const std::string& path) {
   std::ifstream stream(path);
   std::ostringstream text;
@@ -138,10 +134,9 @@ Lircd::Lircd(std::string folder) : folder_(std::move(folder)) {}
 
 Lircd::~Lircd() { stop(); }
 
-bool Lircd::start() {
-  port_ = freePort();
-  return start("udp", std::to_string(port_), kInfraredRemote);
-}
+bool Lircd::start() { return start("udp", std::to_string(freePort()), kInfraredRemotes); }
+
+bool Lircd::startOnReceiver(const std::string& path) { return start("default", path, kInfraredRemotes); }
 
 bool Lircd::startOnNode(const std::string& path) { return start("devinput", path, kNodeRemote); }
 
@@ -178,24 +173,6 @@ void Lircd::stop() {
 }
 
 void Lircd::reload() { kill(pid_, SIGHUP); }
-
-void Lircd::receive(unsigned code) const {
-  constexpr unsigned kMark = 560;  // us
-  constexpr unsigned kShortSpace = 560;
-  constexpr unsigned kLongSpace = 1690;
-  constexpr unsigned kFrame = 108000;
-  std::vector<unsigned> durations = {9000, 4500};
-  for (int bit = 31; bit >= 0; --bit) {
-    durations.push_back(kMark);
-    durations.push_back((code >> bit & 1) != 0 ? kLongSpace : kShortSpace);
-  }
-  durations.push_back(kMark);
-  durations.push_back(kFrame - std::accumulate(durations.begin(), durations.end(), 0U));
-  // The daemon starts to decode after a pause.
-  constexpr unsigned kPause = 50000;
-  durations.insert(durations.begin(), kPause);
-  sendDurations(port_, durations);
-}
 
 bool Lircd::simulate(const std::string& button, const std::string& repeatCount) {
   return simulateLine("0000000000f40bf0 " + repeatCount + " " + button + " myremote");

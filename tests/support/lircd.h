@@ -18,16 +18,17 @@ class Lircd {
   Lircd(const Lircd&) = delete;
   Lircd& operator=(const Lircd&) = delete;
 
-  // Starts the daemon on a UDP port, where it expects what an infrared receiver sees. Returns once the socket takes
-  // connections; false, with the daemon's log as a test failure, if it never does.
+  // Starts the daemon without a receiver. Returns once the socket takes connections; false, with the daemon's log as a
+  // test failure, if it never does.
   bool start();
 
-  // The same for a daemon that grabs an evdev node, and makes lines of its keys.
-  bool startOnNode(const std::string& path);
+  // The same for a daemon that has an infrared receiver, such as /dev/lirc0. It knows two remotes: "myremote" (NEC,
+  // address 4; KEY_UP 1, KEY_1 2, KEY_SUBTITLE 3) and "other" (RC-5, address 0; KEY_UP 16, KEY_RIGHT 17).
+  bool startOnReceiver(const std::string& path);
 
-  // What the receiver sees of a button of this code: marks and spaces of a 38 kHz light, and the pause after them. For
-  // a daemon that was started with start().
-  void receive(unsigned code) const;
+  // The same for a daemon that reads an evdev node, which it grabs while it has a client, and makes lines of its keys
+  // (KEY_OK and KEY_UP of a remote "devinput").
+  bool startOnNode(const std::string& path);
 
   // Returns once the daemon has ended.
   void stop();
@@ -48,7 +49,6 @@ class Lircd {
   bool accepts() const;
 
   std::string folder_;
-  int port_ = -1;
   pid_t pid_ = -1;
 };
 
