@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
+#include <utility>
 
 namespace quarlo::test {
 namespace {
@@ -72,6 +75,8 @@ void Qmp::tapKeys(const std::vector<std::string>& names) {
   sendEvents(presses + releases);
 }
 
+void Qmp::setKey(const std::string& name, bool down) { sendEvents(keyEvent(name, down)); }
+
 void Qmp::setButton(const std::string& name, bool down) {
   sendEvents(event("btn", downText(down) + R"(,"button":")" + name + R"(")"));
 }
@@ -88,6 +93,26 @@ std::string Qmp::readLine() const {
   char byte;
   while (read(fd_, &byte, 1) == 1 && byte != '\n') line += byte;
   return line;
+}
+
+// ---- USB devices --------------------------------------------------------------------------------
+
+UsbDevice::UsbDevice(Qmp& qmp, std::string driver) : qmp_(qmp), driver_(std::move(driver)) {
+  qmp_.plug(driver_, driver_);
+  waitForNode(true);
+}
+
+UsbDevice::~UsbDevice() {
+  qmp_.unplug(driver_);
+  waitForNode(false);
+}
+
+void UsbDevice::waitForNode(bool there) {
+  constexpr int kTries = 1000;
+  for (int i = 0; i < kTries && std::filesystem::exists(kNode) != there; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_EQ(std::filesystem::exists(kNode), there);
 }
 
 }  // namespace quarlo::test

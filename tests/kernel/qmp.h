@@ -26,6 +26,9 @@ class Qmp {
   // first. QEMU gets all that at once: guest time passes while it answers, and a key held meanwhile could repeat.
   void tapKeys(const std::vector<std::string>& names);
 
+  // One such key. It repeats while it is down.
+  void setKey(const std::string& name, bool down);
+
   // A button such as "left"; a motion.
   void setButton(const std::string& name, bool down);
   void move(int dx, int dy);
@@ -36,6 +39,26 @@ class Qmp {
   void sendEvents(const std::string& events);
 
   int fd_;
+};
+
+// A USB device, "usb-kbd" or "usb-mouse", plugged in as the first input device, until its end.
+class UsbDevice {
+ public:
+  static constexpr char kNode[] = "/dev/input/event0";
+
+  // Returns when its node is there. REQUIRES: there is no other input device.
+  UsbDevice(Qmp& qmp, std::string driver);
+
+  // Returns when its node has gone.
+  ~UsbDevice();
+  UsbDevice(const UsbDevice&) = delete;
+  UsbDevice& operator=(const UsbDevice&) = delete;
+
+ private:
+  static void waitForNode(bool there);
+
+  Qmp& qmp_;
+  std::string driver_;
 };
 
 }  // namespace quarlo::test

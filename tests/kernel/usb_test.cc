@@ -1,9 +1,7 @@
 // The reader on USB devices: those of QEMU, behind the kernel's own drivers.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <filesystem>
-#include <thread>
+#include <optional>
 
 #include "tests/kernel/qmp.h"
 #include "tests/unit/events.h"
@@ -12,35 +10,11 @@
 namespace quarlo::test {
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr char kNowhere[] = "/nowhere";
-constexpr char kNode[] = "/dev/input/event0";
 
 class UsbTest : public testing::Test {
  protected:
   UsbTest() { resetLog(); }
-
-  void TearDown() override {
-    for (const std::string& id : plugged_) unplug(id);
-  }
-
-  // Plugs a device in, and returns when its node is there.
-  void plug(const std::string& driver) {
-    qmp.plug(driver, driver);
-    plugged_.push_back(driver);
-    waitForNode(true);
-  }
-
-  void unplug(const std::string& driver) {
-    qmp.unplug(driver);
-    waitForNode(false);
-  }
-
-  void unplugNow() {
-    unplug(plugged_.back());
-    plugged_.pop_back();
-  }
 
   // The next event: the bus asks a device only every few milliseconds.
   static std::string next(LinuxInputReader& reader) {
@@ -53,19 +27,11 @@ class UsbTest : public testing::Test {
 
   Qmp qmp;
   LinuxInputReader reader;
-
- private:
-  static void waitForNode(bool there) {
-    constexpr int kTries = 1000;
-    for (int i = 0; i < kTries && std::filesystem::exists(kNode) != there; ++i) std::this_thread::sleep_for(10ms);
-    EXPECT_EQ(std::filesystem::exists(kNode), there);
-  }
-
-  std::vector<std::string> plugged_;
+  std::optional<UsbDevice> device;
 };
 
 TEST_F(UsbTest, AKeyboardIsFoundAndTypes) {
-  plug("usb-kbd");
+  device.emplace(qmp, "usb-kbd");
   reader.init(nullptr, nullptr, kNowhere, 1280, 720);
   EXPECT_EQ(takeLog()[1], "INFO Found a keyboard: /dev/input/event0 - QEMU QEMU USB Keyboard");
   qmp.tapKeys({"shift", "a"});
@@ -76,7 +42,7 @@ TEST_F(UsbTest, AKeyboardIsFoundAndTypes) {
 }
 
 TEST_F(UsbTest, AMouseIsFoundMovesAndClicks) {
-  plug("usb-mouse");
+  device.emplace(qmp, "usb-mouse");
   reader.init(nullptr, nullptr, kNowhere, 1280, 720);
   EXPECT_EQ(takeLog()[0], "INFO Found a mouse: /dev/input/event0 - QEMU QEMU USB Mouse");
   qmp.move(30, 40);
@@ -88,15 +54,15 @@ TEST_F(UsbTest, AMouseIsFoundMovesAndClicks) {
 }
 
 TEST_F(UsbTest, UnpluggedAndPluggedInAgainItNeedsANewReader) {
-  plug("usb-kbd");
-  reader.init(kNowhere, kNode, kNowhere, 1280, 720);
-  unplugNow();
+  device.emplace(qmp, "usb-kbd");
+  reader.init(kNowhere, UsbDevice::kNode, kNowhere, 1280, 720);
+  device.reset();
   takeLog();
   EXPECT_EQ(readOne(reader), kNone);
   EXPECT_EQ(takeLog(), Lines({"ERROR Reading from input device failed, errno = 19"}));
-  plug("usb-kbd");
+  device.emplace(qmp, "usb-kbd");
   LinuxInputReader again;
-  again.init(kNowhere, kNode, kNowhere, 1280, 720);
+  again.init(kNowhere, UsbDevice::kNode, kNowhere, 1280, 720);
   qmp.tapKeys({"b"});
   EXPECT_EQ(next(again), keyDown(66, 'b'));
   EXPECT_EQ(readOne(reader), kNone);
