@@ -29,7 +29,8 @@ using Happenings = std::multimap<microseconds, std::function<void()>>;
 
 std::optional<UinputDevice> makeDevice(const std::optional<DeviceRecording>& recording) {
   if (!recording) return std::nullopt;
-  return std::optional<UinputDevice>(std::in_place, test::Description{recording->name, recording->codes});
+  return std::optional<UinputDevice>(std::in_place, test::Description{recording->name, recording->codes, recording->id,
+                                                                      recording->properties, recording->axes});
 }
 
 // The kernel repeats keys by itself.
