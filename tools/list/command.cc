@@ -11,11 +11,8 @@ says what is wrong with a node although it is taken. To find out whether another
 program has grabbed a node, each one is grabbed for a moment, as autodetection
 does: what is typed in that moment reaches no other program.
 
-Examples:
-  which node is the keyboard?
-    quarlo-input list --json | grep '"verdict":"keyboard"'
-  which remotes does the kernel decode?
-    quarlo-input list --json | grep '"class":"remote"'
+Example: which node is the keyboard, and which are remotes?
+  quarlo-input list --json | grep -e '"verdict":"keyboard"' -e '"class":"remote"'
 
 Exit status: 0 if there is a node; 1 if there is none; 2 for wrong arguments.)";
 
