@@ -279,6 +279,12 @@ TEST(List, GivesAReceiverAsAnObjectOfJson) {
       << text;
 }
 
+TEST(List, SaysThatTheKernelDoesNotRepeat) {
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", test::realDevice("RemoteThroughTheTelevision").device);
+  EXPECT_NE(listed({}, 0).find("    repeat    switched off\n"), std::string::npos) << listed({}, 0);
+}
+
 TEST(List, PrintsASerialNumber) {
   sim::Machine machine;
   Device device = Device::mouse("Mouse");

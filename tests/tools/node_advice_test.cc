@@ -109,6 +109,9 @@ TEST(Unsuitable, ARemoteWithoutARepeatOrAReceiverHasLessToSay) {
   explainUnsuitable(found);
   EXPECT_EQ(found.remedy,
             "Pass it by its path: --keyboard /dev/input/by-path/ir, or --also /dev/input/by-path/ir beside a keyboard");
+  found.facts.repeat = NodeRepeat{0, 125};
+  explainUnsuitable(found);
+  EXPECT_EQ(found.remedy.find("repeats"), std::string::npos) << found.remedy;
   found.facts.repeat = NodeRepeat{500, 125};
   found.facts.rc.reset();
   found.tests = {};

@@ -107,7 +107,7 @@ std::string howToDecode(const RcFacts& rc) {
 }
 
 std::string howToSetRepeat(const NodeFacts& facts) {
-  if (!facts.repeat) return "";
+  if (!facts.repeat || !facts.repeat->isOn()) return "";
   const std::string device = facts.rc ? " -s " + facts.rc->device : "";
   return ". A held button repeats after " + std::to_string(facts.repeat->delayMs) + " ms, then each " +
          std::to_string(facts.repeat->periodMs) + " ms: `ir-keytable" + device +
@@ -132,7 +132,7 @@ std::string howToUse(const NodeReport& report) {
   if (report.nodeClass == NodeClass::kRemote) return howToUseRemote(report);
   if (contains(report.delivers, "keys"))
     return "Passed by its path, it gives its keys: --keyboard " + lastingPathOf(report);
-  const std::string gives = whatItsPathGives(report.delivers);
+  std::string gives = whatItsPathGives(report.delivers);
   if (report.nodeClass != NodeClass::kAbsoluteMouse) return gives;
   return "Give the virtual machine a mouse with relative axes (QEMU: -device usb-mouse). " + gives;
 }

@@ -138,7 +138,7 @@ std::string lircOf(const std::string& receiver) {
   int entries = 0;
   for (fs::directory_iterator entry(receiver, error), end; entry != end && entries < kMostEntries;
        entry.increment(error), ++entries) {
-    const std::string name = entry->path().filename().string();
+    std::string name = entry->path().filename().string();
     if (isLircName(name)) return name;
   }
   return "";

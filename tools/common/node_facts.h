@@ -24,10 +24,12 @@ struct NodeIds {
   std::uint16_t version = 0;
 };
 
-// How a held key repeats.
+// How the kernel repeats a held key of a node. With 0 for either, it does not.
 struct NodeRepeat {
   int delayMs = 0;   // until the first repeat
   int periodMs = 0;  // from repeat to repeat
+
+  bool isOn() const { return delayMs > 0 && periodMs > 0; }
 };
 
 // The kernel's receiver of infrared light or of HDMI-CEC that a node belongs to.
@@ -47,7 +49,7 @@ struct NodeFacts {
   std::string uniq;                    // its serial number
   std::set<int> properties;            // INPUT_PROP_*
   std::map<int, std::set<int>> codes;  // what it can send, by event type; a type without codes is there, too
-  std::optional<NodeRepeat> repeat;    // none if it does not repeat by itself
+  std::optional<NodeRepeat> repeat;    // none if it cannot be set
   std::string parent;                  // in sysfs, the directory of the device that it is a part of; empty: not known
   std::optional<RcFacts> rc;           // none if it belongs to none, or sysfs does not tell
 

@@ -64,7 +64,7 @@ std::string busName(int bus);
 //   "grabbed":false                     whether another process has grabbed it
 //   "relative":true, "absolute":false, "pointerButton":true, "arrows":false   the reader's own tests (ReaderTests)
 //   "letters":false                     whether it has all letters
-//   "repeat":{"delayMs":500,"periodMs":125}   how a held key repeats; null if it does not repeat by itself
+//   "repeat":{"delayMs":500,"periodMs":125}   NodeRepeat; null if the kernel repeats none of its keys
 //   "rc":{"device":"rc0","driver":"rc-loopback","keyMap":"rc-empty","protocols":["nec","lirc"],"active":["nec"],
 //         "lirc":"/dev/lirc0"}          the kernel's receiver that it belongs to (RcFacts), or null
 //   "delivers":["motion","left button"] what the reader gives of it if its path is passed (NodeReport::delivers)

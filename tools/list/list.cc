@@ -40,6 +40,7 @@ std::string describeReceiver(const RcFacts& rc) {
 }
 
 std::string describeRepeat(const NodeRepeat& repeat) {
+  if (!repeat.isOn()) return "switched off";
   return "after " + std::to_string(repeat.delayMs) + " ms, then each " + std::to_string(repeat.periodMs) + " ms";
 }
 
