@@ -190,6 +190,14 @@ TEST_F(TakenTest, TheKeyboardOfTheSameModelIsTheOneToPass) {
   EXPECT_NE(warnings().find("--keyboard /dev/input/event0\n"), std::string::npos) << warnings();
 }
 
+TEST_F(TakenTest, TheHighestOfTheSameModelIsTheOneToPass) {
+  add(NodeClass::kKeyboard).facts.ids.vendor = 0x45e;
+  add(NodeClass::kKeyboard).facts.ids.vendor = 0x45e;
+  add(NodeClass::kKeyboard);
+  add(NodeClass::kMediaKeys, Verdict::kKeyboard).facts.ids.vendor = 0x45e;
+  EXPECT_NE(warnings().find("--keyboard /dev/input/event1\n"), std::string::npos) << warnings();
+}
+
 TEST_F(TakenTest, TheHighestOfOtherModelsIsTheOneToPass) {
   add(NodeClass::kKeyboard);
   add(NodeClass::kKeyboard);

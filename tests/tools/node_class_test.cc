@@ -115,6 +115,7 @@ TEST(NodeClass, OfATabletIsItsPenOrItsButtons) {
   EXPECT_EQ(classNameOf(node({{EV_KEY, pen}, {EV_ABS, {ABS_X, ABS_Y, ABS_PRESSURE}}}, {INPUT_PROP_POINTER})), "pen");
   EXPECT_EQ(classNameOf(node({{EV_KEY, pen + kPcKeys}, {EV_ABS, {ABS_X, ABS_Y}}})), "pen");
   EXPECT_EQ(classNameOf(node({{EV_KEY, {BTN_TOUCH, BTN_STYLUS}}, {EV_ABS, {ABS_X, ABS_Y}}})), "pen");
+  EXPECT_EQ(classNameOf(node({{EV_KEY, {BTN_TOOL_PEN, BTN_STYLUS}}, {EV_ABS, {ABS_X, ABS_Y}}})), "pen");
   EXPECT_EQ(classNameOf(node({{EV_KEY, pen + kMouseButtons}, {EV_ABS, {ABS_X, ABS_Y}}, {EV_REL, {REL_WHEEL}}})), "pen");
   const Codes buttons = {BTN_0, BTN_1, BTN_BASE, BTN_SOUTH, BTN_STYLUS};
   EXPECT_EQ(classNameOf(node({{EV_KEY, buttons}, {EV_ABS, {ABS_X, ABS_Y, ABS_RX}}})), "tablet buttons");

@@ -109,13 +109,13 @@ TEST_F(NodeFactsTest, DoNotWaitForAPipe) {
 
 TEST_F(NodeFactsTest, TakeRubbishAsItIs) {
   makeReceiver();
-  write("protocols", std::string("\xff\0[] [nec [\x1b]", 13));
+  write("protocols", std::string("\xff\0[] [] [nec [\x1b]", 16));
   fs::create_directory(receiver + "/uevent");
   fs::create_directory(receiver + "/lirc");
   fs::create_directory(receiver + "/lirc-1");
   const NodeFacts found = facts();
   ASSERT_TRUE(found.rc);
-  EXPECT_EQ(found.rc->protocols, Words({std::string("\xff\0[]", 4), "[nec", "\x1b"}));
+  EXPECT_EQ(found.rc->protocols, Words({std::string("\xff\0[]", 4), "[]", "[nec", "\x1b"}));
   EXPECT_EQ(found.rc->active, Words({"\x1b"}));
   EXPECT_EQ(found.rc->lirc, "");
 }
