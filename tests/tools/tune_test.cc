@@ -373,7 +373,7 @@ TEST(TuneKernel, GivesAnObjectForEachSettingAndTheRecommendation) {
   const auto setting = nlohmann::json::parse(lines[0]);
   EXPECT_EQ(setting["delayMs"], 300);
   EXPECT_EQ(setting["periodMs"], 75);
-  EXPECT_EQ(setting["present"], false);
+  EXPECT_EQ(setting["current"], false);
   EXPECT_EQ(setting["faults"], nlohmann::json({"ghosts", "hasty", "fast"}));
   EXPECT_FALSE(setting.contains("linesLost"));
   const auto recommendation = nlohmann::json::parse(lines[2]);

@@ -43,8 +43,8 @@ std::vector<Circumstances> studiedCircumstances(Decoder decoder, const Setting& 
 // 504 ticks on to the next 8 or 64 of them.
 std::chrono::milliseconds latest(std::chrono::milliseconds time) {
   constexpr std::chrono::milliseconds kTick(4);
-  const long ticks = (time + kTick - 1ms) / kTick;
-  long step = 1;
+  const auto ticks = (time + kTick - 1ms) / kTick;
+  std::chrono::milliseconds::rep step = 1;
   while (ticks >= 63 * step) step *= 8;
   return (ticks + step) * kTick;
 }

@@ -258,7 +258,7 @@ void printJson(const Remote& remote, const Study& study) {
   const Decoder decoder = study.judgement.decoder;
   for (std::size_t i = 0; i < study.findings.size(); ++i) {
     ordered_json json = toJson("setting", study.findings[i], decoder);
-    json[decoder == Decoder::kKernel ? "present" : "default"] = i == study.byDefault;
+    json[decoder == Decoder::kKernel ? "current" : "default"] = i == study.byDefault;
     std::printf("%s\n", json.dump().c_str());
   }
   ordered_json json = toJson("recommendation", study.findings[study.recommended], decoder);
