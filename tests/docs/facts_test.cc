@@ -12,6 +12,7 @@
 #include "input/input_loop.h"
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/reader_options.h"
+#include "tools/tune/kernel_remote.h"
 #include "tools/tune/study.h"
 
 namespace quarlo::test {
@@ -137,6 +138,19 @@ std::string periodOf(const tools::tune::Protocol& protocol) {
   char text[16];
   std::snprintf(text, sizeof text, "%.4g", static_cast<double>(protocol.period.count()) / 1000);
   return text;
+}
+
+TEST(FactsTest, WhatTuningSaysOfTheKernelsRepeats) {
+  using namespace tools::tune;
+  const auto both = [](const tools::NodeRepeat& repeat) {
+    return std::to_string(repeat.delayMs) + " and " + ms(repeat.periodMs);
+  };
+  expectQuoted(
+      "tools/tune/kernel_remote.h",
+      {{"docs/tuning.md", "rc-core, sets " + both(kRemotesRepeat)},
+       {"docs/tuning.md", "Other nodes have " + both(kKeyboardsRepeat)},
+       {"docs/tuning.md", "studied for its first " + std::to_string(kMostOfAPress.count()) + " s"},
+       {"docs/tuning.md", "down for more than " + std::to_string(kMostStudiedTime.count()) + " s altogether"}});
 }
 
 TEST(FactsTest, TheProtocolsAndTapsOfTuning) {
