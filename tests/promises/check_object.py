@@ -12,6 +12,7 @@ import tempfile
 
 OPTIONS = ("-std=c++17 -Os -fno-pie -fno-exceptions -fno-rtti -fno-asynchronous-unwind-tables "
            "-fcallgraph-info=su").split()
+POSITION_INDEPENDENT = (*OPTIONS, "-fpie")
 
 # What is measured, by the name of its budgets, and what its functions call.
 SOURCES = {
@@ -65,6 +66,15 @@ def deepest_chain(own_graph, *called_graphs):
             *max(below(function, []) for function in own_functions))
 
 
+def is_data(section):
+    # What the loader alone writes to, the addresses in tables, is read-only for the program.
+    return re.match(r"\.(data|bss|tbss|tdata)", section) and not section.startswith(".data.rel.ro")
+
+
+def code_size(sections):
+    return sum(size for name, size in sections.items() if not is_data(name))
+
+
 def measure(compiler, whose, readelf="readelf"):
     """What the object takes in bytes, by name, and the functions of the deepest chain."""
     call_graphs = []
@@ -74,16 +84,17 @@ def measure(compiler, whose, readelf="readelf"):
             subprocess.run([compiler, *OPTIONS, f"-I{ROOT}", "-c", ROOT / "input" / source, "-o", object_file], check=True)
             call_graphs.append(object_file.with_suffix(".ci").read_text(encoding="utf-8"))
         sections = section_sizes(readelf, objects[0])
+        subprocess.run([compiler, *POSITION_INDEPENDENT, f"-I{ROOT}", "-c", ROOT / "input" / SOURCES[whose][0], "-o",
+                        objects[0]], check=True)
+        position_independent = section_sizes(readelf, objects[0])
 
     constructors = [name for name in sections if re.match(r"\.(init_array|ctors|preinit_array)", name)]
     if constructors:
         sys.exit(f"{SOURCES[whose][0]} runs code before main(): {', '.join(constructors)}")
-    # What the loader alone writes to, the addresses in tables, is read-only for the program.
-    data = {name: size for name, size in sections.items()
-            if re.match(r"\.(data|bss|tbss|tdata)", name) and not name.startswith(".data.rel.ro")}
     function, chain, functions = deepest_chain(*call_graphs)
-    figures = {"code": sum(sections.values()) - sum(data.values()), "data": sum(data.values()), "function": function,
-               "chain": chain}
+    code = code_size(sections)
+    figures = {"code": code, "pie": code_size(position_independent), "data": sum(sections.values()) - code,
+               "function": function, "chain": chain}
     return figures, functions
 
 
