@@ -14,6 +14,7 @@
 
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/evdev_node.h"
+#include "tools/common/lirc_socket.h"
 #include "tools/common/obstacle.h"
 #include "tools/common/output.h"
 #include "tools/common/survey.h"
@@ -53,17 +54,6 @@ int errnoOfOpening(const std::string& path) {
   if (fd == -1) return errno;
   close(fd);
   return 0;
-}
-
-int errnoOfConnecting(const std::string& path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
-  const int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  const int error = result == -1 ? errno : 0;
-  close(fd);
-  return error;
 }
 
 Obstacle whyNoNodeFits() {
