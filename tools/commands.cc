@@ -1,5 +1,6 @@
 #include "tools/commands.h"
 
+#include "tools/doctor/command.h"
 #include "tools/keymap/command.h"
 #include "tools/list/command.h"
 #include "tools/monitor/command.h"
@@ -10,7 +11,7 @@
 namespace quarlo::tools {
 
 std::vector<Command> commands() {
-  return {monitor::command(), list::command(),   keymap::command(),
+  return {monitor::command(), list::command(),   doctor::command(), keymap::command(),
           record::command(),  replay::command(), tune::command()};
 }
 

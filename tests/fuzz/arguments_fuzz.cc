@@ -12,6 +12,7 @@
 #include "tests/fuzz/input_bytes.h"
 #include "tests/fuzz/rules.h"
 #include "tools/common/command_line.h"
+#include "tools/doctor/command.h"
 #include "tools/keymap/command.h"
 #include "tools/list/command.h"
 #include "tools/monitor/command.h"
@@ -57,6 +58,13 @@ int check(const monitor::MonitorOptions& options) {
 
 int check(const list::ListOptions& /*options*/) { return 0; }
 
+int check(const doctor::DoctorOptions& options) {
+  for (const SourcePath& path : {options.mouse, options.keyboard, options.lirc}) {
+    require(!path || !path->empty(), "a path is not empty");
+  }
+  return 0;
+}
+
 int check(const keymap::KeymapOptions& options) {
   require(!options.json || !options.markdown, "a key map has one format");
   return 0;
@@ -100,8 +108,9 @@ int check(const tune::TuneOptions& options) {
 // The program's commands, with checks in the place of what they do.
 std::vector<Command> checkedCommands() {
   return {makeCommand("monitor", "", monitor::addOptions, check), makeCommand("list", "", list::addOptions, check),
-          makeCommand("keymap", "", keymap::addOptions, check),   makeCommand("record", "", record::addOptions, check),
-          makeCommand("replay", "", replay::addOptions, check),   makeCommand("tune", "", tune::addOptions, check)};
+          makeCommand("doctor", "", doctor::addOptions, check),   makeCommand("keymap", "", keymap::addOptions, check),
+          makeCommand("record", "", record::addOptions, check),   makeCommand("replay", "", replay::addOptions, check),
+          makeCommand("tune", "", tune::addOptions, check)};
 }
 
 // One argument a line: the input can hold every argument that main() can get, but for newlines.

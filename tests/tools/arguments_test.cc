@@ -20,7 +20,7 @@ std::string usageError(const Arguments& arguments) {
 
 TEST(Arguments, ACommandIsRequired) {
   EXPECT_EQ(usageError({}),
-            "quarlo-input: a command is required: monitor, list, keymap, record, replay or tune" + hint());
+            "quarlo-input: a command is required: monitor, list, doctor, keymap, record, replay or tune" + hint());
 }
 
 TEST(Arguments, ThatAreUnknownAreNamedWithWhatIsNear) {
@@ -283,7 +283,7 @@ TEST(Arguments, LircPathHasAtMost107Characters) {
   EXPECT_EQ(longest.err, "quarlo-input: no source is open\n");
 }
 
-const Arguments kCommands = {"monitor", "list", "keymap", "record", "replay", "tune"};
+const Arguments kCommands = {"monitor", "list", "doctor", "keymap", "record", "replay", "tune"};
 
 TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
   for (const std::string& command : kCommands) {
@@ -300,7 +300,8 @@ TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
 TEST(Help, NamesTheCommands) {
   const Result result = run({"--help"});
   EXPECT_EQ(result.status, 0);
-  for (const std::string command : {"  monitor  ", "  list  ", "  keymap  ", "  record  ", "  replay  ", "  tune  "}) {
+  for (const std::string command :
+       {"  monitor  ", "  list  ", "  doctor  ", "  keymap  ", "  record  ", "  replay  ", "  tune  "}) {
     EXPECT_NE(result.out.find(command), std::string::npos) << command;
   }
 }

@@ -1,10 +1,15 @@
 // The rules that are about the machine around the sources: its environment, clock, console, kernel and processes.
+#include "tools/common/checkup/checkup.h"
+
 #include <gtest/gtest.h>
 #include <linux/kd.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "sim/machine.h"
 #include "tests/tools/findings.h"
@@ -41,6 +46,19 @@ TEST(Findings, HaveTheirPartsAsFields) {
   EXPECT_EQ(
       toJson({Problem::kNodeGrabbed, "Grabbed", "/dev/input/event3", "End it"}).dump(),
       R"({"id":"node-grabbed","severity":"error","what":"Grabbed","where":"/dev/input/event3","remedy":"End it"})");
+}
+
+TEST(Findings, HaveARowEachInTheirDocument) {
+  std::ifstream stream(QUARLO_DOCUMENTS "/doctor.md");
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  const std::regex row(R"(\n\| `([a-z-]+)` \| (error|warning|notice) \|)");
+  Ids documented;
+  for (std::sregex_iterator match(text.begin(), text.end(), row), end; match != end; ++match) {
+    documented.push_back((*match)[1].str() + " " + (*match)[2].str());
+  }
+  Ids known;
+  for (const Kind& kind : kinds()) known.push_back(std::string(kind.id) + " " + nameOf(kind.severity));
+  EXPECT_EQ(documented, known);
 }
 
 // ---- The environment ----------------------------------------------------------------------------

@@ -22,9 +22,9 @@ void parseFurther(const std::string& text, std::vector<std::string>& further) {
   further.push_back(text);
 }
 
-void parseLircPath(const std::string& text, SourcePath& source) {
+void parseLircPath(const std::string& text, LongSocketPath longPath, SourcePath& source) {
   constexpr std::size_t kMaxLength = components::input::kLongestLircPath;
-  if (text.size() > kMaxLength) {
+  if (text.size() > kMaxLength && longPath == LongSocketPath::kIsRefused) {
     throw ArgumentError("the path has " + std::to_string(text.size()) + " characters, and a socket's can have " +
                         std::to_string(kMaxLength) + "; use a shorter one, such as a link");
   }
@@ -33,13 +33,13 @@ void parseLircPath(const std::string& text, SourcePath& source) {
 
 }  // namespace
 
-void addSourceOptions(CommandLine& line, SourcePaths& sources) {
+void addSourceOptions(CommandLine& line, SourcePaths& sources, LongSocketPath longPath) {
   line.addOption("--mouse", "PATH", "The mouse's evdev node, or \"none\"; default: searched for",
                  [&](const std::string& text) { parsePath(text, sources.mouse); });
   line.addOption("--keyboard", "PATH", "The same for the keyboard",
                  [&](const std::string& text) { parsePath(text, sources.keyboard); });
   line.addOption("--lirc", "PATH", "The LIRC daemon's socket, or \"none\"; default: searched for",
-                 [&](const std::string& text) { parseLircPath(text, sources.lirc); });
+                 [&, longPath](const std::string& text) { parseLircPath(text, longPath, sources.lirc); });
   line.addRepeatableOption(
       "--also", "PATH",
       "A further evdev node, such as a second keyboard; up to " + std::to_string(kMostFurther) + " times",

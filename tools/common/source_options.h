@@ -6,6 +6,12 @@
 
 namespace quarlo::tools {
 
-void addSourceOptions(CommandLine& line, SourcePaths& sources);
+// What becomes of a path to a socket that is longer than kLongestLircPath.
+enum class LongSocketPath {
+  kIsRefused,
+  kIsTaken  // by who does not open it
+};
+
+void addSourceOptions(CommandLine& line, SourcePaths& sources, LongSocketPath longPath = LongSocketPath::kIsRefused);
 
 }  // namespace quarlo::tools
