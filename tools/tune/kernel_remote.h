@@ -18,7 +18,7 @@ constexpr NodeRepeat kKeyboardsRepeat{250, 33};
 
 // Of a recording in which buttons are down for longer altogether, some presses stand for all; and of each press, not
 // more than its beginning is studied: it goes on as it began.
-constexpr std::chrono::seconds kMostStudiedTime{20};
+constexpr std::chrono::seconds kMostStudiedTime{60};
 constexpr std::chrono::seconds kMostOfAPress{5};
 
 // A remote of that protocol: one tap, and one button that is held.
