@@ -60,7 +60,37 @@ TEST(Describe, ShowsACharacterThatCannotBePrintedAsItsNumber) {
   EXPECT_EQ(describe(keyDown(126, '~')), "key down    key 126         '~'");
 }
 
-TEST(Describe, ShowsAKeyWithoutACode) { EXPECT_EQ(describe(keyDown(0, 0)), "key down    key 0"); }
+Origin ofRecord(InputLoop::Source source, int type, int code, int value) {
+  const auto number = [](int it) { return static_cast<std::uint16_t>(it); };
+  return {source, recording::Record{0us, number(type), number(code), value}, ""};
+}
+
+Origin ofLine(const std::string& line) { return {InputLoop::kRemote, std::nullopt, line}; }
+
+InputEvent noEvent() {
+  InputEvent event = {};
+  event.kind = InputEvent::kNoEvent;
+  return event;
+}
+
+TEST(Describe, ShowsAKeyWithoutACodeByItsNameInLinux) {
+  EXPECT_EQ(describe(keyDown(0, 0)), "key down    key 0");
+  EXPECT_EQ(describe(keyDown(0, 0), ofRecord(InputLoop::kKeyboard, EV_KEY, KEY_PLAYPAUSE, 1)),
+            "key down    key 0           KEY_PLAYPAUSE 164");
+  EXPECT_EQ(describe(keyDown(0, 0, KeyInput::kShiftModifier), ofRecord(InputLoop::kKeyboard, EV_KEY, 0x2ff, 1)),
+            "key down    key 0           0x2ff 767  shift");
+}
+
+TEST(Describe, ShowsTheSource) {
+  EXPECT_EQ(describeWithSource(keyDown(KeyInput::kUp, 0), ofRecord(InputLoop::kKeyboard, EV_KEY, KEY_UP, 1)),
+            "keyboard  key down    Up");
+  EXPECT_EQ(describeWithSource(keyDown(KeyInput::kUp, 0), ofLine("0 00 KEY_UP tv")), "remote    key down    Up");
+  EXPECT_EQ(describeWithSource(keyDown(KeyInput::kUp, 0), {InputLoop::kMouse, std::nullopt, ""}),
+            "mouse     key down    Up");
+  constexpr auto kLast = static_cast<InputLoop::Source>(InputLoop::kFurther + InputLoop::kMostFurtherNodes - 1);
+  EXPECT_EQ(describeWithSource(keyDown(KeyInput::kUp, 0), {kLast, std::nullopt, ""}), "node 8    key down    Up");
+  EXPECT_EQ(describeWithSource(keyDown(KeyInput::kUp, 0), {}), "unknown   key down    Up");
+}
 
 TEST(Describe, ShowsTheMouse) {
   EXPECT_EQ(describe(mouseEvent(MouseData::kMove, MouseData::kNoButton, 312, 40, 0)), "mouse move  312,40");
@@ -80,10 +110,21 @@ TEST(Describe, ShowsWhereAWheelWasTurnedTo) {
   EXPECT_EQ(describe(wheelEvent(InputLoop::kHorizontal, INT32_MIN)), "wheel       left x2147483648  312,40");
 }
 
-TEST(Describe, ShowsARecordWithoutAnEvent) {
-  InputEvent event = {};
-  event.kind = InputEvent::kNoEvent;
-  EXPECT_EQ(describe(event), "record without an event");
+TEST(Describe, ShowsARecordWithoutAnEventByItsNamesAndItsValue) {
+  EXPECT_EQ(describe(noEvent(), ofRecord(InputLoop::kMouse, EV_KEY, BTN_SIDE, 1)),
+            "no event    BTN_SIDE 275    EV_KEY, value 1");
+  EXPECT_EQ(describe(noEvent(), ofRecord(InputLoop::kKeyboard, EV_MSC, MSC_SCAN, -2)),
+            "no event    MSC_SCAN 4      EV_MSC, value -2");
+  EXPECT_EQ(describe(noEvent(), ofRecord(InputLoop::kKeyboard, 0x1e, 0xffff, 0)),
+            "no event    0xffff 65535    0x1e, value 0");
+  EXPECT_EQ(describe(noEvent()), "no event    a key or button");
+}
+
+TEST(Describe, ShowsALineWithoutAnEventByItsButton) {
+  EXPECT_EQ(describe(noEvent(), ofLine("0 00 KEY_PLAYPAUSE tv")), "no event    KEY_PLAYPAUSE   an unknown button");
+  EXPECT_EQ(describe(noEvent(), ofLine("0 00 \x1b[31m tv")), "no event    \\x1b[31m        an unknown button");
+  EXPECT_EQ(describe(noEvent(), ofLine("0 00 15 tv")), "no event    15              an unknown button, or a cut line");
+  EXPECT_EQ(describe(noEvent(), ofLine("0 0")), "no event                    a cut line");
 }
 
 TEST(Describe, ShowsTimeInSeconds) {
@@ -93,18 +134,26 @@ TEST(Describe, ShowsTimeInSeconds) {
 }
 
 TEST(Describe, GivesJsonAllFields) {
-  EXPECT_EQ(toJson(512ms, keyDown(KeyInput::kA, 'A', KeyInput::kShiftModifier | KeyInput::kAltModifier)).dump(),
-            R"({"time":0.512,"kind":"key","action":"down","key":"A","code":65,"ch":65,"modifiers":["shift","alt"]})");
-  EXPECT_EQ(toJson(1us, keyEvent(KeyData::kUp, KeyInput::kPower, 153, 0)).dump(),
-            R"({"time":1e-06,"kind":"key","action":"up","key":"Power","code":409,"ch":153,"modifiers":[]})");
-  EXPECT_EQ(toJson(0us, mouseEvent(MouseData::kMove, MouseData::kNoButton, 312, 40, 0)).dump(),
-            R"({"time":0.0,"kind":"mouse","action":"move","button":"none","x":312,"y":40,"clicks":0})");
-  EXPECT_EQ(toJson(2s, mouseEvent(MouseData::kButtonUp, MouseData::kMiddle, 1, 2, 3)).dump(),
-            R"({"time":2.0,"kind":"mouse","action":"up","button":"middle","x":1,"y":2,"clicks":3})");
-  EXPECT_EQ(toJson(2s, wheelEvent(InputLoop::kVertical, -3)).dump(),
-            R"({"time":2.0,"kind":"wheel","axis":"vertical","steps":-3,"x":312,"y":40})");
-  EXPECT_EQ(toJson(2s, wheelEvent(InputLoop::kHorizontal, 1)).dump(),
-            R"({"time":2.0,"kind":"wheel","axis":"horizontal","steps":1,"x":312,"y":40})");
+  EXPECT_EQ(toJson(keyDown(KeyInput::kA, 'A', KeyInput::kShiftModifier | KeyInput::kAltModifier)).dump(),
+            R"({"kind":"key","action":"down","key":"A","code":65,"ch":65,"modifiers":["shift","alt"]})");
+  EXPECT_EQ(toJson(keyEvent(KeyData::kUp, KeyInput::kPower, 153, 0)).dump(),
+            R"({"kind":"key","action":"up","key":"Power","code":409,"ch":153,"modifiers":[]})");
+  EXPECT_EQ(toJson(mouseEvent(MouseData::kMove, MouseData::kNoButton, 312, 40, 0)).dump(),
+            R"({"kind":"mouse","action":"move","button":"none","x":312,"y":40,"clicks":0})");
+  EXPECT_EQ(toJson(mouseEvent(MouseData::kButtonUp, MouseData::kMiddle, 1, 2, 3)).dump(),
+            R"({"kind":"mouse","action":"up","button":"middle","x":1,"y":2,"clicks":3})");
+  EXPECT_EQ(toJson(wheelEvent(InputLoop::kVertical, -3)).dump(),
+            R"({"kind":"wheel","axis":"vertical","steps":-3,"x":312,"y":40})");
+  EXPECT_EQ(toJson(wheelEvent(InputLoop::kHorizontal, 1)).dump(),
+            R"({"kind":"wheel","axis":"horizontal","steps":1,"x":312,"y":40})");
+}
+
+TEST(Describe, GivesJsonTheNameInLinuxOfAKeyWithoutACodeHere) {
+  EXPECT_EQ(toJson(keyDown(0, 0), ofRecord(InputLoop::kKeyboard, EV_KEY, KEY_TV, 1)).dump(),
+            R"({"kind":"key","action":"down","key":"key 0","code":0,"ch":0,"modifiers":[],)"
+            R"("linuxName":"KEY_TV","linuxCode":377})");
+  EXPECT_EQ(toJson(keyDown(KeyInput::kUp, 0), ofRecord(InputLoop::kKeyboard, EV_KEY, KEY_UP, 1)).dump(),
+            R"({"kind":"key","action":"down","key":"Up","code":38,"ch":0,"modifiers":[]})");
 }
 
 // Every key code that some key code or remote button gives.

@@ -46,6 +46,44 @@ TEST(LircLine, IsABroadcastOnlyIfItIsAllOfTheLine) {
   EXPECT_FALSE(isLircBroadcast("SIGHUP "));
 }
 
+// None, or what it says: "BUTTON: description".
+std::string unknown(const std::string& line) {
+  const std::optional<UnknownLine> found = findUnknown(line);
+  return found ? std::string(found->button) + ": " + found->description : "none";
+}
+
+TEST(UnknownLine, IsOfAButtonThatTheReaderDoesNotKnow) {
+  EXPECT_EQ(unknown("0000000000f40bf0 00 KEY_PLAYPAUSE tv"), "KEY_PLAYPAUSE: an unknown button");
+  EXPECT_EQ(unknown("0000000000f40bf0 00 KEY_UP_EVUP tv"), "KEY_UP_EVUP: an unknown button");
+  for (const char* line : {"0000000000f40bf0 00 KEY_UP tv", "0000000000f40bf0 0a key_5 tv", "f4 00 KEY_UP my tv",
+                           "BEGIN", "SIGHUP", "END", ""}) {
+    EXPECT_EQ(unknown(line), "none") << line;
+  }
+}
+
+// What is left of a line, with the next one behind it.
+TEST(UnknownLine, MayBeACutOne) {
+  const std::string line = "0000000000f40bf0 15 KEY_UP tv";
+  int perhapsCut = 0;
+  for (std::size_t size = 1; size < line.size(); ++size) {
+    const std::string text = line.substr(0, size) + line;
+    const std::string found = unknown(text);
+    if (found == "none") continue;  // the name of the button came whole
+    EXPECT_NE(found.find(": an unknown button, or a cut line"), std::string::npos) << text;
+    ++perhapsCut;
+  }
+  EXPECT_GT(perhapsCut, 5);
+  EXPECT_EQ(unknown("f4 00 15 tv"), "15: an unknown button, or a cut line");
+  EXPECT_EQ(unknown("f4 00 KEY_15 tv"), "KEY_15: an unknown button, or a cut line");
+}
+
+TEST(UnknownLine, IsCutIfItHasNotAllFields) {
+  for (const char* line :
+       {"x", "f40bf0 00", "f40bf0 00 KEY_UP", "f40bf0 00 KEY_UP ", "f40bf0  KEY_UP tv", "f4 00  tv"}) {
+    EXPECT_EQ(unknown(line), ": a cut line") << line;
+  }
+}
+
 TEST(LircButton, IsKnownIfTheReaderKnowsIt) {
   int known = 0;
   for (const std::string button : {"KEY_OK",

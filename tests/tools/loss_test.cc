@@ -41,7 +41,7 @@ class Live {
     for (int i = 0; i < kRounds; ++i) {
       loop_.wait(0);
       InputEvent event = {};
-      while (loop_.next(event)) events_.push_back(describe(event));
+      while (loop_.next(event)) events_.push_back(describeWithSource(event, loop_.origin()));
     }
     input_event records[64];
     const ssize_t size = read(fd_, records, sizeof records);
@@ -70,7 +70,7 @@ class Live {
   sim::Machine machine_;
   sim::Node& node_ = machine_.addNode(kPath, sim::Device::keyboard());
   LinuxInputReader reader_;
-  ReaderLoop loop_{reader_, std::nullopt, ReaderLoop::Empty::kKeys};
+  ReaderLoop loop_{reader_, std::nullopt, ReaderLoop::Empty::kUnknown};
   int fd_ = open(kPath, O_RDONLY | O_NONBLOCK);
   std::chrono::microseconds start_ = machine_.now();
   record::HeldKeys held_;
@@ -109,9 +109,9 @@ TEST(Loss, OfRecordsAndThenOfTheNodeGivesTheSameEventsInAReplay) {
   const recording::Session session = live->session();
   live.reset();
 
-  EXPECT_EQ(std::count(events.begin(), events.end(), "key up      Shift"), 1);
-  EXPECT_EQ(std::count(events.begin(), events.end(), "key down    B               'b'"), 1);
-  EXPECT_EQ(events.back(), "key up      B               'b'");
+  EXPECT_EQ(std::count(events.begin(), events.end(), "node 1    key up      Shift"), 1);
+  EXPECT_EQ(std::count(events.begin(), events.end(), "node 1    key down    B               'b'"), 1);
+  EXPECT_EQ(events.back(), "node 1    key up      B               'b'");
   EXPECT_EQ(replayed(session), events);
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 namespace quarlo::tools {
 namespace {
@@ -333,6 +334,99 @@ TEST(MaskedEvent, KeepsThePointer) {
 TEST(MaskedEvent, IsAsItWasWhenNothingIsHidden) {
   const InputEvent event = keyEvent(KeyInput::k1, '!', KeyInput::kShiftModifier);
   EXPECT_EQ(maskedText(Mask::kNothing, event), describe(event));
+}
+
+// ---- Where events came from ---------------------------------------------------------------------
+
+Origin ofRecord(const recording::Record& it) { return {InputLoop::kKeyboard, it, ""}; }
+
+Origin ofLine(const std::string& line) { return {InputLoop::kRemote, std::nullopt, line}; }
+
+// What is printed of an event, or of what gave none; "nothing" if it may not be told.
+std::string shownText(Mask mask, const InputEvent& event, const Origin& origin) {
+  const std::optional<Origin> shown = masked(mask, origin);
+  if (!shown) return "nothing";
+  const InputEvent visible = masked(mask, event, origin);
+  const std::string text = describeWithSource(visible, *shown);
+  return event.kind == InputEvent::kNoEvent ? text : text + " " + toJson(visible, *shown).dump();
+}
+
+InputEvent noEvent() {
+  InputEvent event = {};
+  event.kind = InputEvent::kNoEvent;
+  return event;
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+InputEvent eventOf(int code) {
+  KeyData key = {};
+  LinuxInputReader::translateKey(code, KeyInput::kNoModifier, false, key.key, key.ch);
+  return keyEvent(key.key, key.ch);
+}
+
+// As an oracle that knows only what is typed: all keys that are hidden look alike.
+TEST(MaskedOrigin, OfAKeyThatIsHiddenTellsNothing) {
+  int hidden = 0;
+  for (const Mask mask : kMasks) {
+    const std::string any = shownText(mask, eventOf(KEY_Q), ofRecord(record(EV_KEY, KEY_Q, 1)));
+    const std::string none = shownText(mask, noEvent(), ofRecord(record(EV_KEY, KEY_Q, 1)));
+    for (int code = 0; code <= KEY_MAX; ++code) {
+      if (maskedCode(mask, code) == code) continue;
+      const Origin origin = ofRecord(record(EV_KEY, code, 1));
+      EXPECT_EQ(shownText(mask, eventOf(code), origin), any) << code;
+      EXPECT_EQ(shownText(mask, noEvent(), origin), none) << code;
+      ++hidden;
+    }
+  }
+  EXPECT_GT(hidden, 500);
+}
+
+TEST(MaskedOrigin, OfAKeyThatTheReaderDoesNotKnowIsShownIfItDoesNotType) {
+  for (const Mask mask : kMasks) {
+    EXPECT_TRUE(contains(shownText(mask, eventOf(KEY_PLAYPAUSE), ofRecord(record(EV_KEY, KEY_PLAYPAUSE, 1))),
+                         "key 0           KEY_PLAYPAUSE 164"));
+    EXPECT_TRUE(contains(shownText(mask, eventOf(KEY_HANGEUL), ofRecord(record(EV_KEY, KEY_HANGEUL, 1))),
+                         "A               'a'"));
+    const InputEvent withShift = keyEvent(KeyInput::kNone, 0, KeyInput::kShiftModifier);
+    EXPECT_EQ(contains(shownText(mask, withShift, ofRecord(record(EV_KEY, KEY_PLAYPAUSE, 1))), "shift"),
+              mask == Mask::kTyping);
+  }
+}
+
+TEST(MaskedOrigin, TellsNoScanCode) {
+  for (const Mask mask : kMasks) {
+    EXPECT_EQ(shownText(mask, noEvent(), ofRecord(record(EV_MSC, MSC_SCAN, 458756))),
+              shownText(mask, noEvent(), ofRecord(record(EV_MSC, MSC_SCAN, 458757))));
+  }
+}
+
+TEST(MaskedOrigin, OfALightIsLeftOutWithTheModifiers) {
+  const Origin light = ofRecord(record(EV_LED, LED_CAPSL, 1));
+  EXPECT_EQ(shownText(Mask::kTypingAndModifiers, noEvent(), light), "nothing");
+  EXPECT_TRUE(contains(shownText(Mask::kTyping, noEvent(), light), "LED_CAPSL 1"));
+}
+
+TEST(MaskedOrigin, OfAnUnknownButtonHasItsNameOnlyIfItDoesNotType) {
+  for (const Mask mask : kMasks) {
+    const std::string hidden = shownText(mask, noEvent(), ofLine("f4 00 letmein tv"));
+    EXPECT_EQ(hidden, "remote    no event    (hidden)        an unknown button");
+    for (const std::string button : {"hunter2", "KEY_HANGEUL", "KEY_KP7", "15", "KEY_Q", "\xc3\xa4"}) {
+      EXPECT_EQ(shownText(mask, noEvent(), ofLine("f4 00 " + button + " tv")), hidden) << button;
+    }
+    EXPECT_TRUE(contains(shownText(mask, noEvent(), ofLine("f4 00 KEY_PLAYPAUSE tv")), " KEY_PLAYPAUSE "));
+    const std::string cut = shownText(mask, noEvent(), ofLine("hunter2"));
+    for (const std::string line : {"hunter2 3", "f4 00 hunter2 tv 0 hunter2", "hunter2 00 KEY_TV tv"}) {
+      EXPECT_EQ(shownText(mask, noEvent(), ofLine(line)), cut) << line;
+    }
+    EXPECT_TRUE(contains(cut, "a cut line"));
+  }
+}
+
+TEST(MaskedOrigin, IsAsItWasWhenNothingIsHidden) {
+  const Origin key = ofRecord(record(EV_KEY, KEY_HANGEUL, 1));
+  EXPECT_TRUE(contains(shownText(Mask::kNothing, eventOf(KEY_HANGEUL), key), "KEY_HANGEUL 122"));
+  EXPECT_TRUE(contains(shownText(Mask::kNothing, noEvent(), ofLine("f4 00 hunter2 tv")), " hunter2 "));
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ TEST_F(MonitorTest, PrintsWheels) {
   EXPECT_NE(result.out.find(" s: 0 keys, 1 move, 0 buttons, 2 wheels\n"), std::string::npos) << result.out;
 }
 
-TEST_F(MonitorTest, PrintsAKeyWithoutAnEventOnlyWhenAskedTo) {
+TEST_F(MonitorTest, PrintsRecordsWithoutAnEventOnlyWhenAskedTo) {
   for (const std::string loop : {"wait", "poll"}) {
     for (const bool isVerbose : {false, true}) {
       node_.send({{EV_MSC, MSC_SCAN, 1}, {EV_KEY, BTN_SIDE, 1}});
@@ -86,7 +86,11 @@ TEST_F(MonitorTest, PrintsAKeyWithoutAnEventOnlyWhenAskedTo) {
       Arguments arguments = mouse({"--count", "1", "--loop", loop});
       if (isVerbose) arguments.emplace_back("-v");
       Events expected = {"mouse down  left x1         0,0"};
-      if (isVerbose) expected.insert(expected.begin(), "record without an event");
+      if (isVerbose && loop == "poll") expected.insert(expected.begin(), "no event    a key or button");
+      if (isVerbose && loop == "wait") {
+        expected.insert(expected.begin(),
+                        {"no event    MSC_SCAN 4      EV_MSC, value 0", "no event    BTN_SIDE 275    EV_KEY, value 1"});
+      }
       EXPECT_EQ(eventsOf(run(arguments).out), expected) << loop;
     }
   }
@@ -143,8 +147,43 @@ TEST_F(MonitorTest, GivesJsonOnlyEvents) {
   auto event = nlohmann::json::parse(result.out);
   EXPECT_TRUE(event["time"].is_number());
   event.erase("time");
-  EXPECT_EQ(event.dump(), R"({"action":"down","ch":13,"code":13,"key":"Enter","kind":"key","modifiers":[]})");
+  EXPECT_EQ(event.dump(),
+            R"({"action":"down","ch":13,"code":13,"key":"Enter","kind":"key","modifiers":[],"source":"keyboard"})");
   EXPECT_EQ(linesOf(result.err).front(), "Sources: mouse none, keyboard " + path_ + ", remote none");
+}
+
+TEST_F(MonitorTest, SaysWhereAnEventCameFrom) {
+  for (const std::string loop : {"wait", "poll"}) {
+    const std::string socket = folder_.path(loop);
+    Daemon daemon(socket);
+    Program program({"monitor", "--mouse", "none", "--keyboard", path_, "--lirc", socket, "--loop", loop});
+    node_.send({{EV_KEY, KEY_UP, 1}});
+    EXPECT_TRUE(program.waitFor("  keyboard  key down    Up\n"));
+    daemon.send("0 00 KEY_UP myremote\n");
+    EXPECT_TRUE(program.waitFor("  remote    key down    Up\n"));
+    program.signal(SIGINT);
+    EXPECT_EQ(program.finish().status, 0);
+  }
+}
+
+TEST_F(MonitorTest, NamesKeysAndButtonsThatTheReaderDoesNotKnow) {
+  const std::string socket = folder_.path("lircd");
+  Daemon daemon(socket);
+  Program program({"monitor", "--mouse", "none", "--keyboard", path_, "--lirc", socket});
+  daemon.send("0 00 KEY_PLAYPAUSE myremote\n0 00 hunter2 myremote\n0 0");
+  daemon.send("0\n");
+  ASSERT_TRUE(program.waitFor("a cut line\n"));
+  node_.send({{EV_KEY, KEY_PLAYPAUSE, 1}});
+  node_.send({{EV_KEY, KEY_HANGEUL, 1}});
+  ASSERT_TRUE(program.waitFor("'a'\n"));
+  program.signal(SIGINT);
+  const Result result = program.finish();
+  EXPECT_EQ(eventsOf(result.out),
+            (Events{"no event    KEY_PLAYPAUSE   an unknown button", "no event    (hidden)        an unknown button",
+                    "no event                    a cut line", "key down    key 0           KEY_PLAYPAUSE 164",
+                    "key down    A               'a'"}));
+  EXPECT_NE(linesOf(result.out).back().find(" s: 2 keys, 0 moves, 0 buttons, 3 lines without an event"),
+            std::string::npos);
 }
 
 TEST_F(MonitorTest, PrintsTheRemote) {

@@ -203,8 +203,10 @@ std::vector<std::string> eventsOf(const std::string& out) {
   std::vector<std::string> events;
   for (const std::string& line : linesOf(out)) {
     const std::size_t end = line.find("  ", line.find_first_not_of(' '));
-    const std::string event = end == std::string::npos ? "" : line.substr(end + 2);
-    for (const std::string kind : {"key ", "mouse ", "wheel ", "record "}) {
+    constexpr std::size_t kSourceColumns = 10;
+    const bool hasSource = end != std::string::npos && line.size() > end + 2 + kSourceColumns;
+    const std::string event = hasSource ? line.substr(end + 2 + kSourceColumns) : "";
+    for (const std::string kind : {"key ", "mouse ", "wheel ", "no event "}) {
       if (event.rfind(kind, 0) == 0) events.push_back(event);
     }
   }

@@ -38,7 +38,7 @@ class ReaderLoopTest : public testing::Test {
   sim::Node& keyboard_ = machine_.addNode(kKeyboard, sim::Device::keyboard());
   sim::Node& mouse_ = machine_.addNode(kMouse, sim::Device::mouse());
   LinuxInputReader reader_;
-  ReaderLoop loop_{reader_, std::nullopt, ReaderLoop::Empty::kKeys};
+  ReaderLoop loop_{reader_, std::nullopt, ReaderLoop::Empty::kUnknown};
 };
 
 TEST_F(ReaderLoopTest, TakesFurtherNodesBetweenTheKeyboardAndTheMouse) {
@@ -94,6 +94,109 @@ TEST_F(ReaderLoopTest, MendsWhatWasLostAndSaysSo) {
   EXPECT_EQ(loop_.lost(), only(InputLoop::kKeyboard));
   round();
   EXPECT_EQ(loop_.lost(), 0U);
+}
+
+// Which source each event of a round is from, and what came.
+Events originsOf(ReaderLoop& loop) {
+  loop.wait(0);
+  Events events;
+  InputEvent event = {};
+  while (loop.next(event)) events.push_back(describeWithSource(event, loop.origin()));
+  return events;
+}
+
+TEST_F(ReaderLoopTest, TellsWhereAnEventCameFrom) {
+  sim::Node& further = machine_.addNode(pathOf(20), sim::Device::keyboard());
+  loop_.join(pathOf(20));
+  keyboard_.press(KEY_UP);
+  further.press(KEY_DOWN);
+  mouse_.move(3, 4);
+  EXPECT_EQ(originsOf(loop_),
+            (Events{"keyboard  key down    Up", "node 1    key down    Down", "mouse     mouse move  3,4"}));
+  further.unplug();
+  originsOf(loop_);
+  EXPECT_EQ(originsOf(loop_), Events{"node 1    key up      Down"});
+}
+
+TEST_F(ReaderLoopTest, TellsWhichKeyIsUnknownAndWhichButton) {
+  sim::LircDaemon& daemon = machine_.addLircDaemon("remote");
+  reader_.lircFd = reader_.openLircSocket("remote");
+  sim::Node& keys = machine_.addNode(pathOf(20), {"Media keys", {{EV_KEY, {KEY_PLAYPAUSE}}}});
+  loop_.join(pathOf(20));
+  keys.press(KEY_PLAYPAUSE);
+  daemon.send("KEY_PLAYPAUSE");
+  daemon.send("KEY_UP");
+  daemon.send("KEY_UP", 1);
+  Events all;
+  for (Events events = originsOf(loop_); !events.empty(); events = originsOf(loop_)) {
+    all.insert(all.end(), events.begin(), events.end());
+  }
+  EXPECT_EQ(all, (Events{"node 1    key down    key 0           KEY_PLAYPAUSE 164",
+                         "remote    no event    KEY_PLAYPAUSE   an unknown button", "remote    key down    Up"}));
+}
+
+TEST_F(ReaderLoopTest, GivesRecordsWithoutAnEventWhenAskedTo) {
+  ReaderLoop loop(reader_, std::nullopt, ReaderLoop::Empty::kAll);
+  mouse_.inject(EV_MSC, MSC_SCAN, 7);
+  mouse_.press(BTN_SIDE);
+  EXPECT_EQ(originsOf(loop), (Events{"mouse     no event    MSC_SCAN 4      EV_MSC, value 7",
+                                     "mouse     no event    BTN_SIDE 275    EV_KEY, value 1"}));
+}
+
+// A machine with a loop that polls.
+class PollingLoopTest : public testing::Test {
+ protected:
+  Events round(ReaderLoop::Empty empty = ReaderLoop::Empty::kUnknown) {
+    ReaderLoop loop(reader_, 1, empty);
+    return originsOf(loop);
+  }
+
+  void connect() {
+    daemon_ = &machine_.addLircDaemon("remote");
+    reader_.lircFd = reader_.openLircSocket("remote");
+  }
+
+  sim::Machine machine_;
+  sim::Node& keyboard_ = machine_.addNode(kKeyboard, sim::Device::keyboard());
+  sim::Node& mouse_ = machine_.addNode(kMouse, sim::Device::mouse());
+  sim::LircDaemon* daemon_ = nullptr;
+  LinuxInputReader reader_;
+};
+
+TEST_F(PollingLoopTest, KnowsTheSourceIfThereIsOne) {
+  reader_.init(kMouse, "/nowhere", "/nowhere", 1919, 1079);
+  mouse_.move(1, 1);
+  EXPECT_EQ(round(), Events{"mouse     mouse move  1,1"});
+}
+
+TEST_F(PollingLoopTest, KnowsWhatTheRemoteSent) {
+  reader_.init(kMouse, kKeyboard, nullptr, 1919, 1079);
+  connect();
+  daemon_->send("KEY_UP");
+  EXPECT_EQ(round(), Events{"remote    key down    Up"});
+  keyboard_.press(KEY_UP);
+  EXPECT_EQ(round(), Events{"unknown   key down    Up"});
+}
+
+TEST_F(PollingLoopTest, KnowsTheNodeBesideTheRemoteIfThereIsOne) {
+  reader_.keyboardFd = reader_.openDevice(kKeyboard, false);
+  connect();
+  keyboard_.press(KEY_UP);
+  EXPECT_EQ(round(), Events{"keyboard  key down    Up"});
+  daemon_->send("KEY_UP");
+  EXPECT_EQ(round(), Events{"remote    key down    Up"});
+}
+
+TEST_F(PollingLoopTest, GivesKeysWithoutAnEventWhenAskedTo) {
+  reader_.mouseFd = reader_.openDevice(kMouse, true);
+  for (const bool isAsked : {false, true}) {
+    mouse_.inject(EV_MSC, MSC_SCAN, 7);
+    mouse_.press(BTN_SIDE);
+    mouse_.press(BTN_LEFT);
+    mouse_.release(BTN_LEFT);
+    mouse_.release(BTN_SIDE);
+    EXPECT_EQ(round(isAsked ? ReaderLoop::Empty::kAll : ReaderLoop::Empty::kUnknown).size(), isAsked ? 4U : 2U);
+  }
 }
 
 }  // namespace

@@ -100,8 +100,8 @@ TEST(Replay, PlaysAFileAloneFromItsFirstRecord) {
                                                           record("1329846857.201613", EV_KEY, KEY_UP, 0) +
                                                           record("1329846857.201613", EV_SYN, SYN_REPORT, 0));
   EXPECT_EQ(replayed({file}),
-            "  0.000  key down    Up\n"
-            "  1.000  key up      Up\n"
+            "  0.000  keyboard  key down    Up\n"
+            "  1.000  keyboard  key up      Up\n"
             "2 events in 1.000 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
@@ -158,11 +158,11 @@ TEST(Replay, PlaysFurtherNodesAsSourcesOfTheSameReader) {
   folder.write("node-2.evemu", kDescription + press(KEY_LEFTSHIFT));
   folder.write("keyboard.evemu", kDescription + press(KEY_UP));
   EXPECT_EQ(replayed({folder.path("")}),
-            "  0.010  key down    Up\n"
-            "  0.010  key down    Shift                shift\n"
-            "  0.010  key down    Left                 shift\n"
-            "  0.010  mouse down  left x1         0,0\n"
-            "  0.020  key up      Left                 shift\n"
+            "  0.010  keyboard  key down    Up\n"
+            "  0.010  node 2    key down    Shift                shift\n"
+            "  0.010  node 8    key down    Left                 shift\n"
+            "  0.010  mouse     mouse down  left x1         0,0\n"
+            "  0.020  node 8    key up      Left                 shift\n"
             "5 events in 0.020 s: 4 keys, 0 moves, 1 button\n");
 }
 
@@ -172,8 +172,7 @@ TEST(Replay, OfAFurtherNodeGivesWhatTheSameKeyboardGives) {
   alone.write("keyboard.evemu", keyboard);
   const Folder further;
   further.write("node-1.evemu", keyboard);
-  EXPECT_EQ(replayed({further.path("")}), replayed({alone.path("")}));
-  EXPECT_EQ(run({"replay", "--json", further.path("")}).out, run({"replay", "--json", alone.path("")}).out);
+  EXPECT_EQ(eventsOf(replayed({further.path("")})), eventsOf(replayed({alone.path("")})));
 }
 
 TEST(Replay, OfFurtherNodesNeedsALoopThatWaits) {
@@ -229,7 +228,7 @@ TEST(Replay, ShowsRecordsWithoutAnEventOnlyWhenAskedTo) {
                kDescription + record("0.000000", EV_KEY, BTN_SIDE, 1) + record("0.000000", EV_SYN, SYN_REPORT, 0));
   EXPECT_EQ(replayed({folder.path("")}), "0 events in 0.000 s: 0 keys, 0 moves, 0 buttons\n");
   EXPECT_EQ(run({"replay", "-v", folder.path("")}).out,
-            "  0.000  record without an event\n"
+            "  0.000  mouse     no event    BTN_SIDE 275    EV_KEY, value 1\n"
             "0 events in 0.000 s: 0 keys, 0 moves, 0 buttons, 1 record without an event\n");
   EXPECT_EQ(run({"replay", "-v", "--json", folder.path("")}).out, "");
 }
@@ -255,7 +254,7 @@ TEST(Replay, ShowsNothingOfAReportBeforeItsEnd) {
   const std::string report = record("1.000000", EV_REL, REL_X, 4) + record("1.030000", EV_REL, REL_Y, 2) +
                              record("1.060000", EV_SYN, SYN_REPORT, 0);
   EXPECT_EQ(replayed({folder.write("mouse.evemu", kMouseCapabilities + report)}),
-            "  0.060  mouse move  4,2\n"
+            "  0.060  mouse     mouse move  4,2\n"
             "1 event in 0.060 s: 0 keys, 1 move, 0 buttons\n");
 }
 
@@ -274,8 +273,8 @@ TEST(Replay, ReadsEachRecordWhenItComes) {
       "keys.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0) +
                         record("86399.987654", EV_KEY, KEY_UP, 0) + record("86399.987654", EV_SYN, 0, 0));
   EXPECT_EQ(replayed({file}),
-            "  0.000  key down    Up\n"
-            "86399.987  key up      Up\n"
+            "  0.000  keyboard  key down    Up\n"
+            "86399.987  keyboard  key up      Up\n"
             "2 events in 86399.987 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
@@ -284,7 +283,7 @@ TEST(Replay, EndsAfterAReportThatDoesNotEnd) {
   const std::string press = record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0);
   const std::string unfinished = record("1.000000", EV_KEY, KEY_UP, 0);
   EXPECT_EQ(replayed({folder.write("keys.evemu", kDescription + press + unfinished)}),
-            "  0.000  key down    Up\n"
+            "  0.000  keyboard  key down    Up\n"
             "1 event in 1.000 s: 1 key, 0 moves, 0 buttons\n");
 }
 
@@ -305,8 +304,8 @@ TEST(Replay, ALoopThatPollsWaitsAsLongAsTheTimeoutSays) {
                         record("0.350000", EV_KEY, KEY_UP, 0) + record("0.350000", EV_SYN, 0, 0) +
                         record("0.420000", EV_KEY, KEY_UP, 1) + record("0.420000", EV_SYN, 0, 0));
   const std::string out = replayed({"--loop", "poll", "--timeout", "100", file});
-  EXPECT_NE(out.find("  0.400  key up  "), std::string::npos) << out;
-  EXPECT_NE(out.find("  0.500  key down  "), std::string::npos) << out;
+  EXPECT_NE(out.find("  0.400  keyboard  key up  "), std::string::npos) << out;
+  EXPECT_NE(out.find("  0.500  keyboard  key down  "), std::string::npos) << out;
 }
 
 TEST(Replay, TakesTheRemotesTimeoutsFromTheEnvironmentOnlyWhenAskedTo) {

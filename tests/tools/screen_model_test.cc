@@ -31,6 +31,12 @@ InputEvent moveTo(std::uint16_t x, std::uint16_t y, std::int32_t held = MouseDat
   return mouseEvent(MouseData::kMove, held, x, y);
 }
 
+Origin from(InputLoop::Source source) {
+  Origin origin;
+  origin.source = source;
+  return origin;
+}
+
 class ScreenModelTest : public testing::Test {
  protected:
   // The reader, which stands at this position with this button held, is looked at.
@@ -79,45 +85,57 @@ class ScreenModelTest : public testing::Test {
 };
 
 TEST_F(ScreenModelTest, EventsAreLinesWithTheirTime) {
-  model_.addEvent(1500ms, keyDown(KeyInput::kUp));
-  model_.addEvent(12s, mouseEvent(MouseData::kButtonDown, MouseData::kLeft, 3, 4, 2));
-  EXPECT_EQ(model_.lines(), (Lines{"   1.500  key down    Up", "  12.000  mouse down  left x2         3,4"}));
+  model_.addEvent(1500ms, keyDown(KeyInput::kUp), from(InputLoop::kKeyboard));
+  model_.addEvent(12s, mouseEvent(MouseData::kButtonDown, MouseData::kLeft, 3, 4, 2), from(InputLoop::kMouse));
+  EXPECT_EQ(model_.lines(),
+            (Lines{"   1.500  keyboard  key down    Up", "  12.000  mouse     mouse down  left x2         3,4"}));
   EXPECT_EQ(model_.counts().events(), 2);
 }
 
 TEST_F(ScreenModelTest, ARunOfMovesIsOneLine) {
-  model_.addEvent(1s, moveTo(1, 1));
-  model_.addEvent(2s, moveTo(2, 1));
-  model_.addEvent(3s, moveTo(3, 1));
-  EXPECT_EQ(model_.lines(), Lines{"   3.000  mouse move  3,1                         3 moves"});
+  model_.addEvent(1s, moveTo(1, 1), from(InputLoop::kMouse));
+  model_.addEvent(2s, moveTo(2, 1), from(InputLoop::kMouse));
+  model_.addEvent(3s, moveTo(3, 1), from(InputLoop::kMouse));
+  EXPECT_EQ(model_.lines(), Lines{"   3.000  mouse     mouse move  3,1             3 moves"});
   EXPECT_EQ(model_.counts().events(), 3);
 }
 
+TEST_F(ScreenModelTest, ARunOfMovesIsOfOneSource) {
+  model_.addEvent(1s, moveTo(1, 1), from(InputLoop::kMouse));
+  model_.addEvent(2s, moveTo(2, 1), from(InputLoop::kFurther));
+  model_.addEvent(3s, moveTo(3, 1), {});
+  EXPECT_EQ(model_.lines(), (Lines{"   1.000  mouse     mouse move  1,1", "   2.000  node 1    mouse move  2,1",
+                                   "   3.000  unknown   mouse move  3,1"}));
+}
+
 TEST_F(ScreenModelTest, ARunOfMovesEndsWithAnotherEventALogLineOrAnotherButton) {
-  model_.addEvent(1s, moveTo(1, 1));
-  model_.addEvent(2s, keyDown(KeyInput::kUp));
-  model_.addEvent(3s, moveTo(2, 2));
+  model_.addEvent(1s, moveTo(1, 1), from(InputLoop::kMouse));
+  model_.addEvent(2s, keyDown(KeyInput::kUp), from(InputLoop::kKeyboard));
+  model_.addEvent(3s, moveTo(2, 2), from(InputLoop::kMouse));
   model_.addLogLine("ERROR of the reader");
-  model_.addEvent(4s, moveTo(3, 3));
-  model_.addEvent(5s, moveTo(4, 4, MouseData::kLeft));
-  EXPECT_EQ(model_.lines(), (Lines{"   1.000  mouse move  1,1", "   2.000  key down    Up", "   3.000  mouse move  2,2",
-                                   "          ERROR of the reader", "   4.000  mouse move  3,3",
-                                   "   5.000  mouse move  4,4             left held"}));
+  model_.addEvent(4s, moveTo(3, 3), from(InputLoop::kMouse));
+  model_.addEvent(5s, moveTo(4, 4, MouseData::kLeft), from(InputLoop::kMouse));
+  EXPECT_EQ(model_.lines(), (Lines{"   1.000  mouse     mouse move  1,1", "   2.000  keyboard  key down    Up",
+                                   "   3.000  mouse     mouse move  2,2", "          ERROR of the reader",
+                                   "   4.000  mouse     mouse move  3,3",
+                                   "   5.000  mouse     mouse move  4,4             left held"}));
 }
 
 TEST_F(ScreenModelTest, ARecordWithoutAnEventIsALineButNoEvent) {
   InputEvent none = {};
   none.kind = InputEvent::kNoEvent;
-  model_.addEvent(1s, none);
-  EXPECT_EQ(model_.lines(), Lines{"   1.000  record without an event"});
+  Origin origin = from(InputLoop::kFurther);
+  origin.record = recording::Record{0us, EV_KEY, BTN_SIDE, 1};
+  model_.addEvent(1s, none, origin);
+  EXPECT_EQ(model_.lines(), Lines{"   1.000  node 1    no event    BTN_SIDE 275    EV_KEY, value 1"});
   EXPECT_EQ(model_.counts().events(), 0);
 }
 
 TEST_F(ScreenModelTest, AWheelIsALineAndAnEventOfItsOwnKind) {
   InputEvent event = mouseEvent(InputLoop::kVertical, -2, 3, 4);
   event.kind = InputLoop::kWheelEvent;
-  model_.addEvent(1s, event);
-  EXPECT_EQ(model_.lines(), Lines{"   1.000  wheel       down x2         3,4"});
+  model_.addEvent(1s, event, from(InputLoop::kMouse));
+  EXPECT_EQ(model_.lines(), Lines{"   1.000  mouse     wheel       down x2         3,4"});
   EXPECT_EQ(model_.counts().summary(1s, false), "1 event in 1.000 s: 0 keys, 0 moves, 0 buttons, 1 wheel");
   EXPECT_FALSE(model_.pointer().lastPress);
 }
@@ -150,9 +168,9 @@ TEST_F(ScreenModelTest, AnEndlessDragKeepsItsEnd) {
 
 TEST_F(ScreenModelTest, TheLastPressStays) {
   EXPECT_FALSE(model_.pointer().lastPress);
-  model_.addEvent(1s, mouseEvent(MouseData::kButtonDown, MouseData::kRight, 3, 4, 2));
-  model_.addEvent(2s, mouseEvent(MouseData::kButtonUp, MouseData::kRight, 5, 6, 2));
-  model_.addEvent(3s, moveTo(7, 8));
+  model_.addEvent(1s, mouseEvent(MouseData::kButtonDown, MouseData::kRight, 3, 4, 2), from(InputLoop::kMouse));
+  model_.addEvent(2s, mouseEvent(MouseData::kButtonUp, MouseData::kRight, 5, 6, 2), from(InputLoop::kMouse));
+  model_.addEvent(3s, moveTo(7, 8), from(InputLoop::kMouse));
   ASSERT_TRUE(model_.pointer().lastPress);
   EXPECT_EQ(model_.pointer().lastPress->x, 3);
   EXPECT_EQ(model_.pointer().lastPress->clicks, 2);

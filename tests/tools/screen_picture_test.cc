@@ -66,7 +66,7 @@ TEST_F(ScreenPictureTest, IsOneScreenOf80x24) {
   reader_.lircKey = KeyInput::kVolumeUp;
   reader_.lircKeyTime.tv_sec = 1;
   reader_.lircTimeout = 300;
-  model_.addEvent(1500ms, buttonDown(MouseData::kLeft, 100, 100, 2));
+  model_.addEvent(1500ms, buttonDown(MouseData::kLeft, 100, 100, 2), {InputLoop::kMouse, std::nullopt, ""});
   look(61s);
   look(61300ms);
   EXPECT_EQ(text(80, 24), R"(
@@ -87,7 +87,7 @@ TEST_F(ScreenPictureTest, IsOneScreenOf80x24) {
  |                          *L|  ....................................|---
  +----------------------------+  4 s ago                              now
 
-    1.500  mouse down  left x2         100,100
+    1.500  mouse     mouse down  left x2         100,100
 
 
 

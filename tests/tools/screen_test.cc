@@ -125,9 +125,9 @@ TEST_F(ScreenTest, ShowsHeldModifiersAndTheLastEvents) {
   keyboard_.send({{EV_KEY, KEY_LEFTSHIFT, 1}});
   keyboard_.send({{EV_KEY, KEY_NUMLOCK, 1}});
   keyboard_.send({{EV_KEY, KEY_Q, 1}});
-  ASSERT_TRUE(terminal_->waitFor("  key down    Q               'Q'  shift\n"));
+  ASSERT_TRUE(terminal_->waitFor("  keyboard  key down    Q               'Q'  shift\n"));
   EXPECT_TRUE(shows(" modifiers  ctrl [shift] alt [num lock]"));
-  EXPECT_TRUE(shows("  key down    NumLock              shift\n"));
+  EXPECT_TRUE(shows("  keyboard  key down    NumLock              shift\n"));
   keyboard_.send({{EV_KEY, KEY_LEFTSHIFT, 0}});
   EXPECT_TRUE(terminal_->waitFor(" modifiers  ctrl  shift  alt [num lock]"));
 }
@@ -173,6 +173,7 @@ TEST_F(ScreenTest, FollowsTheSizeOfTheTerminal) {
 
 TEST_F(ScreenTest, TheLogIsAmongTheEvents) {
   start("-vv");
+  terminal_->resize(80, 43);  // room for all that comes of it
   daemon_.send("0 00 KEY_UP " + kHostile + "\n");
   EXPECT_TRUE(terminal_->waitFor("VERBOSE2 LIRC string: 0 00 KEY_UP " + kHostileEscaped.substr(0, 10)));
   EXPECT_TRUE(terminal_->waitFor("VERBOSE10 LIRC timeout 300ms."));
@@ -183,14 +184,22 @@ TEST_F(ScreenTest, ARecordWithoutAnEventIsNotShown) {
   start();
   mouse_.send({{EV_KEY, BTN_SIDE, 1}});
   mouse_.send({{EV_REL, REL_X, 1}});
-  ASSERT_TRUE(terminal_->waitFor("  mouse move  1,0\n"));
-  EXPECT_FALSE(shows("record without an event"));
+  ASSERT_TRUE(terminal_->waitFor("  mouse     mouse move  1,0\n"));
+  EXPECT_FALSE(shows("no event"));
 }
 
 TEST_F(ScreenTest, ARecordWithoutAnEventIsShownWithV) {
   start("-v");
   mouse_.send({{EV_KEY, BTN_SIDE, 1}});
-  EXPECT_TRUE(terminal_->waitFor("record without an event"));
+  EXPECT_TRUE(terminal_->waitFor("  mouse     no event    BTN_SIDE 275    EV_KEY, value 1\n"));
+}
+
+TEST_F(ScreenTest, NamesKeysAndButtonsThatTheReaderDoesNotKnow) {
+  start();
+  keyboard_.send({{EV_KEY, KEY_PLAYPAUSE, 1}});
+  ASSERT_TRUE(terminal_->waitFor("  keyboard  key down    key 0           KEY_PLAYPAUSE 164\n"));
+  daemon_.send("0 00 KEY_PLAYPAUSE myremote\n");
+  EXPECT_TRUE(terminal_->waitFor("  remote    no event    KEY_PLAYPAUSE   an unknown button\n"));
 }
 
 TEST_F(ScreenTest, AWheelIsAmongTheEvents) {
@@ -202,7 +211,7 @@ TEST_F(ScreenTest, AWheelIsAmongTheEvents) {
 TEST_F(ScreenTest, ShowsTheSameWithALoopThatPolls) {
   start("--loop poll");
   mouse_.send({{EV_REL, REL_X, 1}});
-  ASSERT_TRUE(terminal_->waitFor("  mouse move  1,0\n"));
+  ASSERT_TRUE(terminal_->waitFor("  unknown   mouse move  1,0\n"));
   daemon_.send("0 00 KEY_UP myremote\n");
   ASSERT_TRUE(terminal_->waitFor("key down    Up"));
   daemon_.hangUp();

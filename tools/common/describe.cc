@@ -5,7 +5,11 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "tools/common/code_names.h"
 #include "tools/common/columns.h"
+#include "tools/common/lirc_line.h"
+#include "tools/common/output.h"
+#include "tools/common/sources.h"
 
 namespace quarlo::tools {
 namespace {
@@ -53,8 +57,20 @@ std::string columns(const std::string& what, const std::string& subject, const s
   return withoutTrailingBlanks(leftAligned(what, 10) + "  " + leftAligned(subject, 14) + "  " + details);
 }
 
-std::string describeKey(const KeyData& key) {
-  const std::string character = key.ch != 0 ? describeCharacter(key.ch) : "";
+// The record of a key that has no code here.
+const recording::Record* unknownKey(const KeyData& key, const Origin& origin) {
+  return key.key == KeyInput::kNone && origin.record ? &*origin.record : nullptr;
+}
+
+std::string describeCode(const recording::Record& record) {
+  return codeName(record.type, record.code) + " " + std::to_string(record.code);
+}
+
+std::string describeKey(const KeyData& key, const Origin& origin) {
+  const recording::Record* const unknown = unknownKey(key, origin);
+  const std::string character = unknown != nullptr ? describeCode(*unknown)
+                                : key.ch != 0      ? describeCharacter(key.ch)
+                                                   : "";
   const std::string details = leftAligned(character, 3) + "  " + describeModifiers(key.modifiers);
   return columns(std::string("key ") + keyAction(key), keyName(key.key), details);
 }
@@ -81,7 +97,18 @@ std::string describeWheel(const MouseData& wheel) {
   return columns("wheel", describeSteps(wheel), std::to_string(wheel.x) + "," + std::to_string(wheel.y));
 }
 
-void addKey(nlohmann::ordered_json& json, const KeyData& key) {
+// What gave no event.
+std::string describeNothing(const Origin& origin) {
+  constexpr char kWhat[] = "no event";
+  if (const auto unknown = findUnknown(origin.line)) {
+    return columns(kWhat, printable(std::string(unknown->button)), unknown->description);
+  }
+  if (!origin.record) return columns(kWhat, "a key or button", "");
+  const recording::Record& record = *origin.record;
+  return columns(kWhat, describeCode(record), typeName(record.type) + ", value " + std::to_string(record.value));
+}
+
+void addKey(nlohmann::ordered_json& json, const KeyData& key, const Origin& origin) {
   json["kind"] = "key";
   json["action"] = keyAction(key);
   json["key"] = keyName(key.key);
@@ -90,6 +117,10 @@ void addKey(nlohmann::ordered_json& json, const KeyData& key) {
   json["modifiers"] = nlohmann::ordered_json::array();
   for (const ModifierName& entry : kModifierNames) {
     if ((key.modifiers & entry.modifier) != 0) json["modifiers"].push_back(entry.name);
+  }
+  if (const recording::Record* const unknown = unknownKey(key, origin)) {
+    json["linuxName"] = codeName(unknown->type, unknown->code);
+    json["linuxCode"] = unknown->code;
   }
 }
 
@@ -142,14 +173,20 @@ std::string describeModifiers(LinuxInputReader::Modifier modifiers) {
   return text;
 }
 
-std::string describe(const InputEvent& event) {
+std::string describe(const InputEvent& event, const Origin& origin) {
   switch (event.kind) {
-    case InputEvent::kKeyEvent: return describeKey(event.keyData);
+    case InputEvent::kKeyEvent: return describeKey(event.keyData, origin);
     case InputEvent::kMouseEvent: return describeMouse(event.mouseData);
     case InputLoop::kWheelEvent: return describeWheel(event.mouseData);
-    default: return "record without an event";
+    default: return describeNothing(origin);
   }
 }
+
+std::string describeWithSource(const InputEvent& event, const Origin& origin) {
+  return leftAligned(describeSource(origin), 8) + "  " + describe(event, origin);
+}
+
+std::string describeSource(const Origin& origin) { return origin.source ? sourceName(*origin.source) : "unknown"; }
 
 std::string describeTime(microseconds time) {
   char text[32];
@@ -158,11 +195,10 @@ std::string describeTime(microseconds time) {
   return text;
 }
 
-nlohmann::ordered_json toJson(microseconds time, const InputEvent& event) {
+nlohmann::ordered_json toJson(const InputEvent& event, const Origin& origin) {
   nlohmann::ordered_json json;
-  json["time"] = static_cast<double>(time.count()) / 1e6;
   if (event.kind == InputEvent::kKeyEvent) {
-    addKey(json, event.keyData);
+    addKey(json, event.keyData, origin);
   } else if (event.kind == InputLoop::kWheelEvent) {
     addWheel(json, event.mouseData);
   } else {

@@ -13,20 +13,20 @@ namespace quarlo::tools {
 struct PrintOptions {
   bool json = false;
   Mask mask = Mask::kNothing;
-  bool showEmptyRecords = false;  // in text, also print records that gave no event
-  long count = 0;                 // as many events are wanted; 0: any number
+  bool countEmptyRecords = false;  // in text, also print how many records gave no event
+  long count = 0;                  // as many events are wanted; 0: any number
 };
 
 // How many events there were, of which kind.
 class EventCounts {
  public:
-  // kNoEvent stands for a record without an event.
-  void add(const InputEvent& event);
+  // kNoEvent stands for a record or a line without an event.
+  void add(const InputEvent& event, const Origin& origin);
 
   long events() const { return keys_ + moves_ + buttons_ + wheels_; }
 
-  // "2 events in 1.500 s: 0 keys, 1 move, 1 button", and of wheels if they were turned, and how many records gave no
-  // event, if that is wanted.
+  // "2 events in 1.500 s: 0 keys, 1 move, 1 button", and of wheels if they were turned, of the remote's lines without
+  // an event if some came, and how many records gave no event, if that is wanted.
   std::string summary(microseconds duration, bool withEmptyRecords) const;
 
  private:
@@ -34,16 +34,18 @@ class EventCounts {
   long moves_ = 0;
   long buttons_ = 0;
   long wheels_ = 0;
-  long empty_ = 0;
+  long lines_ = 0;    // without an event
+  long records_ = 0;  // the same
 };
 
 class EventPrinter {
  public:
   explicit EventPrinter(const PrintOptions& options) : options_(options) {}
 
-  // Prints an event that came `time` after the start; kNoEvent stands for a record without one. Returns whether more
-  // are wanted: false after the last of `count`, and when standard output cannot be written any more.
-  bool print(microseconds time, const InputEvent& event);
+  // Prints an event that came `time` after the start; kNoEvent, which only text has, stands for a record or a line
+  // without one. Returns whether more are wanted: false after the last of `count`, and when standard output cannot be
+  // written any more.
+  bool print(microseconds time, const InputEvent& event, const Origin& origin);
 
   // Prints how many events there were, of which kind, and for how long.
   void printSummary(microseconds duration) const;
@@ -52,6 +54,8 @@ class EventPrinter {
   std::FILE* statusStream() const { return options_.json ? stderr : stdout; }
 
  private:
+  void printShown(microseconds time, const InputEvent& event, const Origin& origin) const;
+
   PrintOptions options_;
   EventCounts counts_;
 };

@@ -48,6 +48,20 @@ std::optional<LircLine> parseLircLine(std::string_view text) {
   return line;
 }
 
+std::optional<UnknownLine> findUnknown(std::string_view line) {
+  if (line.empty() || isLircBroadcast(line)) return {};
+  std::string_view code;
+  std::string_view repeat;
+  std::string_view button;
+  std::string_view rest = line;
+  // As the reader takes it apart.
+  const bool isWhole = takeField(rest, code) && takeField(rest, repeat) && takeField(rest, button);
+  if (!isWhole || repeat.empty() || button.empty() || rest.empty()) return UnknownLine{"", "a cut line"};
+  if (isKnownButton(button)) return {};
+  const bool canBeCut = !parseLircLine(line) || isHexadecimal(withoutPrefixes(button));
+  return UnknownLine{button, canBeCut ? "an unknown button, or a cut line" : "an unknown button"};
+}
+
 bool isLircBroadcast(std::string_view line) { return line == "BEGIN" || line == "SIGHUP" || line == "END"; }
 
 bool isHexadecimal(std::string_view text) {

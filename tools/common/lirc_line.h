@@ -17,6 +17,17 @@ struct LircLine {
 // None if the line, without its end, is of another form.
 std::optional<LircLine> parseLircLine(std::string_view text);
 
+// What a line says that gives no event, whatever came before it.
+struct UnknownLine {
+  std::string_view button;  // or "" if it has none
+  const char* description;  // for a person
+};
+
+// None for the line, without its end, of a button that the reader knows, and for what the daemon says of a reload.
+// Where lines were lost, the rest of one can run into the next one: the name then is one of its numbers, or the
+// remote's.
+std::optional<UnknownLine> findUnknown(std::string_view line);
+
 // Whether this is what the daemon says, line by line, when it has read its configuration again.
 bool isLircBroadcast(std::string_view line);
 

@@ -76,6 +76,11 @@ bool isKeyShown(Mask mask, const InputEvent::KeyData& data) {
   return !canBeSeen(data.ch) && shown.count(data.key) != 0;
 }
 
+// A key that the reader does not know, and that is known not to type all the same.
+bool isUnknownKeyShown(Mask mask, const InputEvent::KeyData& data, const Origin& origin) {
+  return data.key == KeyInput::kNone && origin.record && isCodeShown(mask, origin.record->code);
+}
+
 // ---- The remote's lines -------------------------------------------------------------------------
 
 bool endsWith(std::string_view text, std::string_view end) {
@@ -99,14 +104,25 @@ bool isButtonShown(Mask mask, std::string_view name) {
   return isNameShown(mask, name) || isNameShown(mask, name.substr(0, name.size() - releaseSuffix(name).size()));
 }
 
+// The line with `substitute` in place of a button that is hidden.
+std::string hideButton(Mask mask, const std::string& line, const char* substitute) {
+  constexpr char kNoCode[] = "0000000000000000";
+  if (mask == Mask::kNothing || isLircBroadcast(line)) return line;
+  const std::optional<LircLine> fields = parseLircLine(line);
+  if (!fields) return kNoCode;
+  if (isButtonShown(mask, fields->button)) return line;
+  return std::string(kNoCode) + " " + std::string(fields->repeat) + " " + substitute + releaseSuffix(fields->button) +
+         " " + std::string(fields->remote);
+}
+
 }  // namespace
 
-InputEvent masked(Mask mask, const InputEvent& event) {
+InputEvent masked(Mask mask, const InputEvent& event, const Origin& origin) {
   if (event.kind != InputEvent::kKeyEvent) return event;
   InputEvent result = event;
   InputEvent::KeyData& key = result.keyData;
   if (mask == Mask::kTypingAndModifiers) key.modifiers = KeyInput::kNoModifier;
-  if (isKeyShown(mask, event.keyData)) return result;
+  if (isKeyShown(mask, event.keyData) || isUnknownKeyShown(mask, event.keyData, origin)) return result;
   key.key = KeyInput::kA;
   key.ch = (key.modifiers & KeyInput::kShiftModifier) != 0 ? 'A' : 'a';
   return result;
@@ -148,14 +164,13 @@ recording::DeviceDescription masked(Mask mask, recording::DeviceDescription devi
   return device;
 }
 
-std::string maskedLine(Mask mask, const std::string& line) {
-  constexpr char kNoCode[] = "0000000000000000";
-  if (mask == Mask::kNothing || isLircBroadcast(line)) return line;
-  const std::optional<LircLine> fields = parseLircLine(line);
-  if (!fields) return kNoCode;
-  if (isButtonShown(mask, fields->button)) return line;
-  return std::string(kNoCode) + " " + std::string(fields->repeat) + " KEY_1" + releaseSuffix(fields->button) + " " +
-         std::string(fields->remote);
+std::string maskedLine(Mask mask, const std::string& line) { return hideButton(mask, line, "KEY_1"); }
+
+std::optional<Origin> masked(Mask mask, Origin origin) {
+  if (!origin.line.empty()) origin.line = hideButton(mask, origin.line, "(hidden)");
+  if (!origin.record) return origin;
+  origin.record = masked(mask, *origin.record);
+  return origin.record ? std::optional(origin) : std::nullopt;
 }
 
 }  // namespace quarlo::tools

@@ -27,9 +27,14 @@ struct MaskOptions {
   }
 };
 
-// The event without what was typed. An event without a key is hidden as well: a key that the reader does not know may
-// type elsewhere.
-InputEvent masked(Mask mask, const InputEvent& event);
+// The event without what was typed. A key that the reader does not know is hidden as well, unless the record that it
+// came of is known not to type: it may type elsewhere.
+InputEvent masked(Mask mask, const InputEvent& event, const Origin& origin = {});
+
+// What an event came of, or what gave none, without what was typed. The name of a remote's button that is hidden
+// becomes
+// "(hidden)". None if not even that it came may be told.
+std::optional<Origin> masked(Mask mask, Origin origin);
 
 // The record without what was typed. Scan codes become 0, also those of keys that stay: they come before their key.
 // None if not even that it came may be told: a light changes when a lock key was pressed.

@@ -1,9 +1,12 @@
 #include "tools/common/reader_loop.h"
 
 #include <linux/input.h>
+#include <sys/time.h>
 
 #include <cerrno>
 #include <utility>
+
+#include "tools/common/lirc_line.h"
 
 namespace quarlo::tools {
 
@@ -25,20 +28,49 @@ void ReaderLoop::wait(int limitMs, int ownFd) {
 }
 
 bool ReaderLoop::next(InputEvent& event) {
-  if (polls()) {
-    event.kind = InputEvent::kNoEvent;
-    return reader_.readInput(event, std::exchange(timeoutMs_, 0));
-  }
+  if (polls()) return poll(event);
   while (loop_.nextRecord(event)) {
     if (isWanted(event)) return true;
   }
   return false;
 }
 
+bool ReaderLoop::poll(InputEvent& event) {
+  do {
+    const timeval before = reader_.lircKeyTime;
+    event.kind = InputEvent::kNoEvent;
+    if (!reader_.readInput(event, std::exchange(timeoutMs_, 0))) return false;
+    // The reader marks each of the remote's key-downs with its time.
+    polled_ = polledSource(timercmp(&reader_.lircKeyTime, &before, !=));
+  } while (event.kind == InputEvent::kNoEvent && empty_ != Empty::kAll);
+  return true;
+}
+
+std::optional<InputLoop::Source> ReaderLoop::polledSource(bool isRemotes) const {
+  if (isRemotes) return InputLoop::kRemote;
+  const bool hasMouse = reader_.mouseFd != -1;
+  const bool hasKeyboard = reader_.keyboardFd != -1;
+  if (hasMouse && hasKeyboard) return std::nullopt;
+  return hasMouse ? InputLoop::kMouse : hasKeyboard ? InputLoop::kKeyboard : InputLoop::kRemote;
+}
+
+Origin ReaderLoop::origin() const {
+  if (polls()) return {polled_, std::nullopt, ""};
+  if (loop_.source() == InputLoop::kRemote) return {loop_.source(), std::nullopt, line()};
+  const input_event& record = loop_.cause().record;
+  return {loop_.source(), recording::Record{microseconds(0), record.type, record.code, record.value}, ""};
+}
+
+std::string ReaderLoop::line() const {
+  std::string text = loop_.line();
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  return text;
+}
+
 bool ReaderLoop::isWanted(const InputEvent& event) const {
   if (event.kind != InputEvent::kNoEvent) return true;
-  const bool isLine = loop_.source() == InputLoop::kRemote;
-  return empty_ == Empty::kLines ? isLine : !isLine && loop_.cause().record.type == EV_KEY;
+  if (loop_.source() == InputLoop::kRemote) return empty_ == Empty::kLines || findUnknown(line());
+  return empty_ == Empty::kAll && loop_.cause().record.type != EV_SYN;
 }
 
 }  // namespace quarlo::tools

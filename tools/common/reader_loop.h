@@ -18,10 +18,13 @@ using PollTimeout = std::optional<int>;
 // A round: wait(), then next() until it returns false.
 class ReaderLoop {
  public:
-  // What next() gives beside events: keys and buttons that gave none, or lines of the remote that gave none.
-  enum class Empty { kKeys, kLines };
+  // What next() gives beside events. One that polls has only keys and buttons that gave none, for kAll.
+  enum class Empty {
+    kUnknown,  // lines of buttons that the reader does not know, and cut lines
+    kAll,      // those, and records that gave none, but for the marks between them (EV_SYN)
+    kLines,    // lines of the remote that gave none
+  };
 
-  // REQUIRES: one that polls is not asked for lines, of which readInput() does not tell.
   ReaderLoop(LinuxInputReader& reader, PollTimeout timeout, Empty empty);
 
   // Makes a further node a source: kFurther, kFurther + 1, ..., also if it cannot be opened. Returns the errno of
@@ -34,6 +37,10 @@ class ReaderLoop {
 
   // Fills `event` with what came next; kNoEvent stands for what gave no event. Returns false when there is nothing.
   bool next(InputEvent& event);
+
+  // Where that came from. Of one that polls, it is only told whether an event is the remote's and, if just one node is
+  // open, that it is of that.
+  Origin origin() const;
 
   // Whether next() has more to do at once, although a round has ended. One that polls does not know.
   bool hasMore() const { return !polls() && loop_.timeoutMs() == 0; }
@@ -48,6 +55,9 @@ class ReaderLoop {
   bool polls() const { return timeout_.has_value(); }
 
  private:
+  bool poll(InputEvent& event);
+  std::optional<InputLoop::Source> polledSource(bool isRemotes) const;
+  std::string line() const;
   bool isWanted(const InputEvent& event) const;
 
   LinuxInputReader& reader_;
@@ -57,7 +67,8 @@ class ReaderLoop {
   InputLoop::SourceSet gone_ = 0;
   PollTimeout timeout_;
   Empty empty_;
-  int timeoutMs_ = 0;  // of the next readInput()
+  int timeoutMs_ = 0;                        // of the next readInput()
+  std::optional<InputLoop::Source> polled_;  // where the last readInput() found something
 };
 
 }  // namespace quarlo::tools

@@ -75,7 +75,11 @@ void addReaderOptions(CommandLine& line, ReaderOptions& options) {
   });
   line.addFlag("--json", options.json, "Print one JSON object per event; all else goes to standard error");
   line.addCounter("-v,--verbose", options.verbosity,
-                  "Show the reader's log, and keys and buttons without an event; -vv: the remote's timing, too");
+                  "Show the reader's log, and records without an event; -vv: the remote's timing, too");
+}
+
+ReaderLoop::Empty emptyToShow(const ReaderOptions& options) {
+  return options.verbosity > 0 ? ReaderLoop::Empty::kAll : ReaderLoop::Empty::kUnknown;
 }
 
 }  // namespace quarlo::tools

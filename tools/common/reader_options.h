@@ -30,4 +30,7 @@ struct ReaderOptions {
 
 void addReaderOptions(CommandLine& line, ReaderOptions& options);
 
+// What is shown beside events.
+ReaderLoop::Empty emptyToShow(const ReaderOptions& options);
+
 }  // namespace quarlo::tools

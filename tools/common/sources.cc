@@ -22,6 +22,7 @@
 namespace quarlo::tools {
 namespace {
 
+using components::input::InputLoop;
 using components::input::kHighestScannedNode;
 using components::input::kLircSocketPaths;
 
@@ -112,16 +113,16 @@ SourceReport reportObstacle(const std::string& what, const Obstacle& obstacle) {
   return {what, SourceState::kNotOpen, obstacle.reason, obstacle.remedy};
 }
 
-SourceReport reportNode(const char* what, const SourcePath& source, int fd) {
+SourceReport reportNode(const std::string& what, const SourcePath& source, int fd) {
   if (isLeftOut(source)) return {what, SourceState::kLeftOut, "", ""};
   if (fd != -1) return {what, SourceState::kOpen, describeNode(source, fd), ""};
   return reportObstacle(what, whyNodeIsNotOpen(source));
 }
 
-SourceReport reportSocket(const SourcePath& source, int fd) {
-  if (isLeftOut(source)) return {"remote", SourceState::kLeftOut, "", ""};
-  if (fd != -1) return {"remote", SourceState::kOpen, describeSocket(fd), ""};
-  return reportObstacle("remote", whySocketIsNotOpen(source));
+SourceReport reportSocket(const std::string& what, const SourcePath& source, int fd) {
+  if (isLeftOut(source)) return {what, SourceState::kLeftOut, "", ""};
+  if (fd != -1) return {what, SourceState::kOpen, describeSocket(fd), ""};
+  return reportObstacle(what, whySocketIsNotOpen(source));
 }
 
 std::string pathIfOpen(int fd) { return fd == -1 ? "" : pathOf(fd); }
@@ -153,6 +154,15 @@ void printLine(std::FILE* stream, const std::string& what, const std::string& te
 
 }  // namespace
 
+std::string sourceName(InputLoop::Source source) {
+  switch (source) {
+    case InputLoop::kMouse: return "mouse";
+    case InputLoop::kKeyboard: return "keyboard";
+    case InputLoop::kRemote: return "remote";
+    default: return "node " + std::to_string(source - InputLoop::kFurther + 1);
+  }
+}
+
 bool isLeftOut(const SourcePath& source) { return source == kLeaveOut; }
 
 void printRequests(std::FILE* stream, const SourcePaths& paths) {
@@ -164,15 +174,16 @@ void printRequests(std::FILE* stream, const SourcePaths& paths) {
 }
 
 std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDescriptors& descriptors) {
-  std::vector<SourceReport> reports = {reportNode("mouse", paths.mouse, descriptors.mouse),
-                                       reportNode("keyboard", paths.keyboard, descriptors.keyboard),
-                                       reportSocket(paths.lirc, descriptors.lirc)};
+  std::vector<SourceReport> reports = {
+      reportNode(sourceName(InputLoop::kMouse), paths.mouse, descriptors.mouse),
+      reportNode(sourceName(InputLoop::kKeyboard), paths.keyboard, descriptors.keyboard),
+      reportSocket(sourceName(InputLoop::kRemote), paths.lirc, descriptors.lirc)};
   warnOfFound(paths, descriptors, reports);
   return reports;
 }
 
 SourceReport reportFurtherNode(const SourcePaths& paths, std::size_t index, int error) {
-  const std::string what = "node " + std::to_string(index + 1);
+  const std::string what = sourceName(static_cast<InputLoop::Source>(InputLoop::kFurther + index));
   const std::string& path = paths.further[index];
   if (error != 0) {
     const Obstacle obstacle = whyNotOpened(path, error);

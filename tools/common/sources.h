@@ -8,10 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "input/input_loop.h"
+
 namespace quarlo::tools {
 
 // The path of a source; none: search for it.
 using SourcePath = std::optional<std::string>;
+
+// "mouse", "keyboard", "remote", "node 1", ...
+std::string sourceName(components::input::InputLoop::Source source);
 
 // In place of a path: leave this source out.
 constexpr char kLeaveOut[] = "none";
@@ -34,7 +39,7 @@ enum class SourceState { kLeftOut, kNotOpen, kOpen, kGone };
 
 // Of one source. It holds what paths and devices say, as it is: escape it before it reaches a terminal.
 struct SourceReport {
-  std::string what;  // "mouse", "keyboard", "remote", "node 1", ...
+  std::string what;  // its sourceName()
   SourceState state = SourceState::kLeftOut;
   std::string text;                        // which it is, or why it is not open
   std::string remedy;                      // what to do if it is not open; empty if there is nothing

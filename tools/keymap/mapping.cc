@@ -125,8 +125,8 @@ nlohmann::ordered_json toJson(const Mapping& mapping) {
     json["kind"] = "none";
     return json;
   }
-  json.update(tools::toJson(microseconds(0), mapping.event));
-  for (const char* always : {"time", "action", "x", "y", "clicks"}) json.erase(always);
+  json.update(tools::toJson(mapping.event));
+  for (const char* always : {"action", "x", "y", "clicks"}) json.erase(always);
   if (mapping.linuxCode && mapping.event.kind == InputEvent::kKeyEvent) {
     json["chShift"] = static_cast<unsigned char>(mapping.withShift);
     json["chNumLock"] = static_cast<unsigned char>(mapping.withNumLock);

@@ -178,8 +178,8 @@ class View {
   View(const View&) = delete;
   View& operator=(const View&) = delete;
 
-  // Shows an event, or with kNoEvent a record without one. Returns whether to go on.
-  virtual bool show(microseconds time, const InputEvent& event) = 0;
+  // Shows an event, or with kNoEvent a record or a line without one. Returns whether to go on.
+  virtual bool show(microseconds time, const InputEvent& event, const Origin& origin) = 0;
 
   // How long a wait may last, in ms (-1: without a limit), and what ends it, besides: a descriptor, or -1.
   virtual int longestWaitMs(microseconds time) const = 0;
@@ -206,7 +206,7 @@ PollTimeout pollTimeout(const MonitorOptions& options) {
 bool showRound(ReaderLoop& loop, View& view, Clock::time_point start) {
   InputEvent event = {};
   while (!stopRequested() && loop.next(event)) {
-    if (!view.show(since(start), event)) return false;
+    if (!view.show(since(start), event, loop.origin())) return false;
   }
   return true;
 }
@@ -234,7 +234,7 @@ PrintOptions printOptions(const MonitorOptions& options) {
   PrintOptions result;
   result.json = options.json;
   if (isatty(STDOUT_FILENO) == 0) result.mask = options.shown.mask();
-  result.showEmptyRecords = options.verbosity > 0;
+  result.countEmptyRecords = options.verbosity > 0;
   result.count = options.count;
   return result;
 }
@@ -258,7 +258,9 @@ class Lines : public View {
   Lines(const MonitorOptions& options, const std::vector<SourceReport>& reports)
       : options_(options), reports_(reports), printer_(printOptions(options)) {}
 
-  bool show(microseconds time, const InputEvent& event) override { return printer_.print(time, event); }
+  bool show(microseconds time, const InputEvent& event, const Origin& origin) override {
+    return printer_.print(time, event, origin);
+  }
 
   int longestWaitMs(microseconds /*time*/) const override { return typing_.limited(-1); }
 
@@ -297,9 +299,9 @@ class FullScreen : public View {
     screen_->draw(model_);
   }
 
-  bool show(microseconds time, const InputEvent& event) override {
+  bool show(microseconds time, const InputEvent& event, const Origin& origin) override {
     takeLog();
-    if (event.kind != InputEvent::kNoEvent || options_.verbosity > 0) model_.addEvent(time, event);
+    model_.addEvent(time, event, origin);
     model_.look(time, reader_);
     return options_.count == 0 || model_.counts().events() < options_.count;
   }
@@ -385,7 +387,7 @@ int run(const MonitorOptions& options) {
   }
   LinuxInputReader reader;
   openSources(options, reader);
-  ReaderLoop loop(reader, pollTimeout(options), ReaderLoop::Empty::kKeys);
+  ReaderLoop loop(reader, pollTimeout(options), emptyToShow(options));
   std::vector<SourceReport> reports = reportSources(options, {reader.mouseFd, reader.keyboardFd, reader.lircFd});
   const std::string problem = joinFurtherNodes(options, loop, reports);
   if (!problem.empty()) return fail(problem);

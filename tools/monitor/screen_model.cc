@@ -21,12 +21,12 @@ bool isMove(const InputEvent& event) {
   return event.kind == InputEvent::kMouseEvent && event.mouseData.action == MouseData::kMove;
 }
 
-std::string eventLine(microseconds time, const InputEvent& event) {
-  return rightAligned(describeTime(time), 8) + "  " + describe(event);
+std::string eventLine(microseconds time, const InputEvent& event, const Origin& origin) {
+  return rightAligned(describeTime(time), 8) + "  " + describeWithSource(event, origin);
 }
 
-std::string movesLine(microseconds time, const InputEvent& event, long moves) {
-  return leftAligned(eventLine(time, event), 50) + std::to_string(moves) + " moves";
+std::string movesLine(microseconds time, const InputEvent& event, const Origin& origin, long moves) {
+  return leftAligned(eventLine(time, event, origin), 46) + "  " + std::to_string(moves) + " moves";
 }
 
 bool areSame(Point a, Point b) { return a.x == b.x && a.y == b.y; }
@@ -40,20 +40,25 @@ ScreenModel::ScreenModel(std::vector<SourceReport> sources, Point largest)
   remote_.history.resize(kSlots);
 }
 
-void ScreenModel::addEvent(microseconds time, const InputEvent& event) {
-  counts_.add(event);
+void ScreenModel::addEvent(microseconds time, const InputEvent& event, const Origin& origin) {
+  counts_.add(event, origin);
   if (event.kind == InputEvent::kMouseEvent && event.mouseData.action == MouseData::kButtonDown) {
     pointer_.lastPress = event.mouseData;
   }
-  if (isMove(event) && lastMove_ && lastMove_->mouseData.button == event.mouseData.button) {
-    lines_.back() = movesLine(time, event, ++moves_);
+  if (isMove(event) && continuesRun(event, origin)) {
+    lines_.back() = movesLine(time, event, origin, ++moves_);
     return;
   }
-  addLine(eventLine(time, event));
+  addLine(eventLine(time, event, origin));
   if (isMove(event)) {
     lastMove_ = event;
+    lastMoveSource_ = origin.source;
     moves_ = 1;
   }
+}
+
+bool ScreenModel::continuesRun(const InputEvent& move, const Origin& origin) const {
+  return lastMove_ && lastMove_->mouseData.button == move.mouseData.button && lastMoveSource_ == origin.source;
 }
 
 void ScreenModel::addLogLine(const std::string& line) { addLine("          " + line); }

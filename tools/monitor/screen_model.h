@@ -56,7 +56,7 @@ class ScreenModel {
   ScreenModel(std::vector<SourceReport> sources, Point largest);
 
   // Times are since the start, and never go back.
-  void addEvent(microseconds time, const InputEvent& event);
+  void addEvent(microseconds time, const InputEvent& event, const Origin& origin);
   void addLogLine(const std::string& line);
 
   // Takes over the state of the reader. To call after each event, so that no drag and no key-down of the remote
@@ -80,6 +80,7 @@ class ScreenModel {
   const std::deque<std::string>& lines() const { return lines_; }
 
  private:
+  bool continuesRun(const InputEvent& move, const Origin& origin) const;
   void addLine(const std::string& line);
   void followPointer(const LinuxInputReader& reader);
   void followRemote(const LinuxInputReader& reader);
@@ -97,6 +98,7 @@ class ScreenModel {
   std::int64_t slot_ = 0;     // the index of the newest, counted from the start
   std::deque<std::string> lines_;
   std::optional<InputEvent> lastMove_;  // the last line is about it
+  std::optional<InputLoop::Source> lastMoveSource_;
   long moves_ = 0;                      // in that line
 };
 

@@ -139,7 +139,7 @@ class Player {
   static PrintOptions printOptions(const ReplayOptions& options) {
     PrintOptions result;
     result.json = options.json;
-    result.showEmptyRecords = options.verbosity > 0;
+    result.countEmptyRecords = options.verbosity > 0;
     return result;
   }
 
@@ -151,10 +151,12 @@ class Player {
     reader_.emplace();
     reader_->init(hasMouse ? recording::kMouseFile : nullptr, hasKeyboard ? recording::kKeyboardFile : nullptr,
                   daemon_ != nullptr ? recording::kRemoteFile : nullptr, options_.maxX, options_.maxY);
-    loop_.emplace(*reader_, options_.pollTimeout, ReaderLoop::Empty::kKeys);
+    loop_.emplace(*reader_, options_.pollTimeout, emptyToShow(options_));
     for (std::size_t i = 0; i < session_.further.size(); ++i) {
       const std::string path = recording::furtherNodeFile(i);
-      if (addNode(path, session_.further[i])) loop_->join(path);
+      if (!addNode(path, session_.further[i])) continue;
+      loop_->join(path);
+      further_.push_back(static_cast<InputLoop::Source>(InputLoop::kFurther + i));
     }
     start_ = machine_.now();
     pacer_ = Pacer();
@@ -168,9 +170,20 @@ class Player {
     loop_->wait(longestWaitMs());
     InputEvent event = {};
     bool goOn = true;
-    while (goOn && !stopRequested() && loop_->next(event)) goOn = printer_.print(elapsed(), event);
+    while (goOn && !stopRequested() && loop_->next(event)) {
+      goOn = printer_.print(elapsed(), event, origin());
+    }
     keepPace(elapsed());  // polls take some of the machine's time without a wait
     return goOn;
+  }
+
+  // A further node has the number that it had when it was recorded, also if those before it sent nothing.
+  Origin origin() const {
+    Origin origin = loop_->origin();
+    if (origin.source && *origin.source >= InputLoop::kFurther) {
+      origin.source = further_[*origin.source - InputLoop::kFurther];
+    }
+    return origin;
   }
 
   // How long the loop may sleep, in ms: until all has happened, which need not wake it, and the remote's key is
@@ -223,6 +236,7 @@ class Player {
   EventPrinter printer_{printOptions(options_)};
   sim::Machine machine_;
   std::vector<std::pair<sim::Node*, const std::vector<Record>*>> nodes_;
+  std::vector<InputLoop::Source> further_;  // as the session numbers them
   sim::LircDaemon* daemon_ = nullptr;
   std::optional<LinuxInputReader> reader_;
   std::optional<ReaderLoop> loop_;

@@ -63,8 +63,7 @@ class Run {
 
   Timeline play() {
     connect();
-    const bool polls = setting_.pollMs.has_value();
-    loop_.emplace(*reader_, setting_.pollMs, polls ? ReaderLoop::Empty::kKeys : ReaderLoop::Empty::kLines);
+    loop_.emplace(*reader_, setting_.pollMs, ReaderLoop::Empty::kLines);
     // The first poll still watches its sources. An application that has run for a while sleeps through its polls.
     playRound();
     start_ = machine_.now() + circumstances_.phase;
