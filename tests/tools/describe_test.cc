@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <ctime>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -131,6 +133,34 @@ TEST(Describe, ShowsTimeInSeconds) {
   EXPECT_EQ(describeTime(0us), "0.000");
   EXPECT_EQ(describeTime(1999us), "0.001");
   EXPECT_EQ(describeTime(86400s + 10ms), "86400.010");
+}
+
+// In a zone of its own, as this.
+class ClockTest : public testing::Test {
+ protected:
+  ~ClockTest() override {
+    unsetenv("TZ");
+    tzset();
+  }
+
+  static std::string clockIn(const char* zone, std::chrono::milliseconds sinceEpoch) {
+    setenv("TZ", zone, 1);
+    tzset();
+    return describeClock(std::chrono::system_clock::time_point(sinceEpoch));
+  }
+};
+
+TEST_F(ClockTest, IsThatOfTheZone) {
+  constexpr std::chrono::milliseconds kMoment = 1'700'000'000s + 7ms;
+  EXPECT_EQ(clockIn("UTC0", kMoment), "2023-11-14T22:13:20.007+00:00");
+  EXPECT_EQ(clockIn("IST-5:30", kMoment), "2023-11-15T03:43:20.007+05:30");
+  EXPECT_EQ(clockIn("NST3:30", kMoment), "2023-11-14T18:43:20.007-03:30");
+}
+
+TEST_F(ClockTest, FollowsSummerTime) {
+  constexpr char kZone[] = "CET-1CEST,M3.5.0,M10.5.0/3";
+  EXPECT_EQ(clockIn(kZone, 1'711'846'799s + 999ms), "2024-03-31T01:59:59.999+01:00");
+  EXPECT_EQ(clockIn(kZone, 1'711'846'800s), "2024-03-31T03:00:00.000+02:00");
 }
 
 TEST(Describe, GivesJsonAllFields) {

@@ -78,7 +78,7 @@ class Live {
   std::vector<Record> records_;
 };
 
-// What a replay prints, without the times and the summary.
+// What a replay prints, without the times, the legend and the summary.
 Events replayed(const recording::Session& session) {
   testing::internal::CaptureStdout();
   EXPECT_TRUE(replay::play(session, {}));
@@ -87,6 +87,7 @@ Events replayed(const recording::Session& session) {
   constexpr std::size_t kTimeColumns = 9;
   for (std::string line; std::getline(lines, line);) events.push_back(line.substr(kTimeColumns));
   events.pop_back();
+  events.erase(events.begin());
   return events;
 }
 

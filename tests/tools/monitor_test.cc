@@ -40,7 +40,7 @@ TEST_F(MonitorTest, SaysWhatIsOpenPrintsTheEventsAndEndsAfterTheLastOneWanted) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
   const std::vector<std::string> lines = linesOf(result.out);
-  ASSERT_EQ(lines.size(), 8U);
+  ASSERT_EQ(lines.size(), 9U);
   EXPECT_EQ(lines[0], "Sources: mouse " + path_ + ", keyboard none, remote none");
   EXPECT_EQ(lines[1], "  mouse     " + path_);
   EXPECT_EQ(lines[2], "  keyboard  left out");
@@ -49,9 +49,10 @@ TEST_F(MonitorTest, SaysWhatIsOpenPrintsTheEventsAndEndsAfterTheLastOneWanted) {
       lines[4],
       "Keys that may type, modifiers and editing keys are shown as A, since this is not a terminal; --show-keycodes "
       "shows them.");
+  EXPECT_EQ(lines[5], "seconds  source    event       key or button   character, modifiers; position");
   EXPECT_EQ(eventsOf(result.out), (Events{"mouse move  5,7", "mouse up    right x1        5,7"}));
-  EXPECT_EQ(lines[7].rfind("2 events in ", 0), 0U);
-  EXPECT_NE(lines[7].find(" s: 0 keys, 1 move, 1 button"), std::string::npos);
+  EXPECT_EQ(lines[8].rfind("2 events in ", 0), 0U);
+  EXPECT_NE(lines[8].find(" s: 0 keys, 1 move, 1 button"), std::string::npos);
 }
 
 TEST_F(MonitorTest, LosesNothingOfABurst) {
@@ -140,16 +141,74 @@ TEST_F(MonitorTest, ShowsWhatWasTypedOnATerminal) {
   EXPECT_EQ(eventsOf(result.out), Events{"key down    H               'h'"});
 }
 
-TEST_F(MonitorTest, GivesJsonOnlyEvents) {
+TEST_F(MonitorTest, PrintsItsLegendOnceAndOnlyAboveEvents) {
+  node_.send({{EV_KEY, KEY_UP, 1}});
+  node_.send({{EV_KEY, KEY_UP, 0}});
+  const std::string out = run(keyboard({"--count", "2"})).out;
+  EXPECT_NE(out.find("\nseconds  source "), std::string::npos);
+  EXPECT_EQ(out.find("\nseconds  source "), out.rfind("\nseconds  source "));
+  Program program(keyboard());
+  ASSERT_TRUE(program.waitFor("Ctrl-C ends."));
+  program.signal(SIGINT);
+  EXPECT_EQ(program.finish().out.find("seconds  source "), std::string::npos);
+}
+
+// What follows a time of day of this zone.
+std::string afterClock(const std::string& text) {
+  const std::string zone = "+05:30";
+  const std::string form = "2026-11-23T04:46:05.301";
+  const std::size_t end = text.find(zone);
+  EXPECT_EQ(end, form.size()) << text;
+  for (const std::size_t at : {4U, 7U, 10U, 13U, 16U, 19U}) EXPECT_EQ(text[at], form[at]) << text;
+  return end == std::string::npos ? "" : text.substr(end + zone.size());
+}
+
+TEST_F(MonitorTest, PrintsTheTimeOfDayWhenAskedTo) {
+  const Arguments inZone = {"env", "TZ=IST-5:30"};
+  node_.send({{EV_KEY, KEY_UP, 1}});
+  const std::vector<std::string> lines = linesOf(run(keyboard({"--count", "1", "--clock"}), Output::kPipe, inZone).out);
+  EXPECT_EQ(lines[5].rfind("time of day                    source    event ", 0), 0U) << lines[5];
+  EXPECT_EQ(afterClock(lines[6]), "  keyboard  key down    Up");
+
+  node_.send({{EV_KEY, KEY_UP, 0}});
+  const Result json = run(keyboard({"--count", "1", "--clock", "--json"}), Output::kPipe, inZone);
+  for (const std::string& line : linesOf(json.out)) {
+    EXPECT_EQ(afterClock(nlohmann::json::parse(line)["clock"].get<std::string>()), "");
+  }
+}
+
+TEST_F(MonitorTest, GivesJsonOnlyOfTheSourcesAndEvents) {
   node_.send({{EV_KEY, KEY_ENTER, 1}});
   const Result result = run(keyboard({"--count", "1", "--json"}));
   EXPECT_EQ(result.status, 0);
-  auto event = nlohmann::json::parse(result.out);
+  const std::vector<std::string> lines = linesOf(result.out);
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(nlohmann::json::parse(lines[0])["kind"], "start");
+  auto event = nlohmann::json::parse(lines[1]);
   EXPECT_TRUE(event["time"].is_number());
   event.erase("time");
   EXPECT_EQ(event.dump(),
             R"({"action":"down","ch":13,"code":13,"key":"Enter","kind":"key","modifiers":[],"source":"keyboard"})");
   EXPECT_EQ(linesOf(result.err).front(), "Sources: mouse none, keyboard " + path_ + ", remote none");
+}
+
+TEST_F(MonitorTest, BeginsItsJsonWithTheSources) {
+  node_.send({{EV_KEY, KEY_UP, 1}});
+  const std::string missing = folder_.path("no\xff");
+  const Result result =
+      run({"monitor", "--json", "--count", "1", "--mouse", "none", "--keyboard", path_, "--lirc", missing});
+  ASSERT_EQ(linesOf(result.out).size(), 2U);
+  auto start = nlohmann::ordered_json::parse(linesOf(result.out)[0]);
+  EXPECT_TRUE(start["version"].is_string());
+  start.erase("version");
+  const std::string escaped = folder_.path("no\\ufffd");
+  EXPECT_EQ(start.dump(-1, ' ', true),
+            R"({"kind":"start","format":1,"sources":[{"source":"mouse","state":"left out"},)"
+            R"({"source":"keyboard","state":"open","path":")" +
+                path_ + R"("},{"source":"remote","state":"not open","path":")" + escaped + R"(","problem":")" +
+                escaped +
+                R"(: No such file or directory","remedy":"Is lircd running (systemctl status lircd)? )"
+                R"(Is this the socket that it writes to?"}]})");
 }
 
 TEST_F(MonitorTest, SaysWhereAnEventCameFrom) {

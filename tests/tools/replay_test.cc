@@ -45,6 +45,8 @@ std::string replayed(Arguments arguments) {
   return result.out;
 }
 
+const std::string kLegend = "seconds  source    event       key or button   character, modifiers; position\n";
+
 std::string record(const std::string& time, int type, int code, int value) {
   char text[64];
   std::snprintf(text, sizeof text, "E: %s %04x %04x %d\n", time.c_str(), static_cast<unsigned>(type),
@@ -74,12 +76,17 @@ TEST_P(SampleSession, GivesJsonOfWhichEachLineParses) {
   const Result result = run({"replay", "--json", sample(GetParam())});
   EXPECT_EQ(result.status, 0);
   const std::vector<std::string> lines = linesOf(result.out);
-  for (const std::string& line : lines) {
+  const auto start = nlohmann::json::parse(lines.front());
+  EXPECT_EQ(start["kind"], "start");
+  for (std::size_t i = 1; i < lines.size(); ++i) {
+    const std::string& line = lines[i];
     const auto event = nlohmann::json::parse(line);
     EXPECT_TRUE(event["time"].is_number());
+    const auto isItsSource = [&](const nlohmann::json& source) { return source["source"] == event["source"]; };
+    EXPECT_TRUE(std::any_of(start["sources"].begin(), start["sources"].end(), isItsSource)) << line;
     EXPECT_TRUE(event["kind"] == "key" || event["kind"] == "mouse") << line;
   }
-  // The text has a line for each event, and one more: the summary, which is on standard error here.
+  // The text has a line for each, a legend for the first, and one more: the summary, which is on standard error here.
   EXPECT_EQ(lines.size() + 1, linesOf(replayed({sample(GetParam())})).size());
   EXPECT_EQ(result.err, linesOf(replayed({sample(GetParam())})).back() + "\n");
 }
@@ -99,10 +106,10 @@ TEST(Replay, PlaysAFileAloneFromItsFirstRecord) {
                                                           record("1329846856.201613", EV_SYN, SYN_REPORT, 0) +
                                                           record("1329846857.201613", EV_KEY, KEY_UP, 0) +
                                                           record("1329846857.201613", EV_SYN, SYN_REPORT, 0));
-  EXPECT_EQ(replayed({file}),
-            "  0.000  keyboard  key down    Up\n"
-            "  1.000  keyboard  key up      Up\n"
-            "2 events in 1.000 s: 2 keys, 0 moves, 0 buttons\n");
+  EXPECT_EQ(replayed({file}), kLegend +
+                                  "  0.000  keyboard  key down    Up\n"
+                                  "  1.000  keyboard  key up      Up\n"
+                                  "2 events in 1.000 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
 TEST(Replay, PlaysADescriptionAndItsRecordsThatAreApart) {
@@ -157,13 +164,29 @@ TEST(Replay, PlaysFurtherNodesAsSourcesOfTheSameReader) {
                kDescription + press(KEY_LEFT) + record("0.020000", EV_KEY, KEY_LEFT, 0) + record("0.020000", 0, 0, 0));
   folder.write("node-2.evemu", kDescription + press(KEY_LEFTSHIFT));
   folder.write("keyboard.evemu", kDescription + press(KEY_UP));
-  EXPECT_EQ(replayed({folder.path("")}),
-            "  0.010  keyboard  key down    Up\n"
-            "  0.010  node 2    key down    Shift                shift\n"
-            "  0.010  node 8    key down    Left                 shift\n"
-            "  0.010  mouse     mouse down  left x1         0,0\n"
-            "  0.020  node 8    key up      Left                 shift\n"
-            "5 events in 0.020 s: 4 keys, 0 moves, 1 button\n");
+  EXPECT_EQ(replayed({folder.path("")}), kLegend +
+                                             "  0.010  keyboard  key down    Up\n"
+                                             "  0.010  node 2    key down    Shift                shift\n"
+                                             "  0.010  node 8    key down    Left                 shift\n"
+                                             "  0.010  mouse     mouse down  left x1         0,0\n"
+                                             "  0.020  node 8    key up      Left                 shift\n"
+                                             "5 events in 0.020 s: 4 keys, 0 moves, 1 button\n");
+}
+
+TEST(Replay, BeginsItsJsonWithTheSources) {
+  const Folder folder;
+  folder.write("node-2.evemu", kDescription + record("0.000001", EV_KEY, KEY_UP, 1) + record("0.000001", 0, 0, 0));
+  folder.write("mouse.evemu",
+               "N: M\xff\x1b\n" + std::string(kMouseCapabilities) + record("0.000001", EV_KEY, BTN_SIDE, 1));
+  folder.write("remote.lirc", "86000.000000 0 00 KEY_OK tv\n");
+  const std::vector<std::string> lines = linesOf(run({"replay", "--json", folder.path("")}).out);
+  auto start = nlohmann::ordered_json::parse(lines.at(0));
+  start.erase("version");
+  EXPECT_EQ(start.dump(-1, ' ', true),
+            R"({"kind":"start","format":1,"sources":[{"source":"mouse","state":"open","name":"M\ufffd\u001b"},)"
+            R"({"source":"remote","state":"open"},{"source":"node 2","state":"open","name":"Keyboard"}]})");
+  EXPECT_EQ(lines.at(1).rfind(R"({"time":0.000001,"source":"node 2","kind":"key",)", 0), 0U) << lines.at(1);
+  EXPECT_EQ(lines.at(2).rfind(R"({"time":86000.000000,"source":"remote",)", 0), 0U) << lines.at(2);
 }
 
 TEST(Replay, OfAFurtherNodeGivesWhatTheSameKeyboardGives) {
@@ -228,9 +251,10 @@ TEST(Replay, ShowsRecordsWithoutAnEventOnlyWhenAskedTo) {
                kDescription + record("0.000000", EV_KEY, BTN_SIDE, 1) + record("0.000000", EV_SYN, SYN_REPORT, 0));
   EXPECT_EQ(replayed({folder.path("")}), "0 events in 0.000 s: 0 keys, 0 moves, 0 buttons\n");
   EXPECT_EQ(run({"replay", "-v", folder.path("")}).out,
-            "  0.000  mouse     no event    BTN_SIDE 275    EV_KEY, value 1\n"
-            "0 events in 0.000 s: 0 keys, 0 moves, 0 buttons, 1 record without an event\n");
-  EXPECT_EQ(run({"replay", "-v", "--json", folder.path("")}).out, "");
+            kLegend +
+                "  0.000  mouse     no event    BTN_SIDE 275    EV_KEY, value 1\n"
+                "0 events in 0.000 s: 0 keys, 0 moves, 0 buttons, 1 record without an event\n");
+  EXPECT_EQ(linesOf(run({"replay", "-v", "--json", folder.path("")}).out).size(), 1U);
 }
 
 TEST(Replay, ShowsTheRemotesLinesAndTheirTimingWhenAskedTo) {
@@ -254,8 +278,9 @@ TEST(Replay, ShowsNothingOfAReportBeforeItsEnd) {
   const std::string report = record("1.000000", EV_REL, REL_X, 4) + record("1.030000", EV_REL, REL_Y, 2) +
                              record("1.060000", EV_SYN, SYN_REPORT, 0);
   EXPECT_EQ(replayed({folder.write("mouse.evemu", kMouseCapabilities + report)}),
-            "  0.060  mouse     mouse move  4,2\n"
-            "1 event in 0.060 s: 0 keys, 1 move, 0 buttons\n");
+            kLegend +
+                "  0.060  mouse     mouse move  4,2\n"
+                "1 event in 0.060 s: 0 keys, 1 move, 0 buttons\n");
 }
 
 TEST(Replay, KeepsThePointerOnTheScreen) {
@@ -272,10 +297,10 @@ TEST(Replay, ReadsEachRecordWhenItComes) {
   const std::string file = folder.write(
       "keys.evemu", kDescription + record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0) +
                         record("86399.987654", EV_KEY, KEY_UP, 0) + record("86399.987654", EV_SYN, 0, 0));
-  EXPECT_EQ(replayed({file}),
-            "  0.000  keyboard  key down    Up\n"
-            "86399.987  keyboard  key up      Up\n"
-            "2 events in 86399.987 s: 2 keys, 0 moves, 0 buttons\n");
+  EXPECT_EQ(replayed({file}), kLegend +
+                                  "  0.000  keyboard  key down    Up\n"
+                                  "86399.987  keyboard  key up      Up\n"
+                                  "2 events in 86399.987 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
 TEST(Replay, EndsAfterAReportThatDoesNotEnd) {
@@ -283,8 +308,9 @@ TEST(Replay, EndsAfterAReportThatDoesNotEnd) {
   const std::string press = record("0.000000", EV_KEY, KEY_UP, 1) + record("0.000000", EV_SYN, 0, 0);
   const std::string unfinished = record("1.000000", EV_KEY, KEY_UP, 0);
   EXPECT_EQ(replayed({folder.write("keys.evemu", kDescription + press + unfinished)}),
-            "  0.000  keyboard  key down    Up\n"
-            "1 event in 1.000 s: 1 key, 0 moves, 0 buttons\n");
+            kLegend +
+                "  0.000  keyboard  key down    Up\n"
+                "1 event in 1.000 s: 1 key, 0 moves, 0 buttons\n");
 }
 
 TEST(Replay, TakesEachOfTheRemotesLinesAlsoIfTheyComeTogether) {

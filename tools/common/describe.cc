@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "tools/common/code_names.h"
@@ -192,6 +193,21 @@ std::string describeTime(microseconds time) {
   char text[32];
   std::snprintf(text, sizeof text, "%" PRId64 ".%03" PRId64, std::int64_t{time.count() / 1000000},
                 std::int64_t{time.count() / 1000 % 1000});
+  return text;
+}
+
+std::string describeClock(std::chrono::system_clock::time_point time) {
+  const auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch());
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  std::tm local = {};
+  localtime_r(&seconds, &local);
+  char date[32];
+  char offset[8];
+  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
+  std::strftime(offset, sizeof offset, "%z", &local);
+  char text[64];
+  std::snprintf(text, sizeof text, "%s.%03d%.3s:%s", date, static_cast<int>(sinceEpoch.count() % 1000), offset,
+                offset + 3);
   return text;
 }
 

@@ -56,6 +56,9 @@ std::string describeSource(const Origin& origin);
 // `time` in seconds, as the text lines have it.
 std::string describeTime(microseconds time);
 
+// The time of day here, in ISO 8601: "2026-11-22T23:15:04.120+01:00".
+std::string describeClock(std::chrono::system_clock::time_point time);
+
 // The event with all its fields, such as
 //   {"kind":"key","action":"down","key":"A","code":65,"ch":97,"modifiers":["shift"]}
 //   {"kind":"mouse","action":"move","button":"none","x":312,"y":40,"clicks":0}

@@ -1,8 +1,11 @@
 #include "tools/common/event_printer.h"
 
+#include <chrono>
 #include <cinttypes>
 #include <nlohmann/json.hpp>
+#include <utility>
 
+#include "tools/common/columns.h"
 #include "tools/common/output.h"
 
 namespace quarlo::tools {
@@ -16,9 +19,11 @@ std::string jsonTime(microseconds time) {
   return text;
 }
 
-std::string jsonLine(microseconds time, const InputEvent& event, const Origin& origin) {
-  return "{\"time\":" + jsonTime(time) + ",\"source\":\"" + describeSource(origin) + "\"," +
-         toJson(event, origin).dump().substr(1);
+std::string describeNow() { return describeClock(std::chrono::system_clock::now()); }
+
+std::string dumped(const nlohmann::ordered_json& json) {
+  constexpr bool kAsciiOnly = true;
+  return json.dump(-1, ' ', kAsciiOnly, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 }  // namespace
@@ -46,21 +51,44 @@ std::string EventCounts::summary(microseconds duration, bool withEmptyRecords) c
   return text;
 }
 
+void EventPrinter::begin(const std::vector<SourceReport>& sources) const {
+  if (!options_.json) return;
+  nlohmann::ordered_json json;
+  json["kind"] = "start";
+  json["version"] = QUARLO_VERSION;
+  json["format"] = kJsonFormat;
+  if (options_.clock) json["clock"] = describeNow();
+  json["sources"] = nlohmann::ordered_json::array();
+  for (const SourceReport& source : sources) json["sources"].push_back(toJson(source));
+  std::printf("%s\n", dumped(json).c_str());
+  std::fflush(stdout);
+}
+
 bool EventPrinter::print(microseconds time, const InputEvent& event, const Origin& origin) {
   if (const std::optional<Origin> shown = masked(options_.mask, origin)) {
     counts_.add(event, origin);
-    printShown(time, masked(options_.mask, event, origin), *shown);
+    const InputEvent visible = masked(options_.mask, event, origin);
+    options_.json ? printJson(time, visible, *shown) : printText(time, visible, *shown);
   }
   const bool enough = options_.count != 0 && counts_.events() >= options_.count;
   return !enough && std::ferror(stdout) == 0;
 }
 
-void EventPrinter::printShown(microseconds time, const InputEvent& event, const Origin& origin) const {
-  if (!options_.json) {
-    std::printf("%7s  %s\n", describeTime(time).c_str(), describeWithSource(event, origin).c_str());
-  } else if (event.kind != InputEvent::kNoEvent) {
-    std::printf("%s\n", jsonLine(time, event, origin).c_str());
+void EventPrinter::printText(microseconds time, const InputEvent& event, const Origin& origin) {
+  if (!std::exchange(hasLegend_, true)) {
+    const std::string clock = leftAligned("time of day", describeNow().size());
+    std::printf("%s  source    event       key or button   character, modifiers; position\n",
+                options_.clock ? clock.c_str() : "seconds");
   }
+  const std::string when = options_.clock ? describeNow() : describeTime(time);
+  std::printf("%7s  %s\n", when.c_str(), describeWithSource(event, origin).c_str());
+}
+
+void EventPrinter::printJson(microseconds time, const InputEvent& event, const Origin& origin) const {
+  if (event.kind == InputEvent::kNoEvent) return;
+  const std::string clock = options_.clock ? "\"clock\":\"" + describeNow() + "\"," : "";
+  std::printf("{\"time\":%s,%s\"source\":\"%s\",%s\n", jsonTime(time).c_str(), clock.c_str(),
+              describeSource(origin).c_str(), toJson(event, origin).dump().c_str() + 1);
 }
 
 void EventPrinter::printSummary(microseconds duration) const {

@@ -1,17 +1,23 @@
-// Events on standard output, as `monitor` and `replay` print them: text lines or JSON objects, and a summary at the
-// end.
+// Events on standard output, as `monitor` and `replay` print them: text lines below a legend, or JSON objects behind
+// one that says what they are of, and a summary at the end.
 #pragma once
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "tools/common/describe.h"
 #include "tools/common/mask.h"
+#include "tools/common/sources.h"
 
 namespace quarlo::tools {
 
+// Changes when a program that reads the JSON could no longer do so. What is added does not change it.
+constexpr int kJsonFormat = 1;
+
 struct PrintOptions {
   bool json = false;
+  bool clock = false;  // print the time of day: in text in place of the time since the start, in JSON beside it
   Mask mask = Mask::kNothing;
   bool countEmptyRecords = false;  // in text, also print how many records gave no event
   long count = 0;                  // as many events are wanted; 0: any number
@@ -42,6 +48,9 @@ class EventPrinter {
  public:
   explicit EventPrinter(const PrintOptions& options) : options_(options) {}
 
+  // To call first. As JSON it prints what the events are of; text says so elsewhere, in its own way.
+  void begin(const std::vector<SourceReport>& sources) const;
+
   // Prints an event that came `time` after the start; kNoEvent, which only text has, stands for a record or a line
   // without one. Returns whether more are wanted: false after the last of `count`, and when standard output cannot be
   // written any more.
@@ -54,10 +63,12 @@ class EventPrinter {
   std::FILE* statusStream() const { return options_.json ? stderr : stdout; }
 
  private:
-  void printShown(microseconds time, const InputEvent& event, const Origin& origin) const;
+  void printText(microseconds time, const InputEvent& event, const Origin& origin);
+  void printJson(microseconds time, const InputEvent& event, const Origin& origin) const;
 
   PrintOptions options_;
   EventCounts counts_;
+  bool hasLegend_ = false;  // is printed
 };
 
 }  // namespace quarlo::tools

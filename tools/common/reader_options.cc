@@ -73,7 +73,9 @@ void addReaderOptions(CommandLine& line, ReaderOptions& options) {
     checkTimeout(loop->kind, loop->timeout.has_value());
     if (loop->kind == LoopKind::kPoll) options.pollTimeout = loop->timeout.value_or(kRoundTimeoutMs);
   });
-  line.addFlag("--json", options.json, "Print one JSON object per event; all else goes to standard error");
+  line.addFlag(
+      "--json", options.json,
+      "Print JSON, an object per line: what the sources are, then each event; all else goes to standard error");
   line.addCounter("-v,--verbose", options.verbosity,
                   "Show the reader's log, and records without an event; -vv: the remote's timing, too");
 }

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/evdev_node.h"
@@ -35,10 +36,13 @@ std::string pathOf(int fd) {
   return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : "descriptor " + std::to_string(fd);
 }
 
-std::string describeNode(const SourcePath& source, int fd) {
+std::string nameOfNode(int fd) {
   char name[256] = {};
-  const bool named = ioctl(fd, EVIOCGNAME(sizeof name - 1), name) != -1;
-  return (source ? *source : pathOf(fd)) + (named ? std::string("  ") + name : "");
+  return ioctl(fd, EVIOCGNAME(sizeof name - 1), name) != -1 ? name : "";
+}
+
+SourceReport reportOpen(const std::string& what, const std::string& path, const std::string& name) {
+  return {what, SourceState::kOpen, path + (name.empty() ? "" : "  " + name), "", path, name};
 }
 
 std::string describeSocket(int fd) {
@@ -109,20 +113,22 @@ std::string describeFurtherRequests(const std::vector<std::string>& paths) {
   return text;
 }
 
-SourceReport reportObstacle(const std::string& what, const Obstacle& obstacle) {
-  return {what, SourceState::kNotOpen, obstacle.reason, obstacle.remedy};
+SourceReport reportLeftOut(const std::string& what) { return {what, SourceState::kLeftOut, "", "", "", ""}; }
+
+SourceReport reportObstacle(const std::string& what, const SourcePath& source, const Obstacle& obstacle) {
+  return {what, SourceState::kNotOpen, obstacle.reason, obstacle.remedy, source.value_or(""), ""};
 }
 
 SourceReport reportNode(const std::string& what, const SourcePath& source, int fd) {
-  if (isLeftOut(source)) return {what, SourceState::kLeftOut, "", ""};
-  if (fd != -1) return {what, SourceState::kOpen, describeNode(source, fd), ""};
-  return reportObstacle(what, whyNodeIsNotOpen(source));
+  if (isLeftOut(source)) return reportLeftOut(what);
+  if (fd != -1) return reportOpen(what, source ? *source : pathOf(fd), nameOfNode(fd));
+  return reportObstacle(what, source, whyNodeIsNotOpen(source));
 }
 
 SourceReport reportSocket(const std::string& what, const SourcePath& source, int fd) {
-  if (isLeftOut(source)) return {what, SourceState::kLeftOut, "", ""};
-  if (fd != -1) return {what, SourceState::kOpen, describeSocket(fd), ""};
-  return reportObstacle(what, whySocketIsNotOpen(source));
+  if (isLeftOut(source)) return reportLeftOut(what);
+  if (fd != -1) return reportOpen(what, describeSocket(fd), "");
+  return reportObstacle(what, source, whySocketIsNotOpen(source));
 }
 
 std::string pathIfOpen(int fd) { return fd == -1 ? "" : pathOf(fd); }
@@ -142,8 +148,8 @@ void warnOfFound(const SourcePaths& paths, const SourceDescriptors& descriptors,
 
 std::string describeReport(const SourceReport& report) {
   switch (report.state) {
-    case SourceState::kLeftOut: return "left out";
-    case SourceState::kNotOpen: return "not open: " + report.text;
+    case SourceState::kLeftOut: return nameOf(report.state);
+    case SourceState::kNotOpen: return nameOf(report.state) + (": " + report.text);
     default: return report.text;
   }
 }
@@ -161,6 +167,31 @@ std::string sourceName(InputLoop::Source source) {
     case InputLoop::kRemote: return "remote";
     default: return "node " + std::to_string(source - InputLoop::kFurther + 1);
   }
+}
+
+InputLoop::Source furtherSource(std::size_t index) {
+  return static_cast<InputLoop::Source>(InputLoop::kFurther + index);
+}
+
+const char* nameOf(SourceState state) {
+  switch (state) {
+    case SourceState::kLeftOut: return "left out";
+    case SourceState::kNotOpen: return "not open";
+    case SourceState::kOpen: return "open";
+    default: return "gone";
+  }
+}
+
+nlohmann::ordered_json toJson(const SourceReport& report) {
+  nlohmann::ordered_json json;
+  json["source"] = report.what;
+  json["state"] = nameOf(report.state);
+  if (!report.path.empty()) json["path"] = report.path;
+  if (!report.name.empty()) json["name"] = report.name;
+  if (report.state == SourceState::kNotOpen) json["problem"] = report.text;
+  if (!report.remedy.empty()) json["remedy"] = report.remedy;
+  if (!report.warnings.empty()) json["warnings"] = report.warnings;
+  return json;
 }
 
 bool isLeftOut(const SourcePath& source) { return source == kLeaveOut; }
@@ -183,14 +214,14 @@ std::vector<SourceReport> reportSources(const SourcePaths& paths, const SourceDe
 }
 
 SourceReport reportFurtherNode(const SourcePaths& paths, std::size_t index, int error) {
-  const std::string what = sourceName(static_cast<InputLoop::Source>(InputLoop::kFurther + index));
+  const std::string what = sourceName(furtherSource(index));
   const std::string& path = paths.further[index];
   if (error != 0) {
     const Obstacle obstacle = whyNotOpened(path, error);
-    return {what, SourceState::kNotOpen, path + ": " + obstacle.reason, obstacle.remedy};
+    return {what, SourceState::kNotOpen, path + ": " + obstacle.reason, obstacle.remedy, path, ""};
   }
   const int fd = openForReading(path);
-  SourceReport report = {what, SourceState::kOpen, describeNode(path, fd), ""};
+  SourceReport report = reportOpen(what, path, nameOfNode(fd));
   close(fd);
   return report;
 }

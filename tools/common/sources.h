@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +18,9 @@ using SourcePath = std::optional<std::string>;
 
 // "mouse", "keyboard", "remote", "node 1", ...
 std::string sourceName(components::input::InputLoop::Source source);
+
+// The further node with this index.
+components::input::InputLoop::Source furtherSource(std::size_t index);
 
 // In place of a path: leave this source out.
 constexpr char kLeaveOut[] = "none";
@@ -37,14 +41,23 @@ struct SourceDescriptors {
 
 enum class SourceState { kLeftOut, kNotOpen, kOpen, kGone };
 
+// "left out", "not open", "open", "gone".
+const char* nameOf(SourceState state);
+
 // Of one source. It holds what paths and devices say, as it is: escape it before it reaches a terminal.
 struct SourceReport {
   std::string what;  // its sourceName()
   SourceState state = SourceState::kLeftOut;
   std::string text;                        // which it is, or why it is not open
   std::string remedy;                      // what to do if it is not open; empty if there is nothing
+  std::string path = {};                   // where it is open, or was to be opened; empty if that is not known
+  std::string name = {};                   // what an open device calls itself
   std::vector<std::string> warnings = {};  // what is wrong with what a search has found, and what to do, in sentences
 };
+
+// What is known of it, such as {"source":"mouse","state":"open","path":"/dev/input/event3","name":"USB Mouse"}, and of
+// one that is not open the problem and the remedy; of one that was searched for, the warnings, if there are any.
+nlohmann::ordered_json toJson(const SourceReport& report);
 
 bool isLeftOut(const SourcePath& source);
 

@@ -44,8 +44,11 @@ void addOptions(CommandLine& line, MonitorOptions& options) {
                "Show what is typed, also where the output is not a terminal");
   line.addFlag("--show-modifiers", options.shown.showModifiers,
                "There, show modifiers and editing keys, but not what is typed");
+  line.addFlag("--clock", options.clock,
+               "Print the time of day here, with the date, instead of the time since the start");
   line.addFlag("--tui", options.tui, "Show a screen that follows the devices, instead of lines");
   line.exclude("--tui", "--json");
+  line.exclude("--tui", "--clock");
   line.addCheck([&options] {
     if (!options.pollTimeout || options.further.empty()) return;
     throw ArgumentError("--also is for the loop that waits: leave out --loop poll, or the further nodes");

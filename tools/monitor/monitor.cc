@@ -233,6 +233,7 @@ int showEvents(const MonitorOptions& options, const std::vector<SourceReport>& r
 PrintOptions printOptions(const MonitorOptions& options) {
   PrintOptions result;
   result.json = options.json;
+  result.clock = options.clock;
   if (isatty(STDOUT_FILENO) == 0) result.mask = options.shown.mask();
   result.countEmptyRecords = options.verbosity > 0;
   result.count = options.count;
@@ -256,7 +257,9 @@ const char* whatIsHidden(Mask mask) {
 class Lines : public View {
  public:
   Lines(const MonitorOptions& options, const std::vector<SourceReport>& reports)
-      : options_(options), reports_(reports), printer_(printOptions(options)) {}
+      : options_(options), reports_(reports), printer_(printOptions(options)) {
+    printer_.begin(reports);
+  }
 
   bool show(microseconds time, const InputEvent& event, const Origin& origin) override {
     return printer_.print(time, event, origin);

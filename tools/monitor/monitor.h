@@ -8,9 +8,10 @@
 namespace quarlo::tools::monitor {
 
 struct MonitorOptions : ReaderOptions, SourcePaths {
-  long count = 0;     // end after so many events; 0: go on until a stop is requested
-  MaskOptions shown;  // where the output is not a terminal
-  bool tui = false;   // a screen instead of lines; not together with json
+  long count = 0;      // end after so many events; 0: go on until a stop is requested
+  MaskOptions shown;   // where the output is not a terminal
+  bool clock = false;  // print the time of day
+  bool tui = false;    // a screen instead of lines; not together with json
 };
 
 // Returns the exit status.

@@ -99,7 +99,7 @@ class ScreenModel {
   std::deque<std::string> lines_;
   std::optional<InputEvent> lastMove_;  // the last line is about it
   std::optional<InputLoop::Source> lastMoveSource_;
-  long moves_ = 0;                      // in that line
+  long moves_ = 0;  // in that line
 };
 
 }  // namespace quarlo::tools::monitor

@@ -116,10 +116,10 @@ struct StateLook {
 
 StateLook lookOf(SourceState state) {
   switch (state) {
-    case SourceState::kLeftOut: return {"left out", Style::kFaint};
-    case SourceState::kNotOpen: return {"not open", Style::kPlain};
-    case SourceState::kOpen: return {"open", Style::kGood};
-    default: return {"gone", Style::kBad};
+    case SourceState::kLeftOut: return {nameOf(state), Style::kFaint};
+    case SourceState::kNotOpen: return {nameOf(state), Style::kPlain};
+    case SourceState::kOpen: return {nameOf(state), Style::kGood};
+    default: return {nameOf(state), Style::kBad};
   }
 }
 

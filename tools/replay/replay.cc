@@ -23,6 +23,7 @@
 #include "tools/common/event_printer.h"
 #include "tools/common/output.h"
 #include "tools/common/reader_loop.h"
+#include "tools/common/sources.h"
 #include "tools/common/stop_request.h"
 
 namespace quarlo::tools::replay {
@@ -77,6 +78,23 @@ std::string firstFurtherNode(const Session& session) {
   return "";
 }
 
+// ---- What it is of -------------------------------------------------------------------------------
+
+void addSource(std::vector<SourceReport>& sources, InputLoop::Source source,
+               const std::optional<DeviceRecording>& device) {
+  if (device) sources.push_back({sourceName(source), SourceState::kOpen, device->name, "", "", device->name});
+}
+
+// Those that are recorded.
+std::vector<SourceReport> sourcesOf(const Session& session) {
+  std::vector<SourceReport> sources;
+  addSource(sources, InputLoop::kMouse, session.mouse);
+  addSource(sources, InputLoop::kKeyboard, session.keyboard);
+  if (session.remote) sources.push_back({sourceName(InputLoop::kRemote), SourceState::kOpen, "", "", "", ""});
+  for (std::size_t i = 0; i < session.further.size(); ++i) addSource(sources, furtherSource(i), session.further[i]);
+  return sources;
+}
+
 // ---- The environment ----------------------------------------------------------------------------
 
 using Environment = std::map<std::string, std::string>;
@@ -129,6 +147,7 @@ class Player {
   // false if the connection to the daemon was lost before the end.
   bool play() {
     setUp();
+    printer_.begin(sourcesOf(session_));
     while (!stopRequested() && playRound() && !connectionIsLost() && !hasEnded()) {
     }
     printer_.printSummary(elapsed());
@@ -156,7 +175,7 @@ class Player {
       const std::string path = recording::furtherNodeFile(i);
       if (!addNode(path, session_.further[i])) continue;
       loop_->join(path);
-      further_.push_back(static_cast<InputLoop::Source>(InputLoop::kFurther + i));
+      further_.push_back(furtherSource(i));
     }
     start_ = machine_.now();
     pacer_ = Pacer();
