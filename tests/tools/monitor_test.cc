@@ -406,6 +406,13 @@ TEST_F(MonitorTest, ShowsTheRemotesLinesEscaped) {
   EXPECT_TRUE(isHarmless(result.out + result.err)) << result.out << result.err;
 }
 
+TEST_F(MonitorTest, WarnsOfCutLinesInTheLogOfALoopThatPolls) {
+  const std::string socket = folder_.path("lircd");
+  Daemon daemon(socket);
+  Program program({"monitor", "-v", "--loop", "poll", "--mouse", "none", "--keyboard", "none", "--lirc", socket});
+  EXPECT_TRUE(program.waitFor("\n\"LIRC unknown:\" with a number or the remote's name is not a button, "));
+}
+
 TEST_F(MonitorTest, IntoAClosedPipeFailsQuietly) {
   const Result result = run(keyboard(), Output::kClosedPipe);
   EXPECT_EQ(result.status, 1);

@@ -273,6 +273,20 @@ TEST(Replay, ShowsTheRemotesLinesAndTheirTimingWhenAskedTo) {
                                                   "VERBOSE10 LIRC key repeat mode stopped.\n");
 }
 
+TEST(Replay, WarnsOfCutLinesInTheLogOfALoopThatPolls) {
+  const Folder folder;
+  const std::string file = folder.write("tv.lirc", "0.000000 0 00 KEY_OK tv\n");
+  const std::string remark =
+      "\"LIRC unknown:\" with a number or the remote's name is not a button, but a line that a late poll has cut.";
+  EXPECT_EQ(linesOf(run({"replay", "-v", "--loop", "poll", file}).out).front(), remark);
+  EXPECT_NE(run({"replay", "-v", "--json", "--loop", "poll", file}).err.find("\n" + remark + "\n"), std::string::npos);
+  for (const Arguments& options :
+       {Arguments{"replay", file}, Arguments{"replay", "-v", file}, Arguments{"replay", "--loop", "poll", file},
+        Arguments{"replay", "-v", "--loop", "poll", sample("desk")}}) {
+    EXPECT_EQ(run(options).out.find("LIRC unknown"), std::string::npos);
+  }
+}
+
 TEST(Replay, ShowsNothingOfAReportBeforeItsEnd) {
   const Folder folder;
   const std::string report = record("1.000000", EV_REL, REL_X, 4) + record("1.030000", EV_REL, REL_Y, 2) +

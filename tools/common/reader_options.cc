@@ -80,6 +80,12 @@ void addReaderOptions(CommandLine& line, ReaderOptions& options) {
                   "Show the reader's log, and records without an event; -vv: the remote's timing, too");
 }
 
+// A read takes several lines at once if it comes late, and the next one then begins in the middle of a line.
+const char* remarkOnLog(const ReaderOptions& options) {
+  if (options.verbosity == 0 || !options.pollTimeout) return nullptr;
+  return "\"LIRC unknown:\" with a number or the remote's name is not a button, but a line that a late poll has cut.";
+}
+
 ReaderLoop::Empty emptyToShow(const ReaderOptions& options) {
   return options.verbosity > 0 ? ReaderLoop::Empty::kAll : ReaderLoop::Empty::kUnknown;
 }

@@ -30,6 +30,9 @@ struct ReaderOptions {
 
 void addReaderOptions(CommandLine& line, ReaderOptions& options);
 
+// What must be known of the log, with a remote, that only a loop that polls has; null if there is nothing.
+const char* remarkOnLog(const ReaderOptions& options);
+
 // What is shown beside events.
 ReaderLoop::Empty emptyToShow(const ReaderOptions& options);
 

@@ -10,12 +10,18 @@ constexpr long kMaxCount = 2147483647;
 
 constexpr char kHelp[] =
     R"(First says which of mouse, keyboard and remote are open, why each other one is
-not, and what to do about it. Then prints one line per event until Ctrl-C, with
-the time since the start in seconds. While it runs in the foreground, what is
-typed at its terminal does not show, and reaches no shell.
+not, and what to do about it. Then prints one line per event until Ctrl-C: the
+time since the start, the source, what it is, the key by the reader's name for
+it. A key that the reader does not know is key 0, with its name and code in
+Linux. A remote's button that it does not know gives no event, and is shown by
+its name. With --loop poll, such a button is not shown, and the source of what
+the remote did not send is "unknown" if both mouse and keyboard are open. While
+it runs in the foreground, what is typed at its terminal does not show, and
+reaches no shell.
 
 Where the output is not a terminal, only keys that are known not to type are
-shown; all others, modifiers and editing keys are shown as A. Not hidden are:
+shown; all others, modifiers and editing keys are shown as A, and names of
+buttons that the reader does not know as (hidden). Not hidden are:
 how many keys were pressed, and when; arrows, OK and clicks, which type on an
 on-screen keyboard; the remote's lines, which -v writes to standard error.
 

@@ -398,6 +398,8 @@ int run(const MonitorOptions& options) {
   if (!anyIsOpen(reports)) return fail("no source is open");
 
   if (const char* hidden = whatIsHidden(mask)) std::fprintf(status, "%s\n", hidden);
+  const char* remark = remarkOnLog(options);
+  if (reader.lircFd != -1 && remark != nullptr) std::fprintf(status, "%s\n", remark);
   if (options.count == 0) std::fprintf(status, "Ctrl-C ends.\n");
   std::fflush(status);
   return showEvents(options, reports, reader, loop, *openView(options, reports, reader));

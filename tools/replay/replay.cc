@@ -148,6 +148,8 @@ class Player {
   bool play() {
     setUp();
     printer_.begin(sourcesOf(session_));
+    const char* remark = remarkOnLog(options_);
+    if (session_.remote && remark != nullptr) std::fprintf(printer_.statusStream(), "%s\n", remark);
     while (!stopRequested() && playRound() && !connectionIsLost() && !hasEnded()) {
     }
     printer_.printSummary(elapsed());
