@@ -213,6 +213,11 @@ void Kernel::signalAfter(microseconds delay) {
   after(delay, [this] { interrupted_ = true; });
 }
 
+std::optional<microseconds> Kernel::untilNext() const {
+  if (happenings_.empty()) return std::nullopt;
+  return std::max(happenings_.begin()->first - time_, microseconds(0));
+}
+
 void Kernel::runUntil(microseconds time) {
   while (!happenings_.empty() && happenings_.begin()->first <= time) {
     const auto next = happenings_.begin();

@@ -111,6 +111,7 @@ class Kernel final : public Timers {
   void cancelInBackground(Happenings::iterator happening) override;
   void signalAfter(microseconds delay);
   bool hasScheduled() const { return happenings_.size() > background_; }
+  std::optional<microseconds> untilNext() const;
   bool hasUnread() const;
   void onWait(std::function<void(microseconds)> pace) { pace_ = std::move(pace); }
 

@@ -141,6 +141,7 @@ void Machine::after(microseconds delay, std::function<void()> happening) {
 void Machine::setCallTime(microseconds time) { kernel_->setCallTime(time); }
 void Machine::signalAfter(microseconds delay) { kernel_->signalAfter(delay); }
 bool Machine::hasScheduled() const { return kernel_->hasScheduled(); }
+std::optional<microseconds> Machine::untilNext() const { return kernel_->untilNext(); }
 bool Machine::hasUnread() const { return kernel_->hasUnread(); }
 void Machine::onWait(std::function<void(microseconds)> pace) { kernel_->onWait(std::move(pace)); }
 void Machine::fail(Call call, int count, int error) { kernel_->fail(call, count, error); }

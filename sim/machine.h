@@ -242,6 +242,9 @@ class Machine {
   // Whether something is still scheduled, other than the auto-repeat of a key that is held.
   bool hasScheduled() const;
 
+  // How long it takes until something that is scheduled happens, that auto-repeat included; none: nothing is.
+  std::optional<microseconds> untilNext() const;
+
   // Whether an open descriptor has something to read: records of a node, or text of a daemon. An error or the end of a
   // stream does not count.
   bool hasUnread() const;

@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,7 @@ TEST(Machine, StartsWithNothingOnIt) {
   EXPECT_EQ(getenv("LIRC_REPEAT_TIMEOUT"), nullptr);
   EXPECT_EQ(getenv("LIRC_RELEASE_TIMEOUT"), nullptr);
   EXPECT_FALSE(machine.hasScheduled());
+  EXPECT_EQ(machine.untilNext(), std::nullopt);
   EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
@@ -124,6 +126,7 @@ TEST(Machine, RunsWhatIsScheduledInOrderAtItsTime) {
   const std::vector<std::pair<int, microseconds>> expected = {{1, 10ms}, {2, 20ms}, {3, 20ms}};
   EXPECT_EQ(happened, expected);
   EXPECT_TRUE(machine.hasScheduled());
+  EXPECT_EQ(machine.untilNext(), 20ms);
 }
 
 TEST(Select, ReturnsAtTheTimeOfTheInputWithTheTimeThatIsLeft) {
