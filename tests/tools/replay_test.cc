@@ -347,6 +347,20 @@ TEST(Replay, ALoopThatPollsWaitsAsLongAsTheTimeoutSays) {
   EXPECT_NE(out.find("  0.500  keyboard  key down  "), std::string::npos) << out;
 }
 
+// Whatever it passes over, the polls after it come at the times at which they would have come.
+TEST(Replay, ALoopThatPollsKeepsItsPaceThroughADay) {
+  const Folder folder;
+  folder.write("keyboard.evemu", kDescription + record("0.003000", EV_KEY, KEY_UP, 1) + record("0.003000", 0, 0, 0) +
+                                     record("86399.999000", EV_KEY, KEY_UP, 0) + record("86399.999000", 0, 0, 0));
+  folder.write("remote.lirc", "1.000000 0 00 KEY_OK tv\n43200.000000 0 00 KEY_OK tv\n");
+  EXPECT_EQ(replayed({"--loop", "poll", "--timeout", "7", folder.path("")}),
+            "  0.003  key down    Up\n"
+            "  1.004  key down    Enter           13\n"
+            "43200.000  key down    Enter           13\n"
+            "86400.004  key up      Up\n"
+            "4 events in 86400.011 s: 4 keys, 0 moves, 0 buttons\n");
+}
+
 TEST(Replay, TakesTheRemotesTimeoutsFromTheEnvironmentOnlyWhenAskedTo) {
   const std::size_t events = eventsOf(replayed({sample("sofa")})).size();
   setenv("LIRC_RELEASE_TIMEOUT", "1000", 1);

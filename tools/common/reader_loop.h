@@ -42,6 +42,10 @@ class ReaderLoop {
   // open, that it is of that.
   Origin origin() const;
 
+  // In how many ms a round without input does something: what the reader does of a remote's key that is held. -1: in
+  // none.
+  int dueMs() const { return loop_.timeoutMs(); }
+
   // Whether next() has more to do at once, although a round has ended. One that polls does not know.
   bool hasMore() const { return !polls() && loop_.timeoutMs() == 0; }
 

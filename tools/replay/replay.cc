@@ -150,8 +150,7 @@ class Player {
     printer_.begin(sourcesOf(session_));
     const char* remark = remarkOnLog(options_);
     if (session_.remote && remark != nullptr) std::fprintf(printer_.statusStream(), "%s\n", remark);
-    while (!stopRequested() && playRound() && !connectionIsLost() && !hasEnded()) {
-    }
+    while (!stopRequested() && playRound() && !connectionIsLost() && !hasEnded()) passOverIdlePolls();
     printer_.printSummary(elapsed());
     return !connectionIsLost();
   }
@@ -188,13 +187,17 @@ class Player {
 
   // Returns whether to go on.
   bool playRound() {
+    const microseconds begin = elapsed();
+    const bool hadUnread = machine_.hasUnread();
+    const std::optional<microseconds> untilNext = machine_.untilNext();
     loop_->wait(longestWaitMs());
     InputEvent event = {};
     bool goOn = true;
-    while (goOn && !stopRequested() && loop_->next(event)) {
-      goOn = printer_.print(elapsed(), event, origin());
-    }
+    long events = 0;
+    for (; goOn && !stopRequested() && loop_->next(event); ++events) goOn = printer_.print(elapsed(), event, origin());
     keepPace(elapsed());  // polls take some of the machine's time without a wait
+    roundTime_ = elapsed() - begin;
+    roundWasIdle_ = events == 0 && roundTime_ > 0us && !hadUnread && untilNext && *untilNext > roundTime_;
     return goOn;
   }
 
@@ -207,12 +210,31 @@ class Player {
     return origin;
   }
 
+  // The rounds of a loop that polls are all the same until something happens, or is due. All but the last of them leave
+  // nothing behind that this one does not, so they are passed over.
+  void passOverIdlePolls() {
+    if (!loop_->polls() || options_.realtime || !roundWasIdle_) return;
+    const auto rounds = idleTime() / roundTime_;
+    if (rounds > 1) machine_.advance((rounds - 1) * roundTime_);
+  }
+
+  // For how long rounds will go on like the last one, which found nothing. While a remote's key is held, the reader
+  // waits for less and less milliseconds, and then, until it forgets the key, not at all.
+  microseconds idleTime() const {
+    const microseconds untilNext = machine_.untilNext().value_or(0us);
+    const bool hasWaited = roundTime_ >= 1ms;
+    if (hasWaited == isKeyHeld()) return 0us;
+    if (hasWaited) return untilNext;
+    constexpr auto kRounding = 2ms;
+    return std::min<microseconds>(untilNext, std::chrono::milliseconds(loop_->dueMs()) - kRounding);
+  }
+
   // How long the loop may sleep, in ms: until all has happened, which need not wake it, and the remote's key is
   // forgotten.
   int longestWaitMs() const {
     microseconds end(0);
     if (machine_.hasScheduled()) {
-      end = lengthOf(session_);
+      end = length_;
     } else if (isKeyHeld() && lastHappened_) {
       end = *lastHappened_ + kLongestRelease;
     }
@@ -254,6 +276,7 @@ class Player {
 
   const Session& session_;
   const ReplayOptions& options_;
+  const microseconds length_ = lengthOf(session_);
   EventPrinter printer_{printOptions(options_)};
   sim::Machine machine_;
   std::vector<std::pair<sim::Node*, const std::vector<Record>*>> nodes_;
@@ -264,6 +287,8 @@ class Player {
   microseconds start_{0};
   Pacer pacer_;
   std::optional<microseconds> lastHappened_;  // since then nothing new comes
+  microseconds roundTime_{0};                 // how long the last round took
+  bool roundWasIdle_ = false;                 // it found nothing, and nothing happened in it
   bool nothingUnread_ = false;                // after the last round, once nothing new comes
 };
 
