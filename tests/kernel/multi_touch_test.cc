@@ -121,7 +121,8 @@ recording::DeviceDescription asWritten(const test::Description& device) {
 class MultiTouchTest : public testing::Test {
  protected:
   MultiTouchTest() {
-    recording::SessionWriter writer(session, "a swipe", recording::Access::kByUmask);
+    const recording::CodeNames unnamed = {[](int) { return std::string(); }, [](int, int) { return std::string(); }};
+    recording::SessionWriter writer(session, "a swipe", recording::Access::kByUmask, unnamed);
     recording::FileWriter& file = writer.addMouse(asWritten(touchpad()));
     for (const Record& record : swipe.records()) file.write(record);
     writer.close();
