@@ -1,6 +1,6 @@
 // `quarlo-input list` on a real kernel, and the warnings of `monitor`.
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <linux/input.h>
 
 #include <csignal>
 #include <cstdio>
@@ -12,6 +12,7 @@
 
 #include "tests/scenario/uinput.h"
 #include "tests/support/devices.h"
+#include "tests/support/infrared.h"
 #include "tests/tools/program.h"
 
 namespace quarlo::tools {
@@ -118,6 +119,41 @@ TEST_F(ListTest, AReceiversKeyboardWithoutLettersIsWarnedOfAlsoByMonitor) {
                               " has. Pass that one by its path: --keyboard " + letters + "\n"));
   monitor.signal(SIGINT);
   EXPECT_EQ(monitor.finish().status, 0);
+}
+
+// A node of rc-core, with a sysfs that the kernel made.
+TEST_F(ListTest, ARemoteThatTheKernelDecodesIsToBePassedByItsPath) {
+  const test::InfraredReceiver receiver;
+  receiver.setKey(0x0401, KEY_UP);
+  receiver.decode("nec");
+  const json node = list().at(receiver.node());
+  EXPECT_EQ(node["class"], "remote");
+  EXPECT_EQ(node["verdict"], "not taken");
+  EXPECT_EQ(node["delivers"], json({"keys", "unknown keys", "motion"}));
+  EXPECT_EQ(node["repeat"], json({{"delayMs", 500}, {"periodMs", 125}}));
+  EXPECT_EQ(node["rc"]["device"], "rc0");
+  EXPECT_EQ(node["rc"]["driver"], "rc-loopback");
+  EXPECT_EQ(node["rc"]["active"], json({"nec", "lirc"}));
+  EXPECT_EQ(node["rc"]["lirc"], receiver.device());
+  const std::string remedy = node["remedy"];
+  EXPECT_EQ(remedy.find("Pass it by its path: --keyboard " + receiver.node()), 0U) << remedy;
+  EXPECT_NE(remedy.find("`ir-keytable -s rc0 -D 500 -P 125`"), std::string::npos) << remedy;
+}
+
+TEST_F(ListTest, AReceiverWhoseLightOnlyADaemonDecodesSaysSo) {
+  const test::InfraredReceiver receiver;
+  receiver.decode("none");
+  const json node = list().at(receiver.node());
+  EXPECT_EQ(node["rc"]["active"], json({"lirc"}));
+  EXPECT_EQ(node["remedy"].get<std::string>().find("The kernel decodes nothing for it now"), 0U) << node["remedy"];
+}
+
+TEST_F(ListTest, ARemoteWithALeftButtonAmongItsKeysIsWarnedOf) {
+  const test::InfraredReceiver receiver;
+  receiver.setKey(0x0401, BTN_LEFT);
+  const json node = list().at(receiver.node());
+  EXPECT_EQ(node["class"], "remote");
+  EXPECT_EQ(warningsOf(node), "remote-as-mouse ");
 }
 
 TEST_F(ListTest, MonitorDoesNotWarnOfWhatWasAskedFor) {
