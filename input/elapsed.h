@@ -26,7 +26,7 @@ inline void readClock(timeval& now) {
   gettimeofday(&now, nullptr);
 }
 
-// The ms from `then` to the present, which goes to `now`.
+// The ms since `then`. What the clock says goes to `now`.
 inline std::int32_t elapsedMs(const timeval& then, timeval& now) {
   readClock(now);
   const std::int32_t us = wrap(static_cast<std::uint32_t>(now.tv_usec) - static_cast<std::uint32_t>(then.tv_usec));
