@@ -40,6 +40,7 @@ std::unique_ptr<Contestant> openReader(const Paths& paths);    // the component
 std::unique_ptr<Contestant> openLoop(const Paths& paths);      // the component, waited for by its companion
 std::unique_ptr<Contestant> openWaking(const Paths& paths);    // the component, called when there is input
 std::unique_ptr<Contestant> openLibevdev(const Paths& paths);  // libevdev, libxkbcommon and LIRC's client library
+std::unique_ptr<Contestant> openLines(const Paths& paths);     // the same, but the remote's lines taken apart by itself
 std::unique_ptr<Contestant> openLibinput(const Paths& paths);  // libinput, libxkbcommon and LIRC's client library
 
 struct Entry {

@@ -19,7 +19,8 @@ loops      by measurement and loop (reader: its 10 ms; waking: its readInput() b
            2000Hz, 4000Hz, 8000Hz: the mouse's steps and clicks that the application has seen, the steps that read()
            gave, the records SYN_DROPPED, and the gaps in the reports that no such record explains;
            lateness: median and p90 in ms; daemon, both: frames drawn while the daemon, or the mouse too, floods
-size       by object (reader, loop) and target: bytes of code, data, the largest frame of a function, and of the deepest chain
+size       by object (reader, loop, sources) and target: bytes of code, of position-independent code (pie), of data, of the
+           largest frame of a function, and of the deepest chain
 allocators how many allocators the component's object names
 
 What could not be measured is left out: a peer that is not there, what libinput cannot do.

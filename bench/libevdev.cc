@@ -35,6 +35,8 @@ class Device {
   libevdev* device_ = nullptr;
 };
 
+// Remote: LircClient or LircLines.
+template <typename Remote>
 class Libevdev final : public Contestant {
  public:
   explicit Libevdev(const Paths& paths) : mouse_(paths.mouse), keyboard_(paths.keyboard), remote_(paths.remote) {}
@@ -84,7 +86,7 @@ class Libevdev final : public Contestant {
   Device mouse_;
   Device keyboard_;
   XkbKeyboard xkb_;
-  LircClient remote_;
+  Remote remote_;
   Pointer pointer_;
   pollfd sources_[3] = {{keyboard_.fd(), POLLIN, 0}, {mouse_.fd(), POLLIN, 0}, {remote_.fd(), POLLIN, 0}};
   bool isDraining_ = false;
@@ -92,6 +94,8 @@ class Libevdev final : public Contestant {
 
 }  // namespace
 
-std::unique_ptr<Contestant> openLibevdev(const Paths& paths) { return std::make_unique<Libevdev>(paths); }
+std::unique_ptr<Contestant> openLibevdev(const Paths& paths) { return std::make_unique<Libevdev<LircClient>>(paths); }
+
+std::unique_ptr<Contestant> openLines(const Paths& paths) { return std::make_unique<Libevdev<LircLines>>(paths); }
 
 }  // namespace quarlo::bench

@@ -29,7 +29,7 @@ namespace {
 constexpr Entry kContestants[] = {
     {"bare", openBare, false, false},        {"reader", openReader, true, false}, {"loop", openLoop, true, false},
 #ifdef QUARLO_BENCH_LIBEVDEV
-    {"libevdev", openLibevdev, true, false},
+    {"libevdev", openLibevdev, true, false}, {"lines", openLines, true, false},
 #endif
 #ifdef QUARLO_BENCH_LIBINPUT
     {"libinput", openLibinput, true, true},

@@ -33,7 +33,8 @@ LOOP_BENCH = BIN / "loop_bench"
 GUEST = FOLDER / "guest"
 
 LIBRARIES = ("libevdev", "libinput", "xkbcommon", "lirc")
-COMPILERS = {"armhf": "arm-linux-gnueabihf-g++-12", "i386": "i686-linux-gnu-g++-12"}
+COMPILERS = {"armhf": "arm-linux-gnueabihf-g++-12", "i386": "i686-linux-gnu-g++-12", "mipsel": "mipsel-linux-gnu-g++-12",
+             "arm64": "aarch64-linux-gnu-g++-12", "amd64": "g++-12"}
 ALLOCATORS = re.compile(r"malloc|calloc|realloc|strdup|_Zn[aw]")
 
 
@@ -51,7 +52,7 @@ def run(*command, **how):
 
 
 def contestants():
-    peers = ["libevdev"] if (BIN / "start_libevdev").exists() else []
+    peers = ["libevdev", "lines"] if (BIN / "start_libevdev").exists() else []
     return ["bare", "reader", "loop", *peers, "batch"]
 
 

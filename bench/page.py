@@ -24,6 +24,7 @@ RATIO_TARGETS = (
 )
 SIZE_TARGETS = (
     ("code and read-only data, bytes", "reader", "code", {"armhf": "5120", "i386": "6656"}),
+    ("the same, position-independent", "reader", "pie", {"armhf": "5200"}),
     ("stack of a function, bytes", "reader", "function", {"armhf": "384", "i386": "384"}),
     ("stack of the deepest chain, bytes", "reader", "chain", {"armhf": "768", "i386": "768"}),
     ("InputLoop: code and read-only data, bytes", "loop", "code", {"armhf": "2560"}),
@@ -171,7 +172,7 @@ def calls(figures):
         found = find(figures, "calls", workload, contestant)
         return MISSING if found is None else f"{found['wait']} {found['waits']:.3g}, read {found['reads']:.3g}"
 
-    return table(text_of, ("bare", "reader", "loop", "libevdev", "batch"), (*WORKLOADS, IDLE))
+    return table(text_of, ("bare", "reader", "loop", "libevdev", "lines", "batch"), (*WORKLOADS, IDLE))
 
 
 def time_ratios(figures):
@@ -179,7 +180,7 @@ def time_ratios(figures):
         found = find(figures, "time", workload, contestant)
         return MISSING if found is None else f"{found['ratio']:.2f} ({found['lower']:.2f} to {found['upper']:.2f})"
 
-    return table(text_of, ("reader", "loop", "libevdev", "batch"), WORKLOADS)
+    return table(text_of, ("reader", "loop", "libevdev", "lines", "batch"), WORKLOADS)
 
 
 SECONDS_PER_TAP = 2
@@ -224,17 +225,17 @@ def lookups(figures):
 
 def sizes(figures):
     for whose, title in OBJECTS.items():
-        for name in ("armhf", "i386"):
-            yield row(f"{title}, {name}", *(shown(find(figures, "size", whose, name, what), ".0f")
-                                            for what in ("code", "data", "function", "chain")))
+        for name, size in figures["size"][whose].items():
+            yield row(f"{title}, {name}", *(shown(find(size, what), ".0f")
+                                            for what in ("code", "pie", "data", "function", "chain")))
 
 
 # ---- All of it -----------------------------------------------------------------------------------
 
 
 def page(figures):
-    everyone = ("bare", "reader", "loop", "libevdev", "libinput", "batch")
-    with_fifos = ("bare", "reader", "loop", "libevdev", "batch")
+    everyone = ("bare", "reader", "loop", "libevdev", "lines", "libinput", "batch")
+    with_fifos = ("bare", "reader", "loop", "libevdev", "lines", "batch")
     return string.Template(TEMPLATE.read_text()).substitute(
         figures["machine"],
         **figures["rounds"],

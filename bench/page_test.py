@@ -34,6 +34,7 @@ class PageTest(unittest.TestCase):
         for what in ("time", "user", "amd64", "amd64_again", "calls"):
             for row in self.figures[what].values():
                 row.pop("libevdev", None)
+                row.pop("lines", None)
                 row.pop("libinput", None)
         del self.figures["start"]["libevdev"], self.figures["start"]["libinput"]
         self.figures["lookup"] = {}
@@ -42,9 +43,9 @@ class PageTest(unittest.TestCase):
                          "| one key to what it types | instructions | ≤ 40 | – | not measured |",
                          "| start to the first event, to libinput's | static | ≤ 0.333 | – | not measured |",
                          "The floor itself, in libinput's instructions: typing –, motion –, backlog –, remote –.",
-                         "| typing | 2606 | 2692 | 1006 | – | – | 1107 |",
-                         "| typing | select 2, read 6 | select 2, read 6 | poll 1, read 1 | – | poll 2, read 1 |",
-                         "| typing | 1.09 (0.98 to 1.14) | 0.36 (0.34 to 0.39) | – | 0.39 (0.36 to 0.41) |",
+                         "| typing | 2606 | 2692 | 1006 | – | – | – | 1107 |",
+                         "| typing | select 2, read 6 | select 2, read 6 | poll 1, read 1 | – | – | poll 2, read 1 |",
+                         "| typing | 1.09 (0.98 to 1.14) | 0.36 (0.34 to 0.39) | – | – | 0.39 (0.36 to 0.41) |",
                          "| libevdev, libxkbcommon, LIRC's client | – | – |",
                          "| `translateKey()` | – | – |"):
             self.assertIn(expected, lines)

@@ -2,16 +2,20 @@
 
 #include <fcntl.h>
 #include <lirc_client.h>
+#include <unistd.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 #include "bench/fail.h"
+#include "bench/opening.h"
 
 namespace quarlo::bench {
 
@@ -114,6 +118,19 @@ const std::unordered_map<std::string_view, Button>& buttons() {
   return table;
 }
 
+// Fills `event` with a key-down. Returns false for a button that nobody knows.
+bool press(std::string_view name, InputEvent& event) {
+  const auto button = buttons().find(name);
+  if (button == buttons().end()) return false;
+  event.kind = InputEvent::kKeyEvent;
+  event.flags = 0;
+  event.keyData.action = InputEvent::KeyData::kDown;
+  event.keyData.key = button->second.key;
+  event.keyData.ch = button->second.ch;
+  event.keyData.modifiers = KeyInput::kNoModifier;
+  return true;
+}
+
 }  // namespace
 
 LircClient::LircClient(const std::string& socket) {
@@ -131,17 +148,41 @@ bool LircClient::read(InputEvent& event) const {
   char name[32];
   const bool isLine = std::sscanf(line, "%*s %x %31s", &repeat, name) == 2;
   std::free(line);
-  if (!isLine || repeat != 0) return false;
-  const auto button = buttons().find(name);
-  if (button == buttons().end()) return false;
+  return isLine && repeat == 0 && press(name, event);
+}
 
-  event.kind = InputEvent::kKeyEvent;
-  event.flags = 0;
-  event.keyData.action = InputEvent::KeyData::kDown;
-  event.keyData.key = button->second.key;
-  event.keyData.ch = button->second.ch;
-  event.keyData.modifiers = KeyInput::kNoModifier;
-  return true;
+LircLines::LircLines(const std::string& socket) : fd_(connectTo(socket)) {}
+
+LircLines::~LircLines() { close(fd_); }
+
+bool LircLines::nextLine(std::string_view& line) {
+  for (;;) {
+    const char* const begin = text_ + begin_;
+    if (const void* end = std::memchr(begin, '\n', end_ - begin_)) {
+      line = {begin, static_cast<std::size_t>(static_cast<const char*>(end) - begin)};
+      begin_ += line.size() + 1;
+      return true;
+    }
+    std::memmove(text_, begin, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+    const ssize_t size = ::read(fd_, text_ + end_, sizeof text_ - end_);
+    if (size <= 0) return false;
+    end_ += static_cast<std::size_t>(size);
+  }
+}
+
+// A line is "code repeat-count button-name remote-name".
+bool LircLines::read(InputEvent& event) {
+  std::string_view line;
+  if (!nextLine(line)) return false;
+  const std::size_t count = line.find(' ') + 1;
+  const std::size_t name = line.find(' ', count) + 1;
+  const std::size_t end = line.find(' ', name);
+  if (count == 0 || name == 0 || end == std::string_view::npos) return false;
+  unsigned repeat = 0;
+  std::from_chars(line.data() + count, line.data() + name - 1, repeat, 16);
+  return repeat == 0 && press(line.substr(name, end - name), event);
 }
 
 }  // namespace quarlo::bench

@@ -1,10 +1,12 @@
-// What the peers share: libxkbcommon for the keyboard, LIRC's client library for the remote, and the little that turns
-// what these say into our events.
+// What the peers share: libxkbcommon for the keyboard, LIRC's client library for the remote, or what an application
+// writes that does without it, and the little that turns what these say into our events.
 #pragma once
 
 #include <xkbcommon/xkbcommon.h>
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "bench/contestant.h"
 
@@ -53,6 +55,28 @@ class LircClient {
 
  private:
   int fd_;
+};
+
+// The daemon's socket, without a library: reads what is there, and takes its lines apart.
+class LircLines {
+ public:
+  explicit LircLines(const std::string& socket);
+  ~LircLines();
+  LircLines(const LircLines&) = delete;
+  LircLines& operator=(const LircLines&) = delete;
+
+  int fd() const { return fd_; }
+
+  // As that of LircClient.
+  bool read(InputEvent& event);
+
+ private:
+  bool nextLine(std::string_view& line);
+
+  int fd_;
+  char text_[512];  // of which the bytes from begin_ to end_ are still to be taken
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
 };
 
 }  // namespace quarlo::bench
