@@ -202,8 +202,8 @@ constexpr std::size_t kDeviceNameSize = 100;  // one more than is asked for: the
 constexpr long kGrab = 1;
 constexpr long kReleaseGrab = 0;
 
-// Opens the node event<n> to look at it, and grabs it. Returns -1, with the reason in errno, also if another process has
-// grabbed it. A node that cannot be grabbed answers EINVAL.
+// Opens the node event<n> to look at it, and grabs it. Returns -1, with the reason in errno, also if another process
+// has grabbed it. A node that cannot be grabbed answers EINVAL.
 int openProbe(int n, char (&node)[kNodePathSize], char (&name)[kDeviceNameSize]) {
   snprintf(node, sizeof node, "/dev/input/event%d", n);
   const int fd = open(node, O_RDONLY);
@@ -229,7 +229,8 @@ void queryCodes(int fd, unsigned long request, std::uint8_t* bits, const char* t
 
 bool hasBit(const std::uint8_t* bits, int bit) { return (bits[bit / 8] >> (bit % 8) & 1) != 0; }
 
-// `request` asks for relative or for absolute axes, whose x and y have the same codes. Inlined, it would be there twice.
+// `request` asks for relative or for absolute axes, whose x and y have the same codes. Inlined, it would be there
+// twice.
 __attribute__((noinline)) bool hasXAndY(int fd, unsigned long request, const char* type) {
   static_assert(REL_X == ABS_X && REL_Y == ABS_Y);
   std::uint8_t bits[8] = {};
@@ -576,13 +577,13 @@ constexpr char kLircButtonNames[] =
     ;
 
 struct LircButton {
+  std::uint16_t nameSize : 4;  // with the NUL
   std::uint16_t key : 9;
   std::uint16_t typesKey : 1;  // its character is the key code; the others have none
-  std::uint16_t nameSize : 4;  // with the NUL
 };
 
 constexpr LircButton kLircButtons[] = {
-#define LIRC_BUTTON(name, key, character) {KeyInput::key, (character) == KeyInput::key, sizeof(name)},
+#define LIRC_BUTTON(name, key, character) {sizeof(name), KeyInput::key, (character) == KeyInput::key},
 #include "input/lirc_buttons.inc"
 #undef LIRC_BUTTON
 };
