@@ -143,6 +143,19 @@ TEST_F(IdentityTest, WithoutADelayOrAPeriodNothingRepeats) {
   }
 }
 
+TEST_F(IdentityTest, APeriodThatBecomes0EndsTheRepeatWithTheNextOne) {
+  Plugged& plugged = world->plug(keyboard());
+  const NodeClient client(plugged.path());
+  plugged.press(KEY_A);
+  world->pass(300ms);
+  plugged.report(EV_REP, REP_PERIOD, 0);
+  plugged.report(EV_SYN, SYN_REPORT, 0);
+  const Lines before = client.all();
+  EXPECT_EQ(before[before.size() - 2], "20 1 0");
+  world->pass(500ms);
+  EXPECT_EQ(client.all(), Lines({"1 30 2", "0 0 1"}));
+}
+
 // ---- Axes ---------------------------------------------------------------------------------------
 
 TEST_F(IdentityTest, AnAxisHasARangeAndAPosition) {
