@@ -43,6 +43,9 @@ int consoleIn(const std::string& stat) {
   return major == kConsoleMajor && minor <= kMostConsoles ? minor : 0;
 }
 
+// Its parent has not asked yet how it ended.
+bool hasEnded(const std::string& stat) { return stat.find(") Z ") != std::string::npos; }
+
 bool readOpenFiles(const std::string& folder, Process& process) {
   const std::vector<std::string> numbers = namesIn(folder);
   for (const std::string& number : numbers) process.openFiles.push_back(targetOf(folder + "/" + number));
@@ -51,7 +54,7 @@ bool readOpenFiles(const std::string& folder, Process& process) {
 
 bool readProcess(const std::string& folder, Process& process) {
   const std::string stat = contentOf(folder + "/stat");
-  if (stat.empty()) return false;
+  if (stat.empty() || hasEnded(stat)) return false;
   process.name = nameIn(stat);
   process.console = consoleIn(stat);
   process.arguments = argumentsIn(contentOf(folder + "/cmdline"));
