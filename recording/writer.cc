@@ -66,6 +66,21 @@ std::string capabilityLines(std::map<int, std::set<int>> codes) {
   return text;
 }
 
+// Of what has capability lines, the names.
+std::string capabilityComments(const std::map<int, std::set<int>>& codes, const CodeNames& names) {
+  std::string text;
+  for (const auto& [type, size] : kTypeSizes) {
+    const auto found = codes.find(type);
+    if (type == EV_SYN || found == codes.end()) continue;
+    text += "# Event type " + std::to_string(type) + " (" + names.type(type) + ")\n";
+    for (const int code : found->second) {
+      if (static_cast<std::size_t>(code) / 8 >= size) break;
+      text += "#   Event code " + std::to_string(code) + " (" + names.code(type, code) + ")\n";
+    }
+  }
+  return text;
+}
+
 bool isControl(char character) {
   constexpr unsigned char kDelete = 0x7f;
   const auto byte = static_cast<unsigned char>(character);
@@ -98,17 +113,6 @@ std::string descriptionText(const DeviceDescription& device) {
 }
 
 // ---- Comments, as evemu-record has them ----------------------------------------------------------
-
-std::string capabilityComments(const std::map<int, std::set<int>>& codes, const CodeNames& names) {
-  std::string text;
-  for (const auto& [type, typeCodes] : codes) {
-    text += "# Event type " + std::to_string(type) + " (" + names.type(type) + ")\n";
-    for (const int code : typeCodes) {
-      text += "#   Event code " + std::to_string(code) + " (" + names.code(type, code) + ")\n";
-    }
-  }
-  return text;
-}
 
 // One can see where a report ends.
 std::string recordComment(const Record& record, const CodeNames& names) {

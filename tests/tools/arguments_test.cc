@@ -290,7 +290,7 @@ TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
     const Result result = run({command, "--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
-    for (const std::string& part : {"Usage: quarlo-input " + command, std::string("Example: "),
+    for (const std::string& part : {"Usage: quarlo-input " + command, std::string("Example"),
                                     "  quarlo-input " + command, std::string("Exit status: 0 ")}) {
       EXPECT_NE(result.out.find(part), std::string::npos) << part;
     }

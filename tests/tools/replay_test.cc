@@ -117,7 +117,8 @@ TEST(Replay, PlaysADescriptionAndItsRecordsThatAreApart) {
   const std::string description = folder.write("keys.desc", kDescription);
   const std::string events = folder.write(
       "keys.events", record("1329846856.500000", EV_KEY, KEY_UP, 1) + record("1329846856.500000", EV_SYN, 0, 0));
-  const std::string expected = "  0.000  key down    Up\n1 event in 0.000 s: 1 key, 0 moves, 0 buttons\n";
+  const std::string expected =
+      kLegend + "  0.000  keyboard  key down    Up\n1 event in 0.000 s: 1 key, 0 moves, 0 buttons\n";
   EXPECT_EQ(replayed({description, events}), expected);
   EXPECT_EQ(replayed({events, description}), expected);
 }
@@ -139,10 +140,10 @@ TEST(Replay, PlaysADirectoryWhoseTimesCountFrom1970) {
   folder.write("keyboard.evemu", kDescription + record("1329846856.500000", EV_KEY, KEY_UP, 1) +
                                      record("1329846856.500000", EV_SYN, 0, 0));
   folder.write("remote.lirc", "1329846855.000000 0 00 KEY_OK tv\n");
-  EXPECT_EQ(replayed({folder.path("")}),
-            "  0.000  key down    Enter           13\n"
-            "  1.500  key down    Up\n"
-            "2 events in 1.500 s: 2 keys, 0 moves, 0 buttons\n");
+  EXPECT_EQ(replayed({folder.path("")}), kLegend +
+                                             "  0.000  remote    key down    Enter           13\n"
+                                             "  1.500  keyboard  key down    Up\n"
+                                             "2 events in 1.500 s: 2 keys, 0 moves, 0 buttons\n");
 }
 
 TEST(Replay, ReadsAReportThatIsLongerThanADrain) {
@@ -354,11 +355,12 @@ TEST(Replay, ALoopThatPollsKeepsItsPaceThroughADay) {
                                      record("86399.999000", EV_KEY, KEY_UP, 0) + record("86399.999000", 0, 0, 0));
   folder.write("remote.lirc", "1.000000 0 00 KEY_OK tv\n43200.000000 0 00 KEY_OK tv\n");
   EXPECT_EQ(replayed({"--loop", "poll", "--timeout", "7", folder.path("")}),
-            "  0.003  key down    Up\n"
-            "  1.004  key down    Enter           13\n"
-            "43200.000  key down    Enter           13\n"
-            "86400.004  key up      Up\n"
-            "4 events in 86400.011 s: 4 keys, 0 moves, 0 buttons\n");
+            kLegend +
+                "  0.003  keyboard  key down    Up\n"
+                "  1.004  remote    key down    Enter           13\n"
+                "43200.000  remote    key down    Enter           13\n"
+                "86400.004  keyboard  key up      Up\n"
+                "4 events in 86400.011 s: 4 keys, 0 moves, 0 buttons\n");
 }
 
 TEST(Replay, TakesTheRemotesTimeoutsFromTheEnvironmentOnlyWhenAskedTo) {

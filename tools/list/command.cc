@@ -12,7 +12,7 @@ program has grabbed a node, each one is grabbed for a moment, as autodetection
 does: what is typed in that moment reaches no other program.
 
 Example: which node is the keyboard, and which are remotes?
-  quarlo-input list --json | grep -e '"verdict":"keyboard"' -e '"class":"remote"'
+  quarlo-input list --json | grep -E '"verdict":"keyboard"|"class":"remote"'
 
 Exit status: 0 if there is a node; 1 if there is none; 2 for wrong arguments.)";
 
