@@ -99,7 +99,8 @@ bool isHarmless(const std::string& text);
 
 std::vector<std::string> linesOf(const std::string& text);
 
-// The lines of what `monitor` printed about events, and records and lines without one, each without its time and source.
+// The lines of what `monitor` printed about events, and records and lines without one, each without its time and
+// source.
 std::vector<std::string> eventsOf(const std::string& out);
 
 // Of moves that follow each other, the last: how many there are depends on when a loop comes by.

@@ -86,9 +86,10 @@ void EventPrinter::printText(microseconds time, const InputEvent& event, const O
 
 void EventPrinter::printJson(microseconds time, const InputEvent& event, const Origin& origin) const {
   if (event.kind == InputEvent::kNoEvent) return;
-  const std::string clock = options_.clock ? "\"clock\":\"" + describeNow() + "\"," : "";
-  std::printf("{\"time\":%s,%s\"source\":\"%s\",%s\n", jsonTime(time).c_str(), clock.c_str(),
-              describeSource(origin).c_str(), toJson(event, origin).dump().c_str() + 1);
+  const std::string clock = options_.clock ? R"("clock":")" + describeNow() + "\"," : "";
+  const std::string rest = toJson(event, origin).dump().substr(1);
+  std::printf(R"({"time":%s,%s"source":"%s",)", jsonTime(time).c_str(), clock.c_str(), describeSource(origin).c_str());
+  std::puts(rest.c_str());
 }
 
 void EventPrinter::printSummary(microseconds duration) const {

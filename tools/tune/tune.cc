@@ -88,10 +88,11 @@ std::string titleOf(const TuneOptions& options, const Remote& remote, const Stud
 
 // What the kernel adds to a press, and to each wait for a repeat.
 std::string describeKernel(const Remote& remote) {
-  const std::string timers = "The kernel's timers are on time, or as late as with 250 ticks a second.";
-  if (remote.keyUp == std::chrono::microseconds(0)) return timers;
-  return "The kernel lets a button go " + formatted("%.0f", toMs(remote.keyUp)) + " ms after its last frame.\n" +
-         timers;
+  std::string text;
+  if (remote.keyUp != std::chrono::microseconds(0)) {
+    text = "The kernel lets a button go " + formatted("%.0f", toMs(remote.keyUp)) + " ms after its last frame.\n";
+  }
+  return text + "The kernel's timers are on time, or as late as with 250 ticks a second.";
 }
 
 // How the runs of a setting differ.

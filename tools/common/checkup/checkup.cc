@@ -19,6 +19,7 @@ bool readsNodes(const SourcePaths& sources) {
 
 std::vector<std::string> namesOf(const std::vector<NodeReport>& survey) {
   std::vector<std::string> names;
+  names.reserve(survey.size());
   for (const NodeReport& report : survey) names.push_back("event" + std::to_string(report.number));
   return names;
 }

@@ -13,7 +13,7 @@
 namespace quarlo::tools::checkup {
 namespace {
 
-constexpr std::size_t kMostBytes = 1024 * 1024;
+constexpr std::size_t kMostBytes = 1 << 20;
 
 bool isRegular(int fd) {
   struct stat status;

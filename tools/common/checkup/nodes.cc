@@ -270,6 +270,7 @@ void checkTaken(const NodesFacts& facts, Findings& findings) {
 
 std::string namesOf(const std::vector<int>& codes) {
   std::vector<std::string> names;
+  names.reserve(codes.size());
   for (const int code : codes) names.push_back(codeName(EV_KEY, code));
   return enumerated(names, kMostPaths);
 }

@@ -99,6 +99,7 @@ bool isConnected(const RemoteFacts& facts) { return !facts.sockets.empty() && fa
 
 std::string pathsOf(const std::vector<SocketFacts>& sockets) {
   std::vector<std::string> paths;
+  paths.reserve(sockets.size());
   for (const SocketFacts& socket : sockets) paths.push_back(socket.path);
   return enumerated(paths, paths.size());
 }
