@@ -74,7 +74,7 @@ class LircLines {
   bool nextLine(std::string_view& line);
 
   int fd_;
-  char text_[512];  // of which the bytes from begin_ to end_ are still to be taken
+  char text_[512] = {};  // of which the bytes from begin_ to end_ are still to be taken
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
 };

@@ -51,14 +51,6 @@ void addFacts(const NodeReport& report, ordered_json& json) {
   json["delivers"] = report.delivers;
 }
 
-ordered_json warningsToJson(const std::vector<NodeWarning>& warnings) {
-  ordered_json list = ordered_json::array();
-  for (const NodeWarning& warning : warnings) {
-    list.push_back({{"id", warning.id}, {"text", warning.text}, {"remedy", warning.remedy}});
-  }
-  return list;
-}
-
 }  // namespace
 
 std::string lastingPathOf(const NodeReport& report) {
@@ -95,8 +87,16 @@ ordered_json toJson(const NodeReport& report) {
   json["verdict"] = kVerdicts[static_cast<int>(report.verdict)];
   json["reason"] = report.reason;
   json["remedy"] = report.remedy;
-  json["warnings"] = warningsToJson(report.warnings);
+  json["warnings"] = toJson(report.warnings);
   return json;
+}
+
+ordered_json toJson(const std::vector<NodeWarning>& warnings) {
+  ordered_json list = ordered_json::array();
+  for (const NodeWarning& warning : warnings) {
+    list.push_back({{"id", warning.id}, {"text", warning.text}, {"remedy", warning.remedy}});
+  }
+  return list;
 }
 
 }  // namespace quarlo::tools

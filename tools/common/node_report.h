@@ -73,4 +73,7 @@ std::string busName(int bus);
 //   "warnings":[{"id":"touch-half","text":...,"remedy":...}]   what is wrong although it is taken (NodeWarning)
 nlohmann::ordered_json toJson(const NodeReport& report);
 
+// A list of objects, as above.
+nlohmann::ordered_json toJson(const std::vector<NodeWarning>& warnings);
+
 }  // namespace quarlo::tools

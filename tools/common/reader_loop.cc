@@ -1,7 +1,6 @@
 #include "tools/common/reader_loop.h"
 
 #include <linux/input.h>
-#include <sys/time.h>
 
 #include <cerrno>
 #include <utility>
@@ -9,6 +8,11 @@
 #include "tools/common/lirc_line.h"
 
 namespace quarlo::tools {
+namespace {
+
+bool isSameTime(const timeval& a, const timeval& b) { return a.tv_sec == b.tv_sec && a.tv_usec == b.tv_usec; }
+
+}  // namespace
 
 ReaderLoop::ReaderLoop(LinuxInputReader& reader, PollTimeout timeout, Empty empty)
     : reader_(reader), loop_(reader), sources_(loop_), timeout_(timeout), empty_(empty) {}
@@ -41,7 +45,7 @@ bool ReaderLoop::poll(InputEvent& event) {
     event.kind = InputEvent::kNoEvent;
     if (!reader_.readInput(event, std::exchange(timeoutMs_, 0))) return false;
     // The reader marks each of the remote's key-downs with its time.
-    polled_ = polledSource(timercmp(&reader_.lircKeyTime, &before, !=));
+    polled_ = polledSource(!isSameTime(reader_.lircKeyTime, before));
   } while (event.kind == InputEvent::kNoEvent && empty_ != Empty::kAll);
   return true;
 }

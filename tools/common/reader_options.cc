@@ -77,7 +77,7 @@ void addReaderOptions(CommandLine& line, ReaderOptions& options) {
       "--json", options.json,
       "Print JSON, an object per line: what the sources are, then each event; all else goes to standard error");
   line.addCounter("-v,--verbose", options.verbosity,
-                  "Show the reader's log, and records without an event; -vv: the remote's timing, too");
+                  "Show the reader's log and, in text, records without an event; -vv: the remote's timing, too");
 }
 
 // A read takes several lines at once if it comes late, and the next one then begins in the middle of a line.

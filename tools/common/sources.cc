@@ -133,17 +133,13 @@ SourceReport reportSocket(const std::string& what, const SourcePath& source, int
 
 std::string pathIfOpen(int fd) { return fd == -1 ? "" : pathOf(fd); }
 
-void addWarnings(const std::vector<NodeWarning>& warnings, SourceReport& report) {
-  for (const NodeWarning& warning : warnings) report.warnings.push_back(warning.text + ". " + warning.remedy);
-}
-
 void warnOfFound(const SourcePaths& paths, const SourceDescriptors& descriptors, std::vector<SourceReport>& reports) {
   const bool foundMouse = !paths.mouse && descriptors.mouse != -1;
   const bool foundKeyboard = !paths.keyboard && descriptors.keyboard != -1;
   if (!foundMouse && !foundKeyboard) return;
   const TakenWarnings warnings = warningsOfTaken(pathIfOpen(descriptors.mouse), pathIfOpen(descriptors.keyboard));
-  if (foundMouse) addWarnings(warnings.mouse, reports[0]);
-  if (foundKeyboard) addWarnings(warnings.keyboard, reports[1]);
+  if (foundMouse) reports[0].warnings = warnings.mouse;
+  if (foundKeyboard) reports[1].warnings = warnings.keyboard;
 }
 
 std::string describeReport(const SourceReport& report) {
@@ -190,7 +186,7 @@ nlohmann::ordered_json toJson(const SourceReport& report) {
   if (!report.name.empty()) json["name"] = report.name;
   if (report.state == SourceState::kNotOpen) json["problem"] = report.text;
   if (!report.remedy.empty()) json["remedy"] = report.remedy;
-  if (!report.warnings.empty()) json["warnings"] = report.warnings;
+  if (!report.warnings.empty()) json["warnings"] = toJson(report.warnings);
   return json;
 }
 
@@ -257,7 +253,9 @@ void printSources(std::FILE* stream, const std::vector<SourceReport>& reports) {
   for (const SourceReport& report : reports) {
     printLine(stream, report.what, describeReport(report));
     if (!report.remedy.empty()) printLine(stream, "", report.remedy);
-    for (const std::string& warning : report.warnings) printLine(stream, "", "Warning: " + warning);
+    for (const NodeWarning& warning : report.warnings) {
+      printLine(stream, "", "Warning: " + warning.text + ". " + warning.remedy);
+    }
   }
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "input/input_loop.h"
+#include "tools/common/node_report.h"
 
 namespace quarlo::tools {
 
@@ -52,7 +53,7 @@ struct SourceReport {
   std::string remedy;                      // what to do if it is not open; empty if there is nothing
   std::string path = {};                   // where it is open, or was to be opened; empty if that is not known
   std::string name = {};                   // what an open device calls itself
-  std::vector<std::string> warnings = {};  // what is wrong with what a search has found, and what to do, in sentences
+  std::vector<NodeWarning> warnings = {};  // what is wrong with what a search has found
 };
 
 // What is known of it, such as {"source":"mouse","state":"open","path":"/dev/input/event3","name":"USB Mouse"}, and of

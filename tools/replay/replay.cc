@@ -29,7 +29,6 @@
 namespace quarlo::tools::replay {
 namespace {
 
-using namespace std::chrono_literals;
 using recording::DeviceRecording;
 using recording::Record;
 using recording::RemoteLine;
@@ -197,7 +196,7 @@ class Player {
     for (; goOn && !stopRequested() && loop_->next(event); ++events) goOn = printer_.print(elapsed(), event, origin());
     keepPace(elapsed());  // polls take some of the machine's time without a wait
     roundTime_ = elapsed() - begin;
-    roundWasIdle_ = events == 0 && roundTime_ > 0us && !hadUnread && untilNext && *untilNext > roundTime_;
+    roundWasIdle_ = events == 0 && roundTime_ > microseconds(0) && !hadUnread && untilNext && *untilNext > roundTime_;
     return goOn;
   }
 
@@ -221,11 +220,11 @@ class Player {
   // For how long rounds will go on like the last one, which found nothing. While a remote's key is held, the reader
   // waits for less and less milliseconds, and then, until it forgets the key, not at all.
   microseconds idleTime() const {
-    const microseconds untilNext = machine_.untilNext().value_or(0us);
-    const bool hasWaited = roundTime_ >= 1ms;
-    if (hasWaited == isKeyHeld()) return 0us;
+    const microseconds untilNext = machine_.untilNext().value_or(microseconds(0));
+    const bool hasWaited = roundTime_ >= std::chrono::milliseconds(1);
+    if (hasWaited == isKeyHeld()) return microseconds(0);
     if (hasWaited) return untilNext;
-    constexpr auto kRounding = 2ms;
+    constexpr std::chrono::milliseconds kRounding(2);
     return std::min<microseconds>(untilNext, std::chrono::milliseconds(loop_->dueMs()) - kRounding);
   }
 
@@ -238,7 +237,7 @@ class Player {
     } else if (isKeyHeld() && lastHappened_) {
       end = *lastHappened_ + kLongestRelease;
     }
-    const microseconds longest = std::max<microseconds>(end - elapsed(), 0us);
+    const microseconds longest = std::max(end - elapsed(), microseconds(0));
     const auto longestMs = std::chrono::ceil<std::chrono::milliseconds>(longest);
     return static_cast<int>((options_.realtime ? std::min(longestMs, kLongestRealWait) : longestMs).count());
   }

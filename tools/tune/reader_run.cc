@@ -43,7 +43,7 @@ std::vector<Circumstances> studiedCircumstances(Decoder decoder, const Setting& 
 // 504 ticks on to the next 8 or 64 of them.
 std::chrono::milliseconds latest(std::chrono::milliseconds time) {
   constexpr std::chrono::milliseconds kTick(4);
-  const auto ticks = (time + kTick - 1ms) / kTick;
+  const auto ticks = (time + kTick - std::chrono::milliseconds(1)) / kTick;
   std::chrono::milliseconds::rep step = 1;
   while (ticks >= 63 * step) step *= 8;
   return (ticks + step) * kTick;
@@ -230,7 +230,7 @@ class DaemonRun final : public Run {
     const std::size_t next = timeline_.lines.size();
     microseconds turn = next < remote_.lines.size() ? timeOf(next) : timeline_.lines.back().sent + kPauseBetweenPresses;
     if (reader_->lircKey == msg::KeyInput::kNone) return turn;
-    constexpr microseconds kReckonedInMs = 1ms;
+    constexpr microseconds kReckonedInMs = std::chrono::milliseconds(1);
     const microseconds keyDown =
         std::chrono::seconds(reader_->lircKeyTime.tv_sec) + microseconds(reader_->lircKeyTime.tv_usec) - start_;
     const std::chrono::milliseconds poll(*setting_.pollMs);
@@ -320,9 +320,9 @@ class NodeRun final : public Run {
     if (sent_ == remote_.presses.size() || remote_.presses[sent_].first >= next) return turn;
     const Press& press = remote_.presses[sent_];
     turn = std::min(turn, upOf(press));
-    if (delay() == 0ms || period() == 0ms) return turn;
+    if (delay() == microseconds(0) || period() == microseconds(0)) return turn;
     microseconds repeat = timeOf(press.first) + delay();
-    if (repeat < time) repeat += (time - repeat + period() - 1us) / period() * period();
+    if (repeat < time) repeat += (time - repeat + period() - microseconds(1)) / period() * period();
     return std::min(turn, repeat);
   }
 
