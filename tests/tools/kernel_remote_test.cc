@@ -146,6 +146,21 @@ TEST_F(KernelRemoteTest, WhereFramesAreNotToldTheKeyUpEndsAPress) {
   EXPECT_EQ(remote.lines.back().time, remote.presses[1].up);
 }
 
+TEST_F(KernelRemoteTest, WhereFramesAreNotToldALongHoldEndsWhereItsStudyEnds) {
+  DeviceRecording node = receiver();
+  addKey(node, 1s, KEY_UP, 1);
+  addKey(node, 1100ms, KEY_UP, 0);
+  addKey(node, 3s, KEY_UP, 1);
+  addKey(node, 13s, KEY_UP, 0);
+  const Remote remote = recorded(node);
+  const Press& hold = remote.presses[1];
+  ASSERT_EQ(hold.end - hold.first, 2U);
+  EXPECT_EQ(hold.up - remote.lines[hold.first].time, 5s);
+  EXPECT_EQ(remote.lines[hold.first + 1].time, hold.up);
+  const Study study = studyTiming(remote, {LoopKind::kWait, {125}, {500}, {}});
+  EXPECT_LT(study.findings[0].lastAfterMs->maximum, 50);
+}
+
 TEST_F(KernelRemoteTest, ARecordingWithNothingToStudyIsAnErrorThatSaysWhatToDo) {
   DeviceRecording node = receiver();
   addPress(node, 1s, 3);

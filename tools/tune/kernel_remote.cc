@@ -159,9 +159,9 @@ NodeRepeat recordedRepeat(const std::vector<KeyPress>& presses) {
 
 // ---- The remote ---------------------------------------------------------------------------------
 
-// Without frames, a press is from its key-down to its key-up.
+// Without frames, a press is from its key-down to its key-up, as far as it is studied.
 std::vector<microseconds> linesOf(const KeyPress& press, bool framesAreTold) {
-  if (!framesAreTold) return {press.down, press.up};
+  if (!framesAreTold) return {press.down, std::min<microseconds>(press.up, press.down + kMostOfAPress)};
   if (press.frames.empty()) return {press.down};
   return press.frames;
 }
