@@ -1,6 +1,7 @@
 #include "tools/list/list.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -9,6 +10,7 @@
 
 #include "input/linux_input_reader.h"
 #include "input/linux_input_reader_limits.h"
+#include "logging/stderr_logging.h"
 #include "sim/machine.h"
 #include "tests/support/devices.h"
 #include "tests/support/files.h"
@@ -130,8 +132,55 @@ TEST(Survey, SaysThatANodeHasGone) {
                                  unsigned{EVIOCGPROP(0)}, unsigned{EVIOCGREP}, unsigned{EVIOCGRAB}}) {
     node.setIoctlError(request, ENODEV);
   }
+  const auto expectGone = [] {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(survey(), "/dev/input/event0 : not taken; No such device; No device is behind it: plug it in again\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  };
+  expectGone();
+  node.setIoctlError(EVIOCGVERSION, ENODEV);
+  expectGone();
+  EXPECT_FALSE(surveyNodes(kNoSysfs).front().readable);
+}
+
+// A container makes a directory of the path of a node that is not there.
+TEST(Survey, SaysWhatIsNoEvdevNode) {
+  const test::Folder folder;
+  fs::create_directories(folder.path("input/event1"));
+  folder.write("input/event0", "");
+  ASSERT_EQ(mkfifo(folder.path("input/event2").c_str(), 0600), 0);
+  const std::vector<NodeReport> reports = surveyNodes({folder.path(), "/nowhere"});
+  ASSERT_EQ(reports.size(), 3U);
+  for (const NodeReport& report : reports) {
+    EXPECT_FALSE(report.readable) << report.path;
+    EXPECT_EQ(report.verdict, Verdict::kNotTaken);
+    EXPECT_EQ(report.reason, "not an evdev node");
+    EXPECT_EQ(report.remedy, "Look what it is (ls -ld " + report.path +
+                                 ") and remove it: the kernel or udev makes the node of a device");
+  }
+}
+
+TEST(TakenWarnings, OfWhatHasGoneAskTheReaderNothing) {
+  sim::Machine machine;
+  sim::Node& node = machine.addNode("/dev/input/event0", Device::mouse("Mouse"));
+  for (const unsigned request : {unsigned{EVIOCGVERSION}, unsigned{EVIOCGBIT(0, 0)}, unsigned{EVIOCGBIT(EV_KEY, 0)},
+                                 unsigned{EVIOCGBIT(EV_REL, 0)}, unsigned{EVIOCGBIT(EV_ABS, 0)}}) {
+    node.setIoctlError(request, ENODEV);
+  }
+  logging::SetMinLogLevel(logging::kError);
   testing::internal::CaptureStderr();
-  EXPECT_EQ(survey(), "/dev/input/event0 : not taken; No such device; No device is behind it: plug it in again\n");
+  const TakenWarnings warnings = warningsOfTaken("/dev/input/event0", "", kNoSysfs);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_TRUE(warnings.mouse.empty());
+}
+
+TEST(TakenWarnings, OfWhatIsNoEvdevNodeAskTheReaderNothing) {
+  const test::Folder folder;
+  fs::create_directories(folder.path("input"));
+  folder.write("input/event0", "");
+  logging::SetMinLogLevel(logging::kError);
+  testing::internal::CaptureStderr();
+  warningsOfTaken("", "", {folder.path(), "/nowhere"});
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 

@@ -32,7 +32,8 @@ struct NodeReport {
   std::string path;                 // /dev/input/event<number>
   std::vector<std::string> byId;    // links to the node in /dev/input/by-id, with their paths
   std::vector<std::string> byPath;  // the same in /dev/input/by-path
-  bool readable = false;            // whether it could be opened; if not, what follows down to `delivers` is not known
+  bool readable = false;            // whether it could be opened and is an evdev node; if not, what follows down to
+                                    // `delivers` is not known
   bool grabbed = false;             // whether another process has grabbed it
   NodeFacts facts;
   NodeClass nodeClass = NodeClass::kOther;
@@ -55,7 +56,8 @@ std::string busName(int bus);
 //
 //   "node":"/dev/input/event3"
 //   "byId":[...], "byPath":[...]        links to it
-//   "readable":true                     whether it could be opened; if not, it goes on with the verdict
+//   "readable":true                     whether it could be opened and is an evdev node; if not, it goes on with the
+//                                       verdict
 //   "name":"USB Mouse"                  as the device has it
 //   "class":"mouse"                     as node_class.h names them
 //   "bus":"usb"                         as busName() gives it

@@ -82,8 +82,15 @@ void tryGrab(int fd, NodeReport& report) {
                               : whyNotOpened(report.path, error));
 }
 
-// Asks all that exist, in the order of their numbers. `ask` is given the open descriptor; where there is none, the
-// report says why.
+// Why what could be opened cannot be asked. `error` is the errno that isEvdevNode() left; 0: not even a device.
+Obstacle whyNotAsked(const std::string& path, int error) {
+  if (error == ENODEV) return whyNotOpened(path, error);
+  return {"not an evdev node",
+          "Look what it is (ls -ld " + path + ") and remove it: the kernel or udev makes the node of a device"};
+}
+
+// Asks all that exist, in the order of their numbers. `ask` is given the open descriptor of an evdev node; where there
+// is none, the report says why.
 template <typename Ask>
 std::vector<NodeReport> askNodes(const SystemFolders& folders, const Ask& ask) {
   const std::string input = folders.dev + "/input";
@@ -102,7 +109,12 @@ std::vector<NodeReport> askNodes(const SystemFolders& folders, const Ask& ask) {
     if (error != 0) {
       explainObstacle(report, whyNotOpened(report.path, error));
     } else {
-      ask(fd, report);
+      errno = 0;
+      if (isEvdevNode(fd)) {
+        ask(fd, report);
+      } else {
+        explainObstacle(report, whyNotAsked(report.path, errno));
+      }
       close(fd);  // ends a grab, too
     }
     reports.push_back(std::move(report));
@@ -164,8 +176,8 @@ std::vector<NodeReport> surveyNodes(const SystemFolders& folders) {
 TakenWarnings warningsOfTaken(const std::string& mouse, const std::string& keyboard, const SystemFolders& folders) {
   const LinuxInputReader reader;
   const std::vector<NodeReport> reports = askNodes(folders, [&](int fd, NodeReport& report) {
+    runTests(reader, fd, report);  // first: of what goes meanwhile, each would log an error
     lookAt(fd, folders, report);
-    runTests(reader, fd, report);
     if (report.path == mouse) report.verdict = Verdict::kMouse;
     if (report.path == keyboard) report.verdict = Verdict::kKeyboard;
   });
