@@ -282,9 +282,12 @@ class Receiver {
     fs::create_symlink("..", path() + "/input0/event0/device");
     fs::create_symlink("..", path() + "/input0/device");
     fs::create_symlink("../class/rc", path() + "/subsystem");
-    folder_.write("rc0/protocols", "rc-5 [nec] [lirc]\n");
-    folder_.write("rc0/uevent", "NAME=rc-\x1b[m\nDRV_NAME=rc-loopback\n");
+    write("protocols", "rc-5 [nec] [lirc]\n");
+    write("uevent", "NAME=rc-\x1b[m\nDRV_NAME=rc-loopback\n");
   }
+
+  // A file of the receiver's directory.
+  void write(const std::string& name, const std::string& text) const { folder_.write("rc0/" + name, text); }
 
   SystemFolders folders() const { return {"/dev", folder_.path()}; }
 
@@ -310,6 +313,22 @@ TEST(List, PrintsARemoteWithItsReceiver) {
             "    remedy    Pass it by its path: --keyboard /dev/input/event0, or --also /dev/input/event0 beside a "
             "keyboard. A held button repeats after 500 ms, then each 125 ms: `ir-keytable -s rc0 -D 500 -P 125`, "
             "EVIOCSREP or a udev rule sets that\n");
+}
+
+TEST(List, LeavesOutWhatAReceiverDoesNotSay) {
+  const Receiver receiver;
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", test::realDevice("RemoteOfAMediaCenter").device);
+  const auto expectRow = [&](const std::string& text) {
+    const std::string out = listed({}, 0, receiver.folders());
+    EXPECT_NE(out.find("    receiver  " + text + "\n"), std::string::npos) << out;
+  };
+  receiver.write("uevent", "DRV_NAME=rc-loopback\n");
+  expectRow("rc0 (rc-loopback), protocols rc-5 [nec] [lirc], /dev/lirc0");
+  receiver.write("uevent", "");
+  expectRow("rc0, protocols rc-5 [nec] [lirc], /dev/lirc0");
+  receiver.write("protocols", "");
+  expectRow("rc0, /dev/lirc0");
 }
 
 TEST(List, GivesAReceiverAsAnObjectOfJson) {

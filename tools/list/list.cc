@@ -29,14 +29,23 @@ std::string describeDevice(const NodeFacts& facts) {
          (facts.uniq.empty() ? "" : ", serial number " + facts.uniq);
 }
 
-// "rc0 (rc-loopback, rc-empty), protocols rc-5 [nec] [lirc], /dev/lirc0".
-std::string describeReceiver(const RcFacts& rc) {
-  std::string text = rc.device + " (" + rc.driver + ", " + rc.keyMap + "), protocols";
+// "rc-5 [nec] [lirc]", each with a space before it.
+std::string describeProtocols(const RcFacts& rc) {
+  std::string text;
   for (const std::string& protocol : rc.protocols) {
     const bool isActive = std::find(rc.active.begin(), rc.active.end(), protocol) != rc.active.end();
     text += isActive ? " [" + protocol + "]" : " " + protocol;
   }
-  return text + (rc.lirc.empty() ? "" : ", " + rc.lirc);
+  return text;
+}
+
+// "rc0 (rc-loopback, rc-empty), protocols rc-5 [nec] [lirc], /dev/lirc0", without what is not known.
+std::string describeReceiver(const RcFacts& rc) {
+  const std::string separator = rc.driver.empty() || rc.keyMap.empty() ? "" : ", ";
+  const std::string names = rc.driver + separator + rc.keyMap;
+  const std::string protocols = describeProtocols(rc);
+  return rc.device + (names.empty() ? "" : " (" + names + ")") + (protocols.empty() ? "" : ", protocols" + protocols) +
+         (rc.lirc.empty() ? "" : ", " + rc.lirc);
 }
 
 std::string describeRepeat(const NodeRepeat& repeat) {
