@@ -311,8 +311,7 @@ TEST(List, PrintsARemoteWithItsReceiver) {
             "    not taken a remote that the kernel decodes; it declares relative axes, so it is never a keyboard, and "
             "has no left button\n"
             "    remedy    Pass it by its path: --keyboard /dev/input/event0, or --also /dev/input/event0 beside a "
-            "keyboard. A held button repeats after 500 ms, then each 125 ms: `ir-keytable -s rc0 -D 500 -P 125`, "
-            "EVIOCSREP or a udev rule sets that\n");
+            "keyboard\n");
 }
 
 TEST(List, LeavesOutWhatAReceiverDoesNotSay) {

@@ -103,6 +103,19 @@ TEST(Unsuitable, ARemoteIsPassedByItsPathAndItsRepeatIsSet) {
             "EVIOCSREP or a udev rule sets that");
 }
 
+TEST(Unsuitable, ARemoteThatRepeatsAsItShouldNeedsNoAdvice) {
+  NodeReport found = remote();
+  found.facts.repeat = NodeRepeat{500, 125};
+  explainUnsuitable(found);
+  EXPECT_EQ(found.remedy,
+            "Pass it by its path: --keyboard /dev/input/by-path/ir, or --also /dev/input/by-path/ir beside a keyboard");
+  for (const NodeRepeat& other : {NodeRepeat{500, 124}, NodeRepeat{250, 125}}) {
+    found.facts.repeat = other;
+    explainUnsuitable(found);
+    EXPECT_NE(found.remedy.find(". A held button repeats after "), std::string::npos) << found.remedy;
+  }
+}
+
 TEST(Unsuitable, ARemoteWithoutARepeatOrAReceiverHasLessToSay) {
   NodeReport found = remote();
   found.facts.repeat.reset();
@@ -112,13 +125,14 @@ TEST(Unsuitable, ARemoteWithoutARepeatOrAReceiverHasLessToSay) {
   found.facts.repeat = NodeRepeat{0, 125};
   explainUnsuitable(found);
   EXPECT_EQ(found.remedy.find("repeats"), std::string::npos) << found.remedy;
-  found.facts.repeat = NodeRepeat{500, 125};
+  found.facts.repeat = NodeRepeat{250, 33};
   found.facts.rc.reset();
   found.tests = {};
   EXPECT_EQ(explained(found),
             "a remote that the kernel decodes; it has not all four arrow keys, so it is not a keyboard. Pass it by its "
             "path: --keyboard /dev/input/by-path/ir, or --also /dev/input/by-path/ir beside a keyboard. A held button "
-            "repeats after 500 ms, then each 125 ms: `ir-keytable -D 500 -P 125`, EVIOCSREP or a udev rule sets that");
+            "repeats after 250 ms, then each 33 ms: for 500 and 125, call EVIOCSREP in the service; for a moment, use "
+            "evemu-event (docs/tuning.md)");
 }
 
 TEST(Unsuitable, AReceiverThatDecodesNothingHasToBeToldWhat) {
@@ -276,12 +290,12 @@ TEST_F(TakenTest, WithoutSysfsAndPlaceAHalfIsToldByItsName) {
 TEST_F(TakenTest, ARemoteIsWarnedOfThatBecomesTheMouse) {
   NodeReport& infrared = add(NodeClass::kRemote, Verdict::kMouse);
   infrared.byPath = {"/dev/input/by-path/ir"};
-  infrared.facts.repeat = NodeRepeat{500, 125};
+  infrared.facts.repeat = NodeRepeat{250, 33};
   EXPECT_EQ(warnings(),
             "/dev/input/event0: remote-as-mouse: it is a remote that the kernel decodes, and has a left button among "
             "its keys. Pass the mouse by its path (--mouse none) and this one as the keyboard (--keyboard "
-            "/dev/input/by-path/ir). A held button repeats after 500 ms, then each 125 ms: `ir-keytable -D 500 -P "
-            "125`, EVIOCSREP or a udev rule sets that\n");
+            "/dev/input/by-path/ir). A held button repeats after 250 ms, then each 33 ms: for 500 and 125, call "
+            "EVIOCSREP in the service; for a moment, use evemu-event (docs/tuning.md)\n");
   add(NodeClass::kMouse);
   EXPECT_NE(warnings().find("(--mouse /dev/input/event1)"), std::string::npos) << warnings();
 }

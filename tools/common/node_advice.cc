@@ -106,12 +106,18 @@ std::string howToDecode(const RcFacts& rc) {
          raw;
 }
 
+// What rc-core sets for its receivers.
+bool repeatsAsARemote(const NodeRepeat& repeat) { return repeat.delayMs == 500 && repeat.periodMs == 125; }
+
+// ir-keytable sets the receivers of rc-core, and without a name rc0.
 std::string howToSetRepeat(const NodeFacts& facts) {
-  if (!facts.repeat || !facts.repeat->isOn()) return "";
-  const std::string device = facts.rc ? " -s " + facts.rc->device : "";
+  if (!facts.repeat || !facts.repeat->isOn() || repeatsAsARemote(*facts.repeat)) return "";
+  const std::string how =
+      facts.rc ? "`ir-keytable -s " + facts.rc->device + " -D 500 -P 125`, EVIOCSREP or a udev rule sets that"
+               : "for 500 and 125, call EVIOCSREP in the service; for a moment, use evemu-event "
+                 "(docs/tuning.md)";
   return ". A held button repeats after " + std::to_string(facts.repeat->delayMs) + " ms, then each " +
-         std::to_string(facts.repeat->periodMs) + " ms: `ir-keytable" + device +
-         " -D 500 -P 125`, EVIOCSREP or a udev rule sets that";
+         std::to_string(facts.repeat->periodMs) + " ms: " + how;
 }
 
 std::string howToUseRemote(const NodeReport& report) {
