@@ -209,6 +209,16 @@ TEST_F(KernelRemoteTest, TheRecordingShowsHowTheNodeRepeats) {
   expectRepeat(repeatOf(405ms, 104ms), 405, 104);
 }
 
+TEST_F(KernelRemoteTest, RepeatsAtOneTimeDoNotMeanThatRepeatingIsOff) {
+  DeviceRecording node = receiver();
+  addPress(node, 1s, 3);
+  addKey(node, 5s, KEY_UP, 1);
+  for (int i = 0; i < 3; ++i) addKey(node, 5s, KEY_UP, 2);
+  addKey(node, 7s, KEY_UP, 0);
+  addPress(node, 9s, 12);
+  expectRepeat(recorded(node).repeat, 1, 1);
+}
+
 TEST_F(KernelRemoteTest, WithoutRepeatsItIsTakenForARemotesUsualOnes) {
   expectRepeat(recorded(tapAndHold()).repeat, 500, 125);
   expectRepeat(recordedKernelRemote(tapAndHold(), "sofa", NodeRepeat{250, 33}).repeat, 250, 33);

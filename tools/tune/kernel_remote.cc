@@ -154,7 +154,8 @@ NodeRepeat recordedRepeat(const std::vector<KeyPress>& presses) {
       return usual;
     }
   }
-  return {static_cast<int>(delay / 1ms), static_cast<int>(period / 1ms)};
+  // 0 would mean that it does not repeat.
+  return {std::max(1, static_cast<int>(delay / 1ms)), std::max(1, static_cast<int>(period / 1ms))};
 }
 
 // ---- The remote ---------------------------------------------------------------------------------
