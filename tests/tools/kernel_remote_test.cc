@@ -303,7 +303,10 @@ TEST_F(KernelRemoteTest, FaultsAreThoseOfTheDelayAndThePeriod) {
   EXPECT_EQ(faults(350, 125), "hasty");
   EXPECT_EQ(faults(400, 300), "slow");
   EXPECT_EQ(faults(600, 125), "slow start");
-  EXPECT_EQ(faults(0, 0), "no repeats");
+  EXPECT_EQ(faults(5000, 125), "no repeats");
+  EXPECT_EQ(faults(0, 0), "off");
+  EXPECT_EQ(faults(500, 0), "off");
+  EXPECT_EQ(faults(0, 125), "off");
   EXPECT_EQ(faults(500, 125), "");
 }
 

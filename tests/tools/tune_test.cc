@@ -332,6 +332,14 @@ TEST(TuneKernel, SaysHowToSetWhatItRecommends) {
       << out;
 }
 
+TEST(TuneKernel, SaysThatRepeatingIsOff) {
+  for (const char* now : {"0,0", "500,0", "0,125"}) {
+    const std::string out = tuned({"--kernel", now});
+    EXPECT_NE(out.find("\noff: repeating is off: set a delay and a period\n"), std::string::npos) << out;
+    EXPECT_EQ(out.find("no repeats"), std::string::npos) << out;
+  }
+}
+
 TEST(TuneKernel, PrefersTheLinesOfTheDaemonUnlessAsked) {
   const Folder folder;
   folder.write("node-1.evemu", recordedNode());

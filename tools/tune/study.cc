@@ -90,12 +90,19 @@ class Gatherer {
     late_ = late_ || toMs(keyDown - end) > kLatestAfterMs;
   }
 
+  // For the kernel, a delay or a period of 0 means that.
+  bool isOff(const Setting& setting) const {
+    return judgement_.decoder == Decoder::kKernel && !NodeRepeat{setting.startMs, setting.repeatMs}.isOn();
+  }
+
   std::vector<Fault> faultsOf(const Finding& finding) const {
     const auto& [first, rate, pause] = std::tie(finding.firstRepeatMs, finding.repeatsPerSecond, finding.pauseMs);
+    const bool off = isOff(finding.setting);
     const std::pair<Fault, bool> all[] = {
         {Fault::kGhosts, finding.keyDownsPerTap.maximum > 1},
         {Fault::kMisses, missed_},
-        {Fault::kNoRepeats, unrepeated_},
+        {Fault::kOff, off},
+        {Fault::kNoRepeats, unrepeated_ && !off},
         {Fault::kUneven, pause && pause->maximum >= kMaxUneven * pause->minimum},
         {Fault::kHasty, first && first->minimum < judgement_.soonestRepeatMs},
         {Fault::kSlowStart, first && first->maximum > judgement_.latestRepeatMs},
@@ -144,6 +151,7 @@ const char* nameOf(Fault fault) {
   switch (fault) {
     case Fault::kGhosts: return "ghosts";
     case Fault::kMisses: return "misses";
+    case Fault::kOff: return "off";
     case Fault::kNoRepeats: return "no repeats";
     case Fault::kUneven: return "uneven";
     case Fault::kHasty: return "hasty";
@@ -174,6 +182,7 @@ std::string meaningOf(Fault fault, const Judgement& judgement) {
   switch (fault) {
     case Fault::kGhosts: return "a tap gives more than one key-down: take a longer " + start;
     case Fault::kMisses: return "a press gives no key-down: " + (polls ? "poll more often" : "take a shorter " + start);
+    case Fault::kOff: return "repeating is off: set a " + start + " and a " + repeat;
     case Fault::kNoRepeats: return "a held button does not repeat: take a shorter " + start;
     case Fault::kUneven:
       return "pauses between repeats differ " + plain(kMaxUneven) + "-fold: take another " + repeat +

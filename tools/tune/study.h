@@ -11,7 +11,7 @@
 namespace quarlo::tools::tune {
 
 // What is wrong with a setting, the worst first.
-enum class Fault { kGhosts, kMisses, kNoRepeats, kUneven, kHasty, kSlowStart, kFast, kSlow, kLate };
+enum class Fault { kGhosts, kMisses, kOff, kNoRepeats, kUneven, kHasty, kSlowStart, kFast, kSlow, kLate };
 
 // One word or two.
 const char* nameOf(Fault fault);
