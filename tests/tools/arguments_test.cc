@@ -51,11 +51,11 @@ TEST(Arguments, ThatAreTooManySayWhatToDoInstead) {
   const std::string byOption = ": name a node with --mouse, --keyboard or --also, and a socket with --lirc";
   EXPECT_EQ(usageError({"monitor", "/dev/input/event0"}),
             "quarlo-input: \"/dev/input/event0\" is one argument too many" + byOption + hint("monitor"));
-  EXPECT_EQ(
-      usageError({"tune", "sofa", "75"}),
-      "quarlo-input: \"75\" is one argument too many: one session is studied at a time; the values of a list have "
-      "commas between them" +
-          hint("tune"));
+  EXPECT_EQ(usageError({"tune", "sofa", "75"}),
+            "quarlo-input: \"75\" is one argument too many: one session is studied at a time: put evemu's description "
+            "and events into one file; the values "
+            "of a list have commas between them" +
+                hint("tune"));
   EXPECT_EQ(usageError({"list", "x"}), "quarlo-input: \"x\" is one argument too many" + hint("list"));
 }
 

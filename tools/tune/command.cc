@@ -246,7 +246,9 @@ void addOptions(CommandLine& line, TuneOptions& options) {
     checkTimeout(options.grid.loop, *timeoutIsGiven);
     check(*remote, options);
   });
-  line.setHintForArguments("one session is studied at a time; the values of a list have commas between them");
+  line.setHintForArguments(
+      "one session is studied at a time: put evemu's description and events into one file; the values of a list have "
+      "commas between them");
   line.setHelp(helpText());
 }
 
