@@ -120,6 +120,18 @@ TEST(LircClient, TakesNoAnswerThatIsNone) {
   }
 }
 
+TEST(LircClient, TakesNoMoreThanAMebibyteOverAll) {
+  const Root root;
+  const std::string path = root.path() + "/lircd";
+  const FakeLircd lircd(path, [](const std::string& command) {
+    if (command == "LIST") return packet(command, std::vector<std::string>(100, "myremote"));
+    return packet(command, std::vector<std::string>(1000, "0000000000f40bf0 KEY_UP"));
+  });
+  const RemotesAnswer answer = askForRemotes(path, kLimit);
+  EXPECT_FALSE(answer.isComplete);
+  EXPECT_LT(answer.remotes.size(), 50U);
+}
+
 TEST(LircClient, DoesNotWaitForADaemonThatDoesNotAnswer) {
   const Root root;
   const std::string path = root.path() + "/lircd";

@@ -29,7 +29,7 @@ class Connection {
     return ::send(fd_, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size());
   }
 
-  // The next line, without its end; none if it does not come in time, or is too long.
+  // The next line, without its end; none if it does not come in time, is too long, or all lines together are.
   std::optional<std::string> takeLine(Clock::time_point deadline) {
     constexpr std::size_t kLongest = 4096;
     for (;;) {
@@ -47,16 +47,21 @@ class Connection {
   bool receive(Clock::time_point deadline) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     pollfd wait = {fd_, POLLIN, 0};
-    if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) != 1) return false;
+    if (left <= 0 || received_ > kMostBytes || poll(&wait, 1, static_cast<int>(left)) != 1) return false;
     char bytes[4096];
     const ssize_t size = recv(fd_, bytes, sizeof bytes, 0);
     if (size <= 0) return false;
     queued_.append(bytes, static_cast<std::size_t>(size));
+    received_ += static_cast<std::size_t>(size);
     return true;
   }
 
+  // Far more than the remotes of a machine need: whoever has the socket decides what comes.
+  static constexpr std::size_t kMostBytes = std::size_t{1} << 20;
+
   int fd_;  // -1: nobody takes connections
   std::string queued_;
+  std::size_t received_ = 0;
 };
 
 // Takes one packet: what stands between BEGIN and END. Buttons that are pressed meanwhile come between packets.
