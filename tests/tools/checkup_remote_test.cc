@@ -21,7 +21,8 @@ using namespace std::chrono_literals;
 
 // ---- A daemon -----------------------------------------------------------------------------------
 
-// Listens, and answers each line that it gets as it is told. Without an answer, it does not even accept.
+// Listens, and answers each line that it gets as it is told: with nothing, it closes the connection. Without an answer
+// at all, it does not even accept.
 class FakeLircd {
  public:
   using Answer = std::function<std::string(const std::string& command)>;
@@ -53,6 +54,7 @@ class FakeLircd {
           continue;
         }
         const std::string text = answer(command);
+        if (text.empty()) break;
         send(client, text.data(), text.size(), MSG_NOSIGNAL);
         command.clear();
       }
@@ -88,7 +90,7 @@ TEST(LircClient, TakesRemotesAndTheirButtons) {
   const std::string path = root.path() + "/lircd";
   const FakeLircd lircd(path, knows({"KEY_UP", "KEY_OK"}));
   const RemotesAnswer answer = askForRemotes(path, kLimit);
-  EXPECT_TRUE(answer.isComplete);
+  EXPECT_EQ(answer.outcome, Outcome::kComplete);
   ASSERT_EQ(answer.remotes.size(), 1U);
   EXPECT_EQ(answer.remotes[0].name, "myremote");
   EXPECT_EQ(answer.remotes[0].buttons, (Ids{"KEY_UP", "KEY_OK"}));
@@ -101,22 +103,32 @@ TEST(LircClient, PassesOverButtonsThatArePressedMeanwhileAndReloads) {
     return "0000000000f40bf0 00 KEY_UP myremote\nBEGIN\nSIGHUP\nEND\n" + knows({"KEY_UP"})(command);
   });
   const RemotesAnswer answer = askForRemotes(path, kLimit);
-  EXPECT_TRUE(answer.isComplete);
+  EXPECT_EQ(answer.outcome, Outcome::kComplete);
   ASSERT_EQ(answer.remotes.size(), 1U);
   EXPECT_EQ(answer.remotes[0].buttons, Ids{"KEY_UP"});
 }
 
-TEST(LircClient, TakesNoAnswerThatIsNone) {
-  const std::vector<std::pair<std::string, std::string>> answers = {
-      {"an error", "BEGIN\nLIST\nERROR\nDATA\n1\nunknown command\nEND\n"},
-      {"no end", std::string("BEGIN\n") + std::string(100000, 'x')},
-      {"too many lines", "BEGIN\nLIST\nSUCCESS\nDATA\n1\n" + std::string(300000, '\n')},
-      {"nothing but an end", "END\nBEGIN\nEND\n"}};
-  for (const auto& [what, text] : answers) {
+struct NoAnswer {
+  const char* what;
+  std::string text;
+  Outcome outcome;
+};
+
+std::vector<NoAnswer> noAnswers() {
+  return {{"an error", "BEGIN\nLIST\nERROR\nDATA\n1\nunknown command\nEND\n", Outcome::kRefused},
+          {"no success", "BEGIN\nLIST\nEND\n", Outcome::kRefused},
+          {"no end", std::string("BEGIN\n") + std::string(100000, 'x'), Outcome::kTooMuch},
+          {"too many lines", "BEGIN\nLIST\nSUCCESS\nDATA\n1\n" + std::string(300000, '\n'), Outcome::kTooMuch},
+          {"nothing but an end", "END\nBEGIN\nEND\n", Outcome::kTimedOut},
+          {"nothing, and no connection", "", Outcome::kClosed}};
+}
+
+TEST(LircClient, SaysWhyAnAnswerIsNone) {
+  for (const NoAnswer& answer : noAnswers()) {
     const Root root;
     const std::string path = root.path() + "/lircd";
-    const FakeLircd lircd(path, [text = text](const std::string& /*command*/) { return text; });
-    EXPECT_FALSE(askForRemotes(path, 200ms).isComplete) << what;
+    const FakeLircd lircd(path, [&](const std::string& /*command*/) { return answer.text; });
+    EXPECT_EQ(askForRemotes(path, 200ms).outcome, answer.outcome) << answer.what;
   }
 }
 
@@ -128,7 +140,7 @@ TEST(LircClient, TakesNoMoreThanAMebibyteOverAll) {
     return packet(command, std::vector<std::string>(1000, "0000000000f40bf0 KEY_UP"));
   });
   const RemotesAnswer answer = askForRemotes(path, kLimit);
-  EXPECT_FALSE(answer.isComplete);
+  EXPECT_EQ(answer.outcome, Outcome::kTooMuch);
   EXPECT_LT(answer.remotes.size(), 50U);
 }
 
@@ -136,7 +148,7 @@ TEST(LircClient, DoesNotWaitForADaemonThatDoesNotAnswer) {
   const Root root;
   const std::string path = root.path() + "/lircd";
   const FakeLircd lircd(path);
-  EXPECT_FALSE(askForRemotes(path, 100ms).isComplete);
+  EXPECT_EQ(askForRemotes(path, 100ms).outcome, Outcome::kTimedOut);
 }
 
 TEST(LircClient, DoesNotWaitForOneThatStopsInTheMiddle) {
@@ -145,10 +157,12 @@ TEST(LircClient, DoesNotWaitForOneThatStopsInTheMiddle) {
   const FakeLircd lircd(path, [](const std::string& command) {
     return command == "LIST" ? packet(command, {"myremote"}) : "BEGIN\nLIST myremote\nSUCC";
   });
-  EXPECT_FALSE(askForRemotes(path, 200ms).isComplete);
+  EXPECT_EQ(askForRemotes(path, 200ms).outcome, Outcome::kTimedOut);
 }
 
-TEST(LircClient, DoesNotWaitWhereNobodyListens) { EXPECT_FALSE(askForRemotes("/nowhere/lircd", kLimit).isComplete); }
+TEST(LircClient, DoesNotWaitWhereNobodyListens) {
+  EXPECT_EQ(askForRemotes("/nowhere/lircd", kLimit).outcome, Outcome::kClosed);
+}
 
 // ---- The socket ---------------------------------------------------------------------------------
 
@@ -211,6 +225,27 @@ TEST_F(SocketRules, FindADaemonThatTakesNoMoreConnections) {
 TEST_F(SocketRules, FindADaemonThatTakesConnectionsAndDoesNotAnswer) {
   const FakeLircd lircd(path);
   EXPECT_EQ(check(), Ids{"daemon-silent " + path});
+}
+
+TEST_F(SocketRules, FindADaemonThatClosesConnections) {
+  const FakeLircd lircd(path, [](const std::string& /*command*/) { return ""; });
+  const Findings findings = checkRemote(gatherRemote(path, {}, root.path()));
+  EXPECT_EQ(idsOf(findings), Ids{"daemon-silent " + path});
+  EXPECT_NE(findings[0].what.find("closes them without an answer"), std::string::npos) << findings[0].what;
+}
+
+TEST_F(SocketRules, LeaveUnseenWhatADaemonDoesNotSay) {
+  const std::vector<std::pair<std::string, std::string>> answers = {
+      {"BEGIN\nLIST\nERROR\nEND\n", "refuses the question (command LIST)"},
+      {std::string(100000, 'x'), "answers too much (command LIST)"}};
+  for (const auto& [text, what] : answers) {
+    path = root.path() + "/" + std::to_string(text.size());
+    const FakeLircd lircd(path, [text = text](const std::string& /*command*/) { return text; });
+    const RemoteFacts facts = gatherRemote(path, {}, root.path());
+    EXPECT_EQ(idsOf(checkRemote(facts)), Ids());
+    EXPECT_EQ(unseenOfRemote(facts),
+              "which buttons the daemon at " + path + " knows: it " + what + ", as another one than lircd does");
+  }
 }
 
 TEST_F(SocketRules, AskInputlircdNothing) {
@@ -306,7 +341,7 @@ TEST_F(SocketRules, FindTheButtonsThatAreNotKnown) {
 TEST(RemoteRules, DoNotListAllKeysOfLinux) {
   RemoteFacts facts;
   facts.sockets = {{"/run/lircd", 0, true, true}};
-  facts.answer = RemotesAnswer{true, {{"devinput-64", {"KEY_UP", "KEY_ZOOM"}}}};
+  facts.answer = RemotesAnswer{Outcome::kComplete, {{"devinput-64", {"KEY_UP", "KEY_ZOOM"}}}};
   EXPECT_EQ(idsOf(checkRemote(facts)), Ids());
 }
 

@@ -71,7 +71,8 @@ Checkup examine(const SourcePaths& sources, const std::string& root) {
   add(checkClock(gatherClock()), checkup.findings);
   checkSources(nodes, remote, checkup.findings);
   sortByHarm(checkup.findings);
-  for (const std::string& unseen : {unseenOfProcesses(processes, nodes, remote), unseenOfConsole(console)}) {
+  for (const std::string& unseen :
+       {unseenOfProcesses(processes, nodes, remote), unseenOfRemote(remote), unseenOfConsole(console)}) {
     if (!unseen.empty()) checkup.unseen.push_back(unseen);
   }
   return checkup;

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <optional>
 
 #include "tools/common/checkup/files.h"
@@ -25,13 +26,23 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  bool send(const std::string& line) const {
-    return ::send(fd_, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size());
+  // What has kept a line from being sent or taken; kComplete: nothing has.
+  Outcome outcome() const { return outcome_; }
+
+  // A daemon that reads nothing has no room for a line.
+  bool send(const std::string& line) {
+    const ssize_t size = ::send(fd_, line.data(), line.size(), MSG_NOSIGNAL);
+    if (size == static_cast<ssize_t>(line.size())) return true;
+    return fail(size == -1 && errno != EAGAIN ? Outcome::kClosed : Outcome::kTimedOut);
+  }
+
+  bool fail(Outcome outcome) {
+    outcome_ = outcome;
+    return false;
   }
 
   // The next line, without its end; none if it does not come in time, is too long, or all lines together are.
   std::optional<std::string> takeLine(Clock::time_point deadline) {
-    constexpr std::size_t kLongest = 4096;
     for (;;) {
       const std::size_t end = queued_.find('\n');
       if (end != std::string::npos) {
@@ -39,7 +50,7 @@ class Connection {
         queued_.erase(0, end + 1);
         return line;
       }
-      if (queued_.size() > kLongest || !receive(deadline)) return std::nullopt;
+      if (!receive(deadline)) return std::nullopt;
     }
   }
 
@@ -47,10 +58,11 @@ class Connection {
   bool receive(Clock::time_point deadline) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     pollfd wait = {fd_, POLLIN, 0};
-    if (left <= 0 || received_ > kMostBytes || poll(&wait, 1, static_cast<int>(left)) != 1) return false;
+    if (queued_.size() > kLongestLine || received_ > kMostBytes) return fail(Outcome::kTooMuch);
+    if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) != 1) return fail(Outcome::kTimedOut);
     char bytes[4096];
     const ssize_t size = recv(fd_, bytes, sizeof bytes, 0);
-    if (size <= 0) return false;
+    if (size <= 0) return fail(Outcome::kClosed);
     queued_.append(bytes, static_cast<std::size_t>(size));
     received_ += static_cast<std::size_t>(size);
     return true;
@@ -58,10 +70,12 @@ class Connection {
 
   // Far more than the remotes of a machine need: whoever has the socket decides what comes.
   static constexpr std::size_t kMostBytes = std::size_t{1} << 20;
+  static constexpr std::size_t kLongestLine = 4096;
 
   int fd_;  // -1: nobody takes connections
   std::string queued_;
   std::size_t received_ = 0;
+  Outcome outcome_ = Outcome::kComplete;
 };
 
 // Takes one packet: what stands between BEGIN and END. Buttons that are pressed meanwhile come between packets.
@@ -74,7 +88,9 @@ std::optional<Lines> takePacket(Connection& connection, Clock::time_point deadli
   while ((line = connection.takeLine(deadline)) && *line != "END" && packet.size() < kMostLines) {
     packet.push_back(*line);
   }
-  return line == "END" ? std::optional<Lines>(packet) : std::nullopt;
+  if (line == "END") return packet;
+  if (line) connection.fail(Outcome::kTooMuch);
+  return std::nullopt;
 }
 
 // The lines of data of lircd's answer: command, SUCCESS, DATA, their number, and they.
@@ -84,7 +100,11 @@ std::optional<Lines> ask(Connection& connection, const std::string& command, Clo
   std::optional<Lines> packet;
   do packet = takePacket(connection, deadline);
   while (packet && (packet->empty() || packet->front() != command));
-  if (!packet || packet->size() < 2 || (*packet)[1] != "SUCCESS") return std::nullopt;
+  if (!packet) return std::nullopt;
+  if (packet->size() < 2 || (*packet)[1] != "SUCCESS") {
+    connection.fail(Outcome::kRefused);
+    return std::nullopt;
+  }
   if (packet->size() <= kFirstOfData) return Lines();
   return Lines(packet->begin() + kFirstOfData, packet->end());
 }
@@ -107,14 +127,11 @@ RemotesAnswer askForRemotes(const std::string& socketPath, std::chrono::millisec
   Connection connection(socketPath);
   const std::optional<Lines> names = ask(connection, "LIST", deadline);
   RemotesAnswer answer;
-  answer.isComplete = names.has_value();
   for (const std::string& name : names.value_or(Lines())) {
     answer.remotes.push_back({name, {}});
-    if (!askForButtons(connection, answer.remotes.back(), deadline)) {
-      answer.isComplete = false;
-      break;
-    }
+    if (!askForButtons(connection, answer.remotes.back(), deadline)) break;
   }
+  answer.outcome = connection.outcome();
   return answer;
 }
 

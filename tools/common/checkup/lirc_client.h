@@ -13,10 +13,19 @@ struct Remote {
   std::vector<std::string> buttons;
 };
 
+// What came of asking.
+enum class Outcome {
+  kComplete,
+  kTimedOut,
+  kClosed,   // the daemon closed the connection
+  kRefused,  // it answered, but with no success
+  kTooMuch   // it sent more than the remotes of a machine need
+};
+
 // What lircd says.
 struct RemotesAnswer {
-  bool isComplete = false;  // false: it did not answer, or not in time, or something else
-  std::vector<Remote> remotes;
+  Outcome outcome = Outcome::kComplete;
+  std::vector<Remote> remotes;  // only those before the outcome was known, unless it is kComplete
 };
 
 // Asks for all remotes and their buttons, and waits for no longer than `limit`.

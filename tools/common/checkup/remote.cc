@@ -196,24 +196,38 @@ bool knowsNothingOf(const std::vector<Remote>& remotes) {
   });
 }
 
-void checkAnswer(const RemotesAnswer& answer, const std::string& socket, Findings& findings) {
-  if (!answer.isComplete) {
-    findings.push_back(
-        {Problem::kDaemonSilent,
-         "The daemon takes connections, and does not answer within two seconds (command LIST): it hangs, or "
-         "it is another one than lircd",
-         socket, "If it is lircd, restart it (sudo systemctl restart lircd), and look at its log"});
-  } else if (answer.remotes.empty()) {
+void checkRemotes(const std::vector<Remote>& remotes, const std::string& socket, Findings& findings) {
+  if (remotes.empty()) {
     findings.push_back({Problem::kNoRemotes, "lircd knows no remote: it decodes nothing", socket,
                         "Put the remote's file into /etc/lirc/lircd.conf.d (irdb-get, irrecord), then sudo systemctl "
                         "restart lircd"});
-  } else if (knowsNothingOf(answer.remotes)) {
+  } else if (knowsNothingOf(remotes)) {
     findings.push_back(
         {Problem::kNoKnownButton, "lircd knows remotes, but not one button by a name that the reader knows", socket,
          "In the remotes' files for lircd, give the buttons names that `quarlo-input keymap` has, then sudo "
          "systemctl restart lircd"});
   } else {
-    for (const Remote& remote : answer.remotes) checkButtons(remote, findings);
+    for (const Remote& remote : remotes) checkButtons(remote, findings);
+  }
+}
+
+void checkAnswer(const RemotesAnswer& answer, const std::string& socket, Findings& findings) {
+  const auto addSilence = [&](const std::string& what) {
+    findings.push_back({Problem::kDaemonSilent, what, socket,
+                        "If it is lircd, restart it (sudo systemctl restart lircd), and look at its log"});
+  };
+  switch (answer.outcome) {
+    case Outcome::kComplete: return checkRemotes(answer.remotes, socket, findings);
+    case Outcome::kTimedOut:
+      return addSilence(
+          "The daemon takes connections, and does not answer within two seconds (command LIST): it hangs, or it is "
+          "another one than lircd");
+    case Outcome::kClosed:
+      return addSilence(
+          "The daemon takes connections, and closes them without an answer (command LIST): it ends, or it is another "
+          "one than lircd");
+    case Outcome::kRefused:
+    case Outcome::kTooMuch: break;  // unseen
   }
 }
 
@@ -360,6 +374,16 @@ Findings checkRemote(const RemoteFacts& facts) {
   if (facts.answer) checkAnswer(*facts.answer, facts.sockets.back().path, findings);
   for (const LircDaemon& daemon : facts.daemons) checkDaemon(facts, daemon, findings);
   return findings;
+}
+
+std::string unseenOfRemote(const RemoteFacts& facts) {
+  if (!facts.answer) return "";
+  const std::string what = "which buttons the daemon at " + facts.sockets.back().path + " knows: it ";
+  switch (facts.answer->outcome) {
+    case Outcome::kRefused: return what + "refuses the question (command LIST), as another one than lircd does";
+    case Outcome::kTooMuch: return what + "answers too much (command LIST), as another one than lircd does";
+    default: return "";
+  }
 }
 
 }  // namespace quarlo::tools::checkup

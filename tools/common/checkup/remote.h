@@ -44,4 +44,7 @@ RemoteFacts gatherRemote(const SourcePath& lirc, const std::vector<Process>& pro
 
 Findings checkRemote(const RemoteFacts& facts);
 
+// What could not be looked at, as a sentence without its full stop; empty if all could.
+std::string unseenOfRemote(const RemoteFacts& facts);
+
 }  // namespace quarlo::tools::checkup
