@@ -47,6 +47,12 @@ TEST(Arguments, AnOptionOfACommandStandsBehindIt) {
             "quarlo-input: \"-v\" is not an option here: options of monitor stand behind monitor" + hint("monitor"));
 }
 
+TEST(Arguments, OfDoctorNameASource) {
+  EXPECT_EQ(
+      usageError({"doctor", "--mouse", "none", "--keyboard", "none", "--lirc", "none"}),
+      "quarlo-input: all sources are left out: leave out one \"none\", or name a node with --also" + hint("doctor"));
+}
+
 TEST(Arguments, ThatAreTooManySayWhatToDoInstead) {
   const std::string byOption = ": name a node with --mouse, --keyboard or --also, and a socket with --lirc";
   EXPECT_EQ(usageError({"monitor", "/dev/input/event0"}),

@@ -67,6 +67,16 @@ TEST_F(NodeRules, FindThatNothingIsTaken) {
   EXPECT_EQ(check(), Ids{"no-source /dev/input"});
 }
 
+TEST_F(NodeRules, FindThatThereIsNoSocketWhereNodesAreLeftOut) {
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  sources.lirc.reset();
+  sources.mouse = sources.keyboard = kLeaveOut;
+  const Findings findings = find();
+  EXPECT_EQ(idsOf(findings), Ids{"no-source /var/run/lirc/lircd, /var/lircd, /dev/lircd and /dev/lirc/lircd"});
+  EXPECT_EQ(findings[0].what, "The application finds nothing to read from: no LIRC socket, and nodes are left out");
+  EXPECT_EQ(findings[0].remedy, "Start lircd, or pass the path of its socket with --lirc");
+}
+
 TEST_F(NodeRules, FindWhatIsBeyondTheScanAndWouldBeTaken) {
   machine.addNode("/dev/input/event9", Device::keyboard());
   machine.addNode("/dev/input/event11", Device::keyboard());

@@ -27,6 +27,11 @@ Exit status: 0 if nothing was found; 1 if something was; 2 for wrong arguments.)
 void addOptions(CommandLine& line, DoctorOptions& options) {
   addSourceOptions(line, options, LongSocketPath::kIsTaken);
   line.addFlag("--json", options.json, "Print one JSON object per finding; all else goes to standard error");
+  line.addCheck([&options] {
+    if (!isLeftOut(options.mouse) || !isLeftOut(options.keyboard) || !isLeftOut(options.lirc)) return;
+    if (!options.further.empty()) return;
+    throw ArgumentError("all sources are left out: leave out one \"none\", or name a node with --also");
+  });
   line.setHelp(kHelp);
 }
 

@@ -34,8 +34,14 @@ bool anyIsError(const Findings& findings) {
 bool remoteIsThere(const RemoteFacts& remote) { return !remote.sockets.empty() && remote.sockets.back().error == 0; }
 
 // If nothing else says why.
-void checkSources(const NodesFacts& nodes, const RemoteFacts& remote, Findings& findings) {
+void checkSources(const SourcePaths& sources, const NodesFacts& nodes, const RemoteFacts& remote, Findings& findings) {
   if (anyIsError(findings) || !nodesRead(nodes).empty() || remoteIsThere(remote)) return;
+  if (!readsNodes(sources)) {
+    findings.push_back({Problem::kNoSource,
+                        "The application finds nothing to read from: no LIRC socket, and nodes are left out",
+                        pathsOf(remote.sockets), "Start lircd, or pass the path of its socket with --lirc"});
+    return;
+  }
   findings.push_back({Problem::kNoSource,
                       "The application finds nothing to read from: no mouse, no keyboard, no remote", "/dev/input",
                       "`quarlo-input list` says of each node why it is not taken: pass the path of one"});
@@ -69,7 +75,7 @@ Checkup examine(const SourcePaths& sources, const std::string& root) {
   add(checkEnvironment(gatherEnvironment()), checkup.findings);
   add(checkConsole(console), checkup.findings);
   add(checkClock(gatherClock()), checkup.findings);
-  checkSources(nodes, remote, checkup.findings);
+  checkSources(sources, nodes, remote, checkup.findings);
   sortByHarm(checkup.findings);
   for (const std::string& unseen :
        {unseenOfProcesses(processes, nodes, remote), unseenOfRemote(remote), unseenOfConsole(console)}) {

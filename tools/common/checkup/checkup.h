@@ -15,8 +15,8 @@ struct Checkup {
 };
 
 // Looks at the machine as an application finds it that reads from `sources`; a path to a socket may be too long here.
-// Changes nothing, but grabs each node for a moment. The files of the system are looked for below `root`, which is ""
-// for the machine itself.
+// REQUIRES: not all sources are left out. Changes nothing, but grabs each node for a moment. The files of the system
+// are looked for below `root`, which is "" for the machine itself.
 Checkup examine(const SourcePaths& sources, const std::string& root = "");
 
 }  // namespace quarlo::tools::checkup

@@ -97,13 +97,6 @@ constexpr std::size_t kMostNames = 20;
 
 bool isConnected(const RemoteFacts& facts) { return !facts.sockets.empty() && facts.sockets.back().error == 0; }
 
-std::string pathsOf(const std::vector<SocketFacts>& sockets) {
-  std::vector<std::string> paths;
-  paths.reserve(sockets.size());
-  for (const SocketFacts& socket : sockets) paths.push_back(socket.path);
-  return enumerated(paths, paths.size());
-}
-
 std::string startDaemon() { return "Start it (sudo systemctl restart lircd.socket lircd), and look at its log"; }
 
 void checkLength(const std::string& path, const std::string& shorten, Findings& findings) {
@@ -374,6 +367,13 @@ Findings checkRemote(const RemoteFacts& facts) {
   if (facts.answer) checkAnswer(*facts.answer, facts.sockets.back().path, findings);
   for (const LircDaemon& daemon : facts.daemons) checkDaemon(facts, daemon, findings);
   return findings;
+}
+
+std::string pathsOf(const std::vector<SocketFacts>& sockets) {
+  std::vector<std::string> paths;
+  paths.reserve(sockets.size());
+  for (const SocketFacts& socket : sockets) paths.push_back(socket.path);
+  return enumerated(paths, paths.size());
 }
 
 std::string unseenOfRemote(const RemoteFacts& facts) {

@@ -44,6 +44,9 @@ RemoteFacts gatherRemote(const SourcePath& lirc, const std::vector<Process>& pro
 
 Findings checkRemote(const RemoteFacts& facts);
 
+// "/var/run/lirc/lircd, /run/lirc/lircd and /dev/lircd".
+std::string pathsOf(const std::vector<SocketFacts>& sockets);
+
 // What could not be looked at, as a sentence without its full stop; empty if all could.
 std::string unseenOfRemote(const RemoteFacts& facts);
 
