@@ -466,6 +466,27 @@ TEST_F(SocketRules, FindInputlircdWithoutRepeatsAndWithoutDigits) {
   EXPECT_EQ(check(), (Ids{"repeats-are-presses inputlircd (process 7)", "digits-left-out inputlircd (process 7)"}));
 }
 
+TEST_F(SocketRules, SayWhichKeysInputlircdLeavesOut) {
+  constexpr int kMostConnections = 20;
+  const FakeLircd daemon(path, nullptr, kMostConnections);
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"0", ""},
+      {"2", ""},
+      {"3", "leaves out keys below 3: digits are among them"},
+      {"28", "leaves out keys below 28: digits are among them"},
+      {"29", "leaves out keys below 29: digits and Enter are among them"},
+      {"", "leaves out keys below 88, as it does without -m: digits and Enter are among them"},
+      {"99999999999",
+       "runs with -m \"99999999999\", which is not the number of a key: digits and Enter can be left out"},
+      {"0x1", "runs with -m \"0x1\", which is not the number of a key: digits and Enter can be left out"}};
+  for (const auto& [lowest, what] : cases) {
+    root.addProcess(7, "inputlircd", {"inputlircd", "-d", path, "-r", "200", "-m", lowest, "/dev/input/event3"});
+    const Findings findings = checkRemote(gatherRemote(path, findProcesses(root.path()), root.path()));
+    EXPECT_EQ(idsOf(findings), what.empty() ? Ids() : Ids{"digits-left-out inputlircd (process 7)"}) << lowest;
+    EXPECT_EQ(findings.empty() ? "" : findings[0].what, what.empty() ? "" : "inputlircd (process 7) " + what);
+  }
+}
+
 // ---- Odd files ----------------------------------------------------------------------------------
 
 TEST_F(SocketRules, TakeNoHarmOfAnOddSysfsAndAnOddProc) {

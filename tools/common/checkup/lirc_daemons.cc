@@ -185,7 +185,7 @@ LircDaemon inputlircdOf(const Process& process, const Listening& listening) {
   LircDaemon daemon;
   daemon.kind = DaemonKind::kInputlircd;
   daemon.repeatMs = numberIn(given, "repeat");
-  daemon.lowestKey = numberIn(given, "lowest-key");
+  daemon.lowestKey = valueOf(given, "lowest-key");
   daemon.nodes = nodesOf(process);
   daemon.sockets = socketsOf(process, listening, valueOf(given, "socket", kInputlircdSocket));
   return daemon;

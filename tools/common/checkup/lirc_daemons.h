@@ -20,7 +20,7 @@ struct LircDaemon {
   std::string driver;                // lircd: empty if nothing says it
   std::string device;                // lircd: the same
   std::optional<int> repeatMs;       // inputlircd: -r, if it is there and a number
-  std::optional<int> lowestKey;      // inputlircd: -m, the same
+  std::string lowestKey;             // inputlircd: -m as it is there; empty if it is not
   std::vector<std::string> nodes;    // inputlircd: those that it reads, as far as can be seen
 };
 

@@ -1,5 +1,6 @@
 #include "tools/common/checkup/remote.h"
 
+#include <linux/input-event-codes.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include "tools/common/checkup/files.h"
 #include "tools/common/lirc_line.h"
 #include "tools/common/lirc_socket.h"
+#include "tools/common/numbers.h"
 #include "tools/common/obstacle.h"
 #include "tools/common/output.h"
 
@@ -318,6 +320,18 @@ void checkTwoWays(const RemoteFacts& facts, const LircDaemon& daemon, Findings& 
 
 // ---- inputlircd ---------------------------------------------------------------------------------
 
+// What comes of -m, behind the name of the daemon; empty if all digits are there.
+std::string digitsLeftOut(const std::string& lowestKey) {
+  if (lowestKey.empty()) return "leaves out keys below 88, as it does without -m: digits and Enter are among them";
+  int lowest = 0;
+  if (!isNumber(lowestKey, 0, KEY_MAX, lowest)) {
+    return "runs with -m \"" + lowestKey + "\", which is not the number of a key: digits and Enter can be left out";
+  }
+  if (lowest <= KEY_1) return "";
+  return "leaves out keys below " + std::to_string(lowest) +
+         (lowest > KEY_ENTER ? ": digits and Enter are among them" : ": digits are among them");
+}
+
 void checkInputlircd(const LircDaemon& daemon, Findings& findings) {
   if (daemon.repeatMs.value_or(0) == 0) {
     findings.push_back(
@@ -325,12 +339,10 @@ void checkInputlircd(const LircDaemon& daemon, Findings& findings) {
          daemon.process + " runs without -r: each repeat of a held button counts as a press of its own", daemon.process,
          "Start it with -r 200 (OPTIONS in /etc/default/inputlirc), then sudo systemctl restart inputlirc"});
   }
-  if (daemon.lowestKey != 0) {
+  const std::string leftOut = digitsLeftOut(daemon.lowestKey);
+  if (!leftOut.empty()) {
     findings.push_back(
-        {Problem::kDigitsLeftOut,
-         daemon.process + " leaves out keys below " + std::to_string(daemon.lowestKey.value_or(88)) +
-             ", as it does without -m 0: digits and Enter are among them",
-         daemon.process,
+        {Problem::kDigitsLeftOut, daemon.process + " " + leftOut, daemon.process,
          "Start it with -m 0 (OPTIONS in /etc/default/inputlirc), then sudo systemctl restart inputlirc"});
   }
 }
