@@ -215,6 +215,25 @@ TEST_F(SocketRules, FindAFileInThePlaceOfTheSocket) {
   EXPECT_EQ(check(), Ids{"not-a-socket " + path});
 }
 
+TEST_F(SocketRules, AdviseToRemoveOnlyAFileThatWasNotGiven) {
+  RemoteFacts facts;
+  facts.sockets = {{"/run/lircd", ECONNREFUSED, true, false}};
+  EXPECT_EQ(checkRemote(facts)[0].remedy,
+            "Remove it, and start the daemon again, or pass the path of the daemon's socket with --lirc");
+  facts.isGiven = true;
+  EXPECT_EQ(checkRemote(facts)[0].remedy, "Pass the path of the daemon's socket with --lirc");
+}
+
+TEST_F(SocketRules, LeaveAPathThatAProcessChoseOutOfTheRemedy) {
+  const std::string chosen = "/tmp/x;$(touch /tmp/y)";
+  addLircd({"--output=" + chosen, "--driver=default", "--device=" + chosen, "--options-file=" + chosen});
+  const Findings findings = checkRemote(gatherRemote(path, findProcesses(root.path()), root.path()));
+  EXPECT_EQ(idsOf(findings), (Ids{"other-socket " + chosen, "no-receiver " + chosen}));
+  for (const Finding& finding : findings) {
+    EXPECT_EQ(finding.remedy.find(chosen), std::string::npos) << finding.remedy;
+  }
+}
+
 TEST_F(SocketRules, FindADaemonThatTakesNoMoreConnections) {
   const FakeLircd lircd(path, nullptr, 0);
   const int first = connectWithoutWaiting(path);

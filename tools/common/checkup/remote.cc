@@ -110,8 +110,9 @@ void checkLength(const std::string& path, const std::string& shorten, Findings& 
                       path, shorten});
 }
 
-// What is wrong with a path that the reader tries in vain; nothing if there is just nothing.
-void checkSocket(const SocketFacts& socket, Findings& findings) {
+// What is wrong with a path that the reader tries in vain; nothing if there is just nothing. What a person has given
+// may be a file of his: nobody is advised to remove it.
+void checkSocket(const SocketFacts& socket, bool isGiven, Findings& findings) {
   const auto add = [&](Problem problem, const std::string& what, const std::string& remedy) {
     findings.push_back({problem, what, socket.path, remedy});
   };
@@ -120,7 +121,8 @@ void checkSocket(const SocketFacts& socket, Findings& findings) {
     add(Problem::kSocketNotPermitted, "This user may not connect to the socket: " + obstacle.reason, obstacle.remedy);
   } else if (socket.isThere && !socket.isSocket) {
     add(Problem::kNotASocket, "What is in the place of the LIRC daemon's socket is none",
-        "Remove it, and start the daemon again, or pass the path of the daemon's socket with --lirc");
+        isGiven ? "Pass the path of the daemon's socket with --lirc"
+                : "Remove it, and start the daemon again, or pass the path of the daemon's socket with --lirc");
   } else if (socket.error == ECONNREFUSED) {
     add(Problem::kDaemonNotRunning, "Nobody listens on the socket: the daemon that made it has ended", startDaemon());
   } else if (socket.error == EAGAIN) {
@@ -130,7 +132,8 @@ void checkSocket(const SocketFacts& socket, Findings& findings) {
   }
 }
 
-// Daemons that run, and that the reader does not look for where they are.
+// Daemons that run, and that the reader does not look for where they are. Any process can be called as they are: keep
+// its paths out of commands, which somebody may copy into a shell.
 void checkOtherSockets(const RemoteFacts& facts, Findings& findings) {
   for (const LircDaemon& daemon : facts.daemons) {
     if (daemon.sockets.empty()) continue;
@@ -143,8 +146,8 @@ void checkOtherSockets(const RemoteFacts& facts, Findings& findings) {
                         daemon.process + " listens on " + socket + ", and the reader looks at " +
                             pathsOf(facts.sockets) + ", where nobody takes connections",
                         socket,
-                        "Pass the daemon's path (--lirc " + socket + "), or have the daemon listen on " +
-                            facts.sockets.front().path + " (lircd: output in lirc_options.conf; inputlircd: -d)"});
+                        "Pass its path with --lirc, or have the daemon listen where the reader looks (lircd: output in "
+                        "lirc_options.conf; inputlircd: -d)"});
   }
 }
 
@@ -154,7 +157,7 @@ void checkSockets(const RemoteFacts& facts, Findings& findings) {
   if (isConnected(facts) || !findings.empty()) return;
   checkOtherSockets(facts, findings);
   if (!findings.empty()) return;
-  for (const SocketFacts& socket : facts.sockets) checkSocket(socket, findings);
+  for (const SocketFacts& socket : facts.sockets) checkSocket(socket, facts.isGiven, findings);
   if (!findings.empty() || !facts.isGiven) return;
   findings.push_back({Problem::kNoSocket, "There is no socket at the path that was given", facts.sockets.front().path,
                       "Is a LIRC daemon running (systemctl status lircd)? Is this the socket that it writes to?"});
@@ -251,9 +254,9 @@ bool isFound(const RemoteFacts& facts, const std::string& driver) {
 }
 
 void checkReceiver(const RemoteFacts& facts, const LircDaemon& daemon, Findings& findings) {
-  const std::string remedy = "Set driver and device in " + daemon.optionsFile +
-                             " to those of the receiver (driver = default, device = /dev/lirc0), then sudo systemctl "
-                             "restart lircd";
+  const std::string remedy =
+      "Set driver and device in lircd's options file to those of the receiver (driver = default, device = /dev/lirc0), "
+      "then sudo systemctl restart lircd";
   if (isAutomatic(daemon) && !isFound(facts, daemon.driver)) {
     findings.push_back({Problem::kNoReceiver,
                         daemon.process + " is to find a receiver for its driver " + daemon.driver +
@@ -263,10 +266,10 @@ void checkReceiver(const RemoteFacts& facts, const LircDaemon& daemon, Findings&
   const bool isPath = startsWith(daemon.device, "/");
   const auto& there = facts.deviceFiles;
   if (isPath && std::find(there.begin(), there.end(), daemon.device) == there.end()) {
-    findings.push_back(
-        {Problem::kNoReceiver,
-         daemon.process + " is to read from " + daemon.device + ", which is not there" + whyNoReceiver(facts),
-         daemon.device, remedy});
+    findings.push_back({Problem::kNoReceiver,
+                        daemon.process + " is to read from " + daemon.device + " (options file " + daemon.optionsFile +
+                            "), which is not there" + whyNoReceiver(facts),
+                        daemon.device, remedy});
   }
 }
 
