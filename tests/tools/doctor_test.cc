@@ -179,6 +179,48 @@ TEST_F(NodeRules, FindWhatStaysDown) {
   EXPECT_EQ(findings[0].what.substr(0, 21), "KEY_LEFTSHIFT is down");
 }
 
+TEST_F(NodeRules, DoNotTakeTypingForWhatStaysDown) {
+  sim::Node& keyboard = machine.addNode("/dev/input/event0", Device::keyboard());
+  keyboard.press(KEY_LEFTSHIFT);
+  keyboard.press(KEY_A);
+  machine.after(450ms, [&] {
+    keyboard.press(KEY_BACKSPACE);
+    keyboard.release(KEY_A);
+  });
+  machine.after(950ms, [&] {
+    keyboard.press(KEY_D);
+    keyboard.release(KEY_BACKSPACE);
+    keyboard.press(KEY_ENTER);
+  });
+  const Findings findings = find();
+  EXPECT_EQ(idsOf(findings), Ids{"held-at-start /dev/input/event0"});
+  EXPECT_EQ(findings[0].what.substr(0, 21), "KEY_LEFTSHIFT is down");
+}
+
+TEST_F(NodeRules, FindNothingWhereSomebodyTypes) {
+  sim::Node& keyboard = machine.addNode("/dev/input/event0", Device::keyboard());
+  keyboard.press(KEY_LEFT);
+  machine.after(450ms, [&] {
+    keyboard.press(KEY_RIGHT);
+    keyboard.release(KEY_LEFT);
+  });
+  EXPECT_EQ(check(), Ids());
+}
+
+TEST_F(NodeRules, CountWhatMayBeTypedAndDoNotNameIt) {
+  sim::Node& keyboard = machine.addNode("/dev/input/event0", Device::keyboard());
+  const auto what = [&] { return find()[0].what.substr(0, find()[0].what.find(", and")); };
+  keyboard.press(KEY_D);
+  EXPECT_EQ(what(), "1 key is down");
+  keyboard.press(KEY_7);
+  EXPECT_EQ(what(), "2 keys are down");
+  keyboard.press(KEY_LEFTSHIFT);
+  EXPECT_EQ(what(), "KEY_LEFTSHIFT and 2 other keys are down");
+  keyboard.release(KEY_7);
+  keyboard.press(KEY_RIGHTALT);
+  EXPECT_EQ(what(), "KEY_LEFTSHIFT, KEY_RIGHTALT and 1 other key are down");
+}
+
 TEST_F(NodeRules, GiveTheEnterThatStartedTheProgramTimeToComeUp) {
   sim::Node& keyboard = machine.addNode("/dev/input/event0", Device::keyboard());
   keyboard.press(KEY_ENTER);

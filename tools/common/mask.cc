@@ -40,12 +40,6 @@ constexpr Key kLircKeys[] = {
 
 bool isShown(Mask mask, const ShownKey& key) { return mask != Mask::kTypingAndModifiers || !key.changesTyping; }
 
-bool isCodeShown(Mask mask, int code) {
-  return mask == Mask::kNothing || std::any_of(std::begin(kShownKeys), std::end(kShownKeys), [&](const ShownKey& key) {
-           return key.code == code && isShown(mask, key);
-         });
-}
-
 // The application's keys that the shown keys and buttons give.
 std::set<Key> findShownKeys(Mask mask) {
   std::set<Key> keys;
@@ -116,6 +110,12 @@ std::string hideButton(Mask mask, const std::string& line, const char* substitut
 }
 
 }  // namespace
+
+bool isCodeShown(Mask mask, int code) {
+  return mask == Mask::kNothing || std::any_of(std::begin(kShownKeys), std::end(kShownKeys), [&](const ShownKey& key) {
+           return key.code == code && isShown(mask, key);
+         });
+}
 
 InputEvent masked(Mask mask, const InputEvent& event, const Origin& origin) {
   if (event.kind != InputEvent::kKeyEvent) return event;

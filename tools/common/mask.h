@@ -27,6 +27,9 @@ struct MaskOptions {
   }
 };
 
+// Whether the key of this code is known not to type, and so stays as it is.
+bool isCodeShown(Mask mask, int code);
+
 // The event without what was typed. A key that the reader does not know is hidden as well, unless the record that it
 // came of is known not to type: it may type elsewhere.
 InputEvent masked(Mask mask, const InputEvent& event, const Origin& origin = {});

@@ -17,6 +17,7 @@
 #include "tools/common/checkup/files.h"
 #include "tools/common/code_names.h"
 #include "tools/common/evdev_node.h"
+#include "tools/common/mask.h"
 #include "tools/common/output.h"
 
 namespace quarlo::tools::checkup {
@@ -115,13 +116,28 @@ std::vector<HeldKeys> keysDownOn(const std::vector<std::string>& nodes) {
   return held;
 }
 
+// What is down in both. REQUIRES: codes in their order.
+std::vector<HeldKeys> stillHeld(const std::vector<HeldKeys>& before, const std::vector<HeldKeys>& now) {
+  std::vector<HeldKeys> held;
+  for (const HeldKeys& keys : now) {
+    const auto same =
+        std::find_if(before.begin(), before.end(), [&](const HeldKeys& earlier) { return earlier.path == keys.path; });
+    if (same == before.end()) continue;
+    std::vector<int> codes;
+    std::set_intersection(same->codes.begin(), same->codes.end(), keys.codes.begin(), keys.codes.end(),
+                          std::back_inserter(codes));
+    if (!codes.empty()) held.push_back({keys.path, std::move(codes)});
+  }
+  return held;
+}
+
 std::vector<HeldKeys> keysThatStayDownOn(const std::vector<std::string>& nodes) {
   constexpr int kTries = 10;
   constexpr int kPauseMs = 100;
   std::vector<HeldKeys> held = keysDownOn(nodes);
   for (int i = 0; i < kTries && !held.empty(); ++i) {
     poll(nullptr, 0, kPauseMs);
-    held = keysDownOn(nodes);
+    held = stillHeld(held, keysDownOn(nodes));
   }
   return held;
 }
@@ -268,18 +284,23 @@ void checkTaken(const NodesFacts& facts, Findings& findings) {
   }
 }
 
-std::string namesOf(const std::vector<int>& codes) {
-  std::vector<std::string> names;
-  names.reserve(codes.size());
-  for (const int code : codes) names.push_back(codeName(EV_KEY, code));
-  return enumerated(names, kMostPaths);
+// A key that types can be part of a password, and what is said here can end up in a journal: it is counted only.
+std::string keysIn(const std::vector<int>& codes) {
+  constexpr std::size_t kMostNames = 10;
+  std::vector<std::string> keys;
+  for (const int code : codes) {
+    if (keys.size() < kMostNames && isCodeShown(Mask::kTyping, code)) keys.push_back(codeName(EV_KEY, code));
+  }
+  const std::size_t left = codes.size() - keys.size();
+  if (left != 0) keys.push_back(counted(static_cast<long>(left), keys.empty() ? "key" : "other key"));
+  return enumerated(keys, keys.size());
 }
 
 void checkHeld(const NodesFacts& facts, Findings& findings) {
   for (const HeldKeys& held : facts.held) {
     findings.push_back(
         {Problem::kHeldAtStart,
-         namesOf(held.codes) + (held.codes.size() == 1 ? " is" : " are") +
+         keysIn(held.codes) + (held.codes.size() == 1 ? " is" : " are") +
              " down, and the application does not know: only the key-up comes, and a modifier does not count",
          held.path, "Release it, or free what is stuck; an application with InputSources calls adopt()"});
   }
