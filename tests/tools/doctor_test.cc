@@ -159,9 +159,36 @@ TEST_F(NodeRules, FindNodesThatThisUserMayNotReadTogether) {
   EXPECT_EQ(check(), Ids{"not-permitted /dev/input/event11"});
 }
 
+TEST_F(NodeRules, FindNothingWhereANodeIsNotReadThatIsNotNeeded) {
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  machine.addNode("/dev/input/event1", Device::mouse());
+  machine.addNode("/dev/input/event2", Device::keyboard()).setOpenError(EACCES);
+  EXPECT_EQ(check(), Ids());
+  EXPECT_EQ(checkup::examine(sources, root.path()).unseen,
+            Ids{"what /dev/input/event2 can do: this user may not read it"});
+  sources.further = {"/dev/input/event2"};
+  EXPECT_EQ(check(), Ids{"not-permitted /dev/input/event2"});
+  EXPECT_EQ(checkup::examine(sources, root.path()).unseen, Ids());
+}
+
+TEST_F(NodeRules, FindANodeThatThisUserMayNotReadWhereOneOfTwoIsNotFound) {
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  machine.addNode("/dev/input/event1", Device::mouse()).setOpenError(EACCES);
+  EXPECT_EQ(check(), Ids{"not-permitted /dev/input/event1"});
+  sources.mouse = kLeaveOut;
+  EXPECT_EQ(check(), Ids());
+}
+
+TEST_F(NodeRules, FindAGivenNodeThatThisUserMayNotReadOnce) {
+  machine.addNode("/dev/input/event0", Device::keyboard()).setOpenError(EACCES);
+  sources.keyboard = "/dev/input/event0";
+  EXPECT_EQ(find()[0].what.substr(0, 30), "This user may not read 1 node:");
+}
+
 TEST_F(NodeRules, FindAGroupThatTheSessionDoesNotHave) {
   NodesFacts facts;
   const Obstacle obstacle = {"Permission denied (owner root, group input, mode 0660)", "Add yourself"};
+  facts.mouseIsSearched = true;
   facts.forbidden = {{"/dev/input/event0", obstacle, "input"}, {"/dev/input/event1", obstacle, ""}};
   Findings findings = checkNodes(facts);
   checkup::sortByHarm(findings);

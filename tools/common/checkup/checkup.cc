@@ -77,8 +77,8 @@ Checkup examine(const SourcePaths& sources, const std::string& root) {
   add(checkClock(gatherClock()), checkup.findings);
   checkSources(sources, nodes, remote, checkup.findings);
   sortByHarm(checkup.findings);
-  for (const std::string& unseen :
-       {unseenOfProcesses(processes, nodes, remote), unseenOfRemote(remote), unseenOfConsole(console)}) {
+  for (const std::string& unseen : {unseenOfNodes(nodes), unseenOfProcesses(processes, nodes, remote),
+                                    unseenOfRemote(remote), unseenOfConsole(console)}) {
     if (!unseen.empty()) checkup.unseen.push_back(unseen);
   }
   return checkup;

@@ -158,10 +158,19 @@ std::string describe(const NodeReport& report) {
   return report.facts.name.empty() ? report.path : report.facts.name + " (" + report.path + ")";
 }
 
+// A node that may not be read can be what autodetection searches, as long as it has not found that.
+bool isMissed(const NodesFacts& facts, const ForbiddenNode& node) {
+  const bool isGiven = std::any_of(facts.given.begin(), facts.given.end(),
+                                   [&](const GivenNode& given) { return given.path == node.path; });
+  return isGiven || (facts.mouseIsSearched && !isTaken(facts, Verdict::kMouse)) ||
+         (facts.keyboardIsSearched && !isTaken(facts, Verdict::kKeyboard));
+}
+
 // One finding for nodes that have the same obstacle.
 void checkForbidden(const NodesFacts& facts, Findings& findings) {
   std::map<std::string, std::vector<const ForbiddenNode*>> byObstacle;
   for (const ForbiddenNode& node : facts.forbidden) {
+    if (!isMissed(facts, node)) continue;
     byObstacle[node.groupToLogInFor + "\n" + node.obstacle.reason].push_back(&node);
   }
   for (const auto& [obstacle, nodes] : byObstacle) {
@@ -318,7 +327,7 @@ NodesFacts gatherNodes(const SourcePaths& sources, const std::vector<Process>& p
   }
   facts.survey = surveyNodes();
   for (const NodeReport& report : facts.survey) {
-    if (!report.readable && isScanned(report) && isSearched(facts)) {
+    if (!report.readable && isScanned(report) && isSearched(facts) && !isGiven(facts, report)) {
       noteIfForbidden(report.path, errnoOfOpeningNode(report.path), facts);
     }
   }
@@ -354,6 +363,14 @@ Findings checkNodes(const NodesFacts& facts) {
   checkTaken(facts, findings);
   checkHeld(facts, findings);
   return findings;
+}
+
+std::string unseenOfNodes(const NodesFacts& facts) {
+  std::vector<std::string> paths;
+  for (const ForbiddenNode& node : facts.forbidden) {
+    if (!isMissed(facts, node)) paths.push_back(node.path);
+  }
+  return paths.empty() ? "" : "what " + enumerated(paths, kMostPaths) + " can do: this user may not read it";
 }
 
 }  // namespace quarlo::tools::checkup

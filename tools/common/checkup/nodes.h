@@ -54,4 +54,7 @@ std::vector<std::string> nodesRead(const NodesFacts& facts);
 
 Findings checkNodes(const NodesFacts& facts);
 
+// Nodes that this user may not read, if the application finds what it searches without them; empty if there are none.
+std::string unseenOfNodes(const NodesFacts& facts);
+
 }  // namespace quarlo::tools::checkup
