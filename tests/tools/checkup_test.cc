@@ -179,7 +179,7 @@ TEST(ConsoleRules, LookAtWhoWaitsAtTheConsoleInFront) {
 
 TEST(ConsoleRules, FindNothingWithoutConsoles) {
   const Root root;
-  const std::vector<Process> processes = {{10, "agetty", {}, 1, {}, true}};
+  const std::vector<Process> processes = {{10, "agetty", 1, {}, true}};
   for (const char* active : {"", "\n", "hvc0\n", "tty\n", "tty99\n", "ttyS0\n"}) {
     root.write("/sys/class/tty/tty0/active", active);
     const ConsoleFacts facts = gatherConsole(processes, true, root.path());
@@ -291,12 +291,45 @@ TEST(Processes, ThatEndWhileTheyAreReadAreLeftOut) {
   ASSERT_EQ(processes.size(), 2U);
   EXPECT_EQ(processes[0].pid, 7);
   EXPECT_EQ(processes[0].name, "lircd");
-  EXPECT_EQ(processes[0].arguments, (Ids{"lircd", "-n"}));
+  EXPECT_EQ(argumentsOf(processes[0], root.path()), (Ids{"lircd", "-n"}));
   EXPECT_EQ(processes[0].openFiles, Ids{"/dev/input/event3"});
   EXPECT_TRUE(processes[0].openFilesAreKnown);
   EXPECT_EQ(processes[1].pid, 9);
   EXPECT_EQ(processes[1].console, 0);
   EXPECT_FALSE(processes[1].openFilesAreKnown);
+}
+
+TEST(Processes, KeepNothingOpenButInputDevicesAndSockets) {
+  const Root root;
+  root.addProcess(7, "x", {"x"});
+  root.addOpenFile(7, 0, "/home/tv/" + std::string(3000, 'x'));
+  root.addOpenFile(7, 1, "/dev/input/" + std::string(3000, 'x'));
+  root.addOpenFile(7, 2, "pipe:[4711]");
+  root.addOpenFile(7, 3, "socket:[4711]");
+  root.addOpenFile(7, 4, "/dev/input/event3");
+  root.addOpenFile(7, 5, "/tmp/dev/input/event3");
+  const std::vector<Process> processes = findProcesses(root.path());
+  ASSERT_EQ(processes.size(), 1U);
+  EXPECT_EQ(processes[0].openFiles, (Ids{"socket:[4711]", "/dev/input/event3"}));
+}
+
+TEST(Processes, KeepAsManyOpenFilesAsADaemonCanHave) {
+  const Root root;
+  root.addProcess(7, "x", {"x"});
+  for (int fd = 0; fd < 1100; ++fd) root.addOpenFile(7, fd, "/dev/input/event3");
+  const std::vector<Process> processes = findProcesses(root.path());
+  ASSERT_EQ(processes.size(), 1U);
+  EXPECT_EQ(processes[0].openFiles.size(), 1024U);
+}
+
+TEST(Processes, WithEndlessArgumentsAreReadInPart) {
+  const Root root;
+  root.addProcess(7, "lircd", Ids(100000, ""));
+  EXPECT_EQ(argumentsOf(findProcesses(root.path()).at(0), root.path()).size(), 256U);
+  root.addProcess(7, "lircd", {"lircd", std::string(1 << 20, 'x')});
+  const Ids arguments = argumentsOf(findProcesses(root.path()).at(0), root.path());
+  ASSERT_EQ(arguments.size(), 2U);
+  EXPECT_LT(arguments[1].size(), 1U << 16);
 }
 
 TEST(Processes, OfThisMachineAreRead) { EXPECT_FALSE(findProcesses("").empty()); }

@@ -153,7 +153,7 @@ constexpr char kInputlircdSocket[] = "/run/lirc/lircd";
 constexpr char kLircdOptionsFile[] = "/etc/lirc/lirc_options.conf";
 
 LircDaemon lircdOf(const Process& process, const Listening& listening, const std::string& root) {
-  const Options given = CommandLineOptions(process.arguments, kLircdValues).values();
+  const Options given = CommandLineOptions(argumentsOf(process, root), kLircdValues).values();
   LircDaemon daemon;
   daemon.optionsFile = valueOf(given, "options-file", kLircdOptionsFile);
   const Options inFile = optionsIn(contentOf(root + daemon.optionsFile));
@@ -172,21 +172,22 @@ std::optional<int> numberIn(const Options& options, const char* name) {
 }
 
 // Those that are open, or, where that cannot be seen, those of the command line.
-std::vector<std::string> nodesOf(const Process& process) {
-  const std::vector<std::string>& files = process.openFilesAreKnown ? process.openFiles : process.arguments;
+std::vector<std::string> nodesOf(const Process& process, const std::vector<std::string>& arguments) {
+  const std::vector<std::string>& files = process.openFilesAreKnown ? process.openFiles : arguments;
   std::vector<std::string> nodes;
   std::copy_if(files.begin(), files.end(), std::back_inserter(nodes),
                [](const std::string& file) { return file.rfind("/dev/input/event", 0) == 0; });
   return nodes;
 }
 
-LircDaemon inputlircdOf(const Process& process, const Listening& listening) {
-  const Options given = CommandLineOptions(process.arguments, kInputlircdValues).values();
+LircDaemon inputlircdOf(const Process& process, const Listening& listening, const std::string& root) {
+  const std::vector<std::string> arguments = argumentsOf(process, root);
+  const Options given = CommandLineOptions(arguments, kInputlircdValues).values();
   LircDaemon daemon;
   daemon.kind = DaemonKind::kInputlircd;
   daemon.repeatMs = numberIn(given, "repeat");
   daemon.lowestKey = valueOf(given, "lowest-key");
-  daemon.nodes = nodesOf(process);
+  daemon.nodes = nodesOf(process, arguments);
   daemon.sockets = socketsOf(process, listening, valueOf(given, "socket", kInputlircdSocket));
   return daemon;
 }
@@ -206,7 +207,7 @@ std::vector<LircDaemon> findLircDaemons(const std::vector<Process>& processes, c
     if (process.name == "lircd") {
       daemons.push_back(lircdOf(process, listening, root));
     } else if (process.name == "inputlircd") {
-      daemons.push_back(inputlircdOf(process, listening));
+      daemons.push_back(inputlircdOf(process, listening, root));
     } else if (process.name == "lircd-uinput") {
       daemons.push_back(lircdUinput());
     } else {

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <utility>
 
 #include "tools/common/checkup/files.h"
 #include "tools/common/numbers.h"
@@ -14,10 +14,16 @@ namespace {
 constexpr int kConsoleMajor = 4;
 constexpr int kMostConsoles = 63;
 
+// What any user's processes can have without an end is kept up to here: far more than a daemon has.
+constexpr std::size_t kMostArguments = 256;
+constexpr std::size_t kMostBytesOfArguments = 1 << 16;
+constexpr std::size_t kMostOpenFiles = 1024;
+constexpr std::size_t kLongestOpenFile = 64;
+
 // The command line has a NUL behind each argument.
 std::vector<std::string> argumentsIn(const std::string& commandLine) {
   std::vector<std::string> arguments;
-  for (std::size_t start = 0; start < commandLine.size();) {
+  for (std::size_t start = 0; start < commandLine.size() && arguments.size() < kMostArguments;) {
     const std::size_t end = std::min(commandLine.find('\0', start), commandLine.size());
     arguments.push_back(commandLine.substr(start, end - start));
     start = end + 1;
@@ -46,9 +52,16 @@ int consoleIn(const std::string& stat) {
 // Its parent has not asked yet how it ended.
 bool hasEnded(const std::string& stat) { return stat.find(") Z ") != std::string::npos; }
 
+bool isInputOrSocket(const std::string& file) {
+  return file.size() <= kLongestOpenFile && (file.rfind("/dev/input/", 0) == 0 || file.rfind("socket:[", 0) == 0);
+}
+
 bool readOpenFiles(const std::string& folder, Process& process) {
-  const std::vector<std::string> numbers = namesIn(folder);
-  for (const std::string& number : numbers) process.openFiles.push_back(targetOf(folder + "/" + number));
+  for (const std::string& number : namesIn(folder)) {
+    std::string file = targetOf(folder + "/" + number);
+    if (isInputOrSocket(file)) process.openFiles.push_back(std::move(file));
+    if (process.openFiles.size() == kMostOpenFiles) break;
+  }
   return access(folder.c_str(), R_OK | X_OK) == 0;
 }
 
@@ -57,7 +70,6 @@ bool readProcess(const std::string& folder, Process& process) {
   if (stat.empty() || hasEnded(stat)) return false;
   process.name = nameIn(stat);
   process.console = consoleIn(stat);
-  process.arguments = argumentsIn(contentOf(folder + "/cmdline"));
   process.openFilesAreKnown = readOpenFiles(folder + "/fd", process);
   return true;
 }
@@ -73,6 +85,11 @@ std::vector<Process> findProcesses(const std::string& root) {
   }
   std::sort(processes.begin(), processes.end(), [](const Process& a, const Process& b) { return a.pid < b.pid; });
   return processes;
+}
+
+std::vector<std::string> argumentsOf(const Process& process, const std::string& root) {
+  const std::string commandLine = contentOf(root + "/proc/" + std::to_string(process.pid) + "/cmdline");
+  return argumentsIn(commandLine.substr(0, kMostBytesOfArguments));
 }
 
 std::string describe(const Process& process) { return process.name + " (process " + std::to_string(process.pid) + ")"; }
