@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <linux/kd.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -262,6 +263,22 @@ TEST(CheckupFiles, ThatAreNoneOrAreMissingAreEmpty) {
   EXPECT_EQ(targetOf(root.path()), "");
   const test::Fifo fifo(root.path() + "/fifo");
   EXPECT_EQ(contentOf(root.path() + "/fifo"), "");
+}
+
+// Opening a device can do something: a watchdog starts, a tape rewinds.
+TEST(CheckupFiles, ThatAreNoneAreNotEvenOpened) {
+  const Root root;
+  const test::Fifo fifo(root.path() + "/fifo");
+  root.write("/file", "x");
+  const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  ASSERT_NE(inotify_add_watch(watch, (root.path() + "/fifo").c_str(), IN_OPEN), -1);
+  inotify_event event = {};
+  contentOf(root.path() + "/fifo");
+  EXPECT_EQ(read(watch, &event, sizeof event), -1);
+  ASSERT_NE(inotify_add_watch(watch, (root.path() + "/file").c_str(), IN_OPEN), -1);
+  EXPECT_EQ(contentOf(root.path() + "/file"), "x");
+  EXPECT_EQ(read(watch, &event, sizeof event), static_cast<ssize_t>(sizeof event));
+  close(watch);
 }
 
 TEST(CheckupFiles, ThatAreLongAreReadInPart) {

@@ -15,6 +15,11 @@ namespace {
 
 constexpr std::size_t kMostBytes = 1 << 20;
 
+bool isRegular(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool isRegular(int fd) {
   struct stat status;
   return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
@@ -23,6 +28,9 @@ bool isRegular(int fd) {
 }  // namespace
 
 std::string contentOf(const std::string& path) {
+  // Any process can name a path here, and a device can do something when it is opened. What is there can also change
+  // until it is.
+  if (!isRegular(path)) return "";
   const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (fd == -1) return "";
   std::string content;

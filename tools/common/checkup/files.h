@@ -6,7 +6,8 @@
 
 namespace quarlo::tools::checkup {
 
-// What is in the file, up to 1 MiB of it; empty if it cannot be read, or is not a regular file.
+// What is in the file, up to 1 MiB of it; empty if it cannot be read. What is not a regular file is empty, too, and
+// is not opened.
 std::string contentOf(const std::string& path);
 
 bool exists(const std::string& path);
