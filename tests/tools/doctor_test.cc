@@ -137,6 +137,36 @@ TEST_F(NodeRules, LeaveALIRCDaemonItsNode) {
   EXPECT_EQ(check(), Ids());
 }
 
+TEST_F(NodeRules, LeaveALIRCDaemonOfAnotherUserItsNode) {
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  machine.addNode("/dev/input/event1", Device::keyboard("Remote")).setGrabbedElsewhere(true);
+  root.addProcess(7, "inputlircd", {"inputlircd", "-g", "-r", "200", "-m", "0", "/dev/../dev/input/event1"});
+  std::filesystem::remove(root.path() + "/proc/7/fd");
+  EXPECT_EQ(check(), Ids());
+  root.addProcess(7, "lircd", {"lircd", "--driver=devinput", "--device=/dev/input/event1"});
+  std::filesystem::remove(root.path() + "/proc/7/fd");
+  EXPECT_EQ(check(), Ids());
+  root.addProcess(7, "lircd", {"lircd", "--driver=devinput", "--device=/dev/input/event0"});
+  std::filesystem::remove(root.path() + "/proc/7/fd");
+  EXPECT_EQ(check(), Ids{"node-grabbed /dev/input/event1"});
+}
+
+TEST_F(NodeRules, LeaveLircdTheNodeThatItHasFound) {
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  machine.addNode("/dev/input/event1", Device::keyboard("Remote")).setGrabbedElsewhere(true);
+  root.addProcess(7, "lircd", {"lircd", "--driver=devinput", "--device=auto"});
+  root.addOpenFile(7, 3, "/dev/input/event1");
+  EXPECT_EQ(check(), Ids());
+}
+
+TEST_F(NodeRules, TakeNoProcessForADaemonWhoseNameOnlyBeginsLikeIt) {
+  machine.addNode("/dev/input/event0", Device::keyboard());
+  machine.addNode("/dev/input/event1", Device::keyboard("Remote")).setGrabbedElsewhere(true);
+  root.addProcess(7, "lircd x", {"lircd", "--device=/dev/input/event1"});
+  root.addOpenFile(7, 3, "/dev/input/event1");
+  EXPECT_EQ(check(), Ids{"node-grabbed /dev/input/event1"});
+}
+
 TEST_F(NodeRules, FindAPathThatLeadsToNoNode) {
   machine.addNode("/dev/input/event0", Device::keyboard());
   sources.mouse = "/dev/input/event5";

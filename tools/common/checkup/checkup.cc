@@ -62,7 +62,7 @@ std::string unseenOfProcesses(const std::vector<Process>& processes, const Nodes
 
 Checkup examine(const SourcePaths& sources, const std::string& root) {
   const std::vector<Process> processes = findProcesses(root);
-  const NodesFacts nodes = gatherNodes(sources, processes);
+  const NodesFacts nodes = gatherNodes(sources, processes, findLircDaemons(processes, root));
   const std::vector<std::string> read = nodesRead(nodes);
   RemoteFacts remote = gatherRemote(sources.lirc, processes, root);
   remote.nodesRead = read;

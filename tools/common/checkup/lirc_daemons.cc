@@ -173,7 +173,10 @@ std::optional<int> numberIn(const Options& options, const char* name) {
 
 // Those that are open, or, where that cannot be seen, those of the command line.
 std::vector<std::string> nodesOf(const Process& process, const std::vector<std::string>& arguments) {
-  const std::vector<std::string>& files = process.openFilesAreKnown ? process.openFiles : arguments;
+  std::vector<std::string> files = process.openFiles;
+  if (!process.openFilesAreKnown) {
+    std::transform(arguments.begin(), arguments.end(), std::back_inserter(files), withoutLinks);
+  }
   std::vector<std::string> nodes;
   std::copy_if(files.begin(), files.end(), std::back_inserter(nodes),
                [](const std::string& file) { return file.rfind("/dev/input/event", 0) == 0; });

@@ -239,11 +239,16 @@ bool isGiven(const NodesFacts& facts, const NodeReport& report) {
                      [&](const GivenNode& node) { return node.realPath == report.path; });
 }
 
-// A LIRC daemon grabs the node that it reads: then the remote comes by the socket.
+bool has(const std::vector<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// A LIRC daemon grabs the node that it reads: then the remote comes by the socket. Where its open files cannot be seen,
+// there are its arguments and options.
 bool isLircDaemons(const NodesFacts& facts, const NodeReport& report) {
-  const std::vector<std::string> processes = processesWith(facts, report.path);
-  return std::any_of(processes.begin(), processes.end(), [](const std::string& process) {
-    return process.rfind("lircd ", 0) == 0 || process.rfind("inputlircd ", 0) == 0;
+  return std::any_of(facts.daemons.begin(), facts.daemons.end(), [&](const LircDaemon& daemon) {
+    return has(processesWith(facts, report.path), daemon.process) || has(daemon.nodes, report.path) ||
+           withoutLinks(daemon.device) == report.path;
   });
 }
 
@@ -317,7 +322,8 @@ void checkHeld(const NodesFacts& facts, Findings& findings) {
 
 }  // namespace
 
-NodesFacts gatherNodes(const SourcePaths& sources, const std::vector<Process>& processes) {
+NodesFacts gatherNodes(const SourcePaths& sources, const std::vector<Process>& processes,
+                       const std::vector<LircDaemon>& daemons) {
   NodesFacts facts;
   facts.mouseIsSearched = !sources.mouse;
   facts.keyboardIsSearched = !sources.keyboard;
@@ -337,6 +343,7 @@ NodesFacts gatherNodes(const SourcePaths& sources, const std::vector<Process>& p
       if (with.empty() || with.back() != describe(process)) with.push_back(describe(process));
     }
   }
+  facts.daemons = daemons;
   facts.held = keysThatStayDownOn(nodesRead(facts));
   return facts;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/common/checkup/finding.h"
+#include "tools/common/checkup/lirc_daemons.h"
 #include "tools/common/checkup/processes.h"
 #include "tools/common/obstacle.h"
 #include "tools/common/sources.h"
@@ -42,11 +43,13 @@ struct NodesFacts {
   std::vector<ForbiddenNode> forbidden;                    // those among both
   std::vector<HeldKeys> held;                              // nodes on which something stays down
   std::map<std::string, std::vector<std::string>> openIn;  // the processes that have a node open, by its path
+  std::vector<LircDaemon> daemons;                         // the LIRC daemons that run
 };
 
 // Grabs each node for a moment, as autodetection does. If a key is down, such as the Enter that started the program, it
 // gets a second to come up.
-NodesFacts gatherNodes(const SourcePaths& sources, const std::vector<Process>& processes);
+NodesFacts gatherNodes(const SourcePaths& sources, const std::vector<Process>& processes,
+                       const std::vector<LircDaemon>& daemons);
 
 // The nodes that the application reads: those that it is given, and those that autodetection takes; not those that
 // another process has grabbed, for they give nothing.
