@@ -42,6 +42,14 @@ bool parseTime(std::string_view field, microseconds& time) {
 
 std::string furtherNodeFile(std::size_t index) { return "node-" + std::to_string(index + 1) + ".evemu"; }
 
+std::string partOf(const std::string& file, int number) {
+  if (number == 1) return file;
+  char digits[16];
+  std::snprintf(digits, sizeof digits, ".%04d", number);
+  std::string name = file;
+  return name.insert(name.rfind('.'), digits);
+}
+
 std::string pathIn(const std::string& directory, const std::string& file) {
   return (directory.empty() || directory.back() == '/' ? directory : directory + "/") + file;
 }

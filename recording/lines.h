@@ -20,6 +20,10 @@ constexpr char kRemoteFile[] = "remote.lirc";
 // That of a further node: node-1.evemu for the first one, whose index is 0.
 std::string furtherNodeFile(std::size_t index);
 
+// The file of the directory in which a long recording of `file` goes on: mouse.evemu, mouse.0002.evemu, ... The number
+// is from 1 on.
+std::string partOf(const std::string& file, int number);
+
 // The path of a file in the directory.
 std::string pathIn(const std::string& directory, const std::string& file);
 

@@ -58,6 +58,12 @@ class SessionTest : public FolderTest {
 using SessionFolder = SessionTest;
 using SessionFile = SessionTest;
 
+TEST(SessionPart, IsAFileWithANumber) {
+  EXPECT_EQ(partOf(kMouseFile, 1), "mouse.evemu");
+  EXPECT_EQ(partOf(kMouseFile, 2), "mouse.0002.evemu");
+  EXPECT_EQ(partOf(kRemoteFile, 12345), "remote.12345.lirc");
+}
+
 TEST_F(SessionFolder, HasAnyOfItsFiles) {
   write("remote.lirc", kLine);
   EXPECT_EQ(sources(readSession(path())), "remote ");
