@@ -61,6 +61,41 @@ install_packages() {
     fail "apt-get could not install: $*"
 }
 
+# From here on, apt-get and apt-cache know the packages of an architecture, and keep what they need in a folder: this
+# machine's own lists and packages stay as they are. REQUIRES: ca-certificates, debian-archive-keyring
+use_packages_of() {
+  local architecture=$1 folder=$PWD/$2 mirror
+  mkdir -p "$folder/lists/partial"
+  # The mirror that this machine uses.
+  mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Label: Debian' 'Codename: bookworm' | head -n 1)
+  [ -n "$mirror" ] || fail "apt-get has no list of Debian bookworm's packages: run apt-get update"
+  echo "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror bookworm main" >"$folder/sources.list"
+  cat >"$folder/apt.conf" <<EOF
+APT::Architecture "$architecture";
+APT::Architectures { "$architecture"; };
+APT::Sandbox::User "$(id -un)";
+Dir::State::Lists "$folder/lists";
+Dir::State::status "/dev/null";
+Dir::Cache::pkgcache "";
+Dir::Cache::srcpkgcache "";
+Dir::Etc::sourcelist "$folder/sources.list";
+Dir::Etc::sourceparts "/dev/null";
+EOF
+  export APT_CONFIG=$folder/apt.conf
+  apt-get -qq update
+}
+
+# Downloads packages and unpacks them into a folder. Nothing is installed.
+unpack_packages() {
+  local folder=$PWD/$1 package
+  shift
+  rm -rf "$folder.packages"
+  mkdir -p "$folder" "$folder.packages"
+  (cd "$folder.packages" && apt-get -qq download "$@")
+  for package in "$folder.packages"/*.deb; do dpkg -x "$package" "$folder"; done
+  rm -rf "$folder.packages"
+}
+
 # What the compiler has compiled before, also for another build, is not compiled again.
 use_compiler_cache() {
   command -v ccache >/dev/null || return 0
