@@ -13,6 +13,9 @@ namespace {
 
 constexpr int kAutoRepeat = 2;
 
+// Of a record that is not delivered yet: its time is that of its report, on the clock of each client.
+constexpr microseconds kNoTimeYet(0);
+
 bool isReport(const input_event& record) { return record.type == EV_SYN && record.code == SYN_REPORT; }
 
 // The highest code of an event type whose bits can be asked for, 0 for the others.
@@ -209,11 +212,11 @@ bool NodeState::setAutoRepeat(const input_event& record) {
 void NodeState::reportSlotIfNew(const input_event& record) {
   if (record.type != EV_ABS || !isOfAContact(record.code) || slots_ == 0) return;
   if (std::exchange(device.axes[ABS_MT_SLOT].value, slot_) == slot_) return;
-  packet_.push_back(makeRecord(timers.now(), EV_ABS, ABS_MT_SLOT, slot_));
+  packet_.push_back(makeRecord(kNoTimeYet, EV_ABS, ABS_MT_SLOT, slot_));
 }
 
 void NodeState::report(int type, int code, int value) {
-  input_event record = makeRecord(timers.now(), type, code, value);
+  input_event record = makeRecord(kNoTimeYet, type, code, value);
   if (!passes(record)) return;
   reportSlotIfNew(record);
   packet_.push_back(record);
@@ -234,7 +237,7 @@ void NodeState::report(int type, int code, int value) {
 
 void NodeState::passPacket() {
   for (const input_event& record : packet_) {
-    deliver(record);
+    deliver(record.type, record.code, record.value);
     startOrStopAutoRepeat(record);
   }
 }
@@ -259,12 +262,14 @@ void NodeState::autoRepeatAfter(microseconds delay) {
   });
 }
 
-void NodeState::deliver(int type, int code, int value) { deliver(makeRecord(timers.now(), type, code, value)); }
+microseconds NodeState::timeFor(const EvdevClient& client) const {
+  return client.clock == CLOCK_REALTIME ? timers.now() : timers.monotonic();
+}
 
-void NodeState::deliver(const input_event& record) {
+void NodeState::deliver(int type, int code, int value) {
   if (!present || grabbedElsewhere) return;
   for (const auto& client : clients_) {
-    if (grabber == nullptr || grabber == client) client->push(record);
+    if (grabber == nullptr || grabber == client) client->push(makeRecord(timeFor(*client), type, code, value));
   }
 }
 
@@ -324,7 +329,7 @@ int NodeState::states(EvdevClient& client, int type, unsigned char* buffer, std:
   const std::size_t length = answerLength(highestCode(type), std::min(size, mostStates));
   if (length == 0) return 0;
   if (buffer == nullptr) {
-    client.pushDropped(timers.now());
+    client.pushDropped(timeFor(client));
     return -EFAULT;
   }
   std::memset(buffer, 0, length);
@@ -332,6 +337,15 @@ int NodeState::states(EvdevClient& client, int type, unsigned char* buffer, std:
     if (code.first == type && value != 0) setBit(buffer, length, code.second);
   }
   return static_cast<int>(length);
+}
+
+// As evdev_set_clk_type().
+int NodeState::setClock(EvdevClient& client, clockid_t clock) const {
+  if (clock != CLOCK_REALTIME && clock != CLOCK_MONOTONIC && clock != CLOCK_BOOTTIME) return -EINVAL;
+  if (std::exchange(client.clock, clock) == clock || client.isEmpty()) return 0;
+  client.clear();
+  client.pushDropped(timeFor(client));
+  return 0;
 }
 
 }  // namespace quarlo::sim

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
@@ -38,7 +39,7 @@ class Timers {
 // An ioctl's request with a size of 0.
 inline unsigned withoutSize(unsigned request) { return request & ~(unsigned{_IOC_SIZEMASK} << _IOC_SIZESHIFT); }
 
-// A record of this time on the clock.
+// A record of this time.
 input_event makeRecord(microseconds time, int type, int code, int value);
 
 // The ring of records of one open descriptor (struct evdev_client of the kernel's drivers/input/evdev.c).
@@ -68,6 +69,10 @@ class EvdevClient {
   // is all that stays.
   void pushDropped(microseconds time);
 
+  bool isEmpty() const { return head_ == tail_; }
+  void clear() { packetHead_ = head_ = tail_; }
+
+  clockid_t clock = CLOCK_REALTIME;  // whose time the records have
   WaitQueue changed;
 
  private:
@@ -106,6 +111,9 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   int autoRepeat(unsigned* delayAndPeriod) const;
   int states(EvdevClient& client, int type, unsigned char* buffer, std::size_t size) const;
 
+  // EVIOCSCLOCKID. What is queued has times of another clock, and is dropped.
+  int setClock(EvdevClient& client, clockid_t clock) const;
+
   Device device;
   Timers& timers;
   dev_t number = 0;  // as fstat() tells it
@@ -122,14 +130,14 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   bool setAutoRepeat(const input_event& record);
   void reportSlotIfNew(const input_event& record);
   void passPacket();
-  void deliver(const input_event& record);
+  microseconds timeFor(const EvdevClient& client) const;
   void startOrStopAutoRepeat(const input_event& record);
   void autoRepeatAfter(microseconds delay);
 
   const int slots_;               // how many contacts a multi-touch device tells apart, 0 if it has no slots
   const std::size_t packetSize_;  // how many records between two SYN_REPORTs are expected of it
   std::vector<std::shared_ptr<EvdevClient>> clients_;
-  std::vector<input_event> packet_;               // reported since the last SYN_REPORT
+  std::vector<input_event> packet_;               // reported since the last SYN_REPORT, without a time
   std::map<std::pair<int, int>, int> lastValue_;  // by type and code; of an axis it is in the device
   std::map<std::pair<int, int>, int> slotValue_;  // of multi-touch axes, by slot and code
   int slot_ = 0;                                  // the one that ABS_MT_SLOT has chosen

@@ -98,6 +98,7 @@ int NodeFile::ioctl(unsigned request, void* argument) {
     case EVIOCGVERSION: return give(EV_VERSION, argument);
     case EVIOCGID: return give(node_->device.id, argument);
     case EVIOCGREP: return node_->autoRepeat(static_cast<unsigned*>(argument));
+    case EVIOCSCLOCKID: return node_->setClock(*client_, *static_cast<const clockid_t*>(argument));
     default: return answer(sizeless, static_cast<unsigned char*>(argument), _IOC_SIZE(request));
   }
 }

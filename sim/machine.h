@@ -118,8 +118,8 @@ class Node {
   bool isGrabbed() const;
 
   // Makes open() of this node, or an ioctl() on it, fail with this errno until it is set to 0. `request` is EVIOCGRAB,
-  // EVIOCGVERSION, EVIOCGID, EVIOCGREP, EVIOCGABS(axis), EVIOCGNAME(0), EVIOCGPHYS(0), EVIOCGUNIQ(0), EVIOCGPROP(0),
-  // EVIOCGBIT(type, 0), EVIOCGKEY(0), EVIOCGLED(0), EVIOCGSND(0) or EVIOCGSW(0).
+  // EVIOCGVERSION, EVIOCGID, EVIOCGREP, EVIOCSCLOCKID, EVIOCGABS(axis), EVIOCGNAME(0), EVIOCGPHYS(0), EVIOCGUNIQ(0),
+  // EVIOCGPROP(0), EVIOCGBIT(type, 0), EVIOCGKEY(0), EVIOCGLED(0), EVIOCGSND(0) or EVIOCGSW(0).
   void setOpenError(int error);
   void setIoctlError(unsigned request, int error);
 

@@ -80,6 +80,7 @@ std::string ioctlRequest(unsigned request, long argument) {
   if (request == EVIOCGVERSION) return "EVIOCGVERSION";
   if (request == EVIOCGID) return "EVIOCGID";
   if (request == EVIOCGREP) return "EVIOCGREP";
+  if (request == EVIOCSCLOCKID) return "EVIOCSCLOCKID";
   if (request == EVIOCGNAME(_IOC_SIZE(request))) return "EVIOCGNAME(" + size + ")";
   if (request == EVIOCGPHYS(_IOC_SIZE(request))) return "EVIOCGPHYS(" + size + ")";
   if (request == EVIOCGUNIQ(_IOC_SIZE(request))) return "EVIOCGUNIQ(" + size + ")";

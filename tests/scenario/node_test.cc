@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <ctime>
 
 #include "tests/scenario/node_client.h"
 #include "tests/scenario/scenario_test.h"
@@ -110,6 +112,64 @@ TEST_F(NodeTest, EachDescriptorHasItsOwnQueueFromItsOpening) {
   device.release(KEY_A);
   EXPECT_EQ(first.all(), Lines({kPressA, kReport, kReleaseA, kReport}));
   EXPECT_EQ(second.all(), Lines({kReleaseA, kReport}));
+}
+
+// ---- The time of records -----------------------------------------------------------------------
+
+int setClock(const NodeClient& client, clockid_t clock) { return ioctl(client.fd(), EVIOCSCLOCKID, &clock); }
+
+std::chrono::microseconds now(clockid_t clock) {
+  timespec time = {};
+  EXPECT_EQ(clock_gettime(clock, &time), 0);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_nsec / 1000);
+}
+
+std::chrono::microseconds timeOfNext(const NodeClient& client) {
+  input_event record = {};
+  EXPECT_EQ(read(client.fd(), &record, sizeof record), static_cast<ssize_t>(sizeof record));
+  return std::chrono::seconds(record.input_event_sec) + std::chrono::microseconds(record.input_event_usec);
+}
+
+TEST_F(NodeTest, EachDescriptorsRecordsHaveTheTimeOfTheClockThatItChose) {
+  world->jumpClock(5s);
+  Plugged& device = world->plug(keyboard());
+  for (const clockid_t clock : {CLOCK_REALTIME, CLOCK_MONOTONIC, CLOCK_BOOTTIME}) {
+    const NodeClient client(device.path());
+    EXPECT_EQ(setClock(client, clock), 0);
+    const auto before = now(clock);
+    device.tap(KEY_A);
+    EXPECT_GE(timeOfNext(client), before);
+    EXPECT_LE(timeOfNext(client), now(clock));
+  }
+}
+
+TEST_F(NodeTest, UnlessItChoseAnotherItsTimeIsThatOnTheWall) {
+  world->jumpClock(5s);
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  const auto before = now(CLOCK_REALTIME);
+  device.tap(KEY_A);
+  EXPECT_GE(timeOfNext(client), before);
+}
+
+TEST_F(NodeTest, AnotherClockTakesAwayWhatIsQueued) {
+  Plugged& device = world->plug(keyboard());
+  const NodeClient client(device.path());
+  EXPECT_EQ(setClock(client, CLOCK_MONOTONIC), 0);
+  device.press(KEY_A);
+  EXPECT_EQ(setClock(client, CLOCK_MONOTONIC), 0);
+  EXPECT_EQ(client.all(), Lines({kPressA, kReport}));
+  device.release(KEY_A);
+  EXPECT_EQ(setClock(client, CLOCK_REALTIME), 0);
+  EXPECT_EQ(client.all(), Lines({}));
+  device.press(KEY_A);
+  EXPECT_EQ(client.all(), Lines({kDropped, kPressA, kReport}));
+}
+
+TEST_F(NodeTest, ItsClockIsOneOfThree) {
+  const NodeClient client(world->plug(keyboard()).path());
+  EXPECT_EQ(setClock(client, CLOCK_MONOTONIC_RAW), -1);
+  EXPECT_EQ(errno, EINVAL);
 }
 
 // ---- Auto-repeat --------------------------------------------------------------------------------
