@@ -59,6 +59,20 @@ int connectTo(int fd, const char* path) {
   return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
+TEST(Device, OfATypicalKindHasWhatSuchDevicesHave) {
+  using Codes = std::map<int, std::set<int>>;
+  Codes keyboard = Device::keyboard().codes;
+  EXPECT_EQ(keyboard[EV_KEY].size(), 127U);
+  EXPECT_EQ(*keyboard[EV_KEY].begin(), KEY_ESC);
+  EXPECT_EQ(*keyboard[EV_KEY].rbegin(), KEY_COMPOSE);
+  keyboard.erase(EV_KEY);
+  EXPECT_EQ(keyboard, (Codes{{EV_MSC, {MSC_SCAN}}, {EV_LED, {LED_NUML, LED_CAPSL, LED_SCROLLL}}, {EV_REP, {}}}));
+  EXPECT_EQ(Device::mouse().codes, (Codes{{EV_KEY, {BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE, BTN_EXTRA}},
+                                          {EV_REL, {REL_X, REL_Y, REL_WHEEL}},
+                                          {EV_MSC, {MSC_SCAN}}}));
+  EXPECT_EQ(Device::touchscreen().codes, (Codes{{EV_KEY, {BTN_TOUCH}}, {EV_ABS, {ABS_X, ABS_Y}}}));
+}
+
 TEST(Machine, StartsWithNothingOnIt) {
   Machine machine;
   EXPECT_EQ(openNode("/dev/input/event0"), -1);
@@ -153,6 +167,26 @@ TEST(Select, TimesOutWithAnEmptySet) {
   EXPECT_EQ(select(fd + 1, &set, nullptr, nullptr, &timeout), 0);
   EXPECT_FALSE(FD_ISSET(fd, &set));
   EXPECT_EQ(machine.now() - start, 1500ms);
+}
+
+TEST(Select, EmptiesTheOtherSetsToo) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  for (const bool hasInput : {false, true}) {
+    if (hasInput) node.press(KEY_A);
+    fd_set toRead;
+    fd_set toWrite;
+    fd_set exceptions;
+    for (fd_set* set : {&toRead, &toWrite, &exceptions}) {
+      FD_ZERO(set);
+      FD_SET(fd, set);
+    }
+    timeval timeout = {0, 0};
+    EXPECT_EQ(select(fd + 1, &toRead, &toWrite, &exceptions, &timeout), hasInput ? 1 : 0);
+    EXPECT_FALSE(FD_ISSET(fd, &toWrite));
+    EXPECT_FALSE(FD_ISSET(fd, &exceptions));
+  }
 }
 
 TEST(Select, IsNotWokenByADescriptorOutsideTheSet) {
@@ -293,6 +327,22 @@ TEST(Node, RecordsCarryTheTimeOfTheirReport) {
   input_event record;
   ASSERT_GT(read(fd, &record, sizeof record), 0);
   EXPECT_EQ(std::chrono::seconds(record.input_event_sec) + microseconds(record.input_event_usec), pressed);
+}
+
+TEST(Node, RepeatsAHeldKeyAfter250MillisecondsAndThenEach33) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  node.press(KEY_A);
+  readRecords(fd);
+  const microseconds pressed = machine.now();
+  std::vector<microseconds> times;
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_EQ(waitFor(fd, nullptr), 1);
+    times.push_back(machine.now() - pressed);
+    EXPECT_EQ(readRecords(fd), Lines({"1 30 2", "0 0 1"}));
+  }
+  EXPECT_EQ(times, std::vector<microseconds>({250ms, 283ms, 316ms, 349ms}));
 }
 
 TEST(Node, InjectsExactlyTheRecordThatIsAskedFor) {
