@@ -149,6 +149,14 @@ TEST(Evemu, NamesTheLineAndWhatIsWrongWithTheDescription) {
   EXPECT_EQ(errorOfLine("X: 1"), "file:2: the line is \"X: 1\", expected a comment (#) or N: I: P: B: A: L: S: or E:");
 }
 
+TEST(Evemu, RefusesWhatFollowsTheLastNumberOfALine) {
+  for (const std::string line : {"I: 0003 046d c077 0111", "A: 00 0 255 0 0 0", "L: 00 1", "S: 00 0"}) {
+    EXPECT_EQ(errorOfLine(line), "") << line;
+    EXPECT_EQ(errorOfLine(line + "  # a comment"), "") << line;
+    EXPECT_EQ(errorOfLine(line + " 7"), "file:2: \"7\" follows, expected the line's end");
+  }
+}
+
 TEST(Evemu, BoundsTheCapabilityBytes) {
   std::string bytes;
   for (int i = 0; i < 96; ++i) bytes += " 00";
