@@ -30,6 +30,7 @@ offers '--realtime' replay --r
 offers 'sessions/sofa' replay --json sessions/so
 offers 'sessions/sofa' record -o sessions/so
 offers 'sessions/sofa' record --output = sessions/so
+offers 'docs/tuning.svg' tune --plot docs/tuning.s
 offers '' replay --size s
 offers '' nonsense --m
 exit $status

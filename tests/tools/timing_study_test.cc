@@ -211,6 +211,12 @@ TEST_F(TimingTest, ARecordingIsTakenApartWhereARepeatCountIsZero) {
   EXPECT_EQ(remote.leftOut, 0U);
 }
 
+TEST_F(TimingTest, TheMedianOfAnEvenNumberIsTheUpperOfTheTwoInTheMiddle) {
+  EXPECT_EQ(medianOf({40ms, 10ms, 30ms, 20ms}), 30ms);
+  EXPECT_EQ(medianOf({30ms, 10ms, 20ms}), 20ms);
+  EXPECT_EQ(medianOf({}), 0ms);
+}
+
 TEST_F(TimingTest, LongPausesOfARecordingAreCut) {
   const Remote remote = recordedRemote(joined(tap(1h), hold(2h)), "sofa");
   EXPECT_EQ(remote.lines[2].time - remote.lines[1].time, 1s);
@@ -350,6 +356,18 @@ TEST_F(TimingTest, FaultsAreNamedTheWorstFirst) {
   EXPECT_EQ(faults({75, 600, 10}), "slow start");
   EXPECT_EQ(faults({75, 2000, 10}), "no repeats");
   EXPECT_EQ(toText(findingOf(imagineRemote({"test", 45ms, 5, 0us}, 1000ms), {25, 300, 10}).faults), "fast");
+}
+
+// A loop that waits sees the pauses as they are.
+TEST_F(TimingTest, RepeatsAreUnevenFromAPauseOn175TimesTheShortest) {
+  const auto faults = [](microseconds longest) {
+    std::vector<RemoteLine> lines = tap(0ms);
+    for (int i = 0; i < 6; ++i) lines.push_back(line(1s + i * 120ms, "0" + std::to_string(i)));
+    lines.push_back(line(lines.back().time + longest, "06"));
+    return toText(findingOf(recordedRemote(lines, "sofa"), {110, 300, {}}).faults);
+  };
+  EXPECT_EQ(faults(209ms), "");
+  EXPECT_EQ(faults(210ms), "uneven");
 }
 
 TEST_F(TimingTest, AnApplicationThatPollsTooRarelyMissesPressesAndIsLate) {

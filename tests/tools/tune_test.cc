@@ -468,6 +468,16 @@ TEST(TunePicture, ThatCouldNotBeDrawnLeavesTheOldOneAndSaysWhy) {
   EXPECT_EQ(filesIn(folder).size(), 1U);
 }
 
+TEST(TunePicture, ThatCouldNotTakeItsNameLeavesNothingUnfinished) {
+  const Folder folder;
+  const Folder programs;
+  const std::string path = folder.path("a.svg");
+  const Arguments launcher = withGnuplot(programs, "#!/bin/sh\n/bin/mkdir " + path + "\necho picture\n");
+  EXPECT_EQ(failure(with({"--plot", path}, kSmallGrid), launcher),
+            "quarlo-input: " + path + ": the picture cannot be written: Is a directory\n");
+  EXPECT_EQ(filesIn(folder), std::vector<std::string>{"a.svg"});
+}
+
 TEST(TunePicture, IsAsPrivateAsTheOldOne) {
   const Folder folder;
   const Folder programs;
