@@ -40,6 +40,41 @@ TEST(StopRequest, ThatCameBeforeItsDescriptorMakesItReadableToo) {
   });
 }
 
+TEST(StopRequest, ThatComesAgainEndsTheProgramAtOnce) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    EXPECT_EXIT(
+        {
+          catchStopRequests();
+          std::raise(signal);
+          if (!stopRequested()) _exit(1);
+          std::raise(signal);
+          _exit(2);
+        },
+        testing::KilledBySignal(signal), "");
+  }
+}
+
+TEST(StopRequest, ThatComesAgainIsLeftToWhoWantsIt) {
+  EXPECT_EXIT(
+      {
+        onSecondStopRequest([](int signal) { _exit(signal == SIGINT ? 7 : 1); });
+        catchStopRequests();
+        std::raise(SIGINT);
+        std::raise(SIGINT);
+        _exit(2);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
+// The shell and the kernel both tell.
+TEST(StopRequest, OfATerminalThatIsClosedMayComeTwice) {
+  expectInAnother([] {
+    std::raise(SIGHUP);
+    std::raise(SIGHUP);
+    return stopRequested();
+  });
+}
+
 TEST(StopRequest, HasOneDescriptor) {
   expectInAnother([] {
     const int fd = stopDescriptor();
