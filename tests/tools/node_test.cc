@@ -33,6 +33,50 @@ TEST(Node, SaysItsNameAndWhatItCanSend) {
   EXPECT_EQ(device.axes.count(ABS_X), 1U);
 }
 
+TEST(Node, SaysWhoItIsAndWhatIsOn) {
+  sim::Device described = {"Combined", {{EV_LED, {LED_NUML, LED_CAPSL}}, {EV_SW, {SW_LID, SW_DOCK}}}};
+  described.id = {BUS_USB, 0x1234, 0x5678, 0x0111};
+  described.properties = {INPUT_PROP_POINTER, INPUT_PROP_MAX};
+  sim::Machine machine;
+  sim::Node& node = machine.addNode("/dev/input/event0", described);
+  node.setState(EV_LED, LED_CAPSL, true);
+  node.setState(EV_SW, SW_DOCK, true);
+  const int fd = open("/dev/input/event0", O_RDONLY);
+  const recording::DeviceDescription device = describeNode(fd);
+  close(fd);
+  EXPECT_EQ(device.bus, BUS_USB);
+  EXPECT_EQ(device.vendor, 0x1234);
+  EXPECT_EQ(device.product, 0x5678);
+  EXPECT_EQ(device.version, 0x0111);
+  EXPECT_EQ(device.properties, described.properties);
+  EXPECT_EQ(device.ledsOn, std::set<int>{LED_CAPSL});
+  EXPECT_EQ(device.switchesOn, std::set<int>{SW_DOCK});
+}
+
+TEST(Node, SaysTheRangeOfEachAxis) {
+  sim::Device described = {"Stick", {{EV_ABS, {ABS_X, ABS_Y}}}};
+  input_absinfo& axis = described.axes[ABS_X];
+  axis.value = 9;
+  axis.minimum = -100;
+  axis.maximum = 200;
+  axis.fuzz = 3;
+  axis.flat = 4;
+  axis.resolution = 5;
+  described.axes[ABS_Y].maximum = 2;
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", described);
+  const int fd = open("/dev/input/event0", O_RDONLY);
+  const recording::DeviceDescription device = describeNode(fd);
+  close(fd);
+  const recording::DeviceDescription::Axis x = device.axes.at(ABS_X);
+  EXPECT_EQ(x.minimum, -100);
+  EXPECT_EQ(x.maximum, 200);
+  EXPECT_EQ(x.fuzz, 3);
+  EXPECT_EQ(x.flat, 4);
+  EXPECT_EQ(x.resolution, 5);
+  EXPECT_EQ(device.axes.at(ABS_Y).maximum, 2);
+}
+
 TEST(Node, ThatRepeatsKeysHasBothCodesOfThat) {
   sim::Machine machine;
   machine.addNode("/dev/input/event0", {"Keys", {{EV_REP, {}}}});

@@ -1,0 +1,240 @@
+// `record` on the simulated machine, whose nodes it reads, and whose time passes only where it waits.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "sim/machine.h"
+#include "tests/support/files.h"
+#include "tools/common/output.h"
+#include "tools/record/record.h"
+
+namespace quarlo::tools::record {
+namespace {
+
+using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
+
+constexpr char kMouse[] = "/dev/input/event3";
+constexpr char kKeyboard[] = "/dev/input/event4";
+constexpr char kThird[] = "/dev/input/event5";
+
+// A keyboard that repeats no key by itself.
+sim::Device keyboard() {
+  sim::Device device = sim::Device::keyboard();
+  device.codes.erase(EV_REP);
+  return device;
+}
+
+class RecordingTest : public testing::Test {
+ protected:
+  RecordingTest() {
+    options_.mouse = kMouse;
+    options_.keyboard = kKeyboard;
+    options_.lirc = kLeaveOut;
+    options_.session = folder_.path("session");
+    options_.duration = 1s;
+  }
+
+  // Records until the duration is over, or no source is left. Returns the exit status.
+  int record() {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const microseconds start = machine_.now();
+    const int status = run(options_);
+    took_ = machine_.now() - start;
+    out_ = testing::internal::GetCapturedStdout();
+    err_ = testing::internal::GetCapturedStderr();
+    return status;
+  }
+
+  // The records of a file, such as "0.100000 0001 001e 1" for KEY_A down.
+  Lines recordsOf(const std::string& name) const {
+    const std::string label = "E: ";
+    std::ifstream file(folder_.path("session/" + name));
+    Lines records;
+    for (std::string line; std::getline(file, line);) {
+      if (line.rfind(label, 0) == 0) records.push_back(line.substr(label.size(), line.find('\t') - label.size()));
+    }
+    return records;
+  }
+
+  // From here on to the end of what was printed.
+  std::string printedFrom(const std::string& start) const {
+    const std::size_t at = out_.find(start);
+    return at == std::string::npos ? out_ : out_.substr(at);
+  }
+
+  // More motion than the mouse's queue has room for.
+  void overflow() {
+    for (int i = 0; i < 50; ++i) mouse_.move(1, 0);
+    for (int i = 0; i < 50; ++i) mouse_.move(0, 1);
+  }
+
+  test::Folder folder_;
+  sim::Machine machine_;
+  sim::Node& mouse_ = machine_.addNode(kMouse, sim::Device::mouse());
+  sim::Node& keyboard_ = machine_.addNode(kKeyboard, keyboard());
+  RecordOptions options_;
+  microseconds took_{0};  // on the machine's clock
+  std::string out_;
+  std::string err_;
+};
+
+// ---- Time ---------------------------------------------------------------------------------------
+
+TEST_F(RecordingTest, EndsAfterItsDuration) {
+  machine_.after(999ms, [&] { keyboard_.press(KEY_UP); });
+  machine_.after(1010ms, [&] { keyboard_.release(KEY_UP); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(took_ / 1ms, 1000);
+  EXPECT_EQ(printedFrom("Recorded for"),
+            "Recorded for 1.000 s:\n"
+            "  mouse: nothing came, so there is no file\n"
+            "  keyboard.evemu  2 records\n");
+  EXPECT_EQ(err_, "");
+}
+
+TEST_F(RecordingTest, TakesWhatCameAtItsLastMoment) {
+  machine_.after(1s, [&] { keyboard_.press(KEY_UP); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(recordsOf("keyboard.evemu"), (Lines{"1.000000 0001 0067 0001", "1.000000 0000 0000 0000"}));
+}
+
+TEST_F(RecordingTest, CountsTheTimeThatPassesWhateverTheClockOnTheWallIsSetTo) {
+  machine_.jumpClock(1h);
+  machine_.after(100ms, [&] { mouse_.move(1, 0); });
+  machine_.after(150ms, [&] { machine_.jumpClock(-2h); });
+  machine_.after(200ms, [&] { keyboard_.press(KEY_UP); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(recordsOf("mouse.evemu").front(), "0.100000 0002 0000 0001");
+  EXPECT_EQ(recordsOf("keyboard.evemu").front(), "0.200000 0001 0067 0001");
+  EXPECT_EQ(printedFrom("Recorded for").substr(0, 21), "Recorded for 1.000 s:");
+}
+
+TEST_F(RecordingTest, NeedsTheClockThatItCountsBy) {
+  keyboard_.setIoctlError(EVIOCSCLOCKID, EINVAL);
+  EXPECT_EQ(record(), kFailed);
+  EXPECT_EQ(err_, "quarlo-input: /dev/input/event4: the clock of its records cannot be set: Invalid argument\n");
+}
+
+// ---- What is lost -------------------------------------------------------------------------------
+
+TEST_F(RecordingTest, SaysOfEachSourceHowOftenTheKernelLostRecords) {
+  machine_.after(100ms, [&] { overflow(); });
+  machine_.after(200ms, [&] { overflow(); });
+  machine_.after(300ms, [&] {
+    for (int i = 0; i < 32; ++i) {
+      keyboard_.press(KEY_UP);
+      keyboard_.release(KEY_UP);
+    }
+  });
+  EXPECT_EQ(record(), kDone);
+  const std::string lost = ": records before each SYN_DROPPED are missing\n";
+  const std::string summary = printedFrom("Recorded for");
+  EXPECT_NE(summary.find("  mouse: the kernel's queue overflowed 2 times" + lost), std::string::npos) << summary;
+  EXPECT_NE(summary.find("  keyboard: the kernel's queue overflowed 1 time" + lost), std::string::npos) << summary;
+  EXPECT_EQ(recordsOf("mouse.evemu").front(), "0.100000 0000 0003 0000");
+}
+
+TEST_F(RecordingTest, TellsOfAKeyWhoseReleaseWasLostThatItCameUp) {
+  machine_.after(100ms, [&] { keyboard_.press(KEY_UP); });
+  machine_.after(200ms, [&] {
+    keyboard_.release(KEY_UP);
+    for (int i = 0; i < 31; ++i) {
+      keyboard_.press(KEY_ENTER);
+      keyboard_.release(KEY_ENTER);
+    }
+  });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(recordsOf("keyboard.evemu"),
+            (Lines{"0.100000 0001 0067 0001", "0.100000 0000 0000 0000", "0.200000 0000 0003 0000",
+                   "0.200000 0000 0000 0000", "0.200000 0001 0067 0000", "0.200000 0000 0000 0000"}));
+}
+
+// ---- Sources that go ----------------------------------------------------------------------------
+
+TEST_F(RecordingTest, OfANodeThatIsUnpluggedAllComesUpAndTheOthersGoOn) {
+  machine_.after(100ms, [&] { mouse_.press(BTN_LEFT); });
+  machine_.after(200ms, [&] { mouse_.unplug(); });
+  machine_.after(300ms, [&] { keyboard_.press(KEY_UP); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(err_, "quarlo-input: the mouse is gone: it was unplugged; the others go on\n");
+  EXPECT_EQ(recordsOf("mouse.evemu"), (Lines{"0.100000 0001 0110 0001", "0.100000 0000 0000 0000",
+                                             "0.200000 0001 0110 0000", "0.200000 0000 0000 0000"}));
+  EXPECT_EQ(recordsOf("keyboard.evemu").size(), 2U);
+}
+
+TEST_F(RecordingTest, EndsWithItsLastSource) {
+  options_.duration.reset();
+  machine_.after(100ms, [&] { mouse_.move(1, 0); });
+  machine_.after(200ms, [&] { mouse_.unplug(); });
+  machine_.after(300ms, [&] { keyboard_.unplug(); });
+  EXPECT_EQ(record(), kFailed);
+  EXPECT_EQ(took_ / 1ms, 300);
+  EXPECT_EQ(err_,
+            "quarlo-input: the mouse is gone: it was unplugged; the others go on\n"
+            "quarlo-input: the keyboard is gone: it was unplugged; no source is left\n");
+  EXPECT_EQ(recordsOf("mouse.evemu").size(), 2U);
+}
+
+TEST_F(RecordingTest, SaysWhyANodeCannotBeReadAnyMore) {
+  machine_.after(100ms, [&] {
+    keyboard_.press(KEY_UP);
+    machine_.fail(sim::Call::kRead, 1, EIO);
+  });
+  EXPECT_EQ(record(), kFailed);
+  EXPECT_EQ(err_,
+            "quarlo-input: the keyboard cannot be read any more: Input/output error; the others go on\n"
+            "quarlo-input: nothing came from the mouse and the keyboard, so there is no session\n");
+}
+
+TEST_F(RecordingTest, ReadsAgainWhatASignalKeptItFromReading) {
+  machine_.after(100ms, [&] {
+    keyboard_.press(KEY_UP);
+    machine_.fail(sim::Call::kRead, 1, EINTR);
+    machine_.fail(sim::Call::kRead, 2, EAGAIN);
+  });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(err_, "");
+  EXPECT_EQ(recordsOf("keyboard.evemu").size(), 2U);
+}
+
+// ---- What is hidden -----------------------------------------------------------------------------
+
+TEST_F(RecordingTest, LeavesOutAReportOfWhichNothingMayBeTold) {
+  machine_.after(100ms, [&] {
+    keyboard_.report(EV_LED, LED_CAPSL, 1);
+    keyboard_.report(EV_SYN, SYN_REPORT, 0);
+  });
+  machine_.after(200ms, [&] {
+    keyboard_.report(EV_KEY, KEY_5, 1);
+    keyboard_.report(EV_LED, LED_CAPSL, 0);
+    keyboard_.report(EV_SYN, SYN_REPORT, 0);
+  });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(recordsOf("keyboard.evemu"), (Lines{"0.200000 0001 001e 0001", "0.200000 0000 0000 0000"}));
+}
+
+// ---- Further nodes ------------------------------------------------------------------------------
+
+TEST_F(RecordingTest, HasAFileForAFurtherNode) {
+  sim::Node& third = machine_.addNode(kThird, keyboard());
+  options_.further = {"/dev/input/event9", kThird};
+  machine_.after(100ms, [&] { third.press(KEY_UP); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(recordsOf("node-2.evemu").size(), 2U);
+  EXPECT_EQ(printedFrom("  node-2"), "  node-2.evemu    2 records\n");
+}
+
+TEST_F(RecordingTest, RefusesANodeThatIsASourceAlready) {
+  machine_.addLink("/dev/input/by-id/mouse", kMouse);
+  options_.further = {"/dev/input/by-id/mouse"};
+  EXPECT_EQ(record(), kFailed);
+  EXPECT_EQ(err_, "quarlo-input: " + whySourceTwice("/dev/input/by-id/mouse") + "\n");
+}
+
+}  // namespace
+}  // namespace quarlo::tools::record
