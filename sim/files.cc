@@ -129,6 +129,20 @@ void Connection::end() {
   changed.wake(0);
 }
 
+void Connection::queue(const std::string& text) {
+  queued += text;
+  lines += static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+  ++unread;
+  changed.wake(POLLIN | POLLPRI | POLLRDNORM | POLLRDBAND);
+}
+
+void Connection::drop(std::size_t length) {
+  const auto end = queued.begin() + static_cast<std::ptrdiff_t>(length);
+  lines -= static_cast<int>(std::count(queued.begin(), end, '\n'));
+  queued.erase(queued.begin(), end);
+  unread = lines;
+}
+
 // The daemon finds out when it sends the next time.
 SocketFile::~SocketFile() { connection_->ended = true; }
 
@@ -145,13 +159,10 @@ ssize_t SocketFile::write(const void* /*data*/, std::size_t /*size*/) { notSimul
 
 ssize_t SocketFile::receive(void* buffer, std::size_t size, bool peek) {
   if (!connection_->connected) return -EINVAL;
-  std::string& queued = connection_->queued;
+  const std::string& queued = connection_->queued;
   if (queued.empty() && !connection_->ended) return -EAGAIN;
   const std::size_t length = queued.copy(static_cast<char*>(buffer), size);
-  if (!peek) {
-    queued.erase(0, length);
-    connection_->unread = static_cast<int>(std::count(queued.begin(), queued.end(), '\n'));
-  }
+  if (!peek) connection_->drop(length);
   return static_cast<ssize_t>(length);
 }
 

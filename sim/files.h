@@ -18,7 +18,13 @@ namespace quarlo::sim {
 struct Connection {
   void end();
 
+  void queue(const std::string& text);
+
+  // Drops what was read: this many bytes. REQUIRES: they are queued.
+  void drop(std::size_t length);
+
   std::string queued;  // sent by the daemon, not yet read
+  int lines = 0;       // how many newlines are in that
   int unread = 0;      // how many times the daemon has sent something of it
   bool connected = false;
   bool ended = false;  // one of the two ends is closed

@@ -429,9 +429,7 @@ void DaemonState::send(const std::string& text) {
     if (client->unread == kMostUnread) {
       client->end();
     } else {
-      client->queued += text;
-      ++client->unread;
-      client->changed.wake(POLLIN | POLLPRI | POLLRDNORM | POLLRDBAND);
+      client->queue(text);
     }
   }
   clients.erase(std::remove_if(clients.begin(), clients.end(), [](const auto& client) { return client->ended; }),
