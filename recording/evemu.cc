@@ -74,7 +74,7 @@ class EvemuParser {
 
   void parseName(std::string_view rest) {
     rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
-    recording_.name = rest;
+    recording_.name = lines_.unescaped(rest);
   }
 
   // I: <bus> <vendor> <product> <version>

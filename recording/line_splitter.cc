@@ -10,19 +10,14 @@ std::vector<std::string> LineSplitter::split(std::string_view bytes) {
   std::vector<std::string> lines;
   for (const char byte : bytes) {
     if (byte == '\n') {
-      std::string line = takeRest();
-      if (!line.empty()) lines.push_back(std::move(line));
-    } else if (byte != '\0' && rest_.size() < kLongestLine) {
+      lines.push_back(takeRest());
+    } else if (rest_.size() < kLongestText) {
       rest_.push_back(byte);
     }
   }
   return lines;
 }
 
-std::string LineSplitter::takeRest() {
-  std::string line = std::exchange(rest_, {});
-  line.erase(line.find_last_not_of('\r') + 1);
-  return line;
-}
+std::string LineSplitter::takeRest() { return std::exchange(rest_, {}); }
 
 }  // namespace quarlo::recording

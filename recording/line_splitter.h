@@ -7,8 +7,8 @@
 
 namespace quarlo::recording {
 
-// Turns the bytes that a LIRC daemon sends into lines for a session. What cannot be in a session is left out: NUL
-// bytes, carriage returns at the end of a line, lines without text, and what a line has beyond kLongestLine bytes.
+// Turns the bytes that a LIRC daemon sends into lines for a session. What a line has beyond kLongestText bytes is left
+// out.
 class LineSplitter {
  public:
   // Returns the lines that end within `bytes`. What follows the last newline is kept for the next call.

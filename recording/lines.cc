@@ -58,7 +58,11 @@ Lines::Lines(std::FILE* file, std::string name) : file_(file), name_(std::move(n
 
 bool Lines::next() {
   while (readLine()) {
-    if (!isComment()) return true;
+    if (!isComment()) {
+      inHead_ = false;
+      return true;
+    }
+    marked_ = marked_ || (inHead_ && text_ == kSessionMark);
   }
   if (std::ferror(file_) != 0) failWhole(std::strerror(errno));
   return false;
@@ -81,6 +85,13 @@ bool Lines::readLine() {
 }
 
 bool Lines::isComment() const { return text_.find_first_not_of(kBlanks) == std::string::npos || text_.front() == '#'; }
+
+std::string Lines::unescaped(std::string_view text) const {
+  if (!marked_) return std::string(text);
+  std::optional<std::string> bytes = recording::unescaped(text);
+  if (!bytes) fail("a backslash is followed neither by another one nor by x and two hexadecimal digits");
+  return *std::move(bytes);
+}
 
 void Lines::fail(const std::string& problem) const {
   const char* hint = "; no newline ends this line, the last: if it was cut off, remove it to use the rest";

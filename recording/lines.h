@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "recording/escapes.h"
 #include "recording/session.h"
 
 namespace quarlo::recording {
@@ -24,11 +25,16 @@ std::string furtherNodeFile(std::size_t index);
 // is from 1 on.
 std::string partOf(const std::string& file, int number);
 
+// The line that the files of this program's recordings have among the comments at their top: that names and the
+// daemon's lines are escaped in them (recording/escapes.h). In other files, a backslash is a backslash.
+constexpr char kSessionMark[] = "# quarlo-input session 2";
+
 // The path of a file in the directory.
 std::string pathIn(const std::string& directory, const std::string& file);
 
 // Bounds that no sensible file reaches, so that a wrong one ends with an error instead of exhausting memory.
-constexpr std::size_t kLongestLine = 4096;  // bytes, without the newline
+constexpr std::size_t kLongestText = 4096;                                // bytes of a name or of a daemon's line
+constexpr std::size_t kLongestLine = kLongestEscape * kLongestText + 32;  // bytes, without the newline
 constexpr long kMostLines = 5'000'000;
 constexpr std::int64_t kLargestFile = 256 << 20;  // bytes
 
@@ -44,6 +50,12 @@ class Lines {
 
   // The line, without its end.
   std::string_view text() const { return text_; }
+
+  // The bytes that `text`, a part of the line, stands for. Throws Error if an escape in it is wrong.
+  std::string unescaped(std::string_view text) const;
+
+  // Whether the file has kSessionMark before the line.
+  bool isMarked() const { return marked_; }
 
   // Throws Error with the file's name, the line's number, and `problem`. If the line may have been cut off, it says
   // that, too.
@@ -61,6 +73,8 @@ class Lines {
   std::string text_;
   long number_ = 0;
   bool unfinished_ = false;  // no newline ends the line
+  bool inHead_ = true;       // only comments came so far
+  bool marked_ = false;
 };
 
 // Splits off the first field of `rest`, which spaces or tabs end. Empty at the end of the line.

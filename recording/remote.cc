@@ -9,8 +9,9 @@ std::vector<RemoteLine> readRemote(std::FILE* file, const std::string& name, mic
   while (lines.next()) {
     std::string_view rest = lines.text();
     const microseconds time = timeline.parse(lines, takeField(rest));
-    if (rest.size() < 2) lines.fail("nothing follows the time, expected the line that the LIRC daemon sent");
-    recording.push_back({time, std::string(rest.substr(1))});
+    const std::size_t shortest = lines.isMarked() ? 1 : 2;  // with the blank; a daemon can send an empty line
+    if (rest.size() < shortest) lines.fail("nothing follows the time, expected the line that the LIRC daemon sent");
+    recording.push_back({time, lines.unescaped(rest.substr(1))});
   }
   if (recording.empty()) lines.failWhole("no lines: there is nothing to play");
   return recording;

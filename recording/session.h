@@ -14,7 +14,8 @@
 // were counted from 1970 or from a machine's start, and the earliest of all is the start. That of files that are given
 // by themselves is their first record.
 //
-// In all files, empty lines and lines that start with # are comments.
+// In all files, empty lines and lines that start with # are comments. If "# quarlo-input session 2" is among those at the
+// top, the device's name (N:) and the daemon's lines have escapes (recording/escapes.h).
 #pragma once
 
 #include <linux/input.h>

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "recording/escapes.h"
 #include "recording/lines.h"
 
 namespace quarlo::recording {
@@ -81,18 +82,10 @@ std::string capabilityComments(const std::map<int, std::set<int>>& codes, const 
   return text;
 }
 
-bool isControl(char character) {
-  constexpr unsigned char kDelete = 0x7f;
-  const auto byte = static_cast<unsigned char>(character);
-  return byte < ' ' || byte == kDelete;
-}
+std::string escapedText(const std::string& text) { return escaped(std::string_view(text).substr(0, kLongestText)); }
 
-// A device can call itself anything, but in a file its name is one line, and evemu wants one.
-std::string nameLine(std::string name) {
-  std::replace_if(name.begin(), name.end(), isControl, '?');
-  name.erase(0, name.find_first_not_of(' '));
-  return ("N: " + (name.empty() ? "unnamed" : name)).substr(0, kLongestLine) + "\n";
-}
+// A device can have no name, but evemu wants one.
+std::string nameLine(const std::string& name) { return "N: " + (name.empty() ? "unnamed" : escapedText(name)) + "\n"; }
 
 std::string stateLines(const char* label, const std::set<int>& on) {
   std::string text;
@@ -170,7 +163,7 @@ void FileWriter::write(const Record& record) {
 }
 
 void FileWriter::write(const RemoteLine& line) {
-  addLine((timeText(nextTime(line.time)) + " " + line.text).substr(0, kLongestLine));
+  addLine(timeText(nextTime(line.time)) + " " + escapedText(line.text));
 }
 
 // A time can go back: the daemon's lines are stamped here, and a device's records before they are read.
@@ -243,7 +236,7 @@ SessionWriter::SessionWriter(std::string directory, const std::string& comment, 
                              const CodeNames& codeNames)
     : directory_(std::move(directory)),
       directoryFd_(makeDirectory(directory_, access)),
-      comment_("# " + comment + "\n"),
+      comments_(std::string(kSessionMark) + "\n# " + comment + "\n"),
       access_(access),
       codeNames_(codeNames) {}
 
@@ -257,11 +250,11 @@ FileWriter& SessionWriter::addFurtherNode(std::size_t index, const DeviceDescrip
   return addNode(furtherNodeFile(index), device);
 }
 
-FileWriter& SessionWriter::addRemote() { return addFile(kRemoteFile, comment_); }
+FileWriter& SessionWriter::addRemote() { return addFile(kRemoteFile, comments_); }
 
 FileWriter& SessionWriter::addNode(const std::string& name, const DeviceDescription& device) {
   return addFile(name,
-                 "# EVEMU 1.3\n" + comment_ + capabilityComments(device.codes, codeNames_) + descriptionText(device));
+                 "# EVEMU 1.3\n" + comments_ + capabilityComments(device.codes, codeNames_) + descriptionText(device));
 }
 
 FileWriter& SessionWriter::addFile(const std::string& name, const std::string& head) {

@@ -26,7 +26,7 @@ struct DeviceDescription {
     std::int32_t resolution = 0;
   };
 
-  std::string name;  // written without the blanks at its start, with ? for each control character, and cut to a line
+  std::string name;  // written up to kLongestText bytes
   std::uint16_t bus = 0;
   std::uint16_t vendor = 0;
   std::uint16_t product = 0;
@@ -59,9 +59,9 @@ class FileWriter {
   FileWriter& operator=(const FileWriter&) = delete;
 
   // Takes what came next. A time before that of the last one, or before the start, counts as that of the last one, or
-  // as the start. A remote's line is cut if it is longer than a session's can be. Throws Error, and takes nothing, at
+  // as the start. A remote's line is written up to kLongestText bytes. Throws Error, and takes nothing, at
   // the end of the longest session and of the longest file.
-  // REQUIRES: no flush() has failed; a remote's line comes from a LineSplitter, and is not empty.
+  // REQUIRES: no flush() has failed.
   void write(const Record& record);
   void write(const RemoteLine& line);
 
@@ -129,7 +129,7 @@ class SessionWriter {
 
   std::string directory_;
   int directoryFd_;
-  std::string comment_;
+  std::string comments_;  // lines at the top of each file
   Access access_;
   CodeNames codeNames_;
   std::list<FileWriter> files_;

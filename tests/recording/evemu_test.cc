@@ -95,6 +95,29 @@ TEST(Evemu, TakesLinesThatEndAsOnWindows) {
   EXPECT_EQ(evemu("N: Keyboard\r\nB: 00 02\r\nE: 0.000000 0001 001e 1\r\n").name, "Keyboard");
 }
 
+TEST(Evemu, TakesABackslashForItselfWithoutTheMark) {
+  EXPECT_EQ(evemu(std::string("# EVEMU 1.3\nN: a\\x41\\\n") + kBits + kRecord).name, "a\\x41\\");
+}
+
+TEST(Evemu, ReadsTheEscapesOfANameUnderTheMark) {
+  const auto name = [](const std::string& line) { return evemu(kMark + line + "\n" + kBits + kRecord).name; };
+  EXPECT_EQ(name(R"(N: \x20a\x1b\\x\xff)"), " a\x1b\\x\xff");
+  EXPECT_EQ(name("N: plain"), "plain");
+  EXPECT_EQ(errorOf([&] { name(R"(N: a\n)"); }),
+            "file:3: a backslash is followed neither by another one nor by x and two hexadecimal digits");
+}
+
+TEST(Evemu, KnowsTheMarkAmongTheCommentsAtTheTopOnly) {
+  constexpr char kName[] = "N: \\x41\n";
+  const std::string mark = "# quarlo-input session 2";
+  const auto name = [](const std::string& text) { return evemu(text + kRecord).name; };
+  EXPECT_EQ(name("# EVEMU 1.3\r\n\n \n# more\n" + mark + "\r\n" + kName + kBits), "A");
+  EXPECT_EQ(name(kBits + mark + "\n" + kName), "\\x41");
+  for (const std::string& other : {"#" + mark, mark + " ", mark + "2"}) {
+    EXPECT_EQ(name(other + "\n" + kName + kBits), "\\x41") << other;
+  }
+}
+
 TEST(Evemu, CountsTheTimesFromTheStartOfTheSession) {
   const DeviceRecording recording = evemu(std::string(kBits) +
                                               "E: 1329846856.201613 0002 0001 -1\n"
@@ -165,8 +188,8 @@ TEST(Evemu, BoundsTheCapabilityBytes) {
 }
 
 TEST(Evemu, BoundsTheLine) {
-  EXPECT_EQ(errorOfLine("#" + std::string(4095, 'x')), "");
-  EXPECT_EQ(errorOfLine("#" + std::string(4096, 'x')), "file:2: the line has more than 4096 bytes");
+  EXPECT_EQ(errorOfLine("#" + std::string(16415, 'x')), "");
+  EXPECT_EQ(errorOfLine("#" + std::string(16416, 'x')), "file:2: the line has more than 16416 bytes");
 }
 
 TEST(Evemu, TellsALastLineThatWasCutOffHowToGetAtTheRest) {

@@ -18,6 +18,9 @@ inline bool operator==(const Record& a, const Record& b) {
 
 inline bool operator==(const RemoteLine& a, const RemoteLine& b) { return a.time == b.time && a.text == b.text; }
 
+// The first lines of a file that this program records.
+const std::string kMark = "# EVEMU 1.3\n# quarlo-input session 2\n";
+
 // `read` of a file with this text, which errors call "file".
 template <typename Recording>
 Recording readText(const std::string& text, Recording (*read)(std::FILE*, const std::string&, microseconds),

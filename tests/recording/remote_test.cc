@@ -33,8 +33,25 @@ TEST(Remote, NamesTheLineAndWhatIsWrong) {
             "file:2: the time is \"0.1\", expected <seconds>.<microseconds>, the latter in six digits");
   EXPECT_EQ(errorOf([] { remote("2.000000 a\n1.000000 b\n"); }),
             "file:2: the time \"1.000000\" is less than the one before it");
-  EXPECT_EQ(errorOf([] { remote("0.000000\n"); }),
-            "file:1: nothing follows the time, expected the line that the LIRC daemon sent");
+  for (const std::string line : {"0.000000", "0.000000 "}) {
+    EXPECT_EQ(errorOf([&] { remote(line + "\n"); }),
+              "file:1: nothing follows the time, expected the line that the LIRC daemon sent");
+  }
+}
+
+TEST(Remote, TakesABackslashForItselfWithoutTheMark) {
+  EXPECT_EQ(remote("0.000000 \\x1b \\\n"), (std::vector<RemoteLine>{{0us, "\\x1b \\"}}));
+}
+
+TEST(Remote, ReadsTheEscapesUnderTheMark) {
+  EXPECT_EQ(remote(kMark + R"(0.000000 \x20\x00\x0d
+0.000001 a\\b)"
+                           "\n0.000002 \n"),
+            (std::vector<RemoteLine>{{0us, std::string(" \0\r", 3)}, {1us, "a\\b"}, {2us, ""}}));
+  EXPECT_EQ(errorOf([] { remote(kMark + "0.000000 \\\n"); }),
+            "file:3: a backslash is followed neither by another one nor by x and two hexadecimal digits");
+  EXPECT_EQ(errorOf([] { remote(kMark + "0.000000\n"); }),
+            "file:3: nothing follows the time, expected the line that the LIRC daemon sent");
 }
 
 TEST(Remote, NeedsALine) {

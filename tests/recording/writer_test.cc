@@ -26,6 +26,7 @@ constexpr CodeNames kNames = {typeName, codeName};
 // What a device without any capability has in its file, before its records.
 constexpr char kEmptyHead[] =
     "# EVEMU 1.3\n"
+    "# quarlo-input session 2\n"
     "# comment\n"
     "N: Nothing\n"
     "I: 0000 0000 0000 0000\n"
@@ -52,6 +53,7 @@ constexpr char kEmptyHead[] =
     "B: 14 00 00 00 00 00 00 00 00\n"
     "B: 15 00 00 00 00 00 00 00 00\n"
     "B: 15 00 00 00 00 00 00 00 00\n";
+const std::string kRemoteHead = "# quarlo-input session 2\n# comment\n";
 constexpr char kRecordLine[] = "E: 0.000000 0001 001e 0001\t# type 1 / code 1-30 1\n";
 constexpr Record kRecord = {0us, EV_KEY, KEY_A, 1};
 
@@ -123,6 +125,7 @@ TEST_F(WriterTest, DescribesADeviceAsEvemuDoes) {
   writer_.flush();
   EXPECT_EQ(content("mouse.evemu"),
             "# EVEMU 1.3\n"
+            "# quarlo-input session 2\n"
             "# comment\n"
             "# Event type 1 (type 1)\n"
             "#   Event code 1 (code 1-1)\n"
@@ -203,25 +206,39 @@ TEST_F(WriterTest, WritesWhatTheReaderReads) {
   EXPECT_EQ(session.remote, lines);
 }
 
-TEST_F(WriterTest, MakesOneLineOfAnyName) {
-  writer_.addMouse(device("  a\nE: 0.0\t\x7f\r")).write(kRecord);
-  writer_.addKeyboard(device("  ")).write(kRecord);
+TEST_F(WriterTest, KeepsEachByteOfANameInALine) {
+  const std::string name = "  a\nE: 0.0\t\x7f\r\\\x9b\u202e";
+  writer_.addMouse(device(name)).write(kRecord);
+  writer_.addKeyboard(device("")).write(kRecord);
   writer_.flush();
+  EXPECT_NE(content("mouse.evemu").find("\nN: \\x20 a\\x0aE: 0.0\\x09\\x7f\\x0d\\\\\\x9b\\xe2\\x80\\xae\n"),
+            std::string::npos);
   const Session session = readSession(folder_);
-  EXPECT_EQ(session.mouse->name, "a?E: 0.0???");
+  EXPECT_EQ(session.mouse->name, name);
   EXPECT_EQ(session.keyboard->name, "unnamed");
 }
 
-TEST_F(WriterTest, CutsANameThatIsTooLongForASession) {
-  writer_.addMouse(device(std::string(kLongestLine, 'x'))).write(kRecord);
+TEST_F(WriterTest, KeepsEachByteOfARemotesLines) {
+  FileWriter& file = writer_.addRemote();
+  std::vector<RemoteLine> lines = {{0us, ""}, {0us, " \x1b]0;x\x07\r"}, {0us, "\\x41"}};
+  for (int byte = 0; byte <= 0xff; ++byte) lines.push_back({1us, std::string(2, static_cast<char>(byte))});
+  lines.push_back({2us, std::string(kLongestText, '\0')});
+  for (const RemoteLine& line : lines) file.write(line);
   writer_.flush();
-  EXPECT_EQ(readSession(folder_).mouse->name, std::string(kLongestLine - std::string("N: ").size(), 'x'));
+  EXPECT_EQ(content("remote.lirc").rfind(kRemoteHead + "0.000000 \n0.000000 \\x20\\x1b]0;x\\x07\\x0d\n", 0), 0U);
+  EXPECT_EQ(readSession(folder_).remote, lines);
+}
+
+TEST_F(WriterTest, CutsANameThatIsTooLongForASession) {
+  writer_.addMouse(device(std::string(kLongestText + 1, '\x1b'))).write(kRecord);
+  writer_.flush();
+  EXPECT_EQ(readSession(folder_).mouse->name, std::string(kLongestText, '\x1b'));
 }
 
 TEST_F(WriterTest, StartsARemotesFileWithTheComment) {
   writer_.addRemote().write({1us, "a"});
   writer_.flush();
-  EXPECT_EQ(content("remote.lirc"), "# comment\n0.000001 a\n");
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000001 a\n");
 }
 
 TEST_F(WriterTest, NeverGoesBackInTime) {
@@ -230,14 +247,13 @@ TEST_F(WriterTest, NeverGoesBackInTime) {
     file.write({time, "a"});
   }
   writer_.flush();
-  EXPECT_EQ(content("remote.lirc"), "# comment\n0.000000 a\n0.000002 a\n0.000002 a\n0.000003 a\n");
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000000 a\n0.000002 a\n0.000002 a\n0.000003 a\n");
 }
 
 TEST_F(WriterTest, CutsALineThatIsTooLongForASession) {
-  writer_.addRemote().write({0us, std::string(kLongestLine, 'x')});
+  writer_.addRemote().write({0us, std::string(kLongestText + 1, '\x1b')});
   writer_.flush();
-  const std::string text = readSession(folder_).remote->at(0).text;
-  EXPECT_EQ(text, std::string(kLongestLine - std::string("0.000000 ").size(), 'x'));
+  EXPECT_EQ(readSession(folder_).remote->at(0).text, std::string(kLongestText, '\x1b'));
 }
 
 TEST_F(WriterTest, MakesAFileWithItsFirstRecord) {
@@ -345,12 +361,12 @@ TEST_F(WriterTest, CutsAFileBackToItsLastWholeLineWhenTheDiskIsFull) {
 
 TEST_F(WriterTest, KeepsWhatWasOnDiskBeforeItWasFull) {
   FileWriter& file = writer_.addRemote();
-  const FileSizeLimit limit(std::string("# comment\n0.000000 a\n0.0").size());
+  const FileSizeLimit limit((kRemoteHead + "0.000000 a\n0.0").size());
   file.write({0us, "a"});
   writer_.flush();
   file.write({0us, "b"});
   EXPECT_EQ(errorOf([&] { writer_.close(); }), folder_ + "/remote.lirc" + kFileTooLarge);
-  EXPECT_EQ(content("remote.lirc"), "# comment\n0.000000 a\n");
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000000 a\n");
   EXPECT_EQ(file.count(), 1);
 }
 
@@ -372,7 +388,7 @@ TEST_F(WriterTest, StillWritesTheFilesThatFit) {
   keyboard.write(kRecord);
   remote.write({0us, "a"});
   EXPECT_EQ(errorOf([&] { writer_.flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
-  EXPECT_EQ(content("remote.lirc"), "# comment\n0.000000 a\n");
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000000 a\n");
 }
 
 TEST_F(WriterTest, LeavesAFileAloneThatSomeoneElseHasMade) {
@@ -395,18 +411,18 @@ TEST_F(WriterTest, EndsWithTheLongestSession) {
       }),
       folder_ + "/remote.lirc: a session has at most 24 hours: the recording ends here, and what came before is kept");
   writer_.close();
-  EXPECT_EQ(content("remote.lirc"), "# comment\n86400.000000 a\n");
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + "86400.000000 a\n");
 }
 
 TEST_F(WriterTest, EndsWithTheLargestFile) {
   FileWriter& file = writer_.addRemote();
-  const RemoteLine line = {0us, std::string(kLongestLine - 1 - std::string("0.000000 ").size(), 'x')};
-  constexpr std::int64_t kLines = kLargestFile / static_cast<std::int64_t>(kLongestLine) - 1;
+  const RemoteLine line = {0us, std::string(kLongestText - 1 - std::string("0.000000 ").size(), 'x')};
+  constexpr std::int64_t kLines = kLargestFile / static_cast<std::int64_t>(kLongestText) - 1;
   for (std::int64_t i = 0; i < kLines; ++i) {
     file.write(line);
     if (i % 256 == 0) writer_.flush();
   }
-  const std::size_t left = kLongestLine - std::string("# comment\n0.000000 \n").size();
+  const std::size_t left = kLongestText - (kRemoteHead + "0.000000 \n").size();
   const std::string problem = folder_ +
                               "/remote.lirc: a file of a session has at most 268435456 bytes: the recording ends here, "
                               "and what came before is kept";
@@ -419,7 +435,7 @@ TEST_F(WriterTest, EndsWithTheLargestFile) {
 
 TEST_F(WriterTest, EndsWithTheLongestFile) {
   FileWriter& file = writer_.addRemote();
-  for (long line = 2; line <= kMostLines; ++line) file.write({0us, "a"});  // the comment is the first one
+  for (long line = 3; line <= kMostLines; ++line) file.write({0us, "a"});  // two comments are the first ones
   EXPECT_EQ(
       errorOf([&] {
         file.write({0us, "b"});
@@ -428,7 +444,7 @@ TEST_F(WriterTest, EndsWithTheLongestFile) {
           "/remote.lirc: a file of a session has at most 5000000 lines: the recording ends here, and what came before "
           "is kept");
   writer_.close();
-  EXPECT_EQ(readSession(folder_).remote->size(), static_cast<std::size_t>(kMostLines - 1));
+  EXPECT_EQ(readSession(folder_).remote->size(), static_cast<std::size_t>(kMostLines - 2));
 }
 
 }  // namespace

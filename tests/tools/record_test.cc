@@ -16,6 +16,7 @@
 namespace quarlo::tools {
 namespace {
 
+const std::string kMark = "# quarlo-input session 2";
 const std::string kMaskedComment =
     "# Keys and remote buttons that may type, modifiers and editing keys are recorded as A and 1 (--show-keycodes "
     "keeps "
@@ -47,11 +48,12 @@ class RecordTest : public testing::Test {
     return program.finish();
   }
 
-  // The lines of the remote's file, without the times.
+  // The lines of the remote's file below its mark, without the times.
   std::string recorded() const {
     std::ifstream file(session_ + "/remote.lirc");
     std::string text;
     for (std::string line; std::getline(file, line);) {
+      if (line == kMark) continue;
       text += (line.front() == '#' ? line : line.substr(line.find(' ') + 1)) + "\n";
     }
     return text;
@@ -168,6 +170,23 @@ TEST_F(RecordTest, CanBeReplayed) {
   EXPECT_EQ(eventsOf(run({"replay", session_}).out), std::vector<std::string>{"key down    VolumeUp"});
 }
 
+TEST_F(RecordTest, KeepsEachByteAndTheReplayGivesItToTheReader) {
+  const std::string hostile(" \\x41 \x1b]0;x\x07 \x00KEY_\x9b \\tv\r", 24);
+  record(hostile + "\n\n" + kVolume, {"--show-keycodes"});
+  const std::string lines = recorded();
+  EXPECT_EQ(lines.substr(lines.find('\n') + 1), R"(\x20\\x41 \x1b]0;x\x07 \x00KEY_\x9b \\tv\x0d)"
+                                                "\n\n" +
+                                                    kVolume);
+  std::string taken;
+  for (const std::string& line : linesOf(run({"replay", "-v", session_}).err)) {
+    if (line.rfind("VERBOSE2 LIRC string:", 0) == 0) taken += line + "\n";
+  }
+  EXPECT_EQ(taken, R"(VERBOSE2 LIRC string:  \\x41 \x1b]0;x\x07 
+VERBOSE2 LIRC string: \n
+VERBOSE2 LIRC string: 0000000000f40bf0 00 KEY_VOLUMEUP tv\n
+)");
+}
+
 TEST_F(RecordTest, HidesWhatWasTyped) {
   record(kDigit + "0000000000f40bf2 00 KEY_OK tv\n");
   EXPECT_EQ(recorded(), kMaskedComment + "0000000000000000 00 KEY_1 tv\n0000000000f40bf2 00 KEY_OK tv\n");
@@ -275,7 +294,8 @@ TEST_F(RecordTest, EscapesWhatItSays) {
 
 TEST_F(RecordTest, KeepsTheWholeLinesWhenTheDiskIsFull) {
   // A limit to the size of files is as good as a full disk.
-  const std::size_t two = kMaskedComment.size() + 2 * (std::string("0.000000 ").size() + kVolume.size());
+  const std::size_t two =
+      kMark.size() + 1 + kMaskedComment.size() + 2 * (std::string("0.000000 ").size() + kVolume.size());
   Program program(remote(), Output::kPipe, {"prlimit", "--fsize=" + std::to_string(two + 5)});
   daemon_.send(kVolume + kVolume + kVolume);
   const Result result = program.finish();

@@ -95,7 +95,9 @@ std::vector<std::string> Terminal::takeErrors() {
   std::vector<std::string> lines;
   char bytes[4096];
   for (ssize_t size = 0; (size = read(shared.keptErrors, bytes, sizeof bytes)) > 0;) {
-    for (std::string& line : errors_.split({bytes, static_cast<std::size_t>(size)})) lines.push_back(std::move(line));
+    for (std::string& line : errors_.split({bytes, static_cast<std::size_t>(size)})) {
+      if (!line.empty()) lines.push_back(std::move(line));
+    }
   }
   return lines;
 }

@@ -207,7 +207,8 @@ class Recorder {
   void recordAll() {
     while (!stopRequested() && !isOver() && sources_.anyIsOpen()) recordRound(millisecondsLeft());
     recordRound(0);  // what has come since
-    writeLine(lines_.takeRest());
+    const std::string unfinished = lines_.takeRest();
+    if (!unfinished.empty()) writeLine(unfinished);
   }
 
   // Waits for at most `timeoutMs` (-1: without a limit, but for a signal), and records what is there.
@@ -262,10 +263,7 @@ class Recorder {
     for (const std::string& line : lines_.split({bytes, static_cast<std::size_t>(size)})) writeLine(line);
   }
 
-  void writeLine(const std::string& line) {
-    if (line.empty()) return;
-    sources_.remote.file->write({received_, maskedLine(mask_, line)});
-  }
+  void writeLine(const std::string& line) { sources_.remote.file->write({received_, maskedLine(mask_, line)}); }
 
   // What read() gave instead of input.
   void handleFailure(Source& source, int error) {
