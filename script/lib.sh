@@ -61,7 +61,7 @@ install_packages() {
     fail "apt-get could not install: $*"
 }
 
-# From here on, apt-get and apt-cache know the packages of an architecture, and keep what they need in a folder: this
+# From here on, apt-get and apt-cache know the packages of an architecture, and keep what they need in a directory: this
 # machine's own lists and packages stay as they are. REQUIRES: ca-certificates, debian-archive-keyring
 use_packages_of() {
   local architecture=$1 folder=$PWD/$2 mirror
@@ -85,7 +85,7 @@ EOF
   apt-get -qq update
 }
 
-# Downloads packages and unpacks them into a folder. Nothing is installed.
+# Downloads packages and unpacks them into a directory. Nothing is installed.
 unpack_packages() {
   local folder=$PWD/$1 package
   shift
