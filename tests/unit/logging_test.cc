@@ -33,6 +33,7 @@ TEST(Escape, ShowsEverythingElse) {
 TEST(Escape, StopsBeforeAnEscapeThatDoesNotFit) {
   EXPECT_EQ(escaped("ab\x1b", 7), "ab\\x1b");
   EXPECT_EQ(escaped("ab\x1b", 6), "ab");
+  EXPECT_EQ(escaped("ab\x1b ", 6), "ab");  // and with it, though a space would
   EXPECT_EQ(escaped("ab", 1), "");
 }
 
@@ -66,6 +67,9 @@ TEST_F(StderrLoggingTest, WantsWhatItIsTold) {
 TEST_F(StderrLoggingTest, WritesALineWithTheSeverity) {
   EXPECT_EQ(written(kInfo, "%s %d", "one", 1), "INFO one 1\n");
   EXPECT_EQ(written(kError, "%s", "two"), "ERROR two\n");
+  EXPECT_EQ(written(kError - 1, "%s", "a warning"), "INFO a warning\n");
+  EXPECT_EQ(written(kError + 1, "%s", "the end"), "ERROR the end\n");
+  EXPECT_EQ(written(-1, "%s", "a detail"), "VERBOSE1 a detail\n");
   EXPECT_EQ(written(-10, "%s", "three"), "VERBOSE10 three\n");
 }
 
@@ -76,6 +80,7 @@ TEST_F(StderrLoggingTest, EscapesWhatADeviceOrTheDaemonSent) {
 
 TEST_F(StderrLoggingTest, CutsALongMessage) {
   EXPECT_EQ(written(kInfo, "%s", std::string(2000, '\n').c_str()).size(), std::string("INFO \n").size() + 2 * 1023);
+  EXPECT_EQ(written(kInfo, "%s", std::string(2000, '\1').c_str()).size(), std::string("INFO \n").size() + 4 * 1023);
 }
 
 }  // namespace
