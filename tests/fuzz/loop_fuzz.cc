@@ -177,7 +177,8 @@ class LoopLife {
   }
 
   void readDirectly() {
-    if (hasLines_) isExact_ = false;  // keys of the remote cannot be told from others
+    if (hasLines_) isExact_ = false;                // keys of the remote cannot be told from others
+    if (loop_->timeoutMs() == 0) isExact_ = false;  // as the loop's header says: not within a round
     if (!reader_->hasPendingEvent) reader_->pendingEvent.kind = InputEvent::kNoEvent;
     InputEvent event = {};
     event.kind = InputEvent::kNoEvent;
