@@ -18,6 +18,7 @@
 #include "recording/writer.h"
 #include "tests/fuzz/input_bytes.h"
 #include "tests/fuzz/rules.h"
+#include "tests/fuzz/scratch.h"
 #include "tools/common/code_names.h"
 #include "tools/common/output.h"
 #include "tools/replay/replay.h"
@@ -29,26 +30,6 @@ using recording::DeviceRecording;
 using recording::FileWriter;
 using recording::RemoteLine;
 using recording::Session;
-
-// A directory for the files of one input, removed at the end.
-class Folder {
- public:
-  Folder() : path_((std::filesystem::temp_directory_path() / "quarlo-XXXXXX").string()) {
-    require(mkdtemp(path_.data()) != nullptr, "a directory for temporary files can be made");
-  }
-  ~Folder() { std::filesystem::remove_all(path_); }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-
-  std::string path(const char* name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
-
-void writeFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
 
 std::string readFile(const std::string& path) {
   std::ifstream stream(path, std::ios::binary);
@@ -66,26 +47,26 @@ std::vector<std::string> allFiles() {
 
 // The input is the content of a directory's files, in which a form feed ends all but the last. An empty one does not
 // exist.
-void writeFolder(const std::string& folder, std::string text) {
-  std::filesystem::create_directory(folder);
+void writeFolder(const Scratch& scratch, const std::string& folder, std::string text) {
+  std::filesystem::create_directory(scratch.path(folder));
   for (const std::string& file : allFiles()) {
     const std::size_t end = text.find('\f');
     const std::string content = text.substr(0, end);
-    if (!content.empty()) writeFile(recording::pathIn(folder, file), content);
+    if (!content.empty()) scratch.write(recording::pathIn(folder, file), content);
     text.erase(0, end == std::string::npos ? end : end + 1);
   }
 }
 
 // Writes the input as a directory or a file, and returns its path.
-std::string writeInput(const Folder& folder, InputBytes& input) {
+std::string writeInput(const Scratch& scratch, InputBytes& input) {
   const int shape = input.takeBelow(3);
-  std::string path = folder.path(shape == 2 ? "input.lirc" : "input");
+  const std::string name = shape == 2 ? "input.lirc" : "input";
   if (shape == 0) {
-    writeFolder(path, input.takeRest());
+    writeFolder(scratch, name, input.takeRest());
   } else {
-    writeFile(path, input.takeRest());
+    scratch.write(name, input.takeRest());
   }
-  return path;
+  return scratch.path(name);
 }
 
 // ---- Written again ------------------------------------------------------------------------------
@@ -146,16 +127,16 @@ bool isPlainText(const std::string& text) {
 
 // What is written once and then again does not change: capabilities and long names that the format cannot hold are
 // corrected the first time.
-void checkWriting(const Folder& folder, const Session& session) {
-  writeSession(folder.path("first"), session);
-  const Session again = recording::readSession(folder.path("first"));
+void checkWriting(const Scratch& scratch, const Session& session) {
+  writeSession(scratch.path("first"), session);
+  const Session again = recording::readSession(scratch.path("first"));
   checkDevice(session.mouse, again.mouse);
   checkDevice(session.keyboard, again.keyboard);
   for (std::size_t i = 0; i < session.further.size(); ++i) checkDevice(session.further[i], again.further[i]);
-  writeSession(folder.path("second"), again);
+  writeSession(scratch.path("second"), again);
   for (const std::string& file : allFiles()) {
-    const std::string written = readFile(folder.path("first") + "/" + file);
-    require(written == readFile(folder.path("second") + "/" + file), "what was read is written as it was");
+    const std::string written = readFile(scratch.path("first") + "/" + file);
+    require(written == readFile(scratch.path("second") + "/" + file), "what was read is written as it was");
     require(isPlainText(written), "what is written has no control characters");
   }
 }
@@ -194,11 +175,12 @@ std::optional<Session> readSession(const std::string& path) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace quarlo::fuzz;
-  const Folder folder;
+  static const Scratch scratch;
   InputBytes input(data, size);
-  const std::optional<Session> session = readSession(writeInput(folder, input));
-  if (!session) return 0;
-  checkPlaying(*session);
-  checkWriting(folder, *session);
+  if (const std::optional<Session> session = readSession(writeInput(scratch, input))) {
+    checkPlaying(*session);
+    checkWriting(scratch, *session);
+  }
+  for (const char* name : {"input", "input.lirc", "first", "second"}) std::filesystem::remove_all(scratch.path(name));
   return 0;
 }
