@@ -42,6 +42,14 @@ class InputBytes {
     return text;
   }
 
+  // Any name that a file can have.
+  std::string takeFileName() {
+    std::string name = takeText();
+    std::replace(name.begin(), name.end(), '/', '_');
+    name.erase(std::remove(name.begin(), name.end(), '\0'), name.end());
+    return name.empty() || name == "." || name == ".." ? "name" : name.substr(0, 200);
+  }
+
   std::string takeRest() {
     std::string text(size_, '\0');
     copyTo(text.data(), text.size());
