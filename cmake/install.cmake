@@ -85,7 +85,7 @@ if(QUARLO_BUILD_TOOLS)
   install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/tools/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
   install(FILES tools/completion.bash RENAME quarlo-input DESTINATION ${bash_folder} COMPONENT program)
   install(FILES tools/completion.zsh RENAME _quarlo-input DESTINATION ${zsh_folder} COMPONENT program)
-  install(FILES docs/70-quarlo-input.rules docs/permissions.md
+  install(FILES docs/70-quarlo-input.rules docs/permissions.md docs/quarlo-input.service
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT program)
   install(DIRECTORY sessions DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT program)
 endif()
