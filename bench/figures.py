@@ -7,7 +7,7 @@ time       by workload and contestant: ns per record with FIFOs on that machine,
            with its lower and upper quartile
 user       by workload and contestant: instructions per record in user space (idle: per wait)
 amd64      by workload and contestant: instructions per record of kernel and user space, on Debian's amd64 kernel;
-           amd64_again: of a second boot; i386: of 32-bit programs on the i386 kernel
+           amd64_again: of a second boot; i386, armhf, arm64: of those architectures' programs on their kernels
 start      by program: instructions up to its first event, of kernel and user space, and the largest resident set in
            kilobytes, on the amd64 kernel
 lookup     by contestant: instructions and ns for one key to what it types
@@ -21,6 +21,9 @@ loops      by measurement and loop (reader: its 10 ms; waking: its readInput() b
            lateness: median and p90 in ms; daemon, both: frames drawn while the daemon, or the mouse too, floods
 size       by object (reader, loop, sources) and target: bytes of code, of position-independent code (pie), of data, of the
            largest frame of a function, and of the deepest chain
+growth     busy: by command and how much it got (of COUNTS), idle: by command and days (of IDLE_DAYS): seconds of the
+           processor, and the largest resident set in kilobytes; recorder: of a mouse's node on the amd64 kernel, by
+           how much it sent (of NODE_COUNTS): instructions, of kernel and user space, and the same in kilobytes
 allocators how many allocators the component's object names
 
 What could not be measured is left out: a peer that is not there, what libinput cannot do.
@@ -30,6 +33,10 @@ import json
 
 WORKLOADS = ("typing", "motion", "backlog", "remote")
 IDLE = "idle"
+FOREIGN = ("i386", "armhf", "arm64")  # kernels beside amd64's
+COUNTS = tuple(10**exponent for exponent in range(3, 8))  # of records or lines
+NODE_COUNTS = COUNTS[:-1]  # what evemu-play sends in a few minutes
+IDLE_DAYS = (1, 7)
 
 
 def read(path):

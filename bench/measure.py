@@ -14,7 +14,7 @@ import subprocess
 import sys
 
 import callgrind
-from figures import IDLE, WORKLOADS
+from figures import FOREIGN, IDLE, WORKLOADS
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "tests/promises"))
 import check_object
@@ -30,8 +30,9 @@ FOLDER = pathlib.Path("build/bench")
 BIN = FOLDER / "bench"
 BENCH = BIN / "input_bench"
 LOOP_BENCH = BIN / "loop_bench"
-GUEST = FOLDER / "guest"
-
+IN_GUEST = pathlib.Path("bench/in-guest")
+PEERS = pathlib.Path("build/peers")  # of other architectures
+KEYBOARDS = pathlib.Path("/usr/share/X11/xkb")
 LIBRARIES = ("libevdev", "libinput", "xkbcommon", "lirc")
 COMPILERS = {"armhf": "arm-linux-gnueabihf-g++-12", "i386": "i686-linux-gnu-g++-12", "mipsel": "mipsel-linux-gnu-g++-12",
              "arm64": "aarch64-linux-gnu-g++-12", "amd64": "g++-12"}
@@ -49,6 +50,11 @@ def run(*command, **how):
     if result.returncode != 0:
         raise MeasuringError(f"{command[0]} ended with status {result.returncode}: {result.stdout[-2000:]}")
     return result.stdout
+
+
+def programs_of(preset, *patterns):
+    """The programs of a preset by patterns of their names."""
+    return [program for pattern in patterns for program in sorted(pathlib.Path("build", preset, "bench").glob(pattern))]
 
 
 def contestants():
@@ -211,21 +217,30 @@ def count_allocators():
 # ---- Guests --------------------------------------------------------------------------------------
 
 
-def gather_for_guest():
-    """What the peers need: their libraries and data. The guest has libc and libstdc++ itself."""
-    shutil.rmtree(GUEST, ignore_errors=True)
-    libraries = GUEST / "lib"
-    libraries.mkdir(parents=True)
-    for program in (BENCH, *BIN.glob("start_*")):
+def host_libraries():
+    """What the host's programs need. The guest has libc and libstdc++ itself."""
+    for program in programs_of("bench", "input_bench", "start_*"):
         listed = subprocess.run(["ldd", program], capture_output=True, text=True).stdout  # nothing of a static one
         for name, path in re.findall(r"^\s*(\S+) => (/\S+)", listed, re.MULTILINE):
             if not re.match(r"(libc|libm|libstdc\+\+|libgcc_s)\.so", name):
-                shutil.copy(path, libraries)
-    for name, data in (("xkb", "/usr/share/X11/xkb"), ("libinput", "/usr/share/libinput")):
-        target = GUEST / name
-        target.mkdir()
-        if pathlib.Path(data).exists():
-            shutil.copytree(data, target, dirs_exist_ok=True)
+                yield path
+
+
+def foreign_libraries(architecture):
+    """What script/fetch-peers has fetched."""
+    return (PEERS / architecture).glob("root/**/*-linux-*/lib*.so.*")
+
+
+def gather_for_guest(architecture, libraries):
+    """What the peers need, beside their programs: their libraries, and keyboards for libxkbcommon."""
+    folder = FOLDER / "guest" / architecture
+    shutil.rmtree(folder, ignore_errors=True)
+    (folder / "lib").mkdir(parents=True)
+    for library in libraries:
+        shutil.copy(library, folder / "lib")
+    if KEYBOARDS.exists():
+        shutil.copytree(KEYBOARDS, folder / "xkb")
+    return sorted(folder.iterdir())
 
 
 def run_guest(architecture, log, files, *command):
@@ -251,21 +266,21 @@ def started(log):
 
 
 def measure_guests():
-    """Two boots on the 64-bit kernel, to see that they agree, one of 32 bits without peers, and one for the loops."""
+    """Two boots on the amd64 kernel, to see that they agree, one on each other kernel, and one for the loops."""
     logging.info("== kernel and user space: instructions, counted by QEMU")
-    gather_for_guest()
-    command = ("bench/in-guest", "sh", "in-guest", str(GUEST_ROUNDS))
-    files = [BENCH, *sorted(BIN.glob("start_*")), *sorted(GUEST.iterdir()), command[0]]
-    bin32 = pathlib.Path("build/bench-i386/bench")
-    files32 = [bin32 / "input_bench", *sorted(bin32.glob("start_*")), command[0]]
+    rounds = ("sh", "in-guest", str(GUEST_ROUNDS))
+    files = [*programs_of("bench", "input_bench", "start_*"), *gather_for_guest("amd64", host_libraries()), IN_GUEST]
     loops = ("sh", "-c", "echo 0 >/proc/sys/kernel/randomize_va_space; loop_bench guest")
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
-        boots = [pool.submit(run_guest, "amd64", FOLDER / f"amd64-{boot}.log", files, *command[1:]) for boot in (1, 2)]
-        loops_log = pool.submit(run_guest, "amd64", FOLDER / "loops.log", [LOOP_BENCH], *loops).result()
-    first, second = (boot.result() for boot in boots)
-    log32 = run_guest("i386", FOLDER / "i386.log", files32, *command[1:])
-    return {"amd64": in_instructions(first), "amd64_again": in_instructions(second), "i386": in_instructions(log32),
-            "start": started(first), "loops": of_loops(loops_log)}
+        logs = {boot: pool.submit(run_guest, "amd64", FOLDER / f"{boot}.log", files, *rounds)
+                for boot in ("amd64", "amd64_again")}
+        for architecture in FOREIGN:
+            files = [*programs_of(f"bench-{architecture}", "input_bench"),
+                     *gather_for_guest(architecture, foreign_libraries(architecture)), IN_GUEST]
+            logs[architecture] = pool.submit(run_guest, architecture, FOLDER / f"{architecture}.log", files, *rounds)
+        loops_log = pool.submit(run_guest, "amd64", FOLDER / "loops.log", [LOOP_BENCH], *loops)
+    return {**{boot: in_instructions(log.result()) for boot, log in logs.items()},
+            "start": started(logs["amd64"].result()), "loops": of_loops(loops_log.result())}
 
 
 # ---- All of it -----------------------------------------------------------------------------------

@@ -6,7 +6,7 @@ import pathlib
 import string
 import sys
 
-from figures import IDLE, WORKLOADS, find, ratio, read
+from figures import COUNTS, FOREIGN, IDLE, NODE_COUNTS, WORKLOADS, find, ratio, read
 
 TEMPLATE = pathlib.Path(__file__).with_name("performance.md.in")
 
@@ -30,7 +30,19 @@ SIZE_TARGETS = (
     ("InputLoop: code and read-only data, bytes", "loop", "code", {"armhf": "2560"}),
     ("InputSources: code and read-only data, bytes", "sources", "code", {"armhf": "1074"}),
 )
+# Limits of a command that gets so many records or lines, or so many days in which nothing comes: seconds or MB.
+GROWTH_TARGETS = (
+    ("`replay`, a remote", "busy", 10**5, "seconds", "2"),
+    ("`replay`, a remote", "idle", 1, "seconds", "0.1"),
+    ("`replay`, a remote", "idle", 7, "seconds", "1"),
+    ("`tune`", "busy", 10**6, "seconds", "10"),
+)
+EACH_AT, EACH_IN = 10**6, {"seconds": "20", "MB": "100"}  # the slowest, and the largest
+
 OBJECTS = {"reader": "the component", "loop": "`InputLoop`", "sources": "`InputSources`"}
+# Of the component before its size was cut: code and read-only data, and the same of position-independent code.
+UNCUT = {"armhf": (5666, 6126), "i386": (7215, 8219), "mipsel": (9844, 10376), "arm64": (8872, 9120),
+         "amd64": (7079, 7486)}
 LOOPS = {"reader": "the 10 ms loop", "waking": "waking with `readInput()`", "loop": "`InputLoop`"}
 FAST_MICE = {"2000Hz": {"steps": 2000, "clicks": 20}, "4000Hz": {"steps": 4000, "clicks": 40}}
 LOOP_ROWS = {
@@ -121,6 +133,7 @@ def targets(figures):
         for title, whose, what, limits in SIZE_TARGETS:
             if name in limits:
                 yield target(title, name, limits[name], find(figures, "size", whose, name, what), ".0f")
+    yield from growth_targets(figures)
     yield target("allocators that the object names", "all", "0", find(figures, "allocators"), ".0f")
     own = find(figures, "start", "reader", "instructions")
     for peer in ("libevdev", "libinput"):
@@ -147,6 +160,16 @@ def loop_targets(figures):
     steps, read, unexplained = (of_loop(figures, "8000Hz", name) for name in ("steps", "read", "unexplained"))
     lost = None if steps is None else read - steps + unexplained
     yield target("InputLoop, a mouse at 8000 Hz", "lost behind the kernel's queue", "0", lost, ".0f")
+
+
+def growth_targets(figures):
+    growth = figures["growth"]
+    for name, of, much, what, limit in GROWTH_TARGETS:
+        amount = power(much) if of == "busy" else SPANS[much]
+        yield target(f"{name}: {what}", amount, limit, taken(growth, of, name, much)[what], ".2f")
+    for what, limit in EACH_IN.items():
+        most = max(taken(growth, "busy", name, EACH_AT)[what] for name in growth["busy"])
+        yield target(f"each command: {what}", power(EACH_AT), limit, most, ".1f")
 
 
 # ---- Tables --------------------------------------------------------------------------------------
@@ -230,6 +253,59 @@ def sizes(figures):
                                             for what in ("code", "pie", "data", "function", "chain")))
 
 
+SUPERSCRIPTS = str.maketrans("0123456789", "⁰¹²³⁴⁵⁶⁷⁸⁹")
+SPANS = {1: "a day", 7: "a week"}
+
+
+def power(count):
+    """Of ten."""
+    return "10" + str(len(str(count)) - 1).translate(SUPERSCRIPTS)
+
+
+def taken(growth, of, name, much):
+    figures = growth[of][name][str(much)]
+    return {"seconds": figures["seconds"], "MB": figures["kilobytes"] / 1000}
+
+
+def rounded(figure, digits):
+    """To so many digits behind the point, but those of a large one tell nothing."""
+    return f"{figure:.{digits if figure < 10 else 1 if figure < 100 else 0}f}"
+
+
+def growth_table(growth, of, titles):
+    """`titles` are those of the columns, by how much comes."""
+    def cell(name, much):
+        both = taken(growth, of, name, much)
+        return f"{rounded(both['seconds'], 3)} s, {rounded(both['MB'], 1)} MB"
+
+    return rows([row("", *titles.values()), f"|---|{'---|' * len(titles)}",
+                 *(row(name, *(cell(name, much) for much in titles)) for name in growth[of])])
+
+
+def recorder(growth):
+    def texts(form):
+        return (form(count, growth["recorder"][str(count)]) for count in NODE_COUNTS)
+
+    return rows([row("", *map(power, NODE_COUNTS)), f"|---|{'---|' * len(NODE_COUNTS)}",
+                 row("million instructions", *texts(lambda _, figures: f"{figures['instructions'] / 1e6:,.0f}")),
+                 row("instructions per record", *texts(lambda count, figures: f"{figures['instructions'] / count:,.0f}")),
+                 row("MB", *texts(lambda _, figures: f"{figures['kilobytes'] / 1000:.1f}"))])
+
+
+def growth_tables(growth):
+    """By their names in the template."""
+    return {"busy": growth_table(growth, "busy", {count: power(count) for count in COUNTS}),
+            "idle": growth_table(growth, "idle", SPANS), "recorder": recorder(growth)}
+
+
+def cuts(figures):
+    """Of the component's size, by target."""
+    for name, before in UNCUT.items():
+        now = [find(figures, "size", "reader", name, what) for what in ("code", "pie")]
+        yield row(name, *(cell for old, new in zip(before, now)
+                          for cell in (str(old), shown(new, ".0f"), shown(ratio(new, old), ".2f"))))
+
+
 # ---- All of it -----------------------------------------------------------------------------------
 
 
@@ -244,17 +320,19 @@ def page(figures):
         floors=ratios(figures, "amd64", "bare", "libinput"),
         boots_differ_by=f"{boots_differ_by(figures):.3f}",
         amd64=comparison(figures, "amd64", ".0f", everyone),
-        loop_i386=ratios(figures, "i386", "loop", "bare"),
+        **{f"loop_{architecture}": ratios(figures, architecture, "loop", "bare") for architecture in FOREIGN},
         loop_user=ratios(figures, "user", "loop", "bare"),
-        i386=comparison(figures, "i386", ".0f", ("bare", "reader", "loop", "batch")),
+        **{architecture: comparison(figures, architecture, ".0f", everyone) for architecture in FOREIGN},
         user=comparison(figures, "user", ".0f", with_fifos, IDLE),
         calls=calls(figures),
         times=time_table(figures, with_fifos),
         time_ratios=time_ratios(figures),
         loops=loops(figures),
+        **growth_tables(figures["growth"]),
         starts=rows(starts(figures)),
         lookups=rows(lookups(figures)),
         sizes=rows(sizes(figures)),
+        cuts=rows(cuts(figures)),
     )
 
 
@@ -271,6 +349,16 @@ def picture(figures):
         bare = {what: find(figures, what, workload, "bare") for what in ("amd64", "user")}
         multiples = [ratio(find(figures, what, workload, contestant), bare[what]) for what, contestant in bars]
         yield "\t".join([workload, *(shown(multiple, ".6g") for multiple in multiples)])
+
+
+def growth_picture(growth):
+    """What bench/growth.gp shows: a block for each command, whose lines are how much came, seconds, and MB."""
+    for name in growth["busy"]:
+        yield f'"{name.replace("`", "")}"'
+        for count in COUNTS:
+            both = taken(growth, "busy", name, count)
+            yield f"{count}\t{both['seconds']:.6g}\t{both['MB']:.6g}"
+        yield "\n"
 
 
 if __name__ == "__main__":
