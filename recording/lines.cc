@@ -131,7 +131,7 @@ std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string
   return value;
 }
 
-std::optional<microseconds> firstTime(std::FILE* file, std::string_view label) {
+Beginning readBeginning(std::FILE* file, std::string_view label) {
   Lines lines(file, "");
   try {
     while (lines.next()) {
@@ -140,11 +140,11 @@ std::optional<microseconds> firstTime(std::FILE* file, std::string_view label) {
       rest.remove_prefix(label.size());
       microseconds time;
       if (!parseTime(takeField(rest), time)) break;
-      return time;
+      return {time, lines.isMarked()};
     }
   } catch (const Error&) {
   }
-  return std::nullopt;
+  return {std::nullopt, lines.isMarked()};
 }
 
 microseconds Timeline::parse(const Lines& lines, std::string_view field) {
@@ -154,8 +154,9 @@ microseconds Timeline::parse(const Lines& lines, std::string_view field) {
   }
   time -= start_;
   if (time < last_) lines.fail("the time " + quoted(field) + " is less than the one before it");
-  if (time > kLongestSession) {
-    lines.fail("the time " + quoted(field) + " is more than " + std::to_string(kLongestSession.count()) +
+  const std::chrono::hours longest = lines.isMarked() ? kLongestSession : kLongestUnmarkedSession;
+  if (time > longest) {
+    lines.fail("the time " + quoted(field) + " is more than " + std::to_string(longest.count()) +
                " hours after the start of the session, " + timeText(start_));
   }
   last_ = time;

@@ -88,9 +88,14 @@ std::int64_t parseDecimal(const Lines& lines, const char* what, std::string_view
                           std::int64_t maximum);
 std::uint32_t parseHexadecimal(const Lines& lines, const char* what, std::string_view field, std::uint32_t maximum);
 
-// The first time in a file: that of the first line that starts with `label`, which it follows. None if there is none,
-// or something is wrong before it, which whoever reads the file will say.
-std::optional<microseconds> firstTime(std::FILE* file, std::string_view label);
+// What a file's beginning tells about its times.
+struct Beginning {
+  std::optional<microseconds> firstTime;  // none if something is wrong before it, which whoever reads the file will say
+  bool isMarked;                          // as Lines has it
+};
+
+// The first time is that of the first line that starts with `label`, which it follows.
+Beginning readBeginning(std::FILE* file, std::string_view label);
 
 // Turns the times of a file into times since the start of the session, and checks them.
 class Timeline {
@@ -98,8 +103,8 @@ class Timeline {
   // `start` is on the clock of the file, and no later than its first time.
   explicit Timeline(microseconds start) : start_(start) {}
 
-  // Reads "<seconds>.<microseconds>". Throws Error if it is something else, less than the time before, or more than
-  // kLongestSession after the start.
+  // Reads "<seconds>.<microseconds>". Throws Error if it is something else, less than the time before, or further from
+  // the start than the longest session is.
   microseconds parse(const Lines& lines, std::string_view field);
 
  private:

@@ -93,11 +93,11 @@ std::optional<Recording> readIfThere(const std::string& path,
   return read(file.get(), path, start);
 }
 
-// The first time in a file, which is then at its beginning again.
-std::optional<microseconds> firstTime(const File& file, const std::string& path) {
-  const auto time = recording::firstTime(file.get(), isRemote(path) ? kRemoteLabel : kRecordLabel);
+// What the beginning of a file tells, which is then read again from there.
+Beginning readBeginning(const File& file, const std::string& path) {
+  const Beginning beginning = recording::readBeginning(file.get(), isRemote(path) ? kRemoteLabel : kRecordLabel);
   std::rewind(file.get());
-  return time;
+  return beginning;
 }
 
 // "node-1.evemu to node-8.evemu".
@@ -133,10 +133,12 @@ microseconds startOf(const std::string& directory) {
     const std::string path = pathIn(directory, name);
     const File file = openIfThere(path);
     if (file == nullptr) continue;
-    const std::optional<microseconds> first = firstTime(file, path);
+    const Beginning beginning = readBeginning(file, path);
+    if (beginning.isMarked) return microseconds(0);
+    const std::optional<microseconds> first = beginning.firstTime;
     if (first && (!earliest || *first < *earliest)) earliest = first;
   }
-  return earliest && *earliest > kLongestSession ? *earliest : microseconds(0);
+  return earliest && *earliest > kLongestUnmarkedSession ? *earliest : microseconds(0);
 }
 
 Session readDirectory(const std::string& path) {
@@ -185,7 +187,7 @@ Session sessionOf(DeviceRecording device, const std::string& path, SingleNode wa
 
 Session readFile(const std::string& path, SingleNode wanted) {
   const File file = openExistingFile(path);
-  const microseconds start = firstTime(file, path).value_or(microseconds(0));
+  const microseconds start = readBeginning(file, path).firstTime.value_or(microseconds(0));
   if (!isRemote(path)) return sessionOf(readEvemu(file.get(), path, start), path, wanted);
   Session session;
   session.remote = readRemote(file.get(), path, start);
@@ -225,8 +227,8 @@ Session readPair(const std::string& one, const std::string& other) {
   }
   const File file = openExistingFile(one);
   const File otherFile = openExistingFile(other);
-  const std::optional<microseconds> start = firstTime(file, one);
-  const microseconds otherStart = firstTime(otherFile, other).value_or(microseconds(0));
+  const std::optional<microseconds> start = readBeginning(file, one).firstTime;
+  const microseconds otherStart = readBeginning(otherFile, other).firstTime.value_or(microseconds(0));
   return sessionOf(readEvemuPair({file.get(), one}, {otherFile.get(), other}, start.value_or(otherStart)), one,
                    SingleNode::kMouseOrKeyboard);
 }

@@ -10,12 +10,13 @@
 // keyboard's, by the same tests as in the reader's autodetection. So are two files of which one describes a device and
 // the other has its records, as evemu once wrote them.
 //
-// A directory's times count from the start of the recording, unless all are later than the longest session: then they
-// were counted from 1970 or from a machine's start, and the earliest of all is the start. That of files that are given
-// by themselves is their first record.
+// A directory's times count from the start of the recording. Only if no file in it is marked, and all times are later
+// than 24 hours, were they counted from 1970 or from a machine's start, and the earliest of all is the start. That of
+// files that are given by themselves is their first record.
 //
-// In all files, empty lines and lines that start with # are comments. If "# quarlo-input session 2" is among those at the
-// top, the device's name (N:) and the daemon's lines have escapes (recording/escapes.h).
+// In all files, empty lines and lines that start with # are comments. A file is marked, and of this program's
+// recordings, if "# quarlo-input session 2" is among those at its top: then the device's name (N:) and the daemon's
+// lines have escapes (recording/escapes.h).
 #pragma once
 
 #include <linux/input.h>
@@ -80,8 +81,10 @@ struct Session {
 // The time of the last record or line.
 microseconds lengthOf(const Session& session);
 
-// The longest session.
-constexpr std::chrono::hours kLongestSession{24};
+// The longest session; and the longest of which no file is of this program's recordings, since a time in it can also be
+// a date or a machine's uptime.
+constexpr std::chrono::hours kLongestSession{24 * 31};
+constexpr std::chrono::hours kLongestUnmarkedSession{24};
 
 // What a single file may be that is not a remote's. One that is neither is taken for the first further node.
 enum class SingleNode { kMouseOrKeyboard, kAny };

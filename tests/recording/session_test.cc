@@ -105,7 +105,7 @@ TEST_F(SessionFolder, CountsFromZero) {
   EXPECT_EQ(session.remote->at(0).time, std::chrono::seconds(5));
 }
 
-TEST_F(SessionFolder, CountsFromItsEarliestTimeIfAllAreLaterThanTheLongestSession) {
+TEST_F(SessionFolder, CountsFromItsEarliestTimeIfAllAreLaterThanADay) {
   write("mouse.evemu", std::string(kRelativeAxes) + "E: 1329846857.000000 0000 0000 0\n");
   write("keyboard.evemu", std::string(kArrowKeys) + "E: 1329846858.500000 0000 0000 0\n");
   write("node-3.evemu", std::string(kArrowKeys) + "# later\nE: 1329846856.200000 0000 0000 0\n");
@@ -117,11 +117,28 @@ TEST_F(SessionFolder, CountsFromItsEarliestTimeIfAllAreLaterThanTheLongestSessio
   EXPECT_EQ(session.remote->at(0).time, std::chrono::milliseconds(500));
 }
 
-TEST_F(SessionFolder, CountsFromZeroUpToTheLongestSession) {
+TEST_F(SessionFolder, CountsFromZeroUpToADay) {
   write("remote.lirc", "86400.000000 0 00 KEY_OK remote\n");
-  EXPECT_EQ(readSession(path()).remote->at(0).time, kLongestSession);
+  EXPECT_EQ(readSession(path()).remote->at(0).time, kLongestUnmarkedSession);
   write("remote.lirc", "86400.000001 0 00 KEY_OK remote\n");
   EXPECT_EQ(readSession(path()).remote->at(0).time, microseconds(0));
+}
+
+TEST_F(SessionFolder, CountsFromZeroForAMonthIfItIsMarked) {
+  write("remote.lirc", kMark + "2678400.000000 0 00 KEY_OK remote\n");
+  EXPECT_EQ(readSession(path()).remote->at(0).time, kLongestSession);
+  write("remote.lirc", kMark + "2678400.000001 0 00 KEY_OK remote\n");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }),
+            path("remote.lirc") +
+                ":3: the time \"2678400.000001\" is more than 744 hours after the start of the session, 0.000000");
+}
+
+TEST_F(SessionFolder, CountsFromZeroIfAnyFileIsMarked) {
+  write("keyboard.evemu", std::string(kArrowKeys) + "E: 86400.000001 0000 0000 0\n");
+  write("remote.lirc", kMark + "90000.000000 0 00 KEY_OK remote\n");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }),
+            path("keyboard.evemu") +
+                ":3: the time \"86400.000001\" is more than 24 hours after the start of the session, 0.000000");
 }
 
 TEST_F(SessionFolder, HasOneClock) {

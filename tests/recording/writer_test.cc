@@ -404,14 +404,14 @@ TEST_F(WriterTest, LeavesAFileAloneThatSomeoneElseHasMade) {
 
 TEST_F(WriterTest, EndsWithTheLongestSession) {
   FileWriter& file = writer_.addRemote();
-  file.write({24h, "a"});
+  file.write({24h * 31, "a"});
   EXPECT_EQ(
       errorOf([&] {
-        file.write({24h + 1us, "b"});
+        file.write({24h * 31 + 1us, "b"});
       }),
-      folder_ + "/remote.lirc: a session has at most 24 hours: the recording ends here, and what came before is kept");
+      folder_ + "/remote.lirc: a session has at most 744 hours: the recording ends here, and what came before is kept");
   writer_.close();
-  EXPECT_EQ(content("remote.lirc"), kRemoteHead + "86400.000000 a\n");
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + "2678400.000000 a\n");
 }
 
 TEST_F(WriterTest, EndsWithTheLargestFile) {

@@ -363,6 +363,21 @@ TEST(Replay, ALoopThatPollsKeepsItsPaceThroughADay) {
                 "4 events in 86400.011 s: 4 keys, 0 moves, 0 buttons\n");
 }
 
+TEST(Replay, PlaysAMonthWithEitherLoop) {
+  const Folder folder;
+  folder.write("keyboard.evemu", "# quarlo-input session 2\n" + kDescription + record("0.003000", EV_KEY, KEY_UP, 1) +
+                                     record("0.003000", 0, 0, 0) + record("2678399.999000", EV_KEY, KEY_UP, 0) +
+                                     record("2678399.999000", 0, 0, 0));
+  const std::string down = kLegend + "  0.003  keyboard  key down    Up\n";
+  EXPECT_EQ(replayed({folder.path("")}), down +
+                                             "2678399.999  keyboard  key up      Up\n"
+                                             "2 events in 2678399.999 s: 2 keys, 0 moves, 0 buttons\n");
+  EXPECT_EQ(replayed({"--loop", "poll", folder.path("")}),
+            down +
+                "2678400.003  keyboard  key up      Up\n"
+                "2 events in 2678400.013 s: 2 keys, 0 moves, 0 buttons\n");
+}
+
 TEST(Replay, TakesTheRemotesTimeoutsFromTheEnvironmentOnlyWhenAskedTo) {
   const std::size_t events = eventsOf(replayed({sample("sofa")})).size();
   setenv("LIRC_RELEASE_TIMEOUT", "1000", 1);

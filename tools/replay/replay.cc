@@ -37,7 +37,10 @@ using recording::Session;
 // How long a replay waits for the remote's key to be forgotten: timeouts from the environment can be days.
 constexpr std::chrono::seconds kLongestRelease{10};
 
-// With --realtime, a wait is not longer, so that the time at which a stop is requested is known.
+// A wait is not longer: a session can be, and its milliseconds are more than an int holds.
+constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24);
+
+// Nor this with --realtime, so that the time at which a stop is requested is known.
 constexpr std::chrono::milliseconds kLongestRealWait{100};
 
 // ---- Recordings into the machine ----------------------------------------------------------------
@@ -239,7 +242,7 @@ class Player {
     }
     const microseconds longest = std::max(end - elapsed(), microseconds(0));
     const auto longestMs = std::chrono::ceil<std::chrono::milliseconds>(longest);
-    return static_cast<int>((options_.realtime ? std::min(longestMs, kLongestRealWait) : longestMs).count());
+    return static_cast<int>(std::min(longestMs, options_.realtime ? kLongestRealWait : kLongestWait).count());
   }
 
   void keepPace(microseconds until) const {
