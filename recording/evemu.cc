@@ -15,24 +15,34 @@ constexpr std::uint32_t kMostByte = 0xff;
 constexpr std::uint32_t kMostWord = 0xffff;
 constexpr std::size_t kMostBitBytes = (KEY_MAX + 1) / 8;  // no event type has more codes than EV_KEY
 
-// What one file has of a recording.
+// What one file has of a recording, up to the first line that is wrong.
 struct Part {
-  bool hasRecords() const { return !recording.records.empty(); }
+  bool hasRecords() const { return records != 0; }
+
+  // Throws Error unless there are records, and if so, names the line that keeps them from being read.
+  void requireRecords() const {
+    if (hasRecords()) return;
+    throw Error(damage ? damage->problem : name + ": no records (lines that start with E:): there is nothing to play");
+  }
 
   std::string name;  // of the file
   bool hasDescription;
-  DeviceRecording recording;
+  DeviceRecording description;  // without records
+  std::size_t records;          // how many it has
+  std::optional<Damage> damage;
 };
 
 class EvemuParser {
  public:
-  EvemuParser(const NamedFile& file, microseconds start)
-      : lines_(file.file, file.name), timeline_(start), name_(file.name) {}
+  // Adds the records to `records`.
+  EvemuParser(const NamedFile& file, microseconds start, std::vector<Record>& records)
+      : lines_(file.file, file.name), start_(start), name_(file.name), records_(records) {}
 
   Part parse() {
-    while (lines_.next()) parseLine();
+    const std::size_t before = records_.size();
+    std::optional<Damage> damage = lines_.forEach([this] { parseLine(); });
     collectCodes();
-    return {name_, !bits_.empty(), std::move(recording_)};
+    return {name_, !bits_.empty(), std::move(description_), records_.size() - before, std::move(damage)};
   }
 
  private:
@@ -53,12 +63,13 @@ class EvemuParser {
   // E: <seconds>.<microseconds> <type> <code> <value>
   void parseRecord(std::string_view rest) {
     Record record;
-    record.time = timeline_.parse(lines_, takeField(rest));
+    const microseconds last = records_.empty() ? microseconds(0) : records_.back().time;
+    record.time = parseTimeSince(lines_, takeField(rest), start_, last);
     record.type = static_cast<std::uint16_t>(parseHexadecimal(lines_, "the type", takeField(rest), kMostWord));
     record.code = static_cast<std::uint16_t>(parseHexadecimal(lines_, "the code", takeField(rest), kMostWord));
     record.value = static_cast<std::int32_t>(parseDecimal(lines_, "the value", takeField(rest), INT32_MIN, INT32_MAX));
     expectEnd(rest);
-    recording_.records.push_back(record);
+    records_.push_back(record);
   }
 
   // B: <type> <bytes>, repeated for as long as the type has bytes
@@ -74,12 +85,12 @@ class EvemuParser {
 
   void parseName(std::string_view rest) {
     rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
-    recording_.name = lines_.unescaped(rest);
+    description_.name = lines_.unescaped(rest);
   }
 
   // I: <bus> <vendor> <product> <version>
   void parseIds(std::string_view rest) {
-    input_id& id = recording_.id;
+    input_id& id = description_.id;
     for (__u16* number : {&id.bustype, &id.vendor, &id.product, &id.version}) {
       *number = static_cast<__u16>(parseHexadecimal(lines_, "an identifier", takeField(rest), kMostWord));
     }
@@ -91,7 +102,7 @@ class EvemuParser {
     for (std::string_view field = takeField(rest); !field.empty(); field = takeField(rest)) {
       const std::uint32_t byte = parseHexadecimal(lines_, "a property byte", field, kMostByte);
       for (int bit = 0; bit < 8; ++bit, ++propertyBit_) {
-        if (propertyBit_ <= INPUT_PROP_MAX && (byte >> bit & 1) != 0) recording_.properties.insert(propertyBit_);
+        if (propertyBit_ <= INPUT_PROP_MAX && (byte >> bit & 1) != 0) description_.properties.insert(propertyBit_);
       }
     }
   }
@@ -106,7 +117,7 @@ class EvemuParser {
     const std::string_view resolution = takeField(rest);
     if (!resolution.empty()) axis.resolution = parseAxisNumber("the axis's resolution", resolution);
     expectEnd(rest);
-    recording_.axes[code] = axis;
+    description_.axes[code] = axis;
   }
 
   __s32 parseAxisNumber(const char* what, std::string_view field) const {
@@ -132,42 +143,55 @@ class EvemuParser {
         if ((bits[bit / 8] >> (bit % 8) & 1) == 0) continue;
         const int code = static_cast<int>(bit);
         if (type != EV_SYN) {
-          recording_.codes[static_cast<int>(type)].insert(code);
+          description_.codes[static_cast<int>(type)].insert(code);
         } else if (code != EV_SYN) {
-          recording_.codes[code];  // the bits of EV_SYN are event types
+          description_.codes[code];  // the bits of EV_SYN are event types
         }
       }
     }
   }
 
   Lines lines_;
-  Timeline timeline_;
+  microseconds start_;
   std::string name_;
+  std::vector<Record>& records_;
   std::map<std::uint32_t, std::vector<std::uint8_t>> bits_;  // by event type
   int propertyBit_ = 0;                                      // the first of the next property byte
-  DeviceRecording recording_;
+  DeviceRecording description_;
 };
-
-void requireRecords(const Part& part) {
-  if (!part.hasRecords()) throw Error(part.name + ": no records (lines that start with E:): there is nothing to play");
-}
 
 }  // namespace
 
-DeviceRecording readEvemu(std::FILE* file, const std::string& name, microseconds start) {
-  Part whole = EvemuParser({file, name}, start).parse();
-  if (!whole.hasDescription) {
-    throw Error(name +
-                ": no capability lines (B:), which describe the device: if they are in another file, play the two "
-                "together, or put both into one");
+std::optional<Damage> EvemuReader::add(const NamedFile& file) {
+  Part part = EvemuParser(file, start_, recording_.records).parse();
+  if (!isDescribed_ && part.hasDescription && (part.hasRecords() || !part.damage)) {
+    part.description.records = std::move(recording_.records);
+    recording_ = std::move(part.description);
+    isDescribed_ = true;
   }
-  requireRecords(whole);
-  return std::move(whole.recording);
+  part.requireRecords();
+  if (!isDescribed_ && whyUndescribed_.empty()) {
+    whyUndescribed_ = part.damage ? part.damage->problem
+                                  : file.name +
+                                        ": no capability lines (B:), which describe the device: if they are in another "
+                                        "file, play the two together, or put both into one";
+  }
+  return part.damage;
 }
 
-DeviceRecording readEvemuPair(const NamedFile& one, const NamedFile& other, microseconds start) {
-  Part description = EvemuParser(one, start).parse();
-  Part events = EvemuParser(other, start).parse();
+DeviceRecording EvemuReader::take() {
+  if (!isDescribed_) throw Error(whyUndescribed_);
+  return std::move(recording_);
+}
+
+EvemuPair readEvemuPair(const NamedFile& one, const NamedFile& other, microseconds start) {
+  std::vector<Record> records;
+  std::vector<Record> otherRecords;
+  Part description = EvemuParser(one, start, records).parse();
+  Part events = EvemuParser(other, start, otherRecords).parse();
+  for (const Part* part : {&description, &events}) {
+    if (part->damage) part->requireRecords();
+  }
   const auto complain = [&](const char* problem) {
     throw Error(one.name + " and " + other.name + ": " + problem +
                 ", expected a device's description in one of them, and its records in the other");
@@ -175,10 +199,13 @@ DeviceRecording readEvemuPair(const NamedFile& one, const NamedFile& other, micr
   if (!description.hasDescription && !events.hasDescription) complain("neither has capability lines (B:)");
   if (description.hasDescription && events.hasDescription) complain("both have capability lines (B:)");
   if (description.hasRecords() && events.hasRecords()) complain("both have records (E:)");
-  if (events.hasDescription) std::swap(description, events);
-  requireRecords(events);
-  description.recording.records = std::move(events.recording.records);
-  return std::move(description.recording);
+  if (events.hasDescription) {
+    std::swap(description, events);
+    std::swap(records, otherRecords);
+  }
+  events.requireRecords();
+  description.description.records = std::move(otherRecords);
+  return {std::move(description.description), std::move(events.damage)};
 }
 
 }  // namespace quarlo::recording

@@ -60,16 +60,18 @@ bool Lines::next() {
   while (readLine()) {
     if (!isComment()) {
       inHead_ = false;
+      if (marked_ && unfinished_) failHere("no newline ends this line, the last: it was cut off");
       return true;
     }
     marked_ = marked_ || (inHead_ && text_ == kSessionMark);
   }
-  if (std::ferror(file_) != 0) failWhole(std::strerror(errno));
+  if (std::ferror(file_) != 0) throw Error(name_ + ": " + std::strerror(errno));
   return false;
 }
 
 bool Lines::readLine() {
   text_.clear();
+  begin_ = end_;
   int byte = getc_unlocked(file_);
   if (byte == EOF) return false;
   unfinished_ = false;
@@ -80,6 +82,7 @@ bool Lines::readLine() {
     text_.push_back(static_cast<char>(byte));
   }
   unfinished_ = byte == EOF;
+  end_ += static_cast<std::int64_t>(text_.size()) + 1;
   if (!text_.empty() && text_.back() == '\r') text_.pop_back();
   return true;
 }
@@ -93,12 +96,20 @@ std::string Lines::unescaped(std::string_view text) const {
   return *std::move(bytes);
 }
 
-void Lines::fail(const std::string& problem) const {
-  const char* hint = "; no newline ends this line, the last: if it was cut off, remove it to use the rest";
-  throw Error(name_ + ":" + std::to_string(number_) + ": " + problem + (unfinished_ ? hint : ""));
+std::string Lines::whatIsPlayed() {
+  fseeko(file_, 0, SEEK_END);
+  const std::int64_t rest = ftello(file_) - begin_;
+  return "what comes before is played, the last " + std::to_string(rest) + (rest == 1 ? " byte is" : " bytes are") +
+         " not";
 }
 
-void Lines::failWhole(const std::string& problem) const { throw Error(name_ + ": " + problem); }
+void Lines::fail(const std::string& problem) const {
+  failHere(problem + (unfinished_ ? "; no newline ends this line, the last: it may have been cut off" : ""));
+}
+
+void Lines::failHere(const std::string& problem) const {
+  throw Error(name_ + ":" + std::to_string(number_) + ": " + problem);
+}
 
 std::string_view takeField(std::string_view& rest) {
   rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
@@ -147,19 +158,18 @@ Beginning readBeginning(std::FILE* file, std::string_view label) {
   return {std::nullopt, lines.isMarked()};
 }
 
-microseconds Timeline::parse(const Lines& lines, std::string_view field) {
+microseconds parseTimeSince(const Lines& lines, std::string_view field, microseconds start, microseconds last) {
   microseconds time;
   if (!parseTime(field, time)) {
     lines.fail("the time is " + quoted(field) + ", expected <seconds>.<microseconds>, the latter in six digits");
   }
-  time -= start_;
-  if (time < last_) lines.fail("the time " + quoted(field) + " is less than the one before it");
+  time -= start;
+  if (time < last) lines.fail("the time " + quoted(field) + " is less than the one before it");
   const std::chrono::hours longest = lines.isMarked() ? kLongestSession : kLongestUnmarkedSession;
   if (time > longest) {
     lines.fail("the time " + quoted(field) + " is more than " + std::to_string(longest.count()) +
-               " hours after the start of the session, " + timeText(start_));
+               " hours after the start of the session, " + timeText(start));
   }
-  last_ = time;
   return time;
 }
 

@@ -38,6 +38,12 @@ constexpr std::size_t kLongestLine = kLongestEscape * kLongestText + 32;  // byt
 constexpr long kMostLines = 5'000'000;
 constexpr std::int64_t kLargestFile = 256 << 20;  // bytes
 
+// A file, and what errors call it.
+struct NamedFile {
+  std::FILE* file;
+  std::string name;
+};
+
 // The lines of a file that are not comments, one at a time.
 class Lines {
  public:
@@ -45,8 +51,19 @@ class Lines {
   Lines(std::FILE* file, std::string name);
 
   // Moves to the next line. Returns false at the end of the file. Throws Error if the line is too long, is not text, or
-  // cannot be read.
+  // cannot be read, or if it has no end in a file that is marked.
   bool next();
+
+  // Calls `take` for each line, up to the end of the file or to an Error. Returns the damage that this is.
+  template <typename Take>
+  std::optional<Damage> forEach(Take take) {
+    try {
+      while (next()) take();
+      return std::nullopt;
+    } catch (const Error& error) {
+      return Damage{error.what(), whatIsPlayed()};
+    }
+  }
 
   // The line, without its end.
   std::string_view text() const { return text_; }
@@ -61,17 +78,18 @@ class Lines {
   // that, too.
   [[noreturn]] void fail(const std::string& problem) const;
 
-  // Throws Error with the file's name and `problem`, where the problem is not that of one line.
-  [[noreturn]] void failWhole(const std::string& problem) const;
-
  private:
   bool readLine();
+  std::string whatIsPlayed();
+  [[noreturn]] void failHere(const std::string& problem) const;
   bool isComment() const;
 
   std::FILE* file_;
   std::string name_;
   std::string text_;
   long number_ = 0;
+  std::int64_t begin_ = 0;   // where in the file the line is, in bytes
+  std::int64_t end_ = 0;     // where the next one is
   bool unfinished_ = false;  // no newline ends the line
   bool inHead_ = true;       // only comments came so far
   bool marked_ = false;
@@ -97,20 +115,9 @@ struct Beginning {
 // The first time is that of the first line that starts with `label`, which it follows.
 Beginning readBeginning(std::FILE* file, std::string_view label);
 
-// Turns the times of a file into times since the start of the session, and checks them.
-class Timeline {
- public:
-  // `start` is on the clock of the file, and no later than its first time.
-  explicit Timeline(microseconds start) : start_(start) {}
-
-  // Reads "<seconds>.<microseconds>". Throws Error if it is something else, less than the time before, or further from
-  // the start than the longest session is.
-  microseconds parse(const Lines& lines, std::string_view field);
-
- private:
-  microseconds start_;
-  microseconds last_{0};
-};
+// The time since `start` that `field` is: "<seconds>.<microseconds>" on the clock of the file. Throws Error if it is
+// something else, less than `last`, or more than the longest session.
+microseconds parseTimeSince(const Lines& lines, std::string_view field, microseconds start, microseconds last);
 
 // "<seconds>.<microseconds>".
 std::string timeText(microseconds time);

@@ -1,10 +1,12 @@
 #include "recording/session.h"
 
+#include <dirent.h>
 #include <linux/input-event-codes.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -53,44 +55,22 @@ const char* formatOf(const std::string& path) {
                         : "evemu's text format, as evemu-record writes it";
 }
 
-// Null, with errno, if it cannot be opened. Looks first: opening a pipe can take forever, and opening a device can set
-// it to work.
-File openFile(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) == 0) check(path, status);
-  File file(std::fopen(path.c_str(), "re"), std::fclose);
-  if (file != nullptr) refuseForeign(file.get(), path, formatOf(path));
-  return file;
-}
-
-File openExistingFile(const std::string& path) {
-  File file = openFile(path);
-  if (file == nullptr) failToOpen(path);
-  return file;
-}
-
 bool isLink(const std::string& path) {
   struct stat status;
   return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-// Null if there is no such file.
-File openIfThere(const std::string& path) {
-  File file = openFile(path);
-  if (file != nullptr) return file;
-  if (errno != ENOENT) failToOpen(path);
-  if (isLink(path)) throw Error(path + ": a link to a file that does not exist");
+// Looks first: opening a pipe can take forever, and opening a device can set it to work.
+File openFile(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) == 0) check(path, status);
+  File file(std::fopen(path.c_str(), "re"), std::fclose);
+  if (file == nullptr && errno == ENOENT && isLink(path)) {
+    throw Error(path + ": a link to a file that does not exist");
+  }
+  if (file == nullptr) failToOpen(path);
+  refuseForeign(file.get(), path, formatOf(path));
   return file;
-}
-
-// What `read` makes of the file, or nothing if there is no such file.
-template <typename Recording>
-std::optional<Recording> readIfThere(const std::string& path,
-                                     Recording (*read)(std::FILE*, const std::string&, microseconds),
-                                     microseconds start) {
-  const File file = openIfThere(path);
-  if (file == nullptr) return std::nullopt;
-  return read(file.get(), path, start);
 }
 
 // What the beginning of a file tells, which is then read again from there.
@@ -100,23 +80,10 @@ Beginning readBeginning(const File& file, const std::string& path) {
   return beginning;
 }
 
+// ---- A directory --------------------------------------------------------------------------------
+
 // "node-1.evemu to node-8.evemu".
 std::string furtherNodeFiles() { return furtherNodeFile(0) + " to " + furtherNodeFile(kMostFurtherNodes - 1); }
-
-// One more would not be played.
-void checkFurtherNodes(const std::string& path) {
-  const std::string oneMore = pathIn(path, furtherNodeFile(kMostFurtherNodes));
-  struct stat status;
-  if (lstat(oneMore.c_str(), &status) == -1) return;
-  throw Error(oneMore + ": a session has at most " + std::to_string(kMostFurtherNodes) + " further nodes, " +
-              furtherNodeFiles() + "; give this one another name to leave it out");
-}
-
-bool isEmpty(const Session& session) {
-  return !session.mouse && !session.keyboard && !session.remote &&
-         std::none_of(session.further.begin(), session.further.end(),
-                      [](const std::optional<DeviceRecording>& node) { return node.has_value(); });
-}
 
 // All that a directory can have.
 std::vector<std::string> allFiles() {
@@ -126,37 +93,138 @@ std::vector<std::string> allFiles() {
   return files;
 }
 
-// When the session starts, on the clock of its files.
-microseconds startOf(const std::string& directory) {
-  std::optional<microseconds> earliest;
-  for (const std::string& name : allFiles()) {
-    const std::string path = pathIn(directory, name);
-    const File file = openIfThere(path);
-    if (file == nullptr) continue;
-    const Beginning beginning = readBeginning(file, path);
-    if (beginning.isMarked) return microseconds(0);
-    const std::optional<microseconds> first = beginning.firstTime;
-    if (first && (!earliest || *first < *earliest)) earliest = first;
+// Which part of `file` is called `name`, as partOf() calls it. None if none is.
+std::optional<int> numberOfPart(const std::string& file, const std::string& name) {
+  if (name == file) return 1;
+  const std::size_t point = file.rfind('.');
+  int number = 0;
+  if (name.size() > point) std::from_chars(name.data() + point + 1, name.data() + name.size(), number);
+  return number > 1 && name == partOf(file, number) ? std::optional(number) : std::nullopt;
+}
+
+// What a directory has of a session.
+class Folder {
+ public:
+  explicit Folder(const std::string& path) : path_(path) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+    if (directory == nullptr) failToOpen(path);
+    while (const dirent* entry = readdir(directory.get())) add(entry->d_name);
   }
-  return earliest && *earliest > kLongestUnmarkedSession ? *earliest : microseconds(0);
+
+  // The numbers of the parts that there are of `file`.
+  const std::set<int>& partsOf(const std::string& file) const { return parts_.at(file); }
+
+  std::string pathOf(const std::string& file, int part) const { return pathIn(path_, partOf(file, part)); }
+
+  // When the session starts, on the clock of its files.
+  microseconds start() const {
+    std::optional<microseconds> earliest;
+    for (const auto& [file, parts] : parts_) {
+      for (const int part : parts) {
+        const Beginning beginning = beginningOf(pathOf(file, part));
+        if (beginning.isMarked) return microseconds(0);
+        const std::optional<microseconds> first = beginning.firstTime;
+        if (first && (!earliest || *first < *earliest)) earliest = first;
+      }
+    }
+    return earliest && *earliest > kLongestUnmarkedSession ? *earliest : microseconds(0);
+  }
+
+ private:
+  void add(const std::string& name) {
+    for (auto& [file, parts] : parts_) {
+      const std::optional<int> number = numberOfPart(file, name);
+      if (number) parts.insert(*number);
+    }
+  }
+
+  // What is wrong with a file, whoever reads it will say.
+  static Beginning beginningOf(const std::string& path) {
+    try {
+      return readBeginning(openFile(path), path);
+    } catch (const Error&) {
+      return {std::nullopt, false};
+    }
+  }
+
+  static std::map<std::string, std::set<int>> noParts() {
+    std::map<std::string, std::set<int>> parts;
+    for (const std::string& file : allFiles()) parts[file];
+    return parts;
+  }
+
+  std::string path_;
+  std::map<std::string, std::set<int>> parts_ = noParts();
+};
+
+// The parts from `first` to `last` are not there, but one behind them is.
+Damage missing(const Folder& folder, const std::string& file, int first, int last) {
+  const std::string others = last == first ? "" : " to " + partOf(file, last);
+  return {folder.pathOf(file, first) + others + ": missing", "the parts after it are played"};
+}
+
+// What a source has in its files. Adds to `damages` what is wrong with them.
+template <typename Reader>
+auto readSource(const Folder& folder, const std::string& file, microseconds start, std::vector<Damage>& damages)
+    -> std::optional<decltype(std::declval<Reader>().take())> {
+  constexpr char kLeftOut[] = "it is left out";
+  Reader reader(start);
+  int next = 1;
+  for (const int part : folder.partsOf(file)) {
+    if (part != next) damages.push_back(missing(folder, file, next, part - 1));
+    next = part + 1;
+    const std::string path = folder.pathOf(file, part);
+    try {
+      const File opened = openFile(path);
+      const std::optional<Damage> damage = reader.add({opened.get(), path});
+      if (damage) damages.push_back(*damage);
+    } catch (const Error& error) {
+      damages.push_back({error.what(), kLeftOut});
+    }
+  }
+  if (reader.isEmpty()) return std::nullopt;
+  try {
+    return reader.take();
+  } catch (const Error& error) {
+    damages.push_back({error.what(), kLeftOut});
+    return std::nullopt;
+  }
+}
+
+// One more would not be played.
+void checkFurtherNodes(const std::string& path, std::vector<Damage>& damages) {
+  const std::string oneMore = pathIn(path, furtherNodeFile(kMostFurtherNodes));
+  struct stat status;
+  if (lstat(oneMore.c_str(), &status) == -1) return;
+  damages.push_back({oneMore + ": a session has at most " + std::to_string(kMostFurtherNodes) + " further nodes, " +
+                         furtherNodeFiles(),
+                     "this one is left out"});
+}
+
+bool isEmpty(const Session& session) {
+  return !session.mouse && !session.keyboard && !session.remote &&
+         std::none_of(session.further.begin(), session.further.end(),
+                      [](const std::optional<DeviceRecording>& node) { return node.has_value(); });
 }
 
 Session readDirectory(const std::string& path) {
-  const microseconds start = startOf(path);
+  const Folder folder(path);
+  const microseconds start = folder.start();
   Session session;
-  session.mouse = readIfThere(pathIn(path, kMouseFile), readEvemu, start);
-  session.keyboard = readIfThere(pathIn(path, kKeyboardFile), readEvemu, start);
+  session.mouse = readSource<EvemuReader>(folder, kMouseFile, start, session.damages);
+  session.keyboard = readSource<EvemuReader>(folder, kKeyboardFile, start, session.damages);
   for (std::size_t i = 0; i < kMostFurtherNodes; ++i) {
-    session.further[i] = readIfThere(pathIn(path, furtherNodeFile(i)), readEvemu, start);
+    session.further[i] = readSource<EvemuReader>(folder, furtherNodeFile(i), start, session.damages);
   }
-  session.remote = readIfThere(pathIn(path, kRemoteFile), readRemote, start);
-  checkFurtherNodes(path);
-  if (isEmpty(session)) {
-    throw Error(path + ": the directory has none of " + kMouseFile + ", " + kKeyboardFile + ", " + kRemoteFile +
-                " and " + furtherNodeFiles());
-  }
-  return session;
+  session.remote = readSource<RemoteReader>(folder, kRemoteFile, start, session.damages);
+  checkFurtherNodes(path, session.damages);
+  if (!isEmpty(session)) return session;
+  if (!session.damages.empty()) throw Error(session.damages.front().problem);
+  throw Error(path + ": the directory has none of " + kMouseFile + ", " + kKeyboardFile + ", " + kRemoteFile + " and " +
+              furtherNodeFiles());
 }
+
+// ---- Files by themselves ------------------------------------------------------------------------
 
 bool hasAll(const DeviceRecording& device, int type, std::initializer_list<int> codes) {
   const auto found = device.codes.find(type);
@@ -185,12 +253,25 @@ Session sessionOf(DeviceRecording device, const std::string& path, SingleNode wa
   return session;
 }
 
+// The source of a file, and what is wrong with it.
+template <typename Reader>
+auto readAlone(const File& file, const std::string& path, std::vector<Damage>& damages) {
+  Reader reader(readBeginning(file, path).firstTime.value_or(microseconds(0)));
+  const std::optional<Damage> damage = reader.add({file.get(), path});
+  if (damage) damages.push_back(*damage);
+  return reader.take();
+}
+
 Session readFile(const std::string& path, SingleNode wanted) {
-  const File file = openExistingFile(path);
-  const microseconds start = readBeginning(file, path).firstTime.value_or(microseconds(0));
-  if (!isRemote(path)) return sessionOf(readEvemu(file.get(), path, start), path, wanted);
+  const File file = openFile(path);
+  std::vector<Damage> damages;
   Session session;
-  session.remote = readRemote(file.get(), path, start);
+  if (isRemote(path)) {
+    session.remote = readAlone<RemoteReader>(file, path, damages);
+  } else {
+    session = sessionOf(readAlone<EvemuReader>(file, path, damages), path, wanted);
+  }
+  session.damages = std::move(damages);
   return session;
 }
 
@@ -225,12 +306,14 @@ Session readPair(const std::string& one, const std::string& other) {
                 ": this is a directory, and a session by itself; of two files, one describes a device, and the other "
                 "has its records");
   }
-  const File file = openExistingFile(one);
-  const File otherFile = openExistingFile(other);
+  const File file = openFile(one);
+  const File otherFile = openFile(other);
   const std::optional<microseconds> start = readBeginning(file, one).firstTime;
   const microseconds otherStart = readBeginning(otherFile, other).firstTime.value_or(microseconds(0));
-  return sessionOf(readEvemuPair({file.get(), one}, {otherFile.get(), other}, start.value_or(otherStart)), one,
-                   SingleNode::kMouseOrKeyboard);
+  EvemuPair pair = readEvemuPair({file.get(), one}, {otherFile.get(), other}, start.value_or(otherStart));
+  Session session = sessionOf(std::move(pair.recording), one, SingleNode::kMouseOrKeyboard);
+  if (pair.damage) session.damages.push_back(*std::move(pair.damage));
+  return session;
 }
 
 }  // namespace quarlo::recording

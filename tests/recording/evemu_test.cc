@@ -5,7 +5,6 @@
 #include <array>
 #include <chrono>
 #include <map>
-#include <memory>
 #include <set>
 
 #include "tests/recording/recording_test.h"
@@ -21,7 +20,7 @@ using Codes = std::map<int, std::set<int>>;
 constexpr char kBits[] = "B: 00 02 00 00 00 00 00 00 00\n";
 constexpr char kRecord[] = "E: 0.000000 0000 0000 0\n";
 
-DeviceRecording evemu(const std::string& text, microseconds start = 0us) { return readText(text, readEvemu, start); }
+DeviceRecording evemu(const std::string& text, microseconds start = 0us) { return readText<EvemuReader>(text, start); }
 
 using Axes = std::map<int, std::array<int, 6>>;
 
@@ -192,8 +191,8 @@ TEST(Evemu, BoundsTheLine) {
   EXPECT_EQ(errorOfLine("#" + std::string(16416, 'x')), "file:2: the line has more than 16416 bytes");
 }
 
-TEST(Evemu, TellsALastLineThatWasCutOffHowToGetAtTheRest) {
-  const std::string hint = "; no newline ends this line, the last: if it was cut off, remove it to use the rest";
+TEST(Evemu, TellsALastLineThatWasCutOff) {
+  const std::string hint = "; no newline ends this line, the last: it may have been cut off";
   const std::string whole = std::string(kBits) + kRecord;
   EXPECT_EQ(errorOf([&] { evemu(whole + "E: 0.00"); }),
             "file:3: the time is \"0.00\", expected <seconds>.<microseconds>, the latter in six digits" + hint);
@@ -201,8 +200,49 @@ TEST(Evemu, TellsALastLineThatWasCutOffHowToGetAtTheRest) {
             "file:3: the value is \"\", expected a decimal number from -2147483648 to 2147483647" + hint);
 }
 
-TEST(Evemu, NeedsNoNewlineAtTheEnd) {
-  EXPECT_EQ(evemu(std::string(kBits) + "E: 0.000000 0001 001e 1").records, (std::vector<Record>{{0us, EV_KEY, 30, 1}}));
+TEST(Evemu, NeedsANewlineAtTheEndOnlyUnderTheMark) {
+  const std::string cut = std::string(kBits) + "E: 0.000000 0001 001e 1";
+  EXPECT_EQ(evemu(cut).records, (std::vector<Record>{{0us, EV_KEY, 30, 1}}));
+  EXPECT_EQ(errorOf([&] { evemu(kMark + cut); }), "file:4: no newline ends this line, the last: it was cut off");
+  EXPECT_EQ(evemu(kMark + cut + "\n# cut").records.size(), 1U);
+}
+
+TEST(Evemu, KeepsWhatIsBeforeATailOfNulBytes) {
+  const std::string whole = std::string(kBits) + kRecord;
+  for (const std::string& tail : {std::string(297, '\0'), "E: 1.00" + std::string(290, '\0')}) {
+    std::vector<std::string> problems;
+    EXPECT_EQ(readDamaged<EvemuReader>({whole + tail}, problems).records, (std::vector<Record>{{0us, 0, 0, 0}}));
+    EXPECT_EQ(problems,
+              (std::vector<std::string>{"1:3: a NUL byte: this is not a text file; what comes before is played, "
+                                        "the last 297 bytes are not"}));
+  }
+  std::vector<std::string> problems;
+  readDamaged<EvemuReader>({whole + "x"}, problems);
+  EXPECT_EQ(problems.at(0).substr(problems.at(0).find("; what")),
+            "; what comes before is played, the last 1 byte is not");
+}
+
+TEST(Evemu, GoesOnInTheNextFileWithTheFirstDescription) {
+  const std::string bits = "B: 01 02\n";
+  std::vector<std::string> problems;
+  const DeviceRecording recording = readDamaged<EvemuReader>(
+      {"E: 0.000001 0001 0001 1\n", "N: broken\nB: 01 04\nP: xy\n", "N: first\n" + bits,
+       "N: second\nB: 01 08\nE: 0.000001 0001 0001 0\nE: 0.000002 zz\n", "E: 0.000002 0001 0001 1\n"},
+      problems);
+  EXPECT_EQ(recording.name, "first");
+  EXPECT_EQ(recording.codes, (Codes{{EV_KEY, {KEY_ESC}}}));
+  EXPECT_EQ(recording.records, (std::vector<Record>{{1us, EV_KEY, 1, 1}, {1us, EV_KEY, 1, 0}, {2us, EV_KEY, 1, 1}}));
+  EXPECT_EQ(problems, (std::vector<std::string>{
+                          "2:3: a property byte is \"xy\", expected a hexadecimal number from 0 to ff",
+                          "3: no records (lines that start with E:): there is nothing to play",
+                          "4:4: the type is \"zz\", expected a hexadecimal number from 0 to ffff; what comes before is "
+                          "played, the last 15 bytes are not"}));
+}
+
+TEST(Evemu, NamesTheLineThatKeepsADescriptionFromBeingRead) {
+  std::vector<std::string> problems;
+  EXPECT_EQ(errorOf([&] { readDamaged<EvemuReader>({std::string(kRecord) + "nonsense\n" + kBits}, problems); }),
+            "1:2: the line is \"nonsense\", expected a comment (#) or N: I: P: B: A: L: S: or E:");
 }
 
 TEST(Evemu, RejectsWhatIsNoText) {
@@ -222,11 +262,10 @@ TEST(Evemu, NeedsCapabilitiesAndRecords) {
 }
 
 // The recording of two files, "one" and "other".
-DeviceRecording pair(std::string one, std::string other) {
-  const auto open = [](std::string& text) {
-    return std::shared_ptr<std::FILE>(fmemopen(text.data(), text.size(), "r"), std::fclose);
-  };
-  return readEvemuPair({open(one).get(), "one"}, {open(other).get(), "other"}, 0us);
+DeviceRecording pair(std::string one, std::string other, std::optional<Damage>* damage = nullptr) {
+  EvemuPair pair = readEvemuPair({openText(one).get(), "one"}, {openText(other).get(), "other"}, 0us);
+  if (damage != nullptr) *damage = pair.damage;
+  return pair.recording;
 }
 
 constexpr char kDescription[] = "N: Keyboard\nB: 01 02\n";
@@ -237,6 +276,18 @@ TEST(EvemuPair, IsADescriptionAndItsRecordsInEitherOrder) {
     EXPECT_EQ(recording.name, "Keyboard");
     EXPECT_EQ(recording.codes, (Codes{{EV_KEY, {KEY_ESC}}}));
     EXPECT_EQ(recording.records, (std::vector<Record>{{0us, EV_KEY, KEY_ESC, 1}}));
+  }
+}
+
+TEST(EvemuPair, KeepsTheRecordsBeforeALineThatIsWrong) {
+  for (const bool swapped : {false, true}) {
+    const std::string broken = std::string(kRecords) + "nonsense\n";
+    std::optional<Damage> damage;
+    EXPECT_EQ((swapped ? pair(broken, kDescription, &damage) : pair(kDescription, broken, &damage)).records,
+              (std::vector<Record>{{0us, EV_KEY, KEY_ESC, 1}}));
+    ASSERT_TRUE(damage);
+    EXPECT_EQ(damage->problem.rfind(swapped ? "one:3: " : "other:3: ", 0), 0U);
+    EXPECT_EQ(damage->consequence, "what comes before is played, the last 9 bytes are not");
   }
 }
 
@@ -253,6 +304,8 @@ TEST(EvemuPair, OfTwoThatDoNotFitTogetherIsAnError) {
 }
 
 TEST(EvemuPair, NamesTheFileThatIsBrokenOrHasNoRecords) {
+  EXPECT_EQ(errorOf([] { pair("B: 01 zz\n", kRecords); }),
+            "one:1: a capability byte is \"zz\", expected a hexadecimal number from 0 to ff");
   EXPECT_EQ(errorOf([] { pair(kDescription, "E: 0.000000 0001 0001\n"); }),
             "other:1: the value is \"\", expected a decimal number from -2147483648 to 2147483647");
   EXPECT_EQ(errorOf([] { pair(kDescription, "# EVEMU 1.0\n"); }),

@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "recording/lines.h"
 #include "recording/session.h"
@@ -21,20 +24,33 @@ inline bool operator==(const RemoteLine& a, const RemoteLine& b) { return a.time
 // The first lines of a file that this program records.
 const std::string kMark = "# EVEMU 1.3\n# quarlo-input session 2\n";
 
-// `read` of a file with this text, which errors call "file".
-template <typename Recording>
-Recording readText(const std::string& text, Recording (*read)(std::FILE*, const std::string&, microseconds),
-                   microseconds start = microseconds(0)) {
-  std::string buffer = text;
-  std::FILE* file = fmemopen(buffer.data(), buffer.size(), "r");
-  try {
-    Recording recording = read(file, "file", start);
-    std::fclose(file);
-    return recording;
-  } catch (...) {
-    std::fclose(file);
-    throw;
+// A file with this text.
+inline std::shared_ptr<std::FILE> openText(std::string& text) {
+  return {fmemopen(text.data(), text.size(), "r"), std::fclose};
+}
+
+// What a reader takes from a file with this text, which errors call "file". Damage is an error, too.
+template <typename Reader>
+auto readText(std::string text, microseconds start = microseconds(0)) {
+  Reader reader(start);
+  const std::optional<Damage> damage = reader.add({openText(text).get(), "file"});
+  if (damage) throw Error(damage->problem);
+  return reader.take();
+}
+
+// What a reader takes from files with these texts, which errors call "1", "2", ..., and what is wrong with them.
+template <typename Reader>
+auto readDamaged(std::vector<std::string> texts, std::vector<std::string>& problems) {
+  Reader reader(microseconds(0));
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    try {
+      const std::optional<Damage> damage = reader.add({openText(texts[i]).get(), std::to_string(i + 1)});
+      if (damage) problems.push_back(damage->problem + "; " + damage->consequence);
+    } catch (const Error& error) {
+      problems.emplace_back(error.what());
+    }
   }
+  return reader.take();
 }
 
 // What `action` complains about; empty if it does not.

@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 namespace {
 
 std::vector<RemoteLine> remote(const std::string& text, microseconds start = 0us) {
-  return readText(text, readRemote, start);
+  return readText<RemoteReader>(text, start);
 }
 
 TEST(Remote, ReadsTheTimesAndTheLinesAsTheyAre) {
@@ -52,6 +52,29 @@ TEST(Remote, ReadsTheEscapesUnderTheMark) {
             "file:3: a backslash is followed neither by another one nor by x and two hexadecimal digits");
   EXPECT_EQ(errorOf([] { remote(kMark + "0.000000\n"); }),
             "file:3: nothing follows the time, expected the line that the LIRC daemon sent");
+}
+
+TEST(Remote, KeepsWhatIsBeforeALineThatIsWrong) {
+  std::vector<std::string> problems;
+  EXPECT_EQ(readDamaged<RemoteReader>({"0.000000 a\n1.000000 b\n0.500000 c\n1.500000 d\n"}, problems),
+            (std::vector<RemoteLine>{{0us, "a"}, {1s, "b"}}));
+  EXPECT_EQ(problems, (std::vector<std::string>{"1:3: the time \"0.500000\" is less than the one before it; what comes "
+                                                "before is played, the last 22 bytes are not"}));
+}
+
+TEST(Remote, GoesOnInTheNextFile) {
+  std::vector<std::string> problems;
+  EXPECT_EQ(readDamaged<RemoteReader>({"1.000000 a\n9.000000\n", "# nothing\n", "2.000000 b\n", "1.500000 c\n",
+                                       kMark + "2.000000 \\x41\n3.000000 cut"},
+                                      problems),
+            (std::vector<RemoteLine>{{1s, "a"}, {2s, "b"}, {2s, "A"}}));
+  EXPECT_EQ(problems,
+            (std::vector<std::string>{
+                "1:2: nothing follows the time, expected the line that the LIRC daemon sent; what comes before is "
+                "played, the last 9 bytes are not",
+                "2: no lines: there is nothing to play", "4:1: the time \"1.500000\" is less than the one before it",
+                "5:4: no newline ends this line, the last: it was cut off; what comes before is played, the last 12 "
+                "bytes are not"}));
 }
 
 TEST(Remote, NeedsALine) {

@@ -426,6 +426,40 @@ TEST(Replay, NamesTheFileAndLineOfABrokenRecord) {
             "quarlo-input: " + file + ":5: the type is \"\\x1b[31m\", expected a hexadecimal number from 0 to ffff\n");
 }
 
+// As after a loss of power: an empty file, one that goes on behind NUL bytes, one that ends within a line.
+TEST(Replay, PlaysWhatIsWholeOfADamagedSessionAndSaysWhatIsMissing) {
+  const Folder folder;
+  const auto press = [](const std::string& time) { return record(time, EV_KEY, KEY_UP, 1) + record(time, 0, 0, 0); };
+  folder.write("mouse.evemu", "");
+  folder.write("keyboard.evemu", kDescription + press("0.000000") + std::string(588, '\0'));
+  folder.write("keyboard.0003.evemu", kDescription + press("2.000000"));
+  folder.write("remote.lirc", "# quarlo-input session 2\n1.000000 0 00 KEY_OK tv\n3.000000 0 00 KEY_DO");
+  const std::string warnings =
+      "quarlo-input: " + folder.path("mouse.evemu") +
+      ": this is an empty file; expected evemu's text format, as evemu-record writes it; it is left out\n"
+      "quarlo-input: " +
+      folder.path("keyboard.evemu") +
+      ":7: a NUL byte: this is not a text file; what comes before is played, the last 588 bytes are not\n"
+      "quarlo-input: " +
+      folder.path("keyboard.0002.evemu") +
+      ": missing; the parts after it are played\n"
+      "quarlo-input: " +
+      folder.path("remote.lirc") +
+      ":3: no newline ends this line, the last: it was cut off; what comes before is played, the last 20 bytes are "
+      "not\n";
+  const Result result = run({"replay", folder.path()});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, warnings);
+  EXPECT_EQ(eventsOf(result.out),
+            (std::vector<std::string>{"key down    Up", "key down    Enter           13", "key down    Up"}));
+  const Result json = run({"replay", "--json", folder.path()});
+  EXPECT_EQ(json.status, 1);
+  EXPECT_EQ(json.err.rfind(warnings, 0), 0U) << json.err;
+  const std::vector<std::string> lines = linesOf(json.out);
+  EXPECT_EQ(lines.size(), 4U);
+  for (const std::string& line : lines) EXPECT_TRUE(nlohmann::json::accept(line)) << line;
+}
+
 TEST(Replay, EscapesTheNamesAndTheLinesOfASession) {
   const Folder folder;
   const std::string path = folder.write(kHostile + ".lirc", "0.000000 0 00 KEY_UP " + kHostile + "more\n");
@@ -433,7 +467,7 @@ TEST(Replay, EscapesTheNamesAndTheLinesOfASession) {
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "quarlo-input: " + folder.path(kHostileEscaped) +
                             R"(.lirc:2: the time is "\x7f\xffmore", expected <seconds>.<microseconds>, the latter in )"
-                            "six digits\n");
+                            "six digits; what comes before is played, the last 7 bytes are not\n");
   for (const std::string option : {"-vv", "--json"}) {
     const Result played = run({"replay", option, folder.write("tv.lirc", "0.000000 0 00 KEY_\x9b \x1b]0;x\x07\n")});
     EXPECT_EQ(played.status, 0);

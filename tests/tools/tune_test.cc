@@ -50,6 +50,18 @@ Arguments with(Arguments arguments, const Arguments& more) {
   return arguments;
 }
 
+TEST(Tune, StudiesWhatIsWholeOfADamagedSession) {
+  const Folder folder;
+  const std::string whole = contentOf(sample("sofa") + "/remote.lirc");
+  folder.write("remote.lirc", whole + "9.0");
+  const Result result = run(with({"tune", "--json", folder.path()}, kSmallGrid));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err.rfind("quarlo-input: " + folder.path("remote.lirc") + ":", 0), 0U) << result.err;
+  EXPECT_NE(result.err.find("; what comes before is played, the last 3 bytes are not\n"), std::string::npos);
+  folder.write("remote.lirc", whole);
+  EXPECT_EQ(result.out, tuned(with({"--json", folder.path()}, kSmallGrid)));
+}
+
 TEST(Tune, SaysWhatEachSettingGivesAndWhatToSet) {
   EXPECT_EQ(tuned(with({"--period", "108", "--hold", "2000", "--tap", "4"},
                        {"--repeat-timeout", "75,100", "--release-timeout", "300,400"})),

@@ -9,16 +9,21 @@ its own: a replay gives the same events (with the same --loop and --timeout). A
 session is a directory with any of mouse.evemu, keyboard.evemu and, for further
 nodes, node-1.evemu to node-8.evemu (as evemu-record writes them) and
 remote.lirc (lines of "<seconds>.<microseconds> <what lircd sent>"), or one such
-file. Times count from the start of the recording; those of a directory may also
-all count from 1970 or from a machine's start. Of a recording whose description
-and records are apart, as evemu once wrote them, give both files.
+file. A long recording goes on in mouse.0002.evemu, of each file, and so on.
+Times count from the start of the recording; those of a directory may also all
+count from 1970 or from a machine's start. Of a recording whose description and
+records are apart, as evemu once wrote them, give both files.
+
+Of a session that is damaged, all is played that is whole: each file up to its
+first line that is wrong, and the files beside one of which nothing can be used.
+Warnings say what is missing.
 
 Example: see someone use a remote
   quarlo-input replay --realtime sessions/sofa
 
-Exit status: 0 when all was played, or after Ctrl-C; 1 if the session cannot be
-used (the message names the file and the line), has further nodes for --loop
-poll, or the output was closed; 2 for wrong arguments.)";
+Exit status: 0 when all was played, or after Ctrl-C; 1 if the session is damaged
+(the message names the file and the line), has further nodes for --loop poll, or
+the output was closed; 2 for wrong arguments.)";
 
 }  // namespace
 

@@ -20,6 +20,7 @@
 #include "recording/lines.h"
 #include "recording/session.h"
 #include "sim/machine.h"
+#include "tools/common/damages.h"
 #include "tools/common/event_printer.h"
 #include "tools/common/output.h"
 #include "tools/common/reader_loop.h"
@@ -310,7 +311,8 @@ int run(const ReplayOptions& options) {
                   "; play this session without --loop poll");
     }
     catchStopRequests();
-    if (play(session, options)) return kDone;
+    const int status = sayDamages(session);
+    if (play(session, options)) return status;
     return fail(options.session +
                 ": the remote's lines come faster than the reader takes them, so that the LIRC daemon would close the "
                 "connection; the rest was not played");

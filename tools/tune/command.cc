@@ -38,8 +38,11 @@ decodes, whose node repeats as the kernel sets it for remotes
   quarlo-input tune --period 108 --hold 2000 --tap 3
   quarlo-input tune --kernel %REMOTES%
 
-Exit status: 0 when done; 1 if the session cannot be used, or the picture cannot
-be made; 2 for wrong arguments.)";
+Of a session that is damaged, all is studied that is whole; warnings say what is
+missing.
+
+Exit status: 0 when done; 1 if the session is damaged or cannot be studied, or
+the picture cannot be made; 2 for wrong arguments.)";
 
 // What the command line says of an imagined remote; the rest follows from its protocol.
 struct ImaginedRemote {

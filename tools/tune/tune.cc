@@ -13,6 +13,7 @@
 #include "recording/lines.h"
 #include "recording/session.h"
 #include "tools/common/columns.h"
+#include "tools/common/damages.h"
 #include "tools/common/output.h"
 #include "tools/tune/gnuplot.h"
 #include "tools/tune/kernel_remote.h"
@@ -295,13 +296,18 @@ Remote kernelRemoteOf(const TuneOptions& options, const recording::Session& sess
   return recordedKernelRemote(*nodes.begin()->second, options.session, options.kernel);
 }
 
-Remote remoteOf(const TuneOptions& options) {
+// Empty if there is none, and a remote is imagined.
+recording::Session readSession(const TuneOptions& options) {
+  if (options.session.empty()) return {};
+  return recording::readSession(options.session, recording::SingleNode::kAny);
+}
+
+Remote remoteOf(const TuneOptions& options, recording::Session session) {
   const bool kernel = options.kernel || options.nodeGridIsGiven;
   if (options.session.empty() && kernel) {
     return imagineKernelRemote(options.protocol, options.hold, options.kernel.value_or(kRemotesRepeat));
   }
   if (options.session.empty()) return imagineRemote(options.protocol, options.hold);
-  recording::Session session = recording::readSession(options.session, recording::SingleNode::kAny);
   if (session.remote && !kernel) return recordedRemote(std::move(*session.remote), options.session);
   if (options.gridIsGiven) {
     throw recording::Error(options.session +
@@ -329,12 +335,14 @@ void print(const TuneOptions& options, const Remote& remote, const Study& study)
 int run(const TuneOptions& options) {
   setVerbosity(0);
   try {
-    const Remote remote = remoteOf(options);
+    recording::Session session = readSession(options);
+    const int status = sayDamages(session);
+    const Remote remote = remoteOf(options, std::move(session));
     if (!options.plot.empty()) checkPicturePath(options.plot);
     const Study study = studyTiming(remote, gridFor(options, remote));
     print(options, remote, study);
     if (!options.plot.empty()) drawPicture(options.plot, plotScript(remote, study, titleOf(options, remote, study)));
-    return kDone;
+    return status;
   } catch (const recording::Error& error) {
     return fail(error.what());
   } catch (const PictureError& error) {
