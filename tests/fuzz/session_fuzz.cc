@@ -130,6 +130,7 @@ bool isPlainText(const std::string& text) {
 void checkWriting(const Scratch& scratch, const Session& session) {
   writeSession(scratch.path("first"), session);
   const Session again = recording::readSession(scratch.path("first"));
+  require(again.damages.empty(), "what is written is whole");
   checkDevice(session.mouse, again.mouse);
   checkDevice(session.keyboard, again.keyboard);
   for (std::size_t i = 0; i < session.further.size(); ++i) checkDevice(session.further[i], again.further[i]);
