@@ -21,6 +21,9 @@ namespace {
 
 constexpr char kEnd[] = ": the recording ends here, and what came before is kept";
 
+// A power cut takes at most what came in this time and in that which the disk takes.
+constexpr std::chrono::milliseconds kSyncPause{500};
+
 // ---- evemu's format -----------------------------------------------------------------------------
 
 constexpr std::size_t kBytesPerLine = 8;
@@ -124,7 +127,7 @@ long newlinesIn(std::string_view text) { return std::count(text.begin(), text.en
 int makeDirectory(const std::string& path, Access access) {
   const std::string withoutSlashes = path.substr(0, path.find_last_not_of('/') + 1);  // one at the end follows a link
   if (mkdir(path.c_str(), access == Access::kOwnerOnly ? 0700 : 0777) == 0) {
-    const int fd = open(withoutSlashes.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const int fd = open(withoutSlashes.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd != -1) return fd;
   }
   if (errno == EEXIST) throw Error(path + " exists already: give another name, or remove it");
@@ -142,16 +145,11 @@ bool isAt(const std::string& path, int fd) {
 
 // ---- A file -------------------------------------------------------------------------------------
 
-FileWriter::FileWriter(const std::string& directory, int directoryFd, const std::string& name, const std::string& head,
-                       Access access, const CodeNames& codeNames)
-    : directoryFd_(directoryFd),
-      name_(name),
-      path_(pathIn(directory, name)),
-      mode_(access == Access::kOwnerOnly ? 0600 : 0666),
-      codeNames_(codeNames),
-      headSize_(head.size()),
-      pending_(head),
-      lines_(newlinesIn(head)) {}
+FileWriter::FileWriter(const SessionDirectory& directory, Syncer& syncer, const std::string& name,
+                       const std::string& head)
+    : directory_(directory), syncer_(syncer), name_(name), head_(head), headLines_(newlinesIn(head)) {
+  startPart(1);
+}
 
 FileWriter::~FileWriter() {
   if (fd_ != -1) ::close(fd_);
@@ -159,7 +157,7 @@ FileWriter::~FileWriter() {
 
 void FileWriter::write(const Record& record) {
   addLine("E: " + timeText(nextTime(record.time)) + format(" %04x %04x %04d", record.type, record.code, record.value) +
-          recordComment(record, codeNames_));
+          recordComment(record, directory_.codeNames));
 }
 
 void FileWriter::write(const RemoteLine& line) {
@@ -176,25 +174,50 @@ microseconds FileWriter::nextTime(microseconds time) {
 }
 
 void FileWriter::addLine(const std::string& line) {
-  if (lines_ == kMostLines) {
-    throw Error(path_ + ": a file of a session has at most " + std::to_string(kMostLines) + " lines" + kEnd);
+  if (directory_.options.rotates && hasLines() && !limitFor(line).empty()) {
+    const std::string problem = close();
+    if (!problem.empty()) throw Error(problem);
+    startPart(part_ + 1);
   }
-  if (size_ + static_cast<std::int64_t>(pending_.size() + line.size()) >= kLargestFile) {
-    throw Error(path_ + ": a file of a session has at most " + std::to_string(kLargestFile) + " bytes" + kEnd);
+  const std::string limit = limitFor(line);
+  if (!limit.empty()) {
+    throw Error(path_ + ": a file of a session has at most " + limit +
+                ": it ends here, and what came before is kept (--rotate goes on in a next one)");
   }
   pending_ += line + '\n';
   ++lines_;
   ++count_;
 }
 
+// The limit that keeps a line out of the file; empty if none does.
+std::string FileWriter::limitFor(const std::string& line) const {
+  const WriterOptions& options = directory_.options;
+  if (lines_ >= options.mostLines) return std::to_string(options.mostLines) + " lines";
+  const bool fits = size_ + static_cast<std::int64_t>(pending_.size() + line.size()) < options.mostBytes;
+  return fits ? "" : std::to_string(options.mostBytes) + " bytes";
+}
+
+void FileWriter::startPart(int part) {
+  part_ = part;
+  path_ = pathIn(directory_.path, partOf(name_, part_));
+  pending_ = head_;
+  size_ = 0;
+  lines_ = headLines_;
+}
+
 std::string FileWriter::flush() {
-  if (count_ == 0 || pending_.empty()) return "";
-  if (fd_ == -1) fd_ = openat(directoryFd_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode_);
-  if (fd_ != -1) return writeOut();
-  const int error = errno;
-  pending_.clear();
-  count_ = 0;
-  return path_ + ": " + std::strerror(error) + kEnd;
+  if (unwritten() == 0) return "";
+  if (fd_ == -1) {
+    const std::string name = partOf(name_, part_);
+    fd_ = openat(directory_.fd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, directory_.fileMode);
+    if (fd_ == -1) {
+      const int error = errno;
+      forgetPart();
+      return path_ + ": " + std::strerror(error) + kEnd;
+    }
+    syncer_.want(directory_.fd, directory_.path);
+  }
+  return writeOut();
 }
 
 std::string FileWriter::writeOut() {
@@ -209,6 +232,7 @@ std::string FileWriter::writeOut() {
   }
   size_ += static_cast<std::int64_t>(written);
   pending_.clear();
+  syncer_.want(fd_, path_);
   return "";
 }
 
@@ -216,12 +240,24 @@ std::string FileWriter::writeOut() {
 std::string FileWriter::cutBack(std::size_t written, int error) {
   const std::size_t kept = std::string_view(pending_).substr(0, written).rfind('\n') + 1;
   size_ += static_cast<std::int64_t>(kept);
-  const bool hasLines = size_ > static_cast<std::int64_t>(headSize_);
-  count_ = hasLines ? count_ - newlinesIn(std::string_view(pending_).substr(kept)) : 0;
-  const bool done = hasLines ? ftruncate(fd_, size_) == 0 : unlinkat(directoryFd_, name_.c_str(), 0) == 0;
+  bool done;
+  if (size_ > static_cast<std::int64_t>(head_.size())) {
+    count_ -= newlinesIn(std::string_view(pending_).substr(kept));
+    done = ftruncate(fd_, size_) == 0;
+    syncer_.want(fd_, path_);
+  } else {
+    done = unlinkat(directory_.fd, partOf(name_, part_).c_str(), 0) == 0;
+    forgetPart();
+  }
   pending_.clear();
   ::close(std::exchange(fd_, -1));
   return path_ + ": " + std::strerror(error) + kEnd + (done ? "" : ", but this file ends with a line that is cut off");
+}
+
+void FileWriter::forgetPart() {
+  count_ -= lines_ - headLines_;
+  pending_.clear();
+  part_ = std::max(part_ - 1, 1);
 }
 
 std::string FileWriter::close() {
@@ -232,15 +268,26 @@ std::string FileWriter::close() {
 
 // ---- A session ----------------------------------------------------------------------------------
 
-SessionWriter::SessionWriter(std::string directory, const std::string& comment, Access access,
-                             const CodeNames& codeNames)
-    : directory_(std::move(directory)),
-      directoryFd_(makeDirectory(directory_, access)),
-      comments_(std::string(kSessionMark) + "\n# " + comment + "\n"),
-      access_(access),
-      codeNames_(codeNames) {}
+SessionWriter::SessionWriter(const std::string& directory, const std::string& comment, Access access,
+                             const CodeNames& codeNames, const WriterOptions& options)
+    : syncer_(options.syncsAtOnce ? std::chrono::milliseconds(0) : kSyncPause, options.sync),
+      directory_{directory, makeDirectory(directory, access), access == Access::kOwnerOnly ? 0600U : 0666U, codeNames,
+                 options},
+      comments_(std::string(kSessionMark) + "\n# " + comment + "\n") {
+  syncDirectory();
+  syncer_.start();
+}
 
-SessionWriter::~SessionWriter() { ::close(directoryFd_); }
+SessionWriter::~SessionWriter() { ::close(directory_.fd); }
+
+// The name of a directory is in the one above, which not everybody may open who may make one there.
+void SessionWriter::syncDirectory() {
+  syncer_.want(directory_.fd, directory_.path);
+  const int above = openat(directory_.fd, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (above == -1) return;
+  syncer_.want(above, pathIn(directory_.path, ".."));
+  ::close(above);
+}
 
 FileWriter& SessionWriter::addMouse(const DeviceDescription& device) { return addNode(kMouseFile, device); }
 
@@ -253,23 +300,38 @@ FileWriter& SessionWriter::addFurtherNode(std::size_t index, const DeviceDescrip
 FileWriter& SessionWriter::addRemote() { return addFile(kRemoteFile, comments_); }
 
 FileWriter& SessionWriter::addNode(const std::string& name, const DeviceDescription& device) {
-  return addFile(name,
-                 "# EVEMU 1.3\n" + comments_ + capabilityComments(device.codes, codeNames_) + descriptionText(device));
+  return addFile(name, "# EVEMU 1.3\n" + comments_ + capabilityComments(device.codes, directory_.codeNames) +
+                           descriptionText(device));
 }
 
 FileWriter& SessionWriter::addFile(const std::string& name, const std::string& head) {
-  return files_.emplace_back(directory_, directoryFd_, name, head, access_, codeNames_);
+  return files_.emplace_back(directory_, syncer_, name, head);
 }
 
 void SessionWriter::flush() {
+  if (!syncer_.holdOff() && unwritten() <= directory_.options.mostHeldUp) {
+    isHeldUp_ = unwritten() != 0;
+    return;
+  }
+  isHeldUp_ = false;
   const std::string problem = firstProblem(&FileWriter::flush);
+  syncer_.start();
   if (!problem.empty()) throw Error(problem);
 }
 
 void SessionWriter::close() {
-  const std::string problem = firstProblem(&FileWriter::close);
-  if (isAt(directory_, directoryFd_)) rmdir(directory_.c_str());  // fails, as it should, while there is a file in it
+  std::string problem = firstProblem(&FileWriter::close);
+  syncer_.finish();
+  if (problem.empty()) problem = syncer_.takeProblem();
+  // This fails, as it should, while there is a file in it.
+  if (isAt(directory_.path, directory_.fd)) rmdir(directory_.path.c_str());
   if (!problem.empty()) throw Error(problem);
+}
+
+std::size_t SessionWriter::unwritten() const {
+  std::size_t bytes = 0;
+  for (const FileWriter& file : files_) bytes += file.unwritten();
+  return bytes;
 }
 
 std::string SessionWriter::firstProblem(std::string (FileWriter::*action)()) {
@@ -278,7 +340,7 @@ std::string SessionWriter::firstProblem(std::string (FileWriter::*action)()) {
     const std::string problem = (file.*action)();
     if (first.empty()) first = problem;
   }
-  return first;
+  return first.empty() ? syncer_.takeProblem() : first;
 }
 
 }  // namespace quarlo::recording

@@ -1,7 +1,10 @@
-// Writes a session while it is being recorded. After each flush(), the files on disk are a session of what came so far.
+// Writes a session while it is being recorded. After a flush() that no disk held up, the files are a session of what
+// came so far, whatever becomes of the program. Half a second and what the disk takes later, they are that after a
+// power cut, too.
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +13,9 @@
 #include <set>
 #include <string>
 
+#include "recording/lines.h"
 #include "recording/session.h"
+#include "recording/syncer.h"
 
 namespace quarlo::recording {
 
@@ -47,53 +52,97 @@ struct CodeNames {
 // Who can read a recording: those whom the umask lets, or nobody but its owner.
 enum class Access { kByUmask, kOwnerOnly };
 
+// How a session is written.
+struct WriterOptions {
+  // A file that has reached a limit goes on in its next part (partOf()), a whole file of its own. Otherwise it ends.
+  bool rotates = false;
+
+  // What was flushed goes to the disk at once, instead of within half a second: the disk is then written to all the
+  // time while something comes.
+  bool syncsAtOnce = false;
+
+  // The limits of a file. REQUIRES: not more than what is read.
+  long mostLines = kMostLines;
+  std::int64_t mostBytes = kLargestFile;
+
+  // How many bytes can wait for a disk that is busy.
+  std::size_t mostHeldUp = 64 << 20;
+
+  // What puts a file, or a directory, on the disk.
+  Syncer::Sync sync = fsync;
+};
+
+// Where the files of a session are, and what they have in common.
+struct SessionDirectory {
+  std::string path;
+  int fd;
+  mode_t fileMode;
+  CodeNames codeNames;  // for the comments behind records
+  WriterOptions options;
+};
+
 // A file of a session. It appears with its first record or line, and ends with a whole one.
 class FileWriter {
  public:
-  // `name` is that of the file in the directory, `head` the lines that it starts with; `codeNames` are for the comments
-  // behind its records. The caller keeps the directory's descriptor open.
-  FileWriter(const std::string& directory, int directoryFd, const std::string& name, const std::string& head,
-             Access access, const CodeNames& codeNames);
+  // `name` is that of the file in the directory, `head` the lines that it, and each further part of it, starts with.
+  // The directory and the syncer stay valid as long as this.
+  FileWriter(const SessionDirectory& directory, Syncer& syncer, const std::string& name, const std::string& head);
   ~FileWriter();
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
 
   // Takes what came next. A time before that of the last one, or before the start, counts as that of the last one, or
-  // as the start. A remote's line is written up to kLongestText bytes. Throws Error, and takes nothing, at
-  // the end of the longest session and of the longest file.
+  // as the start. A remote's line is written up to kLongestText bytes. Throws Error, and takes nothing, at the end of
+  // the longest session, at a limit of the file if it does not go on in a next part, and if its last part could not be
+  // written.
   // REQUIRES: no flush() has failed.
   void write(const Record& record);
   void write(const RemoteLine& line);
 
-  // Puts on disk what was taken. If that fails, cuts the file back to its last whole line, or removes it if there is
-  // none but the head, and closes it. Returns what went wrong, for a person; empty if nothing did.
+  // Writes what was taken, and has it put on the disk. If it cannot be written, cuts the file back to its last whole
+  // line, or removes it if there is none but the head, and closes it. Returns what went wrong, for a person; empty if
+  // nothing did.
   std::string flush();
 
   // Does that, and closes the file.
   std::string close();
 
+  // Of its first part.
   const std::string& name() const { return name_; }
 
-  // How many records or lines it has, those not yet on disk included.
+  // How many there are, one after the other.
+  int parts() const { return part_; }
+
+  // How many records or lines it has in all parts, those not yet written included.
   long count() const { return count_; }
+
+  // How many bytes flush() would write.
+  std::size_t unwritten() const { return hasLines() ? pending_.size() : 0; }
 
  private:
   microseconds nextTime(microseconds time);
   void addLine(const std::string& line);
+  std::string limitFor(const std::string& line) const;
+  bool hasLines() const { return lines_ > headLines_; }
+  void startPart(int part);
   std::string writeOut();
   std::string cutBack(std::size_t written, int error);
+  void forgetPart();
 
-  int directoryFd_;
-  std::string name_;
-  std::string path_;  // for a person
-  mode_t mode_;
-  CodeNames codeNames_;
-  std::size_t headSize_;   // bytes
-  std::string pending_;    // lines that are not on disk yet, the head as the first ones
-  std::int64_t size_ = 0;  // bytes on disk
-  long lines_;             // with the head
-  long count_ = 0;         // without it
+  const SessionDirectory& directory_;
+  Syncer& syncer_;
+  const std::string name_;
+  const std::string head_;
+  const long headLines_;
+  long count_ = 0;
   microseconds last_{0};
+
+  // The part that is being written.
+  int part_ = 1;
+  std::string path_;       // for a person
+  std::string pending_;    // lines that are not written yet, the head as the first ones
+  std::int64_t size_ = 0;  // bytes that are
+  long lines_ = 0;         // with the head
   int fd_ = -1;
 };
 
@@ -103,7 +152,8 @@ class SessionWriter {
   // Makes the directory. `comment` is one line that stands at the top of each file; those behind it name what a device
   // can send, and each of its records. Throws Error if there is something of this name already, or the directory cannot
   // be made.
-  SessionWriter(std::string directory, const std::string& comment, Access access, const CodeNames& codeNames);
+  SessionWriter(const std::string& directory, const std::string& comment, Access access, const CodeNames& codeNames,
+                const WriterOptions& options = {});
   ~SessionWriter();
   SessionWriter(const SessionWriter&) = delete;
   SessionWriter& operator=(const SessionWriter&) = delete;
@@ -115,23 +165,30 @@ class SessionWriter {
                              const DeviceDescription& device);  // REQUIRES: index < kMostFurtherNodes
   FileWriter& addRemote();
 
-  // Puts on disk what the files have taken. Throws Error if one could not be written; the others are, if they can.
+  // Writes what the files have taken, and has it put on the disk, without waiting for that. While the disk is busy with
+  // what came before, writing can have to wait, so it is left to a later call, unless too much is held up. Throws Error
+  // if a file could not be written, or what was written before could not be put on the disk; the others are written, if
+  // they can.
   void flush();
 
-  // Does that, closes the files, and removes the directory if there is none in it. Call this at the end, also after an
-  // Error. Throws Error.
+  // Whether that must be called again soon, though nothing comes.
+  bool isHeldUp() const { return isHeldUp_; }
+
+  // Does that, waits for the disk, closes the files, and removes the directory if there is none in it. Call this at the
+  // end, also after an Error. Throws Error.
   void close();
 
  private:
   FileWriter& addNode(const std::string& name, const DeviceDescription& device);
   FileWriter& addFile(const std::string& name, const std::string& head);
+  void syncDirectory();
+  std::size_t unwritten() const;
   std::string firstProblem(std::string (FileWriter::*action)());
 
-  std::string directory_;
-  int directoryFd_;
-  std::string comments_;  // lines at the top of each file
-  Access access_;
-  CodeNames codeNames_;
+  Syncer syncer_;
+  const SessionDirectory directory_;
+  const std::string comments_;  // lines at the top of each file
+  bool isHeldUp_ = false;
   std::list<FileWriter> files_;
 };
 

@@ -4,9 +4,11 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 
 #include "tests/recording/recording_test.h"
@@ -100,6 +102,14 @@ class WriterTest : public FolderTest {
 
   bool exists(const std::string& file) const { return std::filesystem::exists(folder_ + "/" + file); }
 
+  // Until it is done: a disk can hold it up.
+  static void flush(SessionWriter& writer) {
+    do {
+      writer.flush();
+    } while (writer.isHeldUp());
+  }
+  void flush() { flush(writer_); }
+
   FileWriter& addNothing() { return writer_.addKeyboard(device("Nothing")); }
 
   std::string folder_ = path("session");
@@ -122,7 +132,7 @@ TEST_F(WriterTest, DescribesADeviceAsEvemuDoes) {
   tablet.ledsOn = {LED_NUML};
   tablet.switchesOn = {SW_LID};
   writer_.addMouse(tablet).write({1250000us, EV_ABS, ABS_Y, -5});
-  writer_.flush();
+  flush();
   EXPECT_EQ(content("mouse.evemu"),
             "# EVEMU 1.3\n"
             "# quarlo-input session 2\n"
@@ -177,7 +187,7 @@ TEST_F(WriterTest, DescribesADeviceAsEvemuDoes) {
 TEST_F(WriterTest, ShowsWhereAReportEnds) {
   FileWriter& file = addNothing();
   file.write({0us, EV_SYN, SYN_REPORT, 1});
-  writer_.flush();
+  flush();
   EXPECT_EQ(content("keyboard.evemu"),
             std::string(kEmptyHead) + "E: 0.000000 0000 0000 0001\t# ---------- code 0-0 1\n");
 }
@@ -210,7 +220,7 @@ TEST_F(WriterTest, KeepsEachByteOfANameInALine) {
   const std::string name = "  a\nE: 0.0\t\x7f\r\\\x9b\u202e";
   writer_.addMouse(device(name)).write(kRecord);
   writer_.addKeyboard(device("")).write(kRecord);
-  writer_.flush();
+  flush();
   EXPECT_NE(content("mouse.evemu").find("\nN: \\x20 a\\x0aE: 0.0\\x09\\x7f\\x0d\\\\\\x9b\\xe2\\x80\\xae\n"),
             std::string::npos);
   const Session session = readSession(folder_);
@@ -224,20 +234,20 @@ TEST_F(WriterTest, KeepsEachByteOfARemotesLines) {
   for (int byte = 0; byte <= 0xff; ++byte) lines.push_back({1us, std::string(2, static_cast<char>(byte))});
   lines.push_back({2us, std::string(kLongestText, '\0')});
   for (const RemoteLine& line : lines) file.write(line);
-  writer_.flush();
+  flush();
   EXPECT_EQ(content("remote.lirc").rfind(kRemoteHead + "0.000000 \n0.000000 \\x20\\x1b]0;x\\x07\\x0d\n", 0), 0U);
   EXPECT_EQ(readSession(folder_).remote, lines);
 }
 
 TEST_F(WriterTest, CutsANameThatIsTooLongForASession) {
   writer_.addMouse(device(std::string(kLongestText + 1, '\x1b'))).write(kRecord);
-  writer_.flush();
+  flush();
   EXPECT_EQ(readSession(folder_).mouse->name, std::string(kLongestText, '\x1b'));
 }
 
 TEST_F(WriterTest, StartsARemotesFileWithTheComment) {
   writer_.addRemote().write({1us, "a"});
-  writer_.flush();
+  flush();
   EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000001 a\n");
 }
 
@@ -246,20 +256,20 @@ TEST_F(WriterTest, NeverGoesBackInTime) {
   for (const microseconds time : {microseconds(-1), microseconds(2), microseconds(1), microseconds(3)}) {
     file.write({time, "a"});
   }
-  writer_.flush();
+  flush();
   EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000000 a\n0.000002 a\n0.000002 a\n0.000003 a\n");
 }
 
 TEST_F(WriterTest, CutsALineThatIsTooLongForASession) {
   writer_.addRemote().write({0us, std::string(kLongestText + 1, '\x1b')});
-  writer_.flush();
+  flush();
   EXPECT_EQ(readSession(folder_).remote->at(0).text, std::string(kLongestText, '\x1b'));
 }
 
 TEST_F(WriterTest, MakesAFileWithItsFirstRecord) {
   addNothing();
   FileWriter& remote = writer_.addRemote();
-  writer_.flush();
+  flush();
   EXPECT_FALSE(exists("remote.lirc"));
   remote.write({0us, "a"});
   writer_.close();
@@ -282,11 +292,11 @@ TEST_F(WriterTest, HasAFileForEachFurtherNode) {
 TEST_F(WriterTest, AppendsWithEachFlush) {
   FileWriter& file = addNothing();
   file.write(kRecord);
-  writer_.flush();
+  flush();
   file.write(kRecord);
   EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine);
-  writer_.flush();
-  writer_.flush();
+  flush();
+  flush();
   EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine + kRecordLine);
 }
 
@@ -353,7 +363,7 @@ TEST_F(WriterTest, CutsAFileBackToItsLastWholeLineWhenTheDiskIsFull) {
   FileWriter& file = addNothing();
   const FileSizeLimit limit(sizeof kEmptyHead - 1 + 2 * (sizeof kRecordLine - 1) + 10);
   for (int i = 0; i < 4; ++i) file.write(kRecord);
-  EXPECT_EQ(errorOf([&] { writer_.flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
+  EXPECT_EQ(errorOf([&] { flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
   writer_.close();
   EXPECT_EQ(content("keyboard.evemu"), std::string(kEmptyHead) + kRecordLine + kRecordLine);
   EXPECT_EQ(file.count(), 2);
@@ -363,7 +373,7 @@ TEST_F(WriterTest, KeepsWhatWasOnDiskBeforeItWasFull) {
   FileWriter& file = writer_.addRemote();
   const FileSizeLimit limit((kRemoteHead + "0.000000 a\n0.0").size());
   file.write({0us, "a"});
-  writer_.flush();
+  flush();
   file.write({0us, "b"});
   EXPECT_EQ(errorOf([&] { writer_.close(); }), folder_ + "/remote.lirc" + kFileTooLarge);
   EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000000 a\n");
@@ -374,7 +384,7 @@ TEST_F(WriterTest, RemovesAFileOfWhichOnlyTheHeadFits) {
   FileWriter& file = addNothing();
   const FileSizeLimit limit(sizeof kEmptyHead + 10);
   file.write(kRecord);
-  EXPECT_EQ(errorOf([&] { writer_.flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
+  EXPECT_EQ(errorOf([&] { flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
   EXPECT_FALSE(exists("keyboard.evemu"));
   EXPECT_EQ(file.count(), 0);
   writer_.close();
@@ -387,7 +397,7 @@ TEST_F(WriterTest, StillWritesTheFilesThatFit) {
   const FileSizeLimit limit(100);
   keyboard.write(kRecord);
   remote.write({0us, "a"});
-  EXPECT_EQ(errorOf([&] { writer_.flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
+  EXPECT_EQ(errorOf([&] { flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
   EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000000 a\n");
 }
 
@@ -395,7 +405,7 @@ TEST_F(WriterTest, LeavesAFileAloneThatSomeoneElseHasMade) {
   write("session/remote.lirc", "theirs");
   FileWriter& file = writer_.addRemote();
   file.write({0us, "a"});
-  EXPECT_EQ(errorOf([&] { writer_.flush(); }),
+  EXPECT_EQ(errorOf([&] { flush(); }),
             folder_ + "/remote.lirc: File exists: the recording ends here, and what came before is kept");
   writer_.close();
   EXPECT_EQ(content("remote.lirc"), "theirs");
@@ -414,37 +424,151 @@ TEST_F(WriterTest, EndsWithTheLongestSession) {
   EXPECT_EQ(content("remote.lirc"), kRemoteHead + "2678400.000000 a\n");
 }
 
-TEST_F(WriterTest, EndsWithTheLargestFile) {
-  FileWriter& file = writer_.addRemote();
-  const RemoteLine line = {0us, std::string(kLongestText - 1 - std::string("0.000000 ").size(), 'x')};
-  constexpr std::int64_t kLines = kLargestFile / static_cast<std::int64_t>(kLongestText) - 1;
-  for (std::int64_t i = 0; i < kLines; ++i) {
-    file.write(line);
-    if (i % 256 == 0) writer_.flush();
+// ---- Limits -------------------------------------------------------------------------------------
+
+constexpr char kFull[] = ": it ends here, and what came before is kept (--rotate goes on in a next one)";
+const std::string kRemoteLine = "0.000000 a\n";
+
+class LimitTest : public WriterTest {
+ protected:
+  LimitTest() { std::filesystem::remove(folder_); }
+
+  void open(long mostLines, std::size_t mostBytes, bool rotates) {
+    WriterOptions options;
+    options.mostLines = mostLines;
+    options.mostBytes = static_cast<std::int64_t>(mostBytes);
+    options.rotates = rotates;
+    session_.emplace(folder_, "comment", Access::kByUmask, kNames, options);
   }
-  const std::size_t left = kLongestText - (kRemoteHead + "0.000000 \n").size();
-  const std::string problem = folder_ +
-                              "/remote.lirc: a file of a session has at most 268435456 bytes: the recording ends here, "
-                              "and what came before is kept";
-  EXPECT_EQ(errorOf([&] { file.write({0us, std::string(left + 1, 'x')}); }), problem);
-  file.write({0us, std::string(left, 'x')});
-  EXPECT_EQ(errorOf([&] { file.write({0us, "x"}); }), problem);
-  writer_.close();
-  EXPECT_EQ(std::filesystem::file_size(folder_ + "/remote.lirc"), static_cast<std::uintmax_t>(kLargestFile));
+
+  // The problem of a line that does not fit.
+  static std::string problemOf(FileWriter& file, const std::string& text) {
+    return errorOf([&] { file.write(RemoteLine{0us, text}); });
+  }
+
+  std::optional<SessionWriter> session_;
+};
+
+TEST_F(LimitTest, AreThoseOfTheReader) {
+  const WriterOptions options;
+  EXPECT_EQ(options.mostLines, kMostLines);
+  EXPECT_EQ(options.mostBytes, kLargestFile);
 }
 
-TEST_F(WriterTest, EndsWithTheLongestFile) {
-  FileWriter& file = writer_.addRemote();
-  for (long line = 3; line <= kMostLines; ++line) file.write({0us, "a"});  // two comments are the first ones
-  EXPECT_EQ(
-      errorOf([&] {
-        file.write({0us, "b"});
-      }),
-      folder_ +
-          "/remote.lirc: a file of a session has at most 5000000 lines: the recording ends here, and what came before "
-          "is kept");
-  writer_.close();
-  EXPECT_EQ(readSession(folder_).remote->size(), static_cast<std::size_t>(kMostLines - 2));
+TEST_F(LimitTest, ALineTooManyEndsItsFileOnly) {
+  open(4, 1000, false);  // the head of a remote's file has two
+  FileWriter& remote = session_->addRemote();
+  FileWriter& keyboard = session_->addKeyboard(device("Nothing"));
+  EXPECT_NE(errorOf([&] { keyboard.write(kRecord); }), "");
+  remote.write({0us, "a"});
+  remote.write({0us, "a"});
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(problemOf(remote, "b"), folder_ + "/remote.lirc: a file of a session has at most 4 lines" + kFull);
+    flush(*session_);
+  }
+  session_->close();
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + kRemoteLine + kRemoteLine);
+  EXPECT_EQ(remote.count(), 2);
+  EXPECT_FALSE(exists("keyboard.evemu"));
+}
+
+TEST_F(LimitTest, ALineThatIsTooLongEndsItsFile) {
+  const std::size_t size = (kRemoteHead + kRemoteLine + kRemoteLine).size();
+  open(100, size, false);
+  FileWriter& remote = session_->addRemote();
+  remote.write({0us, "a"});
+  const std::string problem =
+      folder_ + "/remote.lirc: a file of a session has at most " + std::to_string(size) + " bytes" + kFull;
+  EXPECT_EQ(problemOf(remote, "bb"), problem);
+  flush(*session_);
+  EXPECT_EQ(problemOf(remote, "bb"), problem);
+  remote.write({0us, "a"});
+  EXPECT_EQ(problemOf(remote, ""), problem);
+  session_->close();
+  EXPECT_EQ(std::filesystem::file_size(folder_ + "/remote.lirc"), size);
+}
+
+TEST_F(LimitTest, AFullFileGoesOnInANextOneWithTheSameHead) {
+  const std::string head = kEmptyHead;
+  open(std::count(head.begin(), head.end(), '\n') + 2, 10000, true);
+  FileWriter& keyboard = session_->addKeyboard(device("Nothing"));
+  for (int i = 0; i < 5; ++i) {
+    keyboard.write(kRecord);
+    if (i % 2 == 0) flush(*session_);
+  }
+  session_->close();
+  EXPECT_EQ(content("keyboard.evemu"), head + kRecordLine + kRecordLine);
+  EXPECT_EQ(content("keyboard.0002.evemu"), head + kRecordLine + kRecordLine);
+  EXPECT_EQ(content("keyboard.0003.evemu"), head + kRecordLine);
+  EXPECT_FALSE(exists("keyboard.0004.evemu"));
+  EXPECT_EQ(keyboard.count(), 5);
+  EXPECT_EQ(keyboard.parts(), 3);
+  EXPECT_EQ(keyboard.name(), "keyboard.evemu");
+}
+
+TEST_F(LimitTest, AFileThatIsLargeEnoughGoesOnInANextOne) {
+  open(100, (kRemoteHead + kRemoteLine + kRemoteLine).size(), true);
+  FileWriter& remote = session_->addRemote();
+  for (int i = 0; i < 3; ++i) remote.write({0us, "a"});
+  session_->close();
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + kRemoteLine + kRemoteLine);
+  EXPECT_EQ(content("remote.0002.lirc"), kRemoteHead + kRemoteLine);
+}
+
+TEST_F(LimitTest, TimeGoesOnInTheNextFile) {
+  open(3, 1000, true);
+  FileWriter& remote = session_->addRemote();
+  remote.write({2us, "a"});
+  remote.write({1us, "a"});
+  session_->close();
+  EXPECT_EQ(content("remote.0002.lirc"), kRemoteHead + "0.000002 a\n");
+}
+
+TEST_F(LimitTest, WhatFitsIntoNoFileIsAProblemAlsoThen) {
+  open(100, (kRemoteHead + kRemoteLine).size(), true);
+  FileWriter& remote = session_->addRemote();
+  EXPECT_NE(problemOf(remote, "bb"), "");
+  remote.write({0us, "a"});
+  EXPECT_NE(problemOf(remote, "bb"), "");
+  session_->close();
+  EXPECT_EQ(remote.count(), 1);
+  EXPECT_FALSE(exists("remote.0002.lirc"));
+}
+
+TEST_F(LimitTest, AFullDiskTakesOnlyWhatDidNotFitOfTheNextFile) {
+  open(4, 1000, true);
+  FileWriter& remote = session_->addRemote();
+  for (int i = 0; i < 3; ++i) remote.write({0us, "a"});  // the first part is written here
+  const FileSizeLimit limit((kRemoteHead + kRemoteLine).size() - 1);
+  EXPECT_EQ(errorOf([&] { flush(*session_); }), folder_ + "/remote.0002.lirc" + kFileTooLarge);
+  session_->close();
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + kRemoteLine + kRemoteLine);
+  EXPECT_FALSE(exists("remote.0002.lirc"));
+  EXPECT_EQ(remote.count(), 2);
+  EXPECT_EQ(remote.parts(), 1);
+}
+
+TEST_F(LimitTest, AFullDiskCanComeBeforeTheNextFile) {
+  open(4, 1000, true);
+  FileWriter& remote = session_->addRemote();
+  for (int i = 0; i < 2; ++i) remote.write({0us, "a"});
+  const FileSizeLimit limit((kRemoteHead + kRemoteLine).size());
+  EXPECT_EQ(problemOf(remote, "a"), folder_ + "/remote.lirc" + kFileTooLarge);
+  session_->close();
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + kRemoteLine);
+  EXPECT_EQ(remote.count(), 1);
+}
+
+TEST_F(LimitTest, AFileThatSomeoneElseHasMadeIsNotTheNextOne) {
+  open(4, 1000, true);
+  write("session/remote.0002.lirc", "theirs");
+  FileWriter& remote = session_->addRemote();
+  for (int i = 0; i < 3; ++i) remote.write({0us, "a"});
+  EXPECT_EQ(errorOf([&] { flush(*session_); }),
+            folder_ + "/remote.0002.lirc: File exists: the recording ends here, and what came before is kept");
+  session_->close();
+  EXPECT_EQ(content("remote.0002.lirc"), "theirs");
+  EXPECT_EQ(remote.count(), 2);
 }
 
 }  // namespace

@@ -220,13 +220,12 @@ class Recorder {
     for (const Source* node : nodes) looks.push_back({node->fd, POLLIN, 0});
     looks.push_back({sources_.remote.fd, POLLIN, 0});
     looks.push_back({typing_.descriptor(), POLLIN, 0});
-    const int ready = poll(looks.data(), looks.size(), counter_.limited(typing_.limited(timeoutMs), elapsed()));
+    const int ready = poll(looks.data(), looks.size(), limited(timeoutMs));
     typing_.discard();
-    if (ready < 1) return;
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
+    for (std::size_t i = 0; i < nodes.size() && ready > 0; ++i) {
       if (looks[i].revents != 0) readNode(*nodes[i]);
     }
-    if (looks[nodes.size()].revents != 0) readRemote();
+    if (ready > 0 && looks[nodes.size()].revents != 0) readRemote();
     writer_.flush();
   }
 
@@ -286,6 +285,14 @@ class Recorder {
   microseconds elapsed() const { return now() - start_; }
 
   bool isOver() const { return options_.duration && elapsed() >= *options_.duration; }
+
+  // For how long to wait at most, in ms: less while something else is to be done soon.
+  int limited(int timeoutMs) const {
+    constexpr int kRetryMs = 10;
+    const int limit = counter_.limited(typing_.limited(timeoutMs), elapsed());
+    if (!writer_.isHeldUp()) return limit;
+    return limit == -1 ? kRetryMs : std::min(limit, kRetryMs);
+  }
 
   // For poll(): rounded up, so that it does not return just before the end.
   int millisecondsLeft() const {

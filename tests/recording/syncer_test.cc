@@ -1,0 +1,267 @@
+// What a session's writer puts on the disk, and when.
+#include "recording/syncer.h"
+
+#include <linux/input.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "recording/writer.h"
+#include "tests/recording/recording_test.h"
+
+namespace quarlo::recording {
+namespace {
+
+using namespace std::chrono_literals;
+
+// The disk of a test: it can be slow, or broken.
+class Disk {
+ public:
+  Disk() { the_ = this; }
+  ~Disk() { the_ = nullptr; }
+  Disk(const Disk&) = delete;
+  Disk& operator=(const Disk&) = delete;
+
+  static int sync(int fd) { return the_->take(fd); }
+
+  // It takes nothing until release().
+  void hold() { held_.lock(); }
+  void release() { held_.unlock(); }
+
+  void waitUntilItIsAsked() {
+    while (!isAsked_) std::this_thread::yield();
+  }
+
+  // It takes no files, but directories.
+  void setError(int error) {
+    const std::lock_guard lock(mutex_);
+    error_ = error;
+  }
+
+  // How much of a file, or directory, is on it. -1: not even its name, as far as that was asked for.
+  std::int64_t sizeOf(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    const auto found = sizes_.find(statusOf(path).st_ino);
+    return found == sizes_.end() ? -1 : found->second;
+  }
+
+  void waitForSize(const std::string& path, std::size_t size) {
+    while (sizeOf(path) != static_cast<std::int64_t>(size)) std::this_thread::yield();
+  }
+
+  bool hasSignalsBlocked() {
+    const std::lock_guard lock(mutex_);
+    return signalsAreBlocked_;
+  }
+
+ private:
+  static struct stat statusOf(const std::string& path) {
+    struct stat status = {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status;
+  }
+
+  int take(int fd) {
+    isAsked_ = true;
+    const std::lock_guard wait(held_);
+    const std::lock_guard lock(mutex_);
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    signalsAreBlocked_ = sigismember(&blocked, SIGINT) == 1 && sigismember(&blocked, SIGTERM) == 1;
+    struct stat status = {};
+    EXPECT_EQ(fstat(fd, &status), 0);
+    errno = error_;
+    if (error_ != 0 && S_ISREG(status.st_mode)) return -1;
+    sizes_[status.st_ino] = status.st_size;
+    return 0;
+  }
+
+  static Disk* the_;
+  std::mutex held_;
+  std::mutex mutex_;
+  std::atomic<bool> isAsked_ = false;
+  int error_ = 0;
+  std::map<ino_t, std::int64_t> sizes_;
+  bool signalsAreBlocked_ = false;
+};
+
+Disk* Disk::the_ = nullptr;
+
+class SyncerTest : public FolderTest {
+ protected:
+  WriterOptions options(bool rotates = false) const {
+    WriterOptions options;
+    options.sync = Disk::sync;
+    options.rotates = rotates;
+    options.mostLines = 4;
+    return options;
+  }
+
+  std::string content(const std::string& file) const {
+    std::ostringstream text;
+    text << std::ifstream(folder_ + "/" + file).rdbuf();
+    return text.str();
+  }
+
+  SessionWriter writer(const WriterOptions& options) const {
+    return {folder_, "comment", Access::kByUmask, {}, options};
+  }
+
+  // Until it is done.
+  static void flush(SessionWriter& session) {
+    do {
+      session.flush();
+    } while (session.isHeldUp());
+  }
+
+  Disk disk_;
+  std::string folder_ = path("session");
+  std::string file_ = folder_ + "/remote.lirc";
+};
+
+const std::string kHead = "# quarlo-input session 2\n# comment\n";
+const std::string kLine = "0.000000 a\n";
+
+TEST_F(SyncerTest, TheDirectoriesAreOnTheDiskBeforeAnythingComes) {
+  SessionWriter session = writer(options());
+  while (disk_.sizeOf(path()) == -1 || disk_.sizeOf(folder_) == -1) std::this_thread::yield();
+}
+
+TEST_F(SyncerTest, WhatCameIsOnTheDiskWithoutAnEnd) {
+  SessionWriter session = writer(options());
+  FileWriter& remote = session.addRemote();
+  std::string written = kHead;
+  for (int i = 0; i < 2; ++i) {
+    remote.write(RemoteLine{0us, "a"});
+    flush(session);
+    written += kLine;
+    disk_.waitForSize(file_, written.size());
+  }
+}
+
+TEST_F(SyncerTest, WhatCameLastIsOnTheDiskAtTheEnd) {
+  SessionWriter session = writer(options());
+  FileWriter& remote = session.addRemote();
+  remote.write(RemoteLine{0us, "a"});
+  flush(session);
+  remote.write(RemoteLine{0us, "a"});
+  session.close();
+  EXPECT_EQ(disk_.sizeOf(file_), static_cast<std::int64_t>((kHead + kLine + kLine).size()));
+}
+
+TEST_F(SyncerTest, EachPartIsOnTheDiskAtTheEnd) {
+  SessionWriter session = writer(options(true));
+  FileWriter& remote = session.addRemote();
+  for (int i = 0; i < 3; ++i) remote.write(RemoteLine{0us, "a"});
+  session.close();
+  EXPECT_EQ(disk_.sizeOf(file_), static_cast<std::int64_t>((kHead + kLine + kLine).size()));
+  EXPECT_EQ(disk_.sizeOf(folder_ + "/remote.0002.lirc"), static_cast<std::int64_t>((kHead + kLine).size()));
+}
+
+// The kernel's queue of a node would overflow meanwhile.
+TEST_F(SyncerTest, NothingWaitsForASlowDisk) {
+  disk_.hold();
+  SessionWriter session = writer(options());
+  disk_.waitUntilItIsAsked();
+  FileWriter& remote = session.addRemote();
+  for (int i = 0; i < 2; ++i) {
+    remote.write(RemoteLine{0us, "a"});
+    session.flush();
+    EXPECT_TRUE(session.isHeldUp());
+  }
+  EXPECT_FALSE(std::filesystem::exists(file_));
+  disk_.release();
+  flush(session);
+  EXPECT_EQ(content("remote.lirc"), kHead + kLine + kLine);
+  EXPECT_FALSE(session.isHeldUp());
+}
+
+TEST_F(SyncerTest, NothingIsHeldUpThatHasNotCome) {
+  disk_.hold();
+  SessionWriter session = writer(options());
+  disk_.waitUntilItIsAsked();
+  session.addRemote();
+  session.flush();
+  EXPECT_FALSE(session.isHeldUp());
+  disk_.release();
+}
+
+TEST_F(SyncerTest, MemoryIsNotFilledForASlowDisk) {
+  disk_.hold();
+  WriterOptions limited = options();
+  limited.mostHeldUp = kHead.size() + kLine.size();
+  SessionWriter session = writer(limited);
+  disk_.waitUntilItIsAsked();
+  FileWriter& remote = session.addRemote();
+  remote.write(RemoteLine{0us, "a"});
+  session.flush();
+  EXPECT_TRUE(session.isHeldUp());
+  remote.write(RemoteLine{0us, "a"});
+  session.flush();
+  EXPECT_FALSE(session.isHeldUp());
+  EXPECT_EQ(content("remote.lirc"), kHead + kLine + kLine);
+  disk_.release();
+}
+
+TEST_F(SyncerTest, ADiskThatFailsEndsTheRecording) {
+  for (const int error : {EIO, ENOSPC}) {
+    std::filesystem::remove_all(folder_);
+    disk_.setError(error);
+    SessionWriter session = writer(options());
+    FileWriter& remote = session.addRemote();
+    remote.write(RemoteLine{0us, "a"});
+    std::string problem;
+    while (problem.empty()) problem = errorOf([&] { session.flush(); });
+    EXPECT_EQ(problem, file_ + ": " + std::strerror(error) +
+                           ": the recording ends here, and what came last may not be on the disk");
+    EXPECT_EQ(errorOf([&] { session.close(); }), "");  // it was said
+  }
+}
+
+TEST_F(SyncerTest, ADiskThatFailsAtTheEndIsAProblemToo) {
+  SessionWriter session = writer(options());
+  disk_.setError(EIO);
+  session.addRemote().write(RemoteLine{0us, "a"});
+  EXPECT_NE(errorOf([&] { session.close(); }).find("remote.lirc: Input/output error"), std::string::npos);
+  EXPECT_EQ(content("remote.lirc"), kHead + kLine);
+}
+
+TEST_F(SyncerTest, AFileSystemThatCannotDoItIsNoProblem) {
+  disk_.setError(EINVAL);
+  SessionWriter session = writer(options());
+  session.addRemote().write(RemoteLine{0us, "a"});
+  EXPECT_EQ(errorOf([&] { session.close(); }), "");
+}
+
+TEST_F(SyncerTest, SignalsAreLeftToTheProgram) {
+  writer(options()).close();
+  EXPECT_TRUE(disk_.hasSignalsBlocked());
+  sigset_t blocked;
+  pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+  EXPECT_EQ(sigismember(&blocked, SIGINT), 0);
+}
+
+TEST_F(SyncerTest, ClosesEachDescriptor) {
+  const auto open = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+  const auto before = open();
+  {
+    SessionWriter session = writer(options());
+    session.addRemote().write(RemoteLine{0us, "a"});
+    session.close();
+  }
+  EXPECT_EQ(open(), before);
+}
+
+}  // namespace
+}  // namespace quarlo::recording
