@@ -74,8 +74,8 @@ int check(const record::RecordOptions& options) {
   using namespace std::chrono_literals;
   checkSources(options);
   require(!options.session.empty(), "a recording has a name");
-  require(!options.duration || (*options.duration >= 100ms && *options.duration <= 24h),
-          "a duration has from 0.1 to 86400 s");
+  require(!options.duration || (*options.duration >= 100ms && *options.duration <= recording::kLongestSession),
+          "a duration has from 0.1 s to the longest session");
   return 0;
 }
 

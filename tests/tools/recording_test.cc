@@ -1,8 +1,10 @@
 // `record` on the simulated machine, whose nodes it reads, and whose time passes only where it waits.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -118,6 +120,84 @@ TEST_F(RecordingTest, NeedsTheClockThatItCountsBy) {
   keyboard_.setIoctlError(EVIOCSCLOCKID, EINVAL);
   EXPECT_EQ(record(), kFailed);
   EXPECT_EQ(err_, "quarlo-input: /dev/input/event4: the clock of its records cannot be set: Invalid argument\n");
+}
+
+TEST_F(RecordingTest, LastsForWeeks) {
+  constexpr std::chrono::hours kLast = recording::kLongestSession - 1h;
+  options_.duration = recording::kLongestSession;
+  machine_.after(kLast, [&] { keyboard_.press(KEY_UP); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(took_ / 1h, recording::kLongestSession / 1h);
+  EXPECT_EQ(recordsOf("keyboard.evemu").front(), std::to_string(kLast / 1s) + ".000000 0001 0067 0001");
+}
+
+TEST_F(RecordingTest, EndsWithTheLongestSession) {
+  options_.duration.reset();
+  machine_.after(1h, [&] { keyboard_.press(KEY_UP); });
+  EXPECT_EQ(record(), kFailed);
+  EXPECT_EQ(took_ / 1h, recording::kLongestSession / 1h);
+  EXPECT_EQ(err_, "quarlo-input: a session has at most " + std::to_string(recording::kLongestSession / 1h) +
+                      " hours: the recording ends here, and what came before is kept\n");
+  EXPECT_EQ(recordsOf("keyboard.evemu").size(), 2U);
+}
+
+// ---- Files that are full ------------------------------------------------------------------------
+
+// A file with a mouse's head takes no more than two reports of motion.
+class FullFileTest : public RecordingTest {
+ protected:
+  FullFileTest() {
+    options_.keyboard = kLeaveOut;
+    recordTwoReports();
+    options_.further = {kThird};
+    options_.writing.mostLines = linesOf("mouse.evemu");
+    options_.session = folder_.path("again");
+    for (int i = 0; i < 5; ++i) machine_.after(100ms * (i + 1), [&] { mouse_.move(1, 0); });
+    machine_.after(700ms, [&] { other_.move(1, 0); });
+  }
+
+  void recordTwoReports() {
+    for (int i = 0; i < 2; ++i) machine_.after(100ms * (i + 1), [&] { mouse_.move(1, 0); });
+    EXPECT_EQ(record(), kDone);
+  }
+
+  long linesOf(const std::string& name) const {
+    std::ifstream file(options_.session + "/" + name);
+    return std::count(std::istreambuf_iterator<char>(file), {}, '\n');
+  }
+
+  sim::Node& other_ = machine_.addNode(kThird, sim::Device::mouse());
+};
+
+TEST_F(FullFileTest, EndsAndTheOthersGoOn) {
+  EXPECT_EQ(record(), kFailed);
+  EXPECT_EQ(err_, "quarlo-input: " + options_.session + "/mouse.evemu: a file of a session has at most " +
+                      std::to_string(options_.writing.mostLines) +
+                      " lines: it ends here, and what came before is kept (--rotate goes on in a next one); the others "
+                      "go on\n");
+  EXPECT_EQ(linesOf("mouse.evemu"), options_.writing.mostLines);
+  EXPECT_EQ(printedFrom("  mouse.evemu"),
+            "  mouse.evemu     4 records\n"
+            "  node-1.evemu    2 records\n");
+}
+
+TEST_F(FullFileTest, OfTheOnlySourceEndsTheRecording) {
+  options_.further.clear();
+  EXPECT_EQ(record(), kFailed);
+  EXPECT_EQ(took_ / 1ms, 300);
+  EXPECT_NE(err_.find("; no source is left\n"), std::string::npos) << err_;
+}
+
+TEST_F(FullFileTest, GoesOnInANextOneWhenAskedTo) {
+  options_.writing.rotates = true;
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(err_, "");
+  EXPECT_EQ(linesOf("mouse.evemu"), options_.writing.mostLines);
+  EXPECT_EQ(linesOf("mouse.0002.evemu"), options_.writing.mostLines);
+  EXPECT_EQ(linesOf("mouse.0003.evemu"), options_.writing.mostLines - 2);
+  EXPECT_EQ(printedFrom("  mouse.evemu"),
+            "  mouse.evemu     10 records in 3 files\n"
+            "  node-1.evemu    2 records\n");
 }
 
 // ---- What is lost -------------------------------------------------------------------------------

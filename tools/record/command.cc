@@ -3,7 +3,9 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 
+#include "recording/lines.h"
 #include "tools/common/source_options.h"
 
 namespace quarlo::tools::record {
@@ -12,12 +14,20 @@ namespace {
 constexpr char kHelp[] =
     R"(First says which of mouse, keyboard and remote are open, why each other one is
 not, and what to do about it. Then records until Ctrl-C; other programs get the
-input as well. What came is in the files at once, and stays there when the disk
-gets full, a device is unplugged, or the daemon ends. A source that sent nothing
-has no file; those of further nodes are node-1.evemu and so on, in the order of
---also. While it runs in the foreground, what is typed at its terminal does not
-show, and reaches no shell. There a line says how many records and lines have
-come; where the output is not a terminal, nothing is printed until the end.
+input as well. A source that sent nothing has no file; those of further nodes
+are node-1.evemu and so on, in the order of --also. While it runs in the
+foreground, what is typed at its terminal does not show, and reaches no shell.
+There a line says how many records and lines have come; where the output is not
+a terminal, nothing is printed until the end.
+
+What came is in the files at once, and stays there when the program is killed,
+the disk gets full, a device is unplugged, or the daemon ends. Every half second
+it goes to the disk, beside the recording, which does not wait for that. So a
+power cut takes at most the last second, as long as the disk needs less than
+half a second for what comes.
+
+A file that is full ends, and the others go on. With --rotate it goes on in a
+next one that can be used by itself: mouse.evemu, mouse.0002.evemu, ...
 
 When records of a node were lost, the difference to the keys that are down then
 is recorded as if the node had sent it; when a node is gone, what it held comes
@@ -34,8 +44,8 @@ Example: record for ten seconds what a remote sends, and play it
 
 Exit status: 0 after Ctrl-C or the duration; 1 if SESSION exists, no source
 could be opened, a path is not an evdev node, a further node is a source
-already, nothing came, no source was left, or not all could be written; 2 for
-wrong arguments.)";
+already, nothing came, no source was left, a file was full, or not all could be
+written; 2 for wrong arguments.)";
 
 void parseSession(const std::string& text, RecordOptions& options) {
   if (text.empty()) throw ArgumentError("the name is empty: expected a directory to make, such as evening");
@@ -44,12 +54,13 @@ void parseSession(const std::string& text, RecordOptions& options) {
 
 void parseDuration(const std::string& text, RecordOptions& options) {
   constexpr double kMinimum = 0.1;
-  constexpr double kMaximum = 86400;
+  constexpr std::int64_t kMaximum = std::chrono::seconds(recording::kLongestSession).count();
   double seconds;
   const char* end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
-  if (error != std::errc() || rest != end || !(seconds >= kMinimum && seconds <= kMaximum)) {
-    throw ArgumentError("\"" + text + "\" is not a number of seconds: expected 0.1 to 86400, such as 10");
+  if (error != std::errc() || rest != end || !(seconds >= kMinimum && seconds <= static_cast<double>(kMaximum))) {
+    throw ArgumentError("\"" + text + "\" is not a number of seconds: expected 0.1 to " + std::to_string(kMaximum) +
+                        ", such as 10");
   }
   options.duration = std::chrono::microseconds(std::llround(seconds * 1e6));
 }
@@ -62,6 +73,11 @@ void addOptions(CommandLine& line, RecordOptions& options) {
                          [&](const std::string& text) { parseSession(text, options); });
   line.addOption("--duration", "SECONDS", "End after so many seconds; default: with Ctrl-C",
                  [&](const std::string& text) { parseDuration(text, options); });
+  line.addFlag("--rotate", options.writing.rotates,
+               "Go on in a next file when one has " + std::to_string(recording::kMostLines) + " lines or " +
+                   std::to_string(recording::kLargestFile >> 20) + " MiB");
+  line.addFlag("--sync", options.writing.syncsAtOnce,
+               "Write to the disk whenever something came, not only every half second");
   line.addFlag("--show-keycodes", options.shown.showKeycodes,
                "Record what is typed, too; only the owner can then read the session");
   line.addFlag("--show-modifiers", options.shown.showModifiers,

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -36,6 +37,7 @@ namespace quarlo::tools::record {
 namespace {
 
 using recording::FileWriter;
+using recording::RemoteLine;
 using recording::SessionWriter;
 
 microseconds now() {
@@ -68,7 +70,8 @@ struct Source {
   std::string title;
   int fd = -1;
   FileWriter* file = nullptr;  // null: it was never open
-  long overflows = 0;          // of the kernel's queue
+  bool fileHasEnded = false;
+  long overflows = 0;  // of the kernel's queue
   Report report = Report::kEmpty;
   HeldKeys held;
 };
@@ -183,7 +186,7 @@ class Recorder {
     } else if (done) {
       return fail("nothing came from " + openedNames() + ", so there is no session");
     }
-    return done && sources_.anyIsOpen() ? kDone : kFailed;
+    return done && sources_.anyIsOpen() && !aFileHasEnded() ? kDone : kFailed;
   }
 
  private:
@@ -209,9 +212,13 @@ class Recorder {
     recordRound(0);  // what has come since
     const std::string unfinished = lines_.takeRest();
     if (!unfinished.empty()) writeLine(unfinished);
+    if (!options_.duration && isOver()) {
+      throw recording::Error("a session has at most " + std::to_string(recording::kLongestSession.count()) +
+                             " hours: the recording ends here, and what came before is kept");
+    }
   }
 
-  // Waits for at most `timeoutMs` (-1: without a limit, but for a signal), and records what is there.
+  // Waits for at most `timeoutMs`, or until a signal, and records what is there.
   void recordRound(int timeoutMs) {
     counter_.show(counts(), elapsed());
     const std::vector<Source*> nodes = sources_.nodes();
@@ -250,7 +257,7 @@ class Recorder {
     if (record.type == EV_SYN && record.code == SYN_DROPPED) ++node.overflows;
     const std::optional<recording::Record> shown = masked(mask_, record);
     const bool endsReport = record.type == EV_SYN && record.code == SYN_REPORT;
-    if (shown && !(endsReport && node.report == Report::kLeftOut)) node.file->write(*shown);
+    if (shown && !(endsReport && node.report == Report::kLeftOut)) write(node, *shown);
     node.report = endsReport ? Report::kEmpty : shown ? Report::kShown : std::max(node.report, Report::kLeftOut);
   }
 
@@ -262,15 +269,30 @@ class Recorder {
     for (const std::string& line : lines_.split({bytes, static_cast<std::size_t>(size)})) writeLine(line);
   }
 
-  void writeLine(const std::string& line) { sources_.remote.file->write({received_, maskedLine(mask_, line)}); }
+  void writeLine(const std::string& line) { write(sources_.remote, RemoteLine{received_, maskedLine(mask_, line)}); }
+
+  // One source that never rests must not end the recording of all.
+  template <typename What>
+  void write(Source& source, const What& what) {
+    if (source.fileHasEnded) return;
+    try {
+      source.file->write(what);
+    } catch (const recording::Error& error) {
+      source.fileHasEnded = true;
+      source.close();
+      say(error.what() + whatGoesOn());
+    }
+  }
 
   // What read() gave instead of input.
   void handleFailure(Source& source, int error) {
     if (error == EAGAIN || error == EINTR) return;
     source.close();
     writeRecords(source, source.held.release(elapsed()));
-    say(whyItEnds(source, error) + (sources_.anyIsOpen() ? "; the others go on" : "; no source is left"));
+    say(whyItEnds(source, error) + whatGoesOn());
   }
+
+  std::string whatGoesOn() { return sources_.anyIsOpen() ? "; the others go on" : "; no source is left"; }
 
   static std::string whyItEnds(const Source& source, int error) {
     switch (error) {
@@ -284,21 +306,26 @@ class Recorder {
 
   microseconds elapsed() const { return now() - start_; }
 
-  bool isOver() const { return options_.duration && elapsed() >= *options_.duration; }
+  microseconds longest() const { return options_.duration.value_or(recording::kLongestSession); }
+
+  bool isOver() const { return elapsed() >= longest(); }
+
+  bool aFileHasEnded() {
+    const auto sources = sources_.all();
+    return std::any_of(sources.begin(), sources.end(), [](const Source* source) { return source->fileHasEnded; });
+  }
 
   // For how long to wait at most, in ms: less while something else is to be done soon.
   int limited(int timeoutMs) const {
     constexpr int kRetryMs = 10;
     const int limit = counter_.limited(typing_.limited(timeoutMs), elapsed());
-    if (!writer_.isHeldUp()) return limit;
-    return limit == -1 ? kRetryMs : std::min(limit, kRetryMs);
+    return writer_.isHeldUp() ? std::min(limit, kRetryMs) : limit;
   }
 
   // For poll(): rounded up, so that it does not return just before the end.
   int millisecondsLeft() const {
-    if (!options_.duration) return -1;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*options_.duration - elapsed());
-    return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(longest() - elapsed());
+    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, INT_MAX));
   }
 
   bool isEmpty() {
@@ -340,7 +367,9 @@ class Recorder {
     if (source.file->count() == 0) {
       std::printf("  %s: nothing came, so there is no file\n", source.name.c_str());
     } else {
-      std::printf("  %-14s  %s\n", source.file->name().c_str(), count(source).c_str());
+      const int parts = source.file->parts();
+      std::printf("  %-14s  %s%s\n", source.file->name().c_str(), count(source).c_str(),
+                  parts == 1 ? "" : (" in " + counted(parts, "file")).c_str());
     }
     if (source.overflows != 0) {
       std::printf("  %s: the kernel's queue overflowed %s: records before each SYN_DROPPED are missing\n",
@@ -373,7 +402,8 @@ const char* comment(const RecordOptions& options) {
 int recordSources(const RecordOptions& options, Sources& sources) {
   using recording::Access;
   SessionWriter writer(options.session, comment(options),
-                       options.shown.showKeycodes ? Access::kOwnerOnly : Access::kByUmask, {typeName, codeName});
+                       options.shown.showKeycodes ? Access::kOwnerOnly : Access::kByUmask, {typeName, codeName},
+                       options.writing);
   Recorder recorder(options, sources, writer);
   std::printf("%s\nRecording to %s; Ctrl-C ends.\n", comment(options), printable(options.session).c_str());
   std::fflush(stdout);

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "recording/writer.h"
 #include "tools/common/mask.h"
 #include "tools/common/sources.h"
 
@@ -14,6 +15,7 @@ struct RecordOptions : SourcePaths {
   std::string session;                                // the path of the directory to make
   std::optional<std::chrono::microseconds> duration;  // none: record until a stop is requested
   MaskOptions shown;
+  recording::WriterOptions writing;
 };
 
 // Returns the exit status.
