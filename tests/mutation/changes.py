@@ -72,7 +72,7 @@ def change_operators(source):
 def change_constants(source):
     paired = {token.start for pair in character_pairs(source) for token in pair}
     for number in source.functions:
-        kind, text, start, end, _ = source.tokens[number]
+        kind, text, start, end, *_ = source.tokens[number]
         integer = INTEGER.fullmatch(text)
         if text in BOOLEAN:
             yield source.mutant((start, end, BOOLEAN[text]))
@@ -92,7 +92,7 @@ def value_of(digits):
 def change_texts(source):
     """Another first and another last letter, beside what printf() converts."""
     for number in source.functions:
-        kind, text, start, _, _ = source.tokens[number]
+        kind, text, start, *_ = source.tokens[number]
         match = TEXT.fullmatch(text) if kind == "string" else None
         if match is None:
             continue
@@ -232,11 +232,11 @@ def mutants_of(source):
     return list(mutants.values())
 
 
-def read_sources(root, file):
+def read_sources(root, file, options=()):
     """A source file, and what it includes from its own directory except headers of sources, which tests are compiled
     with."""
     source = root / file
-    unit = parse(root, file)
+    unit = parse(root, file, options=options)
     names = dict.fromkeys(pathlib.Path(inclusion.include.name) for inclusion in unit.get_includes())
     included = [name for name in names if name.parent == source.parent and not name.with_suffix(source.suffix).exists()]
     return [Source(unit, root, str(name.relative_to(root))) for name in (source, *included)]

@@ -52,22 +52,31 @@ WITH_CONDITION = {"if", "while", "for", "switch"}
 
 DIRECTIVE = re.compile(r"(?:[^\n]*\\\n)*[^\n]*")
 
-Token = collections.namedtuple("Token", "kind text start end cursor")
+
+class Token(collections.namedtuple("Token", "kind text start end token")):
+    """A token of a source file."""
+
+    @property
+    def cursor(self):
+        return self.token.cursor  # which takes libclang long to find
+
 
 # A file's text with one change, and how people know that change: where it is, and the lines before and after it.
-Mutant = collections.namedtuple("Mutant", "file line function before after text")
+# `places`: the first and last lines of the change, and those of the declaration that it is part of.
+Mutant = collections.namedtuple("Mutant", "file line function before after text places")
 
 
 class SourceError(Exception):
     pass
 
 
-def parse(root, file, text=None):
-    """What libclang makes of a file of the tree in `root`. A `text` takes the place of what is in the file."""
+def parse(root, file, text=None, options=()):
+    """What libclang makes of a file of the tree in `root`. A `text` takes the place of what is in the file; `options`
+    are further ones of the compiler."""
     path = str(root / file)
     unit = cindex.Index.create().parse(
         path,
-        args=["-std=c++17", f"-I{root}"],
+        args=["-xc++", "-std=c++17", f"-I{root}", *options],
         unsaved_files=None if text is None else [(path, text)],
         options=cindex.TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD,
     )
@@ -91,6 +100,7 @@ class Source:
         self._read_tokens(unit, len(data))
         self._starts = [token.start for token in self.tokens]
         self._line_starts = [0] + [match.end() for match in re.finditer("\n", self.text)]
+        self._extents = {}  # of declarations, by name: the first and the last line of those that have it
         self.functions = {}  # by the number of a token, the name of the function or constant that it is part of
         self.statements = []
         self.macros = []  # what is made by a macro outside of declarations: the (first, last) numbers of its tokens
@@ -161,7 +171,8 @@ class Source:
         end = self._line_starts[last] if last < len(self._line_starts) else len(self.text)
         before = " ".join(self.text[begin:end].split())
         after = " ".join(text[begin : end + len(text) - len(self.text)].split())
-        return Mutant(self.file, first, self.function(edits[0][0]), before, after, text)
+        function = self.function(edits[0][0])
+        return Mutant(self.file, first, function, before, after, text, ((first, last), self._extents[function]))
 
     # ---- Reading ---------------------------------------------------------------------------------
 
@@ -180,7 +191,7 @@ class Source:
             elif token.spelling == "#" and not self.text[self.text.rfind("\n", 0, start) + 1 : start].strip():
                 directive_end = DIRECTIVE.match(self.text, start).end()
             else:
-                self.tokens.append(Token(kind_of(token), token.spelling, start, end, token.cursor))
+                self.tokens.append(Token(kind_of(token), token.spelling, start, end, token))
 
     def _read_declarations(self, parent):
         for cursor in parent.get_children():
@@ -198,6 +209,8 @@ class Source:
         start, end = self.span(cursor)
         first, last = bisect.bisect_left(self._starts, start), bisect.bisect_left(self._starts, end)
         self.functions.update(dict.fromkeys(range(first, last), name))
+        lines = self._extents.get(name, (self._line(start), self._line(end)))
+        self._extents[name] = min(lines[0], self._line(start)), max(lines[1], self._line(end))
 
     def _read_statements(self, parent):
         if parent.kind in KEYWORDS and not self.is_written(parent):

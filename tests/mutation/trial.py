@@ -32,11 +32,12 @@ LIVES = 5000
 
 
 class Outcome(enum.Enum):
-    """Of tests: all passed, one failed, or they came to no end by themselves."""
+    """Of tests: all passed, one failed, they came to no end by themselves, or none reaches what was changed."""
 
     PASSED = 0
     FAILED = 1
     ENDED = 2
+    UNREACHED = 3
 
 
 def build_tests(jobs):

@@ -1,0 +1,495 @@
+"""The rooms beside the component: their sources, the tests that reach each line of them, and what those say of a mutant."""
+
+import collections
+import concurrent.futures
+import hashlib
+import itertools
+import json
+import os
+import queue
+import re
+import shlex
+import shutil
+import subprocess
+import tempfile
+import time
+
+from changes import mutants_of, read_sources
+from project import FOLDER, ROOT, copy_checkout, fail, files_below, run, run_or_fail
+from source import Source, parse
+from trial import LINK_FLAGS, Outcome
+
+# A checkout of its own, built as script/test builds it, so that ccache knows most of it.
+COPY = FOLDER / "rooms"
+BUILD = COPY / "build/host-gcc"
+GENERATED = BUILD / "tools"  # tables that the build makes of headers
+PROGRAM = "tools/quarlo-input"
+
+# By room, the programs whose tests are run.
+TOOLS_TESTS = ("tests/tools/quarlo_tools_tests", "tests/tools/quarlo_program_tests", "tests/docs/documents_test")
+ROOMS = {
+    "sim": ("tests/unit/machine_test", "tests/unit/machine_loops_test", "tests/unit/machine_waits_test",
+            "tests/scenario/scenarios_on_sim", "tests/unit/example_loops_test", "tests/unit/torture_test"),
+    "logging": ("tests/unit/logging_test", *TOOLS_TESTS),
+    "recording": ("tests/recording/quarlo_recording_tests", *TOOLS_TESTS),
+    "tools": TOOLS_TESTS,
+}
+# Of these some sources are compiled again for all trials: they find the program in PATH.
+RUNNERS = ("tests/tools/quarlo_program_tests", "tests/docs/documents_test")
+IN_PATH = ('-UQUARLO_PROGRAM', '-DQUARLO_PROGRAM="quarlo-input"', '-UQUARLO_PROGRAM_FOLDER',
+           '-DQUARLO_PROGRAM_FOLDER="."')
+CALLERS = ("program.cc", "hidden_typing_test.cc", "record_test.cc", "screen_test.cc", "documents_test.cc")
+
+# As quickly as it compiles: Clang takes two thirds of GCC's time. What is never written to has one value, and an index
+# beyond an array ends the program.
+QUICK = ("clang++-14", "-O0", "-g0", "-w", "-D_GLIBCXX_ASSERTIONS", "-ftrivial-auto-var-init=pattern",
+         "-fstack-protector-strong", "-fsanitize=bounds", "-fsanitize-trap=bounds")
+# What a trial lets pass is compared with the original, both as a release has them.
+RELEASE = ("clang++-14", "-O2", "-g0", "-w")
+COUNTING = ("g++-12", "-O0", "-g0", "-w", "--coverage")
+# What takes long to read, and most sources do: precompiled.
+HEADERS = ("algorithm", "chrono", "deque", "functional", "map", "memory", "optional", "set", "sstream", "string",
+           "variant", "vector")
+
+# What a run of tests may use: seconds of CPU and of the wall's clock, beside a multiple of what it took on the original;
+# memory in KiB, a file's size in blocks of 512 bytes.
+CPU_LIMIT = 5
+WAIT_LIMIT = 20
+LIMIT_FACTOR = 10
+MEMORY_LIMIT = 1 << 21
+FILE_LIMIT = 1 << 21
+# Suites that take longer, in seconds, are run test by test, the quickest first.
+LONG = 1
+
+# What the tests are of, and what is between them and the measured code at a sudden end.
+DUMP = """
+void __gcov_dump(void);
+void __real__exit(int) __attribute__((noreturn));
+void __real_abort(void) __attribute__((noreturn));
+void __wrap__exit(int status) { __gcov_dump(); __real__exit(status); }
+void __wrap_abort(void) { __gcov_dump(); __real_abort(); }
+"""
+
+# Tests that are run together: of which program, as a filter of GoogleTest; how long they take; the lines that they
+# reach, by file.
+Unit = collections.namedtuple("Unit", "program filter seconds lines")
+
+
+# ---- Mutants -------------------------------------------------------------------------------------
+
+
+def room_of(file):
+    return file.split("/")[0]
+
+
+def sources_below(places):
+    """The sources and headers that are, or are below, one of the places."""
+    names = sorted(str(path.relative_to(ROOT)) for room in ROOMS for path in files_below(ROOT / room))
+    return [name for name in names if re.search(r"\.(cc|h|inc)$", name)
+            and any(name == place or name.startswith(place.rstrip("/") + "/") for place in places)]
+
+
+def read_mutants(files, jobs):
+    """The mutants of the sources, in their order."""
+    with concurrent.futures.ProcessPoolExecutor(jobs) as pool:
+        return list(itertools.chain.from_iterable(pool.map(mutants_in, files)))
+
+
+def mutants_in(file):
+    options = [f"-I{GENERATED}", '-DQUARLO_VERSION="0"']
+    if not file.endswith(".inc"):
+        return mutants_of(Source(parse(COPY, file, options=options), COPY, file))
+    user = next(name for name in sources_below([room_of(file)]) if f'"{file}"' in (COPY / name).read_text())
+    return next(mutants_of(source) for source in read_sources(COPY, user, options) if source.file == file)
+
+
+def sample_of(mutants, count, seed):
+    """So many of the mutants, in their order, the same for the same mutants and seed."""
+    def place(number):
+        mutant = mutants[number]
+        text = "\0".join((seed, mutant.file, str(mutant.function), mutant.before, mutant.after, str(number)))
+        return hashlib.sha256(text.encode()).digest()
+    return [mutants[number] for number in sorted(sorted(range(len(mutants)), key=place)[:count])]
+
+
+# ---- Building ------------------------------------------------------------------------------------
+
+
+def configure():
+    """Makes the copy, and what libclang needs to read it."""
+    for program in ("cmake", "ninja", "g++-12", "gcov-12", "clang++-14", "ld.lld"):
+        if shutil.which(program) is None:
+            fail(f"there is no {program} here; script/test --quick installs what a build needs")
+    copy_checkout(COPY)
+    command = ["cmake", "--preset", "host-gcc", "-DCMAKE_COMPILE_WARNING_AS_ERROR=OFF"]
+    run_or_fail(command, "the tests cannot be configured", COPY)
+
+
+class Build:
+    """The tests of some rooms, built; and how parts of them are compiled and linked again."""
+
+    def __init__(self, programs, jobs):
+        self.programs = programs
+        run_or_fail(["ninja", "-C", BUILD, f"-j{jobs}", PROGRAM, *programs], "the tests do not build")
+        entries = json.loads((BUILD / "compile_commands.json").read_text())
+        self._commands = {}  # by object
+        self.objects = collections.defaultdict(list)  # by source
+        for entry in entries:
+            command = shlex.split(entry["command"])
+            name = command[command.index("-o") + 1]
+            self._commands[name] = command
+            self.objects[os.path.relpath(entry["file"], COPY)].append(name)
+        self._links = {program: self._link_command(program) for program in (PROGRAM, *programs)}
+        self._users = self._read_users()
+        self._precompile()
+        self._replacements = {}
+        self._point_to_path()
+        self.original = FOLDER / "original"
+        self.original.mkdir(exist_ok=True)
+        for program in (PROGRAM, *programs):
+            self.link(program, self.original / program.split("/")[-1], {})
+
+    @staticmethod
+    def _link_command(program):
+        output = run_or_fail(["ninja", "-C", BUILD, "-t", "commands", program], "ninja does not list commands")
+        line = next(line for line in reversed(output.splitlines()) if f" -o {program} " in line)
+        command = shlex.split(line.removeprefix(": && ").split(" && ")[0])
+        return [word for word in command if word not in ("-g", "-g1", "-Wl,--gc-sections")]
+
+    @staticmethod
+    def _read_users():
+        """By header, the objects that it is part of."""
+        users = collections.defaultdict(list)
+        name = None
+        for line in run_or_fail(["ninja", "-C", BUILD, "-t", "deps"], "ninja does not list headers").splitlines():
+            if line.startswith("    "):
+                path = os.path.relpath(BUILD / line.strip(), COPY)
+                users[path].append(name)
+            elif ": #deps" in line:
+                name = line.split(": #deps")[0]
+        return users
+
+    def _precompile(self):
+        headers = FOLDER / "headers.h"
+        headers.write_text("".join(f"#include <{name}>\n" for name in HEADERS))
+        self._precompiled = FOLDER / "headers.pch"
+        command = [*QUICK, "-std=c++17", "-x", "c++-header", headers, "-o", self._precompiled]
+        run_or_fail(command, "headers do not compile")
+
+    def _point_to_path(self):
+        folder = FOLDER / "callers"
+        folder.mkdir(parents=True, exist_ok=True)
+        for program in set(RUNNERS) & set(self.programs):
+            for name in self._links[program]:
+                if name.endswith(tuple(f"/{caller}.o" for caller in CALLERS)):
+                    again = folder / name.replace("/", "__")
+                    self._replacements[name] = again
+                    if self._is_current(again, name):
+                        continue
+                    if self.compile(name, COPY / self.source_of(name), again, (*QUICK, *IN_PATH)) is None:
+                        fail(f"{name} does not compile")
+
+    def _is_current(self, target, name):
+        """Whether what was made of an object's source is younger than that and its headers."""
+        made_of = [file for file, names in self._users.items() if name in names]
+        return target.exists() and all((COPY / file).stat().st_mtime < target.stat().st_mtime for file in made_of)
+
+    def users_of(self, file):
+        """The objects that a source is compiled into. Of a header's, those that are no test's."""
+        objects = self.objects.get(file) or self._users.get(file, [])
+        return [name for name in objects if not name.startswith("tests/")]
+
+    def compile(self, name, source, target, compiler, folder=COPY):
+        """Compiles an object from that source, headers from the folder before others. Returns it, or None if it is not
+        C++."""
+        words = [word for word in self._commands[name] if not word.endswith("/ccache")]
+        where = words.index("-o")
+        options = [*words[1:where], *words[where + 2:-2], *compiler[1:], f"-fmacro-prefix-map={folder}={COPY}"]
+        if compiler[:len(QUICK)] == QUICK:
+            options += ["-include-pch", self._precompiled]
+        result = run([compiler[0], "-I", folder, *options, "-o", target, "-c", source], BUILD)
+        return target.read_bytes() if result.returncode == 0 else None
+
+    def source_of(self, name):
+        return os.path.relpath(self._commands[name][-1], COPY)
+
+    def contains(self, program, name):
+        """Whether the object is part of the program."""
+        archive = re.sub(r"CMakeFiles/(.*)\.dir/.*", r"lib\1.a", name)
+        return name in self._links[program] or archive in self._links[program]
+
+    def link(self, program, target, objects, options=()):
+        """Links the program with objects, by name, in the place of its own."""
+        objects = {name: path for name, path in objects.items() if self.contains(program, name)}
+        replacements = {**self._replacements, **objects}
+        command = [replacements.pop(word, word) for word in self._links[program]]
+        first = next(number for number, word in enumerate(command) if str(word).endswith(".a"))
+        command[first:first] = [path for name, path in objects.items() if name in replacements]
+        command[command.index("-o") + 1] = target
+        result = run([*command, *LINK_FLAGS, "-Wl,--strip-debug", *options], BUILD)
+        if result.returncode != 0:
+            fail(f"{program} does not link:\n{result.stdout}")
+
+
+# ---- Running -------------------------------------------------------------------------------------
+
+
+def run_tests(program, folder, tests, seconds, options=()):
+    """Runs tests of a program, in a folder of their own in which they find quarlo-input."""
+    with tempfile.TemporaryDirectory(prefix="quarlo-") as scratch:
+        os.chmod(scratch, 0o755)  # some programs run as nobody
+        return run_tests_in(scratch, program, folder, tests, seconds, options)
+
+
+def run_tests_in(scratch, program, folder, tests, seconds, options):
+    limit = CPU_LIMIT + int(LIMIT_FACTOR * seconds)
+    limits = f"ulimit -c 0; ulimit -t {limit}; ulimit -v {MEMORY_LIMIT}; ulimit -f {FILE_LIMIT}"
+    command = ["sh", "-c", f'{limits}; exec "$@"', "sh", program, "--gtest_brief=1", "--gtest_fail_fast",
+               f"--gtest_filter={tests}"]
+    environment = {**os.environ, "TMPDIR": scratch, "PATH": f"{folder}:{os.environ['PATH']}", **dict(options)}
+    with (folder / "log").open("w") as output:
+        files = {"stdin": subprocess.DEVNULL, "stdout": output, "stderr": output}
+        try:
+            result = subprocess.run(command, cwd=scratch, env=environment, timeout=WAIT_LIMIT + limit, **files)
+        except subprocess.TimeoutExpired:
+            result = None
+    if result is not None and result.returncode == 0:
+        return Outcome.PASSED
+    end_what_is_left(scratch)
+    return Outcome.FAILED if result is not None and result.returncode > 0 else Outcome.ENDED
+
+
+def end_what_is_left(scratch):
+    """Ends what a test that failed has left running: it has the test's folder in its environment."""
+    mark = f"TMPDIR={scratch}".encode()
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{pid}/environ", "rb") as environment:
+                if mark in environment.read().split(b"\0"):
+                    os.kill(int(pid), 9)
+        except OSError:
+            pass  # it has ended, or is not ours
+
+
+def list_suites(program):
+    """The tests of a program, by suite, as filters."""
+    suites = collections.defaultdict(list)
+    for line in run_or_fail([program, "--gtest_list_tests"], f"{program} does not run").splitlines():
+        if line.startswith("  "):
+            suites[suite].append(suite + line.split()[0])
+        elif re.match(r"[\w/]+\.", line):
+            suite = line.split()[0]
+    return {suite: tests for suite, tests in suites.items() if not suite.startswith("DISABLED_")}
+
+
+class Map:
+    """Which tests reach which line of the sources, found with a copy that counts."""
+
+    def __init__(self, build, sources, jobs):
+        self._build, self._jobs = build, jobs
+        self._folder = FOLDER / "map"
+        self._folder.mkdir(parents=True, exist_ok=True)
+        self._sources = sources
+        self._known = {}  # by file, the lines that can be reached
+        self.units = self._read()
+        self._reached = [{file: frozenset(lines) for file, lines in unit.lines.items()} for unit in self.units]
+
+    def units_for(self, mutant):
+        """The numbers of the units that reach a mutant's change, or else its declaration, its file or what that is part
+        of. And whether the change is reached, as far as one can know."""
+        change, declaration = (set(range(first, last + 1)) for first, last in mutant.places)
+        known = set(self._known.get(mutant.file, ()))
+        for lines in (change, declaration, known):
+            units = [n for n, reached in enumerate(self._reached) if lines & reached.get(mutant.file, frozenset())]
+            if units:
+                return units, lines is change or not change & known
+        users = {self._build.source_of(name) for name in self._build.users_of(mutant.file)}
+        return [n for n, reached in enumerate(self._reached) if users & reached.keys()], True  # a constant of a header
+
+    def _key(self):
+        digest = hashlib.sha256(repr((self._build.programs, self._sources)).encode())
+        for path in sorted(files_below(COPY)):
+            if not str(path.relative_to(COPY)).startswith(("docs/performance", "tests/mutation", "script")):
+                digest.update(path.read_bytes())
+        return digest.hexdigest()
+
+    def _read(self):
+        key = self._key()
+        kept = FOLDER / f"map-{hashlib.sha256(repr(self._sources).encode()).hexdigest()[:8]}.json"
+        if kept.exists():
+            content = json.loads(kept.read_text())
+            if content["key"] == key:
+                self._known = content["known"]
+                return [Unit(*unit) for unit in content["units"]]
+        units = self._measure()
+        kept.write_text(json.dumps({"key": key, "units": units, "known": self._known}))
+        return units
+
+    def _measure(self):
+        self._compile()
+        folders = [self._prepare(number) for number in range(self._jobs)]
+        free = queue.Queue()
+        for folder in folders:
+            free.put(folder)
+
+        def measured(program, tests):
+            folder = free.get()
+            try:
+                return self._measure_tests(folder, program, tests)
+            finally:
+                free.put(folder)
+
+        with concurrent.futures.ThreadPoolExecutor(self._jobs) as pool:
+            suites = [(program, suite, tests) for program in self._build.programs
+                      for suite, tests in list_suites(folders[0] / program.split("/")[-1]).items()]
+            units = list(pool.map(lambda entry: measured(entry[0], entry[1] + "*"), suites))
+            long = [(program, test) for (program, _, tests), unit in zip(suites, units)
+                    if unit is None or unit.seconds > LONG and len(tests) > 1 for test in tests]
+            units = [unit for unit, (_, _, tests) in zip(units, suites)
+                     if unit is not None and (unit.seconds <= LONG or len(tests) == 1)]
+            units += [unit for unit in pool.map(lambda entry: measured(*entry), long) if unit is not None]
+        failed = [entry for entry in long if entry[1] not in {unit.filter for unit in units}]
+        return [*units, *self._unmeasurable(failed, units)]
+
+    def _unmeasurable(self, tests, units):
+        """Units of those tests that bear no counting: they may reach what others of their suite or program do."""
+        for program, test in tests:
+            before = time.monotonic()
+            outcome = run_tests(self._build.original / program.split("/")[-1], self._build.original, test, WAIT_LIMIT)
+            if outcome != Outcome.PASSED:
+                print(f"left out, as it fails without a change: {test}", flush=True)
+                continue
+            others = [unit for unit in units if unit.program == program]
+            suite = [unit for unit in others if unit.filter.split(".")[0] == test.split(".")[0]]
+            lines = collections.defaultdict(set)
+            for unit in suite or others:
+                for file, reached in unit.lines.items():
+                    lines[file].update(reached)
+            seconds = time.monotonic() - before
+            yield Unit(program, test, seconds, {file: sorted(reached) for file, reached in lines.items()})
+
+    def _compile(self):
+        """Everything that is measured, and the same of what notes a sudden end."""
+        (self._folder / "dump.c").write_text(DUMP)
+        self._dump = self._folder / "dump.o"
+        run_or_fail(["gcc-12", "-c", self._folder / "dump.c", "-o", self._dump], "no C compiler")
+        names = [name for source in self._sources for name in self._build.objects.get(source, [])]
+        self._objects = {name: self._folder / (name.replace("/", "__")) for name in names}
+        def compile_one(name):
+            return self._build.compile(name, COPY / self._build.source_of(name), self._objects[name], COUNTING)
+
+        with concurrent.futures.ThreadPoolExecutor(self._jobs) as pool:
+            if None in pool.map(compile_one, names):
+                fail("the sources do not compile")
+
+    def _prepare(self, number):
+        """A folder with the programs, and with what names the lines that they count."""
+        folder = self._folder / f"measured-{number}"
+        shutil.rmtree(folder, ignore_errors=True)
+        (folder / "counts").mkdir(parents=True)
+        (folder / "counts").chmod(0o777)  # some programs run as nobody
+        for path in self._objects.values():
+            notes = path.with_suffix(".gcno")
+            (folder / "counts" / notes.name).symlink_to(notes)
+        for program in (PROGRAM, *self._build.programs):
+            target = folder / program.split("/")[-1]
+            if number > 0:
+                target.symlink_to(self._folder / "measured-0" / target.name)
+            else:
+                options = ["--coverage", self._dump, "-Wl,--wrap=_exit,--wrap=abort"]
+                self._build.link(program, target, self._objects, options)
+        return folder
+
+    def _measure_tests(self, folder, program, tests):
+        """The unit of these tests, or None if they fail."""
+        counts = folder / "counts"
+        for path in counts.glob("*.gcda"):
+            path.unlink()
+        options = {"GCOV_PREFIX": str(counts), "GCOV_PREFIX_STRIP": str(len(self._folder.parts) - 1)}
+        before = time.monotonic()
+        outcome = run_tests(folder / program.split("/")[-1], folder, tests, WAIT_LIMIT, options)
+        seconds = time.monotonic() - before
+        if outcome != Outcome.PASSED:
+            return None
+        return Unit(program, tests, seconds, self._lines_reached(counts))
+
+    def _lines_reached(self, counts):
+        """By file, the lines that were run."""
+        files = sorted(path.name for path in counts.glob("*.gcda"))
+        command = ["gcov-12", "--json-format", "--stdout", "--relative-only", "--source-prefix", COPY, *files]
+        reached = collections.defaultdict(set)
+        for line in run(command, counts).stdout.splitlines() if files else ():
+            if not line.startswith("{"):
+                continue
+            for file in json.loads(line)["files"]:
+                name, lines = os.path.relpath(file["file"], COPY), file["lines"]
+                reached[name].update(entry["line_number"] for entry in lines if entry["count"] > 0)
+                self._known[name] = sorted({entry["line_number"] for entry in lines} | set(self._known.get(name, ())))
+        return {name: sorted(lines) for name, lines in reached.items() if lines}
+
+
+class Tests:
+    """What the tests of some rooms say of mutants."""
+
+    def __init__(self, programs, sources, jobs):
+        self._build = Build(programs, jobs)
+        self._map = Map(self._build, sources, jobs)
+        self._kills = collections.Counter()  # by file and unit
+        self._released = {}  # the original's object code, by object
+        self._folders = queue.Queue()
+        for number in range(jobs):
+            folder = FOLDER / f"room-{number}"
+            shutil.rmtree(folder, ignore_errors=True)
+            folder.mkdir()
+            self._folders.put(folder)
+
+    def judge(self, mutant):
+        """What becomes of a mutant: the tests' Outcome, or "broken" (no C++), or "same" (as object code)."""
+        folder = self._folders.get()
+        try:
+            return self._judge(mutant, folder)
+        finally:
+            shutil.rmtree(folder, ignore_errors=True)
+            folder.mkdir()
+            self._folders.put(folder)
+
+    def _judge(self, mutant, folder):
+        changed = folder / mutant.file
+        changed.parent.mkdir(parents=True)
+        changed.write_text(mutant.text)
+        objects = {name: folder / name.replace("/", "__") for name in self._build.users_of(mutant.file)}
+        for name, target in objects.items():
+            if self._compile(name, target, QUICK, folder) is None:
+                return "broken"
+        numbers, is_reached = self._map.units_for(mutant)
+        for number in sorted(numbers, key=lambda n: self._map.units[n].seconds / (1 + self._kills[mutant.file, n])):
+            outcome = self._run(self._map.units[number], folder, objects)
+            if outcome != Outcome.PASSED:
+                self._kills[mutant.file, number] += 1
+                return outcome
+        if all(self._compile(name, target, RELEASE, folder) == self._release(name)
+               for name, target in objects.items()):
+            return "same"
+        return Outcome.PASSED if is_reached else Outcome.UNREACHED
+
+    def _compile(self, name, target, flags, folder):
+        source = self._build.source_of(name)
+        path = folder / source if (folder / source).exists() else COPY / source
+        return self._build.compile(name, path, target, flags, folder)
+
+    def _release(self, name):
+        if name not in self._released:
+            self._released[name] = self._compile(name, self._build.original / "object.o", RELEASE, self._build.original)
+        return self._released[name]
+
+    def _run(self, unit, folder, objects):
+        """Runs tests with what has these objects in it, linked where that has not been done."""
+        for program in (unit.program, PROGRAM) if unit.program in RUNNERS else (unit.program,):
+            target = folder / program.split("/")[-1]
+            if target.exists():
+                continue
+            if any(self._build.contains(program, name) for name in objects):
+                self._build.link(program, target, objects)
+            else:
+                target.symlink_to(self._build.original / target.name)
+        return run_tests(folder / unit.program.split("/")[-1], folder, unit.filter, unit.seconds)
