@@ -395,6 +395,15 @@ TEST_F(SessionFile, HasABoundThatKeepsItsLinesFromFillingTheMemory) {
             "what comes before is played, the last 268435428 bytes are not");
 }
 
+TEST_F(SessionFile, HasABoundForItsLinesBeforeWhichAllIsPlayed) {
+  const std::string file = write("tv.lirc", kLine + std::string(kMostLines - 2, '\n') + kLine + kLine);
+  const Session session = readSession(file);
+  EXPECT_EQ(session.remote->size(), 2U);
+  EXPECT_EQ(damagesOf(session, path()),
+            (Texts{"tv.lirc:5000001: the file has more than 5000000 lines; what comes before "
+                   "is played, the last 28 bytes are not"}));
+}
+
 TEST_F(SessionFile, ThatIsMissingIsAnError) {
   EXPECT_EQ(errorOf([&] { readSession(path("nothing")); }), path("nothing") + ": No such file or directory");
 }
