@@ -168,6 +168,7 @@ template <typename Reader>
 auto readSource(const Folder& folder, const std::string& file, microseconds start, std::vector<Damage>& damages)
     -> std::optional<decltype(std::declval<Reader>().take())> {
   constexpr char kLeftOut[] = "it is left out";
+  const std::size_t damagesBefore = damages.size();
   Reader reader(start);
   int next = 1;
   for (const int part : folder.partsOf(file)) {
@@ -186,6 +187,7 @@ auto readSource(const Folder& folder, const std::string& file, microseconds star
   try {
     return reader.take();
   } catch (const Error& error) {
+    damages.resize(damagesBefore);  // they say what is played
     damages.push_back({error.what(), kLeftOut});
     return std::nullopt;
   }

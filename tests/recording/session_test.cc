@@ -113,6 +113,7 @@ TEST_F(SessionFolder, HasAllThatIsWholeBesideWhatIsNot) {
   write("mouse.evemu", "");
   write("keyboard.evemu", std::string(kArrowKeys) + kRecord + "E: 6.0\n" + kRecord);
   write("node-1.evemu", kRecord);
+  write("node-1.0002.evemu", kRecord + std::string("nonsense\n"));
   write("node-2.evemu", kArrowKeys);
   write("node-3.evemu", std::string(kArrowKeys) + kRecord);
   write("remote.lirc", kLine + std::string(3, '\0'));
