@@ -11,6 +11,7 @@
 
 #include "input/input_loop.h"
 #include "input/linux_input_reader_limits.h"
+#include "recording/session.h"
 #include "tools/common/reader_options.h"
 #include "tools/tune/kernel_remote.h"
 #include "tools/tune/study.h"
@@ -151,6 +152,12 @@ TEST(FactsTest, WhatTuningSaysOfTheKernelsRepeats) {
        {"docs/tuning.md", "Other nodes have " + both(kKeyboardsRepeat)},
        {"docs/tuning.md", "studied for its first " + std::to_string(kMostOfAPress.count()) + " s"},
        {"docs/tuning.md", "down for more than " + std::to_string(kMostStudiedTime.count()) + " s altogether"}});
+}
+
+TEST(FactsTest, HowLongASessionCanBe) {
+  const std::string days = std::to_string(recording::kLongestSession.count() / 24) + " days";
+  expectQuoted("recording/session.h", {{"docs/bring-up.md", "a session can have " + days},
+                                       {"sessions/README.md", "and " + days + " a session"}});
 }
 
 TEST(FactsTest, TheProtocolsAndTapsOfTuning) {
