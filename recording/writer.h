@@ -114,7 +114,7 @@ class FileWriter {
   int parts() const { return part_; }
 
   // How many records or lines it has in all parts, those not yet written included.
-  long count() const { return count_; }
+  std::int64_t count() const { return count_; }
 
   // How many bytes flush() would write.
   std::size_t unwritten() const { return hasLines() ? pending_.size() : 0; }
@@ -134,7 +134,7 @@ class FileWriter {
   const std::string name_;
   const std::string head_;
   const long headLines_;
-  long count_ = 0;
+  std::int64_t count_ = 0;
   microseconds last_{0};
 
   // The part that is being written.

@@ -43,7 +43,7 @@ std::string joined(const std::vector<std::string>& words, const std::string& sep
   return text;
 }
 
-std::string counted(long number, const char* what) {
+std::string counted(std::int64_t number, const char* what) {
   return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 

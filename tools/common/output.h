@@ -1,6 +1,7 @@
 // What all subcommands say and return in the same way.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,7 @@ std::string printable(const std::string& text);
 std::string joined(const std::vector<std::string>& words, const std::string& separator);
 
 // "1 event", "2 events".
-std::string counted(long number, const char* what);
+std::string counted(std::int64_t number, const char* what);
 
 // Writes a line that says what went wrong to standard error.
 void complain(const std::string& message);
