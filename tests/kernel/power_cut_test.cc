@@ -117,6 +117,12 @@ TEST_P(PowerCutTest, TakesAtMostTheLastSecondOfTheMouse) {
   expectOnlyTheLastSecondIsMissing(lastNumber("mouse.evemu", std::regex("E: .* REL_X ([0-9]+)")));
 }
 
+TEST_P(PowerCutTest, LeavesASessionThatCanBeReplayed) {
+  const Result result = run({"replay", GetParam().path("session")});
+  EXPECT_LE(result.status, 1) << result.err;
+  EXPECT_GE(eventsOf(result.out).size(), static_cast<std::size_t>(kSteps - kStepsInASecond));
+}
+
 INSTANTIATE_TEST_SUITE_P(OnDisk, PowerCutTest, testing::ValuesIn(kDisks),
                          [](const auto& disk) { return std::string(disk.param.fileSystem); });
 
