@@ -20,7 +20,7 @@ void RemoteReader::addLine(const Lines& lines) {
   const microseconds time = parseTimeSince(lines, takeField(rest), start_, last);
   const std::size_t shortest = lines.isMarked() ? 1 : 2;  // with the blank; a daemon can send an empty line
   if (rest.size() < shortest) lines.fail("nothing follows the time, expected the line that the LIRC daemon sent");
-  recording_.push_back({time, lines.unescaped(rest.substr(1))});
+  recording_.push_back({time, texts_.share(lines.unescaped(rest.substr(1)))});
 }
 
 }  // namespace quarlo::recording

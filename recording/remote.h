@@ -32,6 +32,7 @@ class RemoteReader {
   void addLine(const Lines& lines);
 
   microseconds start_;
+  SharedTexts texts_;
   std::vector<RemoteLine> recording_;
 };
 

@@ -36,6 +36,7 @@
 #include <vector>
 
 #include "input/input_loop.h"
+#include "recording/shared_text.h"
 
 namespace quarlo::recording {
 
@@ -74,7 +75,7 @@ struct DeviceRecording {
 
 struct RemoteLine {
   microseconds time;  // of receipt, since the start, never less than that of the line before
-  std::string text;   // without the newline at its end
+  SharedText text;    // without the newline at its end
 };
 
 constexpr std::size_t kMostFurtherNodes = components::input::InputLoop::kMostFurtherNodes;

@@ -161,7 +161,7 @@ void FileWriter::write(const Record& record) {
 }
 
 void FileWriter::write(const RemoteLine& line) {
-  addLine(timeText(nextTime(line.time)) + " " + escapedText(line.text));
+  addLine(timeText(nextTime(line.time)) + " " + escapedText(line.text.get()));
 }
 
 // A time can go back: the daemon's lines are stamped here, and a device's records before they are read.

@@ -87,7 +87,7 @@ void writeRemote(recording::SessionWriter& writer, const std::vector<RemoteLine>
   FileWriter& file = writer.addRemote();
   recording::LineSplitter splitter;
   for (const RemoteLine& line : lines) {
-    for (const std::string& text : splitter.split(line.text + "\n")) file.write(RemoteLine{line.time, text});
+    for (const std::string& text : splitter.split(line.text.get() + "\n")) file.write(RemoteLine{line.time, text});
   }
 }
 

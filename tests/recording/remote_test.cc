@@ -28,6 +28,12 @@ TEST(Remote, CountsTheTimesFromTheStartOfTheSession) {
   EXPECT_EQ(remote("70.000000 a\n70.110000 b\n", 70s), (std::vector<RemoteLine>{{0us, "a"}, {110ms, "b"}}));
 }
 
+TEST(Remote, KeepsATextOnceHoweverOftenItCame) {
+  const std::vector<RemoteLine> lines = remote("0.000000 a\n0.100000 b\n0.200000 a\n");
+  EXPECT_EQ(&lines[0].text.get(), &lines[2].text.get());
+  EXPECT_EQ(lines[1].text.get(), "b");
+}
+
 TEST(Remote, NamesTheLineAndWhatIsWrong) {
   EXPECT_EQ(errorOf([] { remote("0.000000 a\n0.1 b\n"); }),
             "file:2: the time is \"0.1\", expected <seconds>.<microseconds>, the latter in six digits");

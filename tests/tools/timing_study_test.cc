@@ -299,7 +299,7 @@ TEST_F(TimingTest, APressThatIsStudiedGivesWhatItGaveInTheWhole) {
 
 TEST_F(TimingTest, ALineThatIsLongerThanAReadDoesNotSpoilTheNext) {
   std::vector<RemoteLine> lines = tap(0ms);
-  lines[1].text += std::string(300, 'x');
+  lines[1].text = lines[1].text.get() + std::string(300, 'x');
   const Remote remote = recordedRemote(joined(lines, hold(1000ms)), "sofa");
   EXPECT_EQ(remote.leftOut, 0U);
 }

@@ -63,7 +63,7 @@ void scheduleLines(sim::Machine& machine, sim::LircDaemon& daemon, const std::ve
                    microseconds start, std::size_t index = 0) {
   if (index == lines.size()) return;
   machine.after(start + lines[index].time - machine.now(), [&machine, &daemon, &lines, start, index] {
-    daemon.sendText(lines[index].text + "\n");
+    daemon.sendText(lines[index].text.get() + "\n");
     scheduleLines(machine, daemon, lines, start, index + 1);
   });
 }

@@ -87,7 +87,7 @@ void keepPresses(std::vector<RemoteLine>& lines) {
   Judge judge;
   bool begun = false;
   const auto isOfNoPress = [&](const RemoteLine& line) {
-    if ((!begun && !beginsPress(line.text)) || !judge.understands(line.text)) return true;
+    if ((!begun && !beginsPress(line.text.get())) || !judge.understands(line.text)) return true;
     begun = true;
     return false;
   };
@@ -104,7 +104,7 @@ void cutPauses(std::vector<RemoteLine>& lines) {
   microseconds previous = lines.front().time;
   for (RemoteLine& line : lines) {
     const microseconds pause = line.time - std::exchange(previous, line.time);
-    if (beginsPress(line.text) && pause > kPauseBetweenPresses) cut += pause - kPauseBetweenPresses;
+    if (beginsPress(line.text.get()) && pause > kPauseBetweenPresses) cut += pause - kPauseBetweenPresses;
     line.time -= cut;
   }
 }
@@ -112,7 +112,7 @@ void cutPauses(std::vector<RemoteLine>& lines) {
 std::vector<Press> pressesOf(const std::vector<RemoteLine>& lines) {
   std::vector<Press> presses;
   for (std::size_t i = 0; i < lines.size(); ++i) {
-    if (beginsPress(lines[i].text)) presses.push_back({i, i, false});
+    if (beginsPress(lines[i].text.get())) presses.push_back({i, i, false});
     Press& press = presses.back();
     press.end = i + 1;
     press.held = lines[i].time - lines[press.first].time >= kShortestHold;
