@@ -24,7 +24,7 @@ PROGRAM = pathlib.Path("build/package/tools/quarlo-input")
 FOLDER = pathlib.Path("build/growth")
 RECORD_IN_GUEST = pathlib.Path("bench/record-in-guest")
 RUNS = 3  # of which the quickest counts
-MOST_FOR_RUNS = 10**6  # records or lines: of more, there is one run
+MOST_FOR_RUNS = 10**5  # records or lines: of more, there is one run
 
 LINES_OF_A_PART = 4_000_000  # in a file of a session, which can have 5 million
 LONG_SESSION = "# quarlo-input session 2"  # its files can be longer than a day
@@ -110,16 +110,9 @@ def write_session(folder, name, head, lines):
     stem, suffix = name.split(".")
     lines = iter(lines)
     part = 1
-    following = next(lines, None)
-    while following is not None:
+    while following := list(islice(lines, LINES_OF_A_PART)):
         path = folder / (name if part == 1 else f"{stem}.{part:04}.{suffix}")
-        with path.open("w") as file:
-            file.write("\n".join(head) + "\n")
-            for _ in range(LINES_OF_A_PART):
-                file.write(following + "\n")
-                following = next(lines, None)
-                if following is None:
-                    break
+        path.write_text("\n".join([*head, *following]) + "\n")
         part += 1
     return folder
 
