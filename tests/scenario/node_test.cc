@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "tests/scenario/node_client.h"
 #include "tests/scenario/scenario_test.h"
@@ -388,6 +389,23 @@ TEST_F(NodeTest, CapabilitiesAreAnsweredInWholeLongsButNeverMoreThanAsked) {
   EXPECT_EQ(ioctl(client.fd(), EVIOCGBIT(EV_ABS, 8), bits), 8);
   EXPECT_EQ(ioctl(client.fd(), EVIOCGBIT(EV_KEY, 96), bits), 96);
   EXPECT_EQ(ioctl(client.fd(), EVIOCGBIT(EV_KEY, 128), bits), 96);
+}
+
+TEST_F(NodeTest, EachEventTypeIsAnsweredWithAsManyLongsAsItsCodesTake) {
+  const NodeClient client(world->plug(keyboard()).path());
+  const std::pair<int, int> counts[] = {{EV_SYN, EV_CNT},  {EV_KEY, KEY_CNT}, {EV_REL, REL_CNT},
+                                        {EV_ABS, ABS_CNT}, {EV_MSC, MSC_CNT}, {EV_LED, LED_CNT},
+                                        {EV_SND, SND_CNT}, {EV_FF, FF_CNT},   {EV_SW, SW_CNT}};
+  unsigned char bits[128];
+  for (const auto& [type, count] : counts) {
+    constexpr int kBitsOfALong = 8 * sizeof(long);
+    const int longs = (count + kBitsOfALong - 1) / kBitsOfALong;
+    EXPECT_EQ(ioctl(client.fd(), EVIOCGBIT(type, sizeof bits), bits), longs * static_cast<int>(sizeof(long))) << type;
+  }
+  for (const int type : {EV_PWR, EV_FF_STATUS, EV_MAX}) {
+    EXPECT_EQ(ioctl(client.fd(), EVIOCGBIT(type, sizeof bits), bits), -1) << type;
+    EXPECT_EQ(errno, EINVAL);
+  }
 }
 
 TEST_F(NodeTest, TheCodesOfAutoRepeatCannotBeAskedFor) {
