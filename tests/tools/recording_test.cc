@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "input/linux_input_reader_limits.h"
 #include "sim/machine.h"
 #include "tests/support/files.h"
 #include "tools/common/output.h"
@@ -296,6 +297,31 @@ TEST_F(RecordingTest, LeavesOutAReportOfWhichNothingMayBeTold) {
   });
   EXPECT_EQ(record(), kDone);
   EXPECT_EQ(recordsOf("keyboard.evemu"), (Lines{"0.200000 0001 001e 0001", "0.200000 0000 0000 0000"}));
+}
+
+// ---- Where sources are found ---------------------------------------------------------------------
+
+TEST_F(RecordingTest, SearchesForSourcesThatItIsNotGiven) {
+  options_.mouse = options_.keyboard = options_.lirc = {};
+  sim::LircDaemon& daemon = machine_.addLircDaemon(*std::rbegin(components::input::kLircSocketPaths));
+  machine_.after(100ms, [&] { mouse_.move(1, 0); });
+  machine_.after(200ms, [&] { keyboard_.press(KEY_UP); });
+  machine_.after(300ms, [&] { daemon.send("KEY_OK"); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(printedFrom("  mouse.evemu"),
+            "  mouse.evemu     2 records\n"
+            "  keyboard.evemu  2 records\n"
+            "  remote.lirc     1 line\n");
+}
+
+TEST_F(RecordingTest, GoesOnWithoutWhatASearchDoesNotFind) {
+  options_.mouse = options_.keyboard = options_.lirc = {};
+  mouse_.unplug();
+  machine_.after(200ms, [&] { keyboard_.press(KEY_UP); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(printedFrom("Recorded for"),
+            "Recorded for 1.000 s:\n"
+            "  keyboard.evemu  2 records\n");
 }
 
 // ---- Further nodes ------------------------------------------------------------------------------
