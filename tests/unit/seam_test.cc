@@ -11,13 +11,13 @@
 #include <sys/time.h>
 #include <sys/timerfd.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <limits>
 #include <optional>
 #include <string>
