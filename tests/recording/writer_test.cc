@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <optional>
 #include <sstream>
 
@@ -182,6 +184,41 @@ TEST_F(WriterTest, DescribesADeviceAsEvemuDoes) {
             "L: 00 1\n"
             "S: 00 1\n"
             "E: 1.250000 0003 0001 -005\t# type 3 / code 3-1 -5\n");
+}
+
+// Codes that evemu's format has no bit for are left out, and so is a type that it has no line for.
+TEST_F(WriterTest, DescribesEachEventTypeUpToItsLastBit) {
+  DeviceDescription all = device("All", {{EV_PWR, {1}}});
+  const std::pair<int, int> lastBits[] = {{EV_KEY, 767}, {EV_REL, 63}, {EV_ABS, 63}, {EV_MSC, 63}, {EV_SW, 63},
+                                          {EV_LED, 63},  {EV_SND, 63}, {EV_REP, 63}, {EV_FF, 127}};
+  for (const auto& [type, last] : lastBits) all.codes[type] = {last, last + 1};
+  all.properties = {63, 64};
+  all.ledsOn = {LED_NUML, LED_CHARGING};
+  writer_.addMouse(all).write(kRecord);
+  flush();
+  const std::string text = content("mouse.evemu");
+  for (const auto& [type, last] : lastBits) {
+    char label[8];
+    std::snprintf(label, sizeof label, "B: %02x", static_cast<unsigned>(type));
+    const std::size_t line = text.rfind(label);
+    EXPECT_EQ(text.substr(line, text.find('\n', line) - line), label + std::string(" 00 00 00 00 00 00 00 80")) << type;
+    EXPECT_NE(text.find("(" + codeName(type, last) + ")\n"), std::string::npos) << type;
+    EXPECT_EQ(text.find(codeName(type, last + 1)), std::string::npos) << type;
+  }
+  EXPECT_NE(text.find("\nP: 00 00 00 00 00 00 00 80\n"), std::string::npos);
+  EXPECT_NE(text.find("\nL: 00 1\nL: 0a 1\nE: "), std::string::npos);
+  EXPECT_EQ(text.find(typeName(EV_PWR)), std::string::npos);
+}
+
+TEST_F(WriterTest, ThatGoesWithoutAnEndLeavesNothingOpen) {
+  const auto open = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+  const auto before = open();
+  {
+    SessionWriter writer(path("another"), "comment", Access::kByUmask, kNames);
+    writer.addRemote().write({0us, "a"});
+    flush(writer);
+  }
+  EXPECT_EQ(open(), before);
 }
 
 TEST_F(WriterTest, ShowsWhereAReportEnds) {
