@@ -117,6 +117,20 @@ TEST(Machine, EachStartsAtLeastTenSecondsAfterTheLastOne) {
   EXPECT_GE(next.now(), end + 10s);
 }
 
+TEST(Machine, EachStartsOnAWholeSecondAsEarlyAsThat) {
+  microseconds end;
+  {
+    Machine machine;
+    machine.advance(1500ms);
+    machine.jumpClock(-1h);
+    end = machine.now() + 1h;
+  }
+  Machine next;
+  EXPECT_EQ(next.now() % 1s, 0s);
+  EXPECT_GE(next.now(), end + 10s);
+  EXPECT_LT(next.now(), end + 11s);
+}
+
 TEST(Machine, ClockStandsStillUnlessTimePasses) {
   Machine machine;
   const microseconds start = clockTime();
@@ -343,6 +357,20 @@ TEST(Node, RepeatsAHeldKeyAfter250MillisecondsAndThenEach33) {
     EXPECT_EQ(readRecords(fd), Lines({"1 30 2", "0 0 1"}));
   }
   EXPECT_EQ(times, std::vector<microseconds>({250ms, 283ms, 316ms, 349ms}));
+}
+
+TEST(Node, ReportsWhatIsUsual) {
+  Machine machine;
+  Node& keyboard = machine.addNode("/dev/input/event0", Device::keyboard());
+  Node& mouse = machine.addNode("/dev/input/event1", Device::mouse());
+  const int keys = openNode("/dev/input/event0");
+  const int motion = openNode("/dev/input/event1");
+  keyboard.press(KEY_A);
+  keyboard.repeat(KEY_A);
+  keyboard.release(KEY_A);
+  mouse.move(3, -4);
+  EXPECT_EQ(readRecords(keys), Lines({"1 30 1", "0 0 0", "1 30 2", "0 0 1", "1 30 0", "0 0 0"}));
+  EXPECT_EQ(readRecords(motion), Lines({"2 0 3", "2 1 -4", "0 0 0"}));
 }
 
 TEST(Node, InjectsExactlyTheRecordThatIsAskedFor) {
