@@ -86,8 +86,7 @@ class Rooms:
     def prepare(self):
         named = {rooms.room_of(file) for file in self._files}
         programs = dict.fromkeys(program for room in rooms.ROOMS if room in named for program in rooms.ROOMS[room])
-        sources = rooms.sources_below(named)
-        self._tests = rooms.Tests(tuple(programs), sources, self._jobs)
+        self._tests = rooms.Tests(tuple(programs), self._files, self._jobs)
 
     def judge(self, mutant):
         return self._tests.judge(mutant)

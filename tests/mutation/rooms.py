@@ -6,6 +6,7 @@ import hashlib
 import itertools
 import json
 import os
+import pathlib
 import queue
 import re
 import shlex
@@ -34,11 +35,11 @@ ROOMS = {
     "recording": ("tests/recording/quarlo_recording_tests", *TOOLS_TESTS),
     "tools": TOOLS_TESTS,
 }
-# Of these some sources are compiled again for all trials: they find the program in PATH.
+# These run the program where their sources say that it is. Those sources are compiled once more, with a place whose
+# number can be exchanged in the finished program.
 RUNNERS = ("tests/tools/quarlo_program_tests", "tests/docs/documents_test")
-IN_PATH = ('-UQUARLO_PROGRAM', '-DQUARLO_PROGRAM="quarlo-input"', '-UQUARLO_PROGRAM_FOLDER',
-           '-DQUARLO_PROGRAM_FOLDER="."')
 CALLERS = ("program.cc", "hidden_typing_test.cc", "record_test.cc", "screen_test.cc", "documents_test.cc")
+ORIGINAL, FIRST_MEASURED = 0, 50  # the numbers between are of trials
 
 # As quickly as it compiles: Clang takes two thirds of GCC's time. What is never written to has one value, and an index
 # beyond an array ends the program.
@@ -73,6 +74,16 @@ void __wrap_abort(void) { __gcov_dump(); __real_abort(); }
 # Tests that are run together: of which program, as a filter of GoogleTest; how long they take; the lines that they
 # reach, by file.
 Unit = collections.namedtuple("Unit", "program filter seconds lines")
+
+
+def folder_of(number):
+    return FOLDER / f"room-{number:02}"
+
+
+def fresh(folder):
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    return folder
 
 
 # ---- Mutants -------------------------------------------------------------------------------------
@@ -125,6 +136,10 @@ def configure():
     run_or_fail(command, "the tests cannot be configured", COPY)
 
 
+class LinkError(Exception):
+    pass
+
+
 class Build:
     """The tests of some rooms, built; and how parts of them are compiled and linked again."""
 
@@ -143,11 +158,10 @@ class Build:
         self._users = self._read_users()
         self._precompile()
         self._replacements = {}
-        self._point_to_path()
-        self.original = FOLDER / "original"
-        self.original.mkdir(exist_ok=True)
+        self._compile_callers()
+        self.original = fresh(folder_of(ORIGINAL))
         for program in (PROGRAM, *programs):
-            self.link(program, self.original / program.split("/")[-1], {})
+            self.link(program, self.original / pathlib.Path(program).name, {})
 
     @staticmethod
     def _link_command(program):
@@ -176,7 +190,10 @@ class Build:
         command = [*QUICK, "-std=c++17", "-x", "c++-header", headers, "-o", self._precompiled]
         run_or_fail(command, "headers do not compile")
 
-    def _point_to_path(self):
+    def _compile_callers(self):
+        here = folder_of(ORIGINAL)
+        options = ("-UQUARLO_PROGRAM", f'-DQUARLO_PROGRAM="{here / pathlib.Path(PROGRAM).name}"',
+                   "-UQUARLO_PROGRAM_FOLDER", f'-DQUARLO_PROGRAM_FOLDER="{here}"')
         folder = FOLDER / "callers"
         folder.mkdir(parents=True, exist_ok=True)
         for program in set(RUNNERS) & set(self.programs):
@@ -186,8 +203,18 @@ class Build:
                     self._replacements[name] = again
                     if self._is_current(again, name):
                         continue
-                    if self.compile(name, COPY / self.source_of(name), again, (*QUICK, *IN_PATH)) is None:
+                    if self.compile(name, COPY / self.source_of(name), again, (*QUICK, *options)) is None:
                         fail(f"{name} does not compile")
+
+    def aim(self, program, binary, target):
+        """Makes a program that runs the quarlo-input in its own folder."""
+        if program in RUNNERS:
+            content = binary.read_bytes()
+            target.unlink(missing_ok=True)
+            target.write_bytes(content.replace(bytes(folder_of(ORIGINAL)), bytes(target.parent)))
+            target.chmod(0o755)
+        elif binary != target:
+            target.symlink_to(binary)
 
     def _is_current(self, target, name):
         """Whether what was made of an object's source is younger than that and its headers."""
@@ -228,14 +255,14 @@ class Build:
         command[command.index("-o") + 1] = target
         result = run([*command, *LINK_FLAGS, "-Wl,--strip-debug", *options], BUILD)
         if result.returncode != 0:
-            fail(f"{program} does not link:\n{result.stdout}")
+            raise LinkError(f"{program} does not link:\n{result.stdout}")
 
 
 # ---- Running -------------------------------------------------------------------------------------
 
 
 def run_tests(program, folder, tests, seconds, options=()):
-    """Runs tests of a program, in a folder of their own in which they find quarlo-input."""
+    """Runs tests of the program in a folder."""
     with tempfile.TemporaryDirectory(prefix="quarlo-") as scratch:
         os.chmod(scratch, 0o755)  # some programs run as nobody
         return run_tests_in(scratch, program, folder, tests, seconds, options)
@@ -244,9 +271,10 @@ def run_tests(program, folder, tests, seconds, options=()):
 def run_tests_in(scratch, program, folder, tests, seconds, options):
     limit = CPU_LIMIT + int(LIMIT_FACTOR * seconds)
     limits = f"ulimit -c 0; ulimit -t {limit}; ulimit -v {MEMORY_LIMIT}; ulimit -f {FILE_LIMIT}"
-    command = ["sh", "-c", f'{limits}; exec "$@"', "sh", program, "--gtest_brief=1", "--gtest_fail_fast",
+    binary = folder / pathlib.Path(program).name
+    command = ["sh", "-c", f'{limits}; exec "$@"', "sh", binary, "--gtest_brief=1", "--gtest_fail_fast",
                f"--gtest_filter={tests}"]
-    environment = {**os.environ, "TMPDIR": scratch, "PATH": f"{folder}:{os.environ['PATH']}", **dict(options)}
+    environment = {**os.environ, "TMPDIR": scratch, **dict(options)}
     with (folder / "log").open("w") as output:
         files = {"stdin": subprocess.DEVNULL, "stdout": output, "stderr": output}
         try:
@@ -271,34 +299,32 @@ def end_what_is_left(scratch):
             pass  # it has ended, or is not ours
 
 
-def list_suites(program):
+def list_suites(binary):
     """The tests of a program, by suite, as filters."""
     suites = collections.defaultdict(list)
-    for line in run_or_fail([program, "--gtest_list_tests"], f"{program} does not run").splitlines():
-        if line.startswith("  "):
-            suites[suite].append(suite + line.split()[0])
-        elif re.match(r"[\w/]+\.", line):
+    suite = None
+    for line in run_or_fail([binary, "--gtest_list_tests"], f"{binary} does not run").splitlines():
+        if re.match(r"[\w/]+\.", line):
             suite = line.split()[0]
-    return {suite: tests for suite, tests in suites.items() if not suite.startswith("DISABLED_")}
+        elif suite is not None and line.startswith("  "):
+            suites[suite].append(suite + line.split()[0])
+    return suites
 
 
 class Map:
-    """Which tests reach which line of the sources, found with a copy that counts."""
+    """Which tests reach which line of the sources."""
 
-    def __init__(self, build, sources, jobs):
-        self._build, self._jobs = build, jobs
-        self._folder = FOLDER / "map"
-        self._folder.mkdir(parents=True, exist_ok=True)
-        self._sources = sources
-        self._known = {}  # by file, the lines that can be reached
-        self.units = self._read()
-        self._reached = [{file: frozenset(lines) for file, lines in unit.lines.items()} for unit in self.units]
+    def __init__(self, build, units, known):
+        """`known`: by file, the lines that there is code of."""
+        self._build, self.units = build, units
+        self._known = {file: set(lines) for file, lines in known.items()}
+        self._reached = [{file: frozenset(lines) for file, lines in unit.lines.items()} for unit in units]
 
     def units_for(self, mutant):
         """The numbers of the units that reach a mutant's change, or else its declaration, its file or what that is part
         of. And whether the change is reached, as far as one can know."""
         change, declaration = (set(range(first, last + 1)) for first, last in mutant.places)
-        known = set(self._known.get(mutant.file, ()))
+        known = self._known.get(mutant.file, set())
         for lines in (change, declaration, known):
             units = [n for n, reached in enumerate(self._reached) if lines & reached.get(mutant.file, frozenset())]
             if units:
@@ -306,24 +332,32 @@ class Map:
         users = {self._build.source_of(name) for name in self._build.users_of(mutant.file)}
         return [n for n, reached in enumerate(self._reached) if users & reached.keys()], True  # a constant of a header
 
+
+class Measurement:
+    """Finds what a map says, with programs that count."""
+
+    def __init__(self, build, sources, jobs):
+        self._build, self._sources, self._jobs = build, sources, jobs
+        self._folder = FOLDER / "map"
+        self._folder.mkdir(parents=True, exist_ok=True)
+        self._known = {}
+
+    def read(self):
+        """The map, which is measured unless it was with the same sources and tests."""
+        key = self._key()
+        kept = FOLDER / f"map-{hashlib.sha256(repr(self._sources).encode()).hexdigest()[:8]}.json"
+        content = json.loads(kept.read_text()) if kept.exists() else {"key": None}
+        if content["key"] != key:
+            content = {"key": key, "units": self._measure(), "known": self._known}
+            kept.write_text(json.dumps(content))
+        return Map(self._build, [Unit(*unit) for unit in content["units"]], content["known"])
+
     def _key(self):
         digest = hashlib.sha256(repr((self._build.programs, self._sources)).encode())
         for path in sorted(files_below(COPY)):
             if not str(path.relative_to(COPY)).startswith(("docs/performance", "tests/mutation", "script")):
                 digest.update(path.read_bytes())
         return digest.hexdigest()
-
-    def _read(self):
-        key = self._key()
-        kept = FOLDER / f"map-{hashlib.sha256(repr(self._sources).encode()).hexdigest()[:8]}.json"
-        if kept.exists():
-            content = json.loads(kept.read_text())
-            if content["key"] == key:
-                self._known = content["known"]
-                return [Unit(*unit) for unit in content["units"]]
-        units = self._measure()
-        kept.write_text(json.dumps({"key": key, "units": units, "known": self._known}))
-        return units
 
     def _measure(self):
         self._compile()
@@ -341,7 +375,7 @@ class Map:
 
         with concurrent.futures.ThreadPoolExecutor(self._jobs) as pool:
             suites = [(program, suite, tests) for program in self._build.programs
-                      for suite, tests in list_suites(folders[0] / program.split("/")[-1]).items()]
+                      for suite, tests in list_suites(self._build.original / pathlib.Path(program).name).items()]
             units = list(pool.map(lambda entry: measured(entry[0], entry[1] + "*"), suites))
             long = [(program, test) for (program, _, tests), unit in zip(suites, units)
                     if unit is None or unit.seconds > LONG and len(tests) > 1 for test in tests]
@@ -355,7 +389,7 @@ class Map:
         """Units of those tests that bear no counting: they may reach what others of their suite or program do."""
         for program, test in tests:
             before = time.monotonic()
-            outcome = run_tests(self._build.original / program.split("/")[-1], self._build.original, test, WAIT_LIMIT)
+            outcome = run_tests(program, self._build.original, test, WAIT_LIMIT)
             if outcome != Outcome.PASSED:
                 print(f"left out, as it fails without a change: {test}", flush=True)
                 continue
@@ -384,20 +418,18 @@ class Map:
 
     def _prepare(self, number):
         """A folder with the programs, and with what names the lines that they count."""
-        folder = self._folder / f"measured-{number}"
-        shutil.rmtree(folder, ignore_errors=True)
-        (folder / "counts").mkdir(parents=True)
+        folder = fresh(folder_of(FIRST_MEASURED + number))
+        (folder / "counts").mkdir()
         (folder / "counts").chmod(0o777)  # some programs run as nobody
         for path in self._objects.values():
             notes = path.with_suffix(".gcno")
             (folder / "counts" / notes.name).symlink_to(notes)
         for program in (PROGRAM, *self._build.programs):
-            target = folder / program.split("/")[-1]
-            if number > 0:
-                target.symlink_to(self._folder / "measured-0" / target.name)
-            else:
+            binary = self._folder / pathlib.Path(program).name
+            if number == 0:
                 options = ["--coverage", self._dump, "-Wl,--wrap=_exit,--wrap=abort"]
-                self._build.link(program, target, self._objects, options)
+                self._build.link(program, binary, self._objects, options)
+            self._build.aim(program, binary, folder / binary.name)
         return folder
 
     def _measure_tests(self, folder, program, tests):
@@ -407,7 +439,7 @@ class Map:
             path.unlink()
         options = {"GCOV_PREFIX": str(counts), "GCOV_PREFIX_STRIP": str(len(self._folder.parts) - 1)}
         before = time.monotonic()
-        outcome = run_tests(folder / program.split("/")[-1], folder, tests, WAIT_LIMIT, options)
+        outcome = run_tests(program, folder, tests, WAIT_LIMIT, options)
         seconds = time.monotonic() - before
         if outcome != Outcome.PASSED:
             return None
@@ -433,15 +465,12 @@ class Tests:
 
     def __init__(self, programs, sources, jobs):
         self._build = Build(programs, jobs)
-        self._map = Map(self._build, sources, jobs)
+        self._map = Measurement(self._build, sources, jobs).read()
         self._kills = collections.Counter()  # by file and unit
         self._released = {}  # the original's object code, by object
         self._folders = queue.Queue()
         for number in range(jobs):
-            folder = FOLDER / f"room-{number}"
-            shutil.rmtree(folder, ignore_errors=True)
-            folder.mkdir()
-            self._folders.put(folder)
+            self._folders.put(fresh(folder_of(ORIGINAL + 1 + number)))
 
     def judge(self, mutant):
         """What becomes of a mutant: the tests' Outcome, or "broken" (no C++), or "same" (as object code)."""
@@ -449,9 +478,7 @@ class Tests:
         try:
             return self._judge(mutant, folder)
         finally:
-            shutil.rmtree(folder, ignore_errors=True)
-            folder.mkdir()
-            self._folders.put(folder)
+            self._folders.put(fresh(folder))
 
     def _judge(self, mutant, folder):
         changed = folder / mutant.file
@@ -463,7 +490,10 @@ class Tests:
                 return "broken"
         numbers, is_reached = self._map.units_for(mutant)
         for number in sorted(numbers, key=lambda n: self._map.units[n].seconds / (1 + self._kills[mutant.file, n])):
-            outcome = self._run(self._map.units[number], folder, objects)
+            try:
+                outcome = self._run(self._map.units[number], folder, objects)
+            except LinkError:
+                return "broken"
             if outcome != Outcome.PASSED:
                 self._kills[mutant.file, number] += 1
                 return outcome
@@ -485,11 +515,12 @@ class Tests:
     def _run(self, unit, folder, objects):
         """Runs tests with what has these objects in it, linked where that has not been done."""
         for program in (unit.program, PROGRAM) if unit.program in RUNNERS else (unit.program,):
-            target = folder / program.split("/")[-1]
+            target = folder / pathlib.Path(program).name
             if target.exists():
                 continue
+            binary = self._build.original / target.name
             if any(self._build.contains(program, name) for name in objects):
-                self._build.link(program, target, objects)
-            else:
-                target.symlink_to(self._build.original / target.name)
-        return run_tests(folder / unit.program.split("/")[-1], folder, unit.filter, unit.seconds)
+                binary = target
+                self._build.link(program, binary, objects)
+            self._build.aim(program, binary, target)
+        return run_tests(unit.program, folder, unit.filter, unit.seconds)

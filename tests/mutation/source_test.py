@@ -14,8 +14,8 @@ from source import Source, SourceError, parse
 FILE = "sample.cc"
 
 
-def source_of(text, root=pathlib.Path("/nowhere")):
-    return Source(parse(root, FILE, text), root, FILE, text)
+def source_of(text, file=FILE, root=pathlib.Path("/nowhere")):
+    return Source(parse(root, file, text), root, file, text)
 
 
 def changed_lines(text):
@@ -100,6 +100,15 @@ class MutantsTest(unittest.TestCase):
 
     def test_not_of_comments(self):
         self.expect("/* a\n1 */ constexpr bool kYes = /* 2 */ true;  // 3\n", ("kYes", "constexpr bool kYes = false;"))
+
+    def test_of_headers(self):
+        text = "#pragma once\nclass C {\n  bool isIt = true;\n};\n"
+        self.assertEqual([mutant.after for mutant in mutants_of(source_of(text, "sample.h"))], ["bool isIt = false;"])
+
+    def test_name_the_lines_of_their_change_and_of_their_declaration(self):
+        text = "void g(int,\n       int);\nvoid f() {\n  int a = 0 +\n    1;\n  g(1,\n    2);\n}\n"
+        places = {mutant.places for mutant in mutants_of(source_of(text))}
+        self.assertEqual(places, {((4, 4), (3, 8)), ((5, 5), (3, 8)), ((6, 6), (3, 8)), ((7, 7), (3, 8)), ((6, 7), (3, 8))})
 
     def test_moves_no_line(self):
         text = "void g(int, int);\nvoid f() {\ng(1,\n2);\n}\n"
