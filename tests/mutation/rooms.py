@@ -27,13 +27,12 @@ GENERATED = BUILD / "tools"  # tables that the build makes of headers
 PROGRAM = "tools/quarlo-input"
 
 # By room, the programs whose tests are run.
-TOOLS_TESTS = ("tests/tools/quarlo_tools_tests", "tests/tools/quarlo_program_tests", "tests/docs/documents_test")
 ROOMS = {
     "sim": ("tests/unit/machine_test", "tests/unit/machine_loops_test", "tests/unit/machine_waits_test",
             "tests/scenario/scenarios_on_sim", "tests/unit/example_loops_test", "tests/unit/torture_test"),
-    "logging": ("tests/unit/logging_test", *TOOLS_TESTS),
-    "recording": ("tests/recording/quarlo_recording_tests", *TOOLS_TESTS),
-    "tools": TOOLS_TESTS,
+    "logging": ("tests/unit/logging_test", "tests/tools/quarlo_program_tests"),
+    "recording": ("tests/recording/quarlo_recording_tests", "tests/tools/quarlo_program_tests"),
+    "tools": ("tests/tools/quarlo_tools_tests", "tests/tools/quarlo_program_tests", "tests/docs/documents_test"),
 }
 # These run the program where their sources say that it is. Those sources are compiled once more, with a place whose
 # number can be exchanged in the finished program.
