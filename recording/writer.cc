@@ -21,9 +21,6 @@ namespace {
 
 constexpr char kEnd[] = ": the recording ends here, and what came before is kept";
 
-// A power cut takes at most what came in this time and in that which the disk takes.
-constexpr std::chrono::milliseconds kSyncPause{500};
-
 // ---- evemu's format -----------------------------------------------------------------------------
 
 constexpr std::size_t kBytesPerLine = 8;
@@ -270,7 +267,7 @@ std::string FileWriter::close() {
 
 SessionWriter::SessionWriter(const std::string& directory, const std::string& comment, Access access,
                              const CodeNames& codeNames, const WriterOptions& options)
-    : syncer_(options.syncsAtOnce ? std::chrono::milliseconds(0) : kSyncPause, options.sync),
+    : syncer_(options.pause, options.sync),
       directory_{directory, makeDirectory(directory, access), access == Access::kOwnerOnly ? 0600U : 0666U, codeNames,
                  options},
       comments_(std::string(kSessionMark) + "\n# " + comment + "\n") {

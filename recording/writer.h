@@ -6,6 +6,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -57,9 +58,9 @@ struct WriterOptions {
   // A file that has reached a limit goes on in its next part (partOf()), a whole file of its own. Otherwise it ends.
   bool rotates = false;
 
-  // What was flushed goes to the disk at once, instead of within half a second: the disk is then written to all the
-  // time while something comes.
-  bool syncsAtOnce = false;
+  // How long the disk rests between two writings. A power cut takes at most what came in this time and in that which
+  // the disk takes.
+  std::chrono::milliseconds pause{500};
 
   // The limits of a file. REQUIRES: not more than what is read.
   long mostLines = kMostLines;

@@ -150,6 +150,18 @@ TEST_F(SyncerTest, WhatCameIsOnTheDiskWithoutAnEnd) {
   }
 }
 
+TEST_F(SyncerTest, TheDiskRestsUntilTheEnd) {
+  WriterOptions rare = options();
+  rare.pause = 1h;
+  SessionWriter session = writer(rare);
+  while (disk_.sizeOf(folder_) == -1) std::this_thread::yield();
+  session.addRemote().write(RemoteLine{0us, "a"});
+  flush(session);
+  EXPECT_EQ(disk_.sizeOf(file_), -1);
+  session.close();
+  EXPECT_EQ(disk_.sizeOf(file_), static_cast<std::int64_t>((kHead + kLine).size()));
+}
+
 TEST_F(SyncerTest, WhatCameLastIsOnTheDiskAtTheEnd) {
   SessionWriter session = writer(options());
   FileWriter& remote = session.addRemote();

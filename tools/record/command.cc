@@ -76,8 +76,7 @@ void addOptions(CommandLine& line, RecordOptions& options) {
   line.addFlag("--rotate", options.writing.rotates,
                "Go on in a next file when one has " + std::to_string(recording::kMostLines) + " lines or " +
                    std::to_string(recording::kLargestFile >> 20) + " MiB");
-  line.addFlag("--sync", options.writing.syncsAtOnce,
-               "Write to the disk whenever something came, not only every half second");
+  line.addFlag("--sync", options.syncsAtOnce, "Write to the disk whenever something came, not only every half second");
   line.addFlag("--show-keycodes", options.shown.showKeycodes,
                "Record what is typed, too; only the owner can then read the session");
   line.addFlag("--show-modifiers", options.shown.showModifiers,

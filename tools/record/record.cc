@@ -401,9 +401,11 @@ const char* comment(const RecordOptions& options) {
 
 int recordSources(const RecordOptions& options, Sources& sources) {
   using recording::Access;
+  recording::WriterOptions writing = options.writing;
+  if (options.syncsAtOnce) writing.pause = std::chrono::milliseconds(0);
   SessionWriter writer(options.session, comment(options),
                        options.shown.showKeycodes ? Access::kOwnerOnly : Access::kByUmask, {typeName, codeName},
-                       options.writing);
+                       writing);
   Recorder recorder(options, sources, writer);
   std::printf("%s\nRecording to %s; Ctrl-C ends.\n", comment(options), printable(options.session).c_str());
   std::fflush(stdout);

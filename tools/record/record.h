@@ -15,6 +15,7 @@ struct RecordOptions : SourcePaths {
   std::string session;                                // the path of the directory to make
   std::optional<std::chrono::microseconds> duration;  // none: record until a stop is requested
   MaskOptions shown;
+  bool syncsAtOnce = false;  // the disk has no rest while something comes
   recording::WriterOptions writing;
 };
 
