@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "input/linux_input_reader_limits.h"
 #include "recording/line_splitter.h"
 #include "recording/lines.h"
 #include "recording/remote.h"
@@ -38,10 +39,13 @@ std::string readFile(const std::string& path) {
 
 // ---- The input as a session ---------------------------------------------------------------------
 
-// All that a directory can have.
+// All that a directory can have, but that a recording can go on in more parts.
 std::vector<std::string> allFiles() {
   std::vector<std::string> files = {recording::kMouseFile, recording::kKeyboardFile, recording::kRemoteFile};
   for (std::size_t i = 0; i < recording::kMostFurtherNodes; ++i) files.push_back(recording::furtherNodeFile(i));
+  for (const char* file : {recording::kMouseFile, recording::kRemoteFile}) {
+    for (const int part : {2, 3}) files.push_back(recording::partOf(file, part));
+  }
   return files;
 }
 
@@ -144,7 +148,7 @@ void checkWriting(const Scratch& scratch, const Session& session) {
 
 // ---- Played -------------------------------------------------------------------------------------
 
-// With a loop that polls, in a number of rounds that does not depend on the session's length, which can be a day. The
+// With a loop that polls, in few rounds, however long the session is, which can be a month. The
 // reader does not wait at all from the release timeout of a remote's key to the end of the repeat timeout, so that one
 // is short.
 void checkPlaying(const Session& session) {
@@ -156,7 +160,8 @@ void checkPlaying(const Session& session) {
   tools::replay::play(session, options);
   const auto isThere = [](const std::optional<DeviceRecording>& node) { return node.has_value(); };
   if (std::any_of(session.further.begin(), session.further.end(), isThere)) return;
-  options.pollTimeout = 1 + static_cast<int>(recording::lengthOf(session) / std::chrono::milliseconds(kRounds));
+  options.pollTimeout = static_cast<int>(std::min<std::int64_t>(
+      1 + recording::lengthOf(session) / std::chrono::milliseconds(kRounds), components::input::kLongestTimeoutMs));
   tools::replay::play(session, options);
 }
 
@@ -164,7 +169,11 @@ void checkPlaying(const Session& session) {
 
 std::optional<Session> readSession(const std::string& path) {
   try {
-    return recording::readSession(path);
+    Session session = recording::readSession(path);
+    for (const recording::Damage& damage : session.damages) {
+      require(damage.problem.rfind(path, 0) == 0 && !damage.consequence.empty(), "damage has a path and a consequence");
+    }
+    return session;
   } catch (const recording::Error& error) {
     require(std::string(error.what()).rfind(path, 0) == 0, "an error starts with the path");
     return std::nullopt;

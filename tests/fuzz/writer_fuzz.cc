@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -61,6 +62,26 @@ class FullDisk {
   rlimit before_ = {};
 };
 
+// In the place of fsync().
+int succeed(int /*fd*/) { return 0; }
+
+int fail(int /*fd*/) {
+  errno = EIO;
+  return -1;
+}
+
+recording::WriterOptions takeOptions(InputBytes& input) {
+  constexpr recording::Syncer::Sync kSyncs[] = {succeed, succeed, succeed, fail};
+  recording::WriterOptions options;
+  options.rotates = input.takeBool();
+  options.syncsAtOnce = input.takeBool();
+  options.sync = input.pick(kSyncs);
+  if (input.takeBool()) options.mostLines = 50 + input.takeBelow(100);
+  if (input.takeBool()) options.mostBytes = 500 + input.take<std::uint16_t>();
+  if (input.takeBool()) options.mostHeldUp = input.take<std::uint16_t>();
+  return options;
+}
+
 // ---- What is written ----------------------------------------------------------------------------
 
 DeviceDescription takeDescription(InputBytes& input) {
@@ -97,6 +118,7 @@ microseconds takeTime(InputBytes& input) {
 struct File {
   FileWriter* writer = nullptr;  // null: it was not added
   bool isWhole = true;           // nothing has failed
+  bool isAtItsEnd = false;       // it can take no more, and so nothing more is written to it
   std::size_t count = 0;         // how many of them there are at the end, as the writer says
   DeviceDescription device;
   std::vector<Record> records;
@@ -118,7 +140,7 @@ class Writing {
     prepare();
     try {
       writer_.emplace(path_, "comment", recording::Access::kOwnerOnly,
-                      recording::CodeNames{tools::typeName, tools::codeName});
+                      recording::CodeNames{tools::typeName, tools::codeName}, options_);
     } catch (const recording::Error&) {
       require(isInTheWay_, "a directory can be made");
       return;
@@ -153,7 +175,7 @@ class Writing {
       case 3: limit_.reset(); break;
       case 4: obstruct(file); break;
       default:
-        if (file.isWhole) write(file);
+        if (file.isWhole && !file.isAtItsEnd) write(file);
     }
   }
 
@@ -170,6 +192,7 @@ class Writing {
 
   void write(File& file) {
     const microseconds time = takeTime(input_);
+    const FullDisk disk(limit_);  // for the end of a part
     try {
       if (&file == &files_[kRemote]) {
         writeLines(file, time);
@@ -177,7 +200,10 @@ class Writing {
         writeRecord(file, time);
       }
     } catch (const recording::Error&) {
-      require(time > recording::kLongestSession, "what fits into a session is taken");
+      const bool isLimited = options_.mostLines < recording::kMostLines || options_.mostBytes < recording::kLargestFile;
+      require(time > recording::kLongestSession || isLimited, "what fits into a session is taken");
+      if (options_.rotates) file.isWhole = false;  // the part before it could not be written
+      file.isAtItsEnd = true;
     }
   }
 
@@ -226,7 +252,8 @@ class Writing {
 
   // A file of this name comes from elsewhere, unless the writer's own is there.
   void obstruct(const File& file) {
-    const std::string path = recording::pathIn(path_, file.writer->name());
+    const int part = 1 + input_.takeBelow(3);
+    const std::string path = recording::pathIn(path_, recording::partOf(file.writer->name(), part));
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd == -1) return;
     ::close(fd);
@@ -242,6 +269,7 @@ class Writing {
     if (!any) return;
     for (const auto& entry : fs::directory_iterator(path_)) checkText(entry.path().string());
     const Session session = recording::readSession(path_);
+    require(session.damages.empty(), "what is there is whole");
     checkNode(files_[kMouse], session.mouse);
     checkNode(files_[kKeyboard], session.keyboard);
     for (std::size_t i = 0; i < recording::kMostFurtherNodes; ++i) {
@@ -300,14 +328,15 @@ class Writing {
     if (!read) return;
     require(read->size() == file.count && file.count <= file.lines.size(), "the lines are those counted");
     for (std::size_t i = 0; i < file.count; ++i) {
-      require((*read)[i].time == file.lines[i].time && (*read)[i].text == file.lines[i].text,
-              "a line is read as it was written");
+      require((*read)[i].time == file.lines[i].time, "a line's time is read as it was written");
+      require((*read)[i].text == file.lines[i].text, "a line is read as it was written");
     }
   }
 
   const Scratch& scratch_;
   std::string path_;
   InputBytes& input_;
+  const recording::WriterOptions options_ = takeOptions(input_);
   bool isInTheWay_ = false;  // the directory cannot be made
   bool isForeign_ = false;   // a file in it is not the writer's
   std::optional<rlim_t> limit_;
