@@ -13,10 +13,11 @@ ink = '#303030'
 set border 3 lc rgb ink
 set tics nomirror textcolor rgb ink
 set logscale xy
+set xrange [700:1.4e7]
 set format x '10^{%L}'
 set grid ytics lc rgb '#e4e4e4'
 set xlabel 'records or lines' textcolor rgb ink
-set key outside right center samplen 2 textcolor rgb ink
+set key outside right center Left reverse samplen 2 textcolor rgb ink
 set multiplot layout 1,2
 
 set lmargin at screen 0.06
