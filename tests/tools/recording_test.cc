@@ -50,6 +50,7 @@ class RecordingTest : public testing::Test {
     took_ = machine_.now() - start;
     out_ = testing::internal::GetCapturedStdout();
     err_ = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(machine_.openDescriptors(), 0);
     return status;
   }
 
@@ -295,8 +296,14 @@ TEST_F(RecordingTest, LeavesOutAReportOfWhichNothingMayBeTold) {
     keyboard_.report(EV_LED, LED_CAPSL, 0);
     keyboard_.report(EV_SYN, SYN_REPORT, 0);
   });
+  machine_.after(300ms, [&] {
+    keyboard_.report(EV_LED, LED_CAPSL, 1);
+    keyboard_.report(EV_KEY, KEY_5, 0);
+    keyboard_.report(EV_SYN, SYN_REPORT, 0);
+  });
   EXPECT_EQ(record(), kDone);
-  EXPECT_EQ(recordsOf("keyboard.evemu"), (Lines{"0.200000 0001 001e 0001", "0.200000 0000 0000 0000"}));
+  EXPECT_EQ(recordsOf("keyboard.evemu"), (Lines{"0.200000 0001 001e 0001", "0.200000 0000 0000 0000",
+                                                "0.300000 0001 001e 0000", "0.300000 0000 0000 0000"}));
 }
 
 // ---- Where sources are found ---------------------------------------------------------------------
