@@ -188,6 +188,106 @@ TEST_F(EachCallTest, TakesTheTimeThatIsSet) {
   }
 }
 
+// ---- Descriptors --------------------------------------------------------------------------------
+
+TEST_F(EachCallTest, RefusesADescriptorThatIsClosed) {
+  for (const int fd : {node_, socket_, epoll_, timer_, counter_}) close(fd);
+  spareSocket_ = socket_;
+  for (const MadeCall& made : calls()) {
+    switch (made.call) {
+      case Call::kFstat:
+      case Call::kRead:
+      case Call::kRecv:
+      case Call::kWrite:
+      case Call::kIoctl:
+      case Call::kEpollCtl:
+      case Call::kEpollWait:
+      case Call::kTimerfdSettime:
+      case Call::kTimerfdGettime:
+      case Call::kConnect:
+        EXPECT_EQ(made.make(), -1) << made.name;
+        EXPECT_EQ(errno, EBADF) << made.name;
+        break;
+      default: break;
+    }
+  }
+}
+
+TEST_F(EachCallTest, RefusesADescriptorOfAnotherKind) {
+  socket_ = spareSocket_ = counter_;
+  EXPECT_EQ(connectSocket(), -1);
+  EXPECT_EQ(errno, ENOTSOCK);
+  EXPECT_EQ(recv(counter_, bytes_, 1, 0), -1);
+  EXPECT_EQ(errno, ENOTSOCK);
+  EXPECT_EQ(ioctl(counter_, EVIOCGVERSION, bytes_), -1);
+  EXPECT_EQ(errno, ENOTTY);
+  EXPECT_EQ(epoll_wait(counter_, &event_, 1, 0), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(timerfd_gettime(counter_, &setting_), -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+// ---- What is said of a mistake ------------------------------------------------------------------
+
+std::string deadlockOf(const std::string& wait) { return "^sim: deadlock: " + wait + " would wait forever, since "; }
+
+using EachCallDeathTest = EachCallTest;
+
+TEST_F(EachCallDeathTest, NamesItselfWhenItWouldWaitForever) {
+  const int blocking = open(kNode, O_RDONLY);
+  int full[2];
+  ASSERT_EQ(pipe2(full, 0), 0);
+  const std::vector<char> much(65536);
+  ASSERT_EQ(write(full[1], much.data(), much.size()), 65536);
+  const std::string number = std::to_string(blocking);
+  EXPECT_DEATH(static_cast<void>(read(blocking, bytes_, sizeof bytes_)), deadlockOf("read\\(" + number + "\\)"));
+  EXPECT_DEATH(static_cast<void>(write(full[1], "x", 1)), deadlockOf("write\\(" + std::to_string(full[1]) + "\\)"));
+  EXPECT_DEATH(select(0, nullptr, nullptr, nullptr, nullptr), deadlockOf("select\\(\\) on nothing"));
+  EXPECT_DEATH(ppoll(&entry_, 1, nullptr, nullptr),
+               deadlockOf("ppoll\\(\\) on \\[" + std::to_string(timer_) + " POLLIN\\]"));
+  EXPECT_DEATH(epoll_wait(epoll_, &event_, 1, -1), deadlockOf("epoll_wait\\(\\) on \\[\\]"));
+  ASSERT_EQ(recv(socket_, bytes_, 7, 0), 7);
+  close(socket_);
+  socket_ = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(connectSocket(), 0);
+  EXPECT_DEATH(static_cast<void>(recv(socket_, bytes_, 1, 0)), deadlockOf("recv\\(" + std::to_string(socket_) + "\\)"));
+}
+
+TEST_F(EachCallDeathTest, NamesFlagsThatAreNotSimulated) {
+  EXPECT_DEATH(pipe2(ends_, O_DIRECT | O_CLOEXEC),
+               "^sim: pipe2\\(\\) with O_CLOEXEC\\|0x[0-9a-f]+ is not simulated\n$");
+  EXPECT_DEATH(static_cast<void>(write(node_, bytes_, 1)), "^sim: write\\(\\) to a node is not simulated\n$");
+  EXPECT_DEATH(static_cast<void>(write(socket_, bytes_, 1)), "^sim: write\\(\\) to a daemon is not simulated\n$");
+}
+
+// ---- Parts of a transfer ------------------------------------------------------------------------
+
+TEST_F(EachCallTest, ARecvThatIsCutToNothingGivesThatAtOnce) {
+  ASSERT_EQ(recv(socket_, bytes_, 7, 0), 7);
+  machine_.truncateRead(1, 0, Call::kRecv);
+  EXPECT_EQ(recv(socket_, bytes_, 1, 0), 0);
+}
+
+TEST_F(EachCallTest, AWriteThatIsInterruptedSaysWhatWasWritten) {
+  ASSERT_EQ(pipe2(ends_, 0), 0);
+  const std::vector<char> much(70'000);
+  machine_.signalAfter(1s);
+  EXPECT_EQ(write(ends_[1], much.data(), much.size()), 65536);
+  machine_.signalAfter(1s);
+  EXPECT_EQ(write(ends_[1], much.data(), much.size()), -1);
+  EXPECT_EQ(errno, EINTR);
+}
+
+TEST_F(EachCallTest, ASelectThatFindsNothingShowsNoDescriptors) {
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(timer_, &set);
+  const std::string number = std::to_string(timer_);
+  EXPECT_EQ(select(timer_ + 1, &set, nullptr, nullptr, &noTime_), 0);
+  EXPECT_EQ(machine_.takeTrace(),
+            Lines({"select(" + std::to_string(timer_ + 1) + ", [" + number + "], 0.000000) = 0"}));
+}
+
 TEST_F(EachCallTest, OfGetenvGivesNothingWhenItFails) {
   machine_.fail(Call::kGetenv, 2, ENOMEM);
   EXPECT_STREQ(getenv("LIRC_REPEAT_TIMEOUT"), "1");

@@ -250,6 +250,35 @@ TEST_F(Epoll, IsItselfReadableWhenSomethingIsReady) {
   EXPECT_EQ(elapsed(), 5ms + 10us);
 }
 
+TEST_F(Epoll, IsItselfReadableWhenADescriptorOfLibcsIs) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  add(ends[0]);
+  EXPECT_EQ(polled(epoll), 0);
+  EXPECT_EQ(write(ends[1], "x", 1), 1);
+  EXPECT_EQ(polled(epoll), POLLIN);
+  close(ends[0]);
+  close(ends[1]);
+}
+
+TEST_F(Epoll, EdgeTriggeredTellsNothingOfWhatItIsNotAskedFor) {
+  const int counter = eventfd(0, EFD_NONBLOCK);
+  add(counter, EPOLLOUT | kEdge);
+  EXPECT_EQ(ready(), only(counter, EPOLLOUT));
+  EXPECT_EQ(eventfd_write(counter, 1), 0);  // now it can be read
+  EXPECT_EQ(ready(), Lines({}));
+}
+
+TEST_F(Epoll, CanBeNeitherReadNorWritten) {
+  char byte = 0;
+  EXPECT_EQ(read(epoll, &byte, 1), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(write(epoll, &byte, 1), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(control(9, nodeFd, EPOLLIN), -1);  // there is no such operation
+  EXPECT_EQ(errno, EINVAL);
+}
+
 TEST_F(EpollDeathTest, NamesWhatIsNotSimulated) {
   EXPECT_DEATH(control(EPOLL_CTL_ADD, nodeFd, EPOLLIN | EPOLLEXCLUSIVE), "sim: EPOLLEXCLUSIVE is not simulated");
   EXPECT_DEATH(control(EPOLL_CTL_ADD, epoll_create1(0), EPOLLIN), "sim: an epoll descriptor that another one watches");

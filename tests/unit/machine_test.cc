@@ -70,6 +70,9 @@ TEST(Device, OfATypicalKindHasWhatSuchDevicesHave) {
   EXPECT_EQ(Device::mouse().codes, (Codes{{EV_KEY, {BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE, BTN_EXTRA}},
                                           {EV_REL, {REL_X, REL_Y, REL_WHEEL}},
                                           {EV_MSC, {MSC_SCAN}}}));
+  EXPECT_EQ(Device::keyboard().name, "Simulated Keyboard");
+  EXPECT_EQ(Device::mouse().name, "Simulated Mouse");
+  EXPECT_EQ(Device::touchscreen().name, "Simulated Touchscreen");
   EXPECT_EQ(Device::touchscreen().codes, (Codes{{EV_KEY, {BTN_TOUCH}}, {EV_ABS, {ABS_X, ABS_Y}}}));
 }
 
@@ -310,24 +313,25 @@ TEST(Select, IsWokenByAutoRepeatWhenNothingElseIsToCome) {
 
 TEST(MachineDeathTest, RefusesASecondOne) {
   Machine machine;
-  EXPECT_DEATH(Machine(), "a second Machine was made");
+  EXPECT_DEATH(Machine(), "^sim: a second Machine was made while one exists\n$");
 }
 
 TEST(MachineDeathTest, RefusesASecondNodeAtAPath) {
   Machine machine;
   machine.addNode("/dev/input/event0", Device::mouse());
-  EXPECT_DEATH(machine.addNode("/dev/input/event0", Device::mouse()), "already");
+  EXPECT_DEATH(machine.addNode("/dev/input/event0", Device::mouse()),
+               "^sim: there is a node at /dev/input/event0 already\n$");
 }
 
 TEST(MachineDeathTest, RefusesASecondDaemonAtAPath) {
   Machine machine;
   machine.addLircDaemon("/dev/lircd");
-  EXPECT_DEATH(machine.addLircDaemon("/dev/lircd"), "already");
+  EXPECT_DEATH(machine.addLircDaemon("/dev/lircd"), "^sim: there is a daemon at /dev/lircd already\n$");
 }
 
 TEST(MachineDeathTest, RefusesAVariableThatIsNotItsOwn) {
   Machine machine;
-  EXPECT_DEATH(machine.setEnvironment("PATH", ""), "PATH is not a variable");
+  EXPECT_DEATH(machine.setEnvironment("PATH", ""), "^sim: PATH is not a variable of the machine's\n$");
 }
 
 TEST(Node, RecordsCarryTheTimeOfTheirReport) {
