@@ -43,6 +43,7 @@ TEST(Escapes, StandForEachByteThatIsNotUtf8) {
   EXPECT_EQ(escaped("\xc1\xbf\xe0\x9f\xbf\xf0\x8f\xbf\xbf"), R"(\xc1\xbf\xe0\x9f\xbf\xf0\x8f\xbf\xbf)");  // too long
   EXPECT_EQ(escaped("\xed\xa0\x80\xed\xbf\xbf"), R"(\xed\xa0\x80\xed\xbf\xbf)");                          // surrogates
   EXPECT_EQ(escaped("\xf4\x90\x80\x80\xf5\x80\x80\x80"), R"(\xf4\x90\x80\x80\xf5\x80\x80\x80)");          // too large
+  EXPECT_EQ(escaped("\xf8\x90\x80\x80\xff\x90\x80\x80"), R"(\xf8\x90\x80\x80\xff\x90\x80\x80)");          // too long
   const std::string neighbours = "\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000";
   EXPECT_EQ(escaped(neighbours), R"(\xc2\x80)" + neighbours.substr(2));
 }

@@ -26,7 +26,7 @@ TEST(Escape, LeavesPrintableAsciiAsItIs) {
 
 TEST(Escape, ShowsEverythingElse) {
   EXPECT_EQ(escaped("a\n\r\t\\b"), "a\\n\\r\\t\\\\b");
-  EXPECT_EQ(escaped("\x1b[31m"), "\\x1b[31m");
+  EXPECT_EQ(escaped("\x1b[31m\x1f"), "\\x1b[31m\\x1f");
   EXPECT_EQ(escaped(std::string("\0\x7f\x80\xff", 4)), "\\x00\\x7f\\x80\\xff");
 }
 
