@@ -193,7 +193,7 @@ class Build:
         here = folder_of(ORIGINAL)
         options = ("-UQUARLO_PROGRAM", f'-DQUARLO_PROGRAM="{here / pathlib.Path(PROGRAM).name}"',
                    "-UQUARLO_PROGRAM_FOLDER", f'-DQUARLO_PROGRAM_FOLDER="{here}"')
-        folder = FOLDER / "callers"
+        folder = FOLDER / f"callers-{hashlib.sha256(repr(options).encode()).hexdigest()[:8]}"
         folder.mkdir(parents=True, exist_ok=True)
         for program in set(RUNNERS) & set(self.programs):
             for name in self._links[program]:
@@ -269,7 +269,7 @@ def run_tests(program, folder, tests, seconds, options=()):
 
 def run_tests_in(scratch, program, folder, tests, seconds, options):
     limit = CPU_LIMIT + int(LIMIT_FACTOR * seconds)
-    limits = f"ulimit -c 0; ulimit -t {limit}; ulimit -v {MEMORY_LIMIT}; ulimit -f {FILE_LIMIT}"
+    limits = f"ulimit -S -c 0; ulimit -t {limit}; ulimit -v {MEMORY_LIMIT}; ulimit -f {FILE_LIMIT}"
     binary = folder / pathlib.Path(program).name
     command = ["sh", "-c", f'{limits}; exec "$@"', "sh", binary, "--gtest_brief=1", "--gtest_fail_fast",
                f"--gtest_filter={tests}"]
