@@ -57,7 +57,7 @@ CPU_LIMIT = 5
 WAIT_LIMIT = 20
 LIMIT_FACTOR = 10
 MEMORY_LIMIT = 1 << 21
-FILE_LIMIT = 1 << 21
+FILE_LIMIT = 10_000_000
 # Suites that take longer, in seconds, are run test by test, the quickest first.
 LONG = 1
 
