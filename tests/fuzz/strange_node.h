@@ -27,7 +27,7 @@ inline sim::Device takeDevice(InputBytes& input) {
   return device;
 }
 
-// Lets go wrong what can, or nothing.
+// Makes one thing go wrong, or nothing.
 inline void obstruct(sim::Node& node, InputBytes& input) {
   constexpr int kErrors[] = {EACCES, EPERM, ENODEV, ENXIO, EBUSY, EIO};
   constexpr unsigned kRequests[] = {EVIOCGRAB,     EVIOCGVERSION, EVIOCGID,        EVIOCGREP,   EVIOCGNAME(0),
