@@ -96,7 +96,11 @@ void writeRemote(recording::SessionWriter& writer, const std::vector<RemoteLine>
 }
 
 void writeSession(const std::string& path, const Session& session) {
-  recording::SessionWriter writer(path, "comment", recording::Access::kOwnerOnly, {tools::typeName, tools::codeName});
+  recording::WriterOptions options;
+  options.pause = std::chrono::milliseconds(0);
+  options.sync = [](int /*fd*/) { return 0; };  // a disk takes its time, and these files are soon gone
+  recording::SessionWriter writer(path, "comment", recording::Access::kOwnerOnly, {tools::typeName, tools::codeName},
+                                  options);
   if (session.mouse) writeRecords(writer.addMouse(descriptionOf(*session.mouse)), session.mouse->records);
   if (session.keyboard) writeRecords(writer.addKeyboard(descriptionOf(*session.keyboard)), session.keyboard->records);
   for (std::size_t i = 0; i < session.further.size(); ++i) {

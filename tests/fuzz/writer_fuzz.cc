@@ -74,7 +74,7 @@ recording::WriterOptions takeOptions(InputBytes& input) {
   constexpr recording::Syncer::Sync kSyncs[] = {succeed, succeed, succeed, fail};
   recording::WriterOptions options;
   options.rotates = input.takeBool();
-  options.syncsAtOnce = input.takeBool();
+  options.pause = std::chrono::milliseconds(input.takeBool() ? 0 : 1);
   options.sync = input.pick(kSyncs);
   if (input.takeBool()) options.mostLines = 50 + input.takeBelow(100);
   if (input.takeBool()) options.mostBytes = 500 + input.take<std::uint16_t>();
