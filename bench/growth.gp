@@ -17,18 +17,18 @@ set xrange [700:1.4e7]
 set format x '10^{%L}'
 set grid ytics lc rgb '#e4e4e4'
 set xlabel 'records or lines' textcolor rgb ink
-set key outside right center Left reverse samplen 2 textcolor rgb ink
+set key at screen 0.72, screen 0.75 left top Left reverse samplen 2 textcolor rgb ink
 set multiplot layout 1,2
 
 set lmargin at screen 0.06
-set rmargin at screen 0.36
+set rmargin at screen 0.34
 set title 'Seconds of the processor' textcolor rgb ink
 unset key
 set format y '%g'
 plot for [i = 1:8] data index i - 1 using 1:2 with linespoints lc rgb color[ofCommand[i]] pt ofSource[i] ps 0.7 notitle
 
-set lmargin at screen 0.43
-set rmargin at screen 0.75
+set lmargin at screen 0.41
+set rmargin at screen 0.70
 set title 'Largest resident set, MB'
 set key
 plot for [i = 1:8] data index i - 1 using 1:3 with linespoints lc rgb color[ofCommand[i]] pt ofSource[i] ps 0.7 \
