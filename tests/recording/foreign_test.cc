@@ -51,6 +51,13 @@ TEST_F(ForeignTest, SaysWhatAFileIsByALine) {
   EXPECT_EQ(formatOf("0000000000f40bf0 00 KEY_UP tv\n"), "the output of irw, without times");
 }
 
+TEST_F(ForeignTest, LooksAt4KiB) {
+  const std::string mark = "# libinput record";
+  const std::size_t most = 4096 - mark.size() - 1;
+  EXPECT_EQ(formatOf(std::string(most, 'x') + "\n" + mark + "\n"), "a recording of libinput (YAML)");
+  EXPECT_EQ(formatOf(std::string(most + 1, 'x') + "\n" + mark + "\n"), "");
+}
+
 TEST_F(ForeignTest, LetsEverythingElsePass) {
   EXPECT_EQ(formatOf("# EVEMU 1.3\nN: Event: time\nE: 0.000000 0001 001e 1\n"), "");
   EXPECT_EQ(formatOf("0.000000 0000000000f40bf0 00 KEY_UP tv\n"), "");
