@@ -179,6 +179,22 @@ TEST(Evemu, RefusesWhatFollowsTheLastNumberOfALine) {
   }
 }
 
+TEST(Evemu, ReadsEachBitOfItsBytes) {
+  const DeviceRecording recording = evemu(std::string(kBits) + "B: 01 ff 00 81\nB: 01 01\nP: 81 01 00 80\n" + kRecord);
+  EXPECT_EQ(recording.codes, (Codes{{EV_KEY, {0, 1, 2, 3, 4, 5, 6, 7, 16, 23, 24}}}));
+  EXPECT_EQ(recording.properties, (std::set<int>{0, 7, 8, INPUT_PROP_MAX}));
+}
+
+TEST(Evemu, NamesEachNumberThatIsWrong) {
+  const std::string decimal = "\", expected a decimal number from -2147483648 to 2147483647";
+  EXPECT_EQ(errorOfLine("A: 40 0 1 0 0"), "file:2: the axis is \"40\", expected a hexadecimal number from 0 to 3f");
+  EXPECT_EQ(errorOfLine("A: 00 0 1 0 0 x"), "file:2: the axis's resolution is \"x" + decimal);
+  for (const std::string label : {"L: ", "S: "}) {
+    EXPECT_EQ(errorOfLine(label + "100 1"), "file:2: the code is \"100\", expected a hexadecimal number from 0 to ff");
+    EXPECT_EQ(errorOfLine(label + "ff x"), "file:2: the state is \"x" + decimal);
+  }
+}
+
 TEST(Evemu, BoundsTheCapabilityBytes) {
   std::string bytes;
   for (int i = 0; i < 96; ++i) bytes += " 00";

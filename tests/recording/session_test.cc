@@ -385,6 +385,26 @@ TEST_F(SessionFile, ThatIsAPipeIsAnError) {
 }
 
 // A file with a hole takes no room.
+TEST_F(SessionFolder, LastsUntilTheLastRecordOrLineOfAll) {
+  const auto endingAt = [](microseconds last) {
+    DeviceRecording device;
+    device.records = {{microseconds(0), EV_SYN, SYN_REPORT, 0}, {last, EV_SYN, SYN_REPORT, 0}};
+    return device;
+  };
+  Session session;
+  session.remote = std::vector<RemoteLine>(2);
+  session.remote->back().time = std::chrono::seconds(1);
+  EXPECT_EQ(lengthOf(session), std::chrono::seconds(1));
+  session.mouse = endingAt(std::chrono::seconds(2));
+  EXPECT_EQ(lengthOf(session), std::chrono::seconds(2));
+  session.keyboard = endingAt(std::chrono::seconds(3));
+  EXPECT_EQ(lengthOf(session), std::chrono::seconds(3));
+  session.further[7] = endingAt(std::chrono::seconds(4));
+  EXPECT_EQ(lengthOf(session), std::chrono::seconds(4));
+  session.remote->back().time = std::chrono::seconds(5);
+  EXPECT_EQ(lengthOf(session), std::chrono::seconds(5));
+}
+
 TEST_F(SessionFile, HasABoundThatKeepsItsLinesFromFillingTheMemory) {
   const std::string file = write("tv.lirc", kLine);
   std::filesystem::resize_file(file, kLargestFile + 1);
