@@ -223,7 +223,7 @@ class LoopLife {
       return;
     }
     ++keysTaken_;
-    require(key.modifiers == reader_->modifiers, "an event has the modifiers that are held");
+    require(isOfReader_ || key.modifiers == reader_->modifiers, "an event has the modifiers that are held");
     require(isOfReader_ || loop_->cause().record.type == EV_KEY, "a key comes of a key's record");
   }
 
