@@ -114,12 +114,12 @@ def mutants_in(file):
 
 
 def sample_of(mutants, count, seed):
-    """So many of the mutants, in their order, the same for the same mutants and seed."""
+    """So many of the mutants, the same for the same mutants and seed. In an order of which each beginning is a sample."""
     def place(number):
         mutant = mutants[number]
         text = "\0".join((seed, mutant.file, str(mutant.function), mutant.before, mutant.after, str(number)))
         return hashlib.sha256(text.encode()).digest()
-    return [mutants[number] for number in sorted(sorted(range(len(mutants)), key=place)[:count])]
+    return [mutants[number] for number in sorted(range(len(mutants)), key=place)[:count]]
 
 
 # ---- Building ------------------------------------------------------------------------------------
