@@ -96,12 +96,15 @@ def judge_all(tried, mutants, jobs, minutes):
     """Yields each mutant with what becomes of it, until the time is over."""
     until = time.monotonic() + 60 * minutes
     pool = concurrent.futures.ThreadPoolExecutor(jobs)
+
+    def judge(mutant):
+        return tried.judge(mutant) if time.monotonic() < until else None
+
     try:
-        verdicts = pool.map(lambda mutant: tried.judge(mutant) if time.monotonic() < until else None, mutants)
-        for count, (mutant, verdict) in enumerate(zip(mutants, verdicts), 1):
-            if verdict is None:
-                return
-            yield mutant, verdict
+        trials = {pool.submit(judge, mutant): mutant for mutant in mutants}
+        for count, trial in enumerate(concurrent.futures.as_completed(trials), 1):
+            if trial.result() is not None:
+                yield trials[trial], trial.result()
             if count % 100 == 0:
                 print(f"{count} of {len(mutants)}", file=sys.stderr)
     finally:

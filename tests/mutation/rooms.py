@@ -61,13 +61,15 @@ FILE_LIMIT = 10_000_000
 # Suites that take longer, in seconds, are run test by test, the quickest first.
 LONG = 1
 
-# What the tests are of, and what is between them and the measured code at a sudden end.
+# Keeps what was counted until a sudden end.
 DUMP = """
 void __gcov_dump(void);
 void __real__exit(int) __attribute__((noreturn));
 void __real_abort(void) __attribute__((noreturn));
+int __real_raise(int);
 void __wrap__exit(int status) { __gcov_dump(); __real__exit(status); }
 void __wrap_abort(void) { __gcov_dump(); __real_abort(); }
+int __wrap_raise(int signal) { __gcov_dump(); return __real_raise(signal); }
 """
 
 # Tests that are run together: of which program, as a filter of GoogleTest; how long they take; the lines that they
@@ -426,7 +428,7 @@ class Measurement:
         for program in (PROGRAM, *self._build.programs):
             binary = self._folder / pathlib.Path(program).name
             if number == 0:
-                options = ["--coverage", self._dump, "-Wl,--wrap=_exit,--wrap=abort"]
+                options = ["--coverage", self._dump, "-Wl,--wrap=_exit,--wrap=abort,--wrap=raise"]
                 self._build.link(program, binary, self._objects, options)
             self._build.aim(program, binary, folder / binary.name)
         return folder
