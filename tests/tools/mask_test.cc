@@ -215,6 +215,8 @@ TEST(MaskedLine, KeepsThatALineIsARelease) {
   EXPECT_EQ(maskedButton("KEY_5_EVUP"), "0000000000000000 0a KEY_1_EVUP my-tv");
   EXPECT_EQ(maskedButton("key_5_up"), "0000000000000000 0a KEY_1_UP my-tv");
   EXPECT_EQ(maskedButton("KEY_OK_EVUP"), lineOf("KEY_OK_EVUP"));
+  EXPECT_EQ(maskedButton("_EVUP"), "0000000000000000 0a KEY_1_EVUP my-tv");
+  EXPECT_EQ(maskedButton("UP_"), kHidden);
 }
 
 TEST(MaskedLine, KeepsNothingOfALineOfAnotherForm) {

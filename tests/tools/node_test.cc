@@ -92,6 +92,32 @@ TEST(Node, ThatAnswersNothingIsDescribedAsEmpty) {
   EXPECT_TRUE(device.properties.empty());
   EXPECT_TRUE(device.ledsOn.empty());
   EXPECT_TRUE(device.switchesOn.empty());
+  EXPECT_EQ(device.bus, 0);
+  EXPECT_EQ(device.vendor, 0);
+  EXPECT_EQ(device.product, 0);
+  EXPECT_EQ(device.version, 0);
+}
+
+TEST(Node, ThatTellsNothingOfAnAxisHasItWithoutARange) {
+  sim::Device described = {"Stick", {{EV_ABS, {ABS_X}}}};
+  described.axes[ABS_X].maximum = 100;
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", described).setIoctlError(EVIOCGABS(ABS_X), EIO);
+  const int fd = open("/dev/input/event0", O_RDONLY);
+  const recording::DeviceDescription::Axis axis = describeNode(fd).axes.at(ABS_X);
+  close(fd);
+  EXPECT_EQ(axis.minimum, 0);
+  EXPECT_EQ(axis.maximum, 0);
+  EXPECT_EQ(axis.resolution, 0);
+}
+
+TEST(Node, HasTheFirst255BytesOfALongName) {
+  const std::string name = std::string(200, 'a') + std::string(200, 'b');
+  sim::Machine machine;
+  machine.addNode("/dev/input/event0", {name, {}});
+  const int fd = open("/dev/input/event0", O_RDONLY);
+  EXPECT_EQ(describeNode(fd).name, name.substr(0, 255));
+  close(fd);
 }
 
 // A descriptor of a simulated keyboard, and what is recorded of it.
