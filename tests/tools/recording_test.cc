@@ -273,6 +273,41 @@ TEST_F(RecordingTest, SaysWhyANodeCannotBeReadAnyMore) {
             "quarlo-input: nothing came from the mouse and the keyboard, so there is no session\n");
 }
 
+TEST_F(RecordingTest, ANodeThatEndsIsGone) {
+  machine_.after(100ms, [&] {
+    keyboard_.press(KEY_UP);
+    machine_.truncateRead(1, 0);
+  });
+  EXPECT_EQ(record(), kFailed);
+  EXPECT_EQ(err_.substr(0, err_.find('\n')), "quarlo-input: the keyboard is gone: it was unplugged; the others go on");
+}
+
+TEST_F(RecordingTest, TheDaemonsLinesHaveTheTimeAtWhichTheyCame) {
+  sim::LircDaemon& daemon = machine_.addLircDaemon("/dev/lircd");
+  options_.lirc = "/dev/lircd";
+  machine_.after(300ms, [&] { daemon.sendText("1 00 KEY_OK tv\n1 01 KEY_"); });
+  machine_.after(400ms, [&] { daemon.sendText("OK tv\n1 02 KEY_OK tv"); });
+  EXPECT_EQ(record(), kDone);
+  std::ifstream file(folder_.path("session/remote.lirc"));
+  Lines lines;
+  for (std::string line; std::getline(file, line);) {
+    if (line.front() != '#') lines.push_back(line);
+  }
+  EXPECT_EQ(lines, (Lines{"0.300000 1 00 KEY_OK tv", "0.400000 1 01 KEY_OK tv", "0.400000 1 02 KEY_OK tv"}));
+}
+
+TEST_F(RecordingTest, SaysWhyTheRemoteCannotBeReadAnyMore) {
+  sim::LircDaemon& daemon = machine_.addLircDaemon("/dev/lircd");
+  options_.lirc = "/dev/lircd";
+  machine_.after(100ms, [&] {
+    daemon.send("KEY_OK");
+    machine_.fail(sim::Call::kRead, 1, EIO);
+  });
+  record();
+  EXPECT_EQ(err_.substr(0, err_.find('\n')),
+            "quarlo-input: the remote cannot be read any more: Input/output error; the others go on");
+}
+
 TEST_F(RecordingTest, ReadsAgainWhatASignalKeptItFromReading) {
   machine_.after(100ms, [&] {
     keyboard_.press(KEY_UP);
@@ -329,6 +364,7 @@ TEST_F(RecordingTest, GoesOnWithoutWhatASearchDoesNotFind) {
   EXPECT_EQ(printedFrom("Recorded for"),
             "Recorded for 1.000 s:\n"
             "  keyboard.evemu  2 records\n");
+  EXPECT_EQ(err_, "");
 }
 
 // ---- Further nodes ------------------------------------------------------------------------------
