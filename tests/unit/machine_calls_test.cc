@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
@@ -286,6 +287,34 @@ TEST_F(EachCallTest, ASelectThatFindsNothingShowsNoDescriptors) {
   EXPECT_EQ(select(timer_ + 1, &set, nullptr, nullptr, &noTime_), 0);
   EXPECT_EQ(machine_.takeTrace(),
             Lines({"select(" + std::to_string(timer_ + 1) + ", [" + number + "], 0.000000) = 0"}));
+}
+
+TEST_F(EachCallTest, RefusesFlagsThatACounterDoesNotHave) {
+  EXPECT_EQ(eventfd(0, 4), -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(EachCallTest, ThatWaitsIsInterruptedByTheFirstSignalToo) {
+  sigset_t blocked;
+  sigset_t before;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGHUP);
+  sigprocmask(SIG_BLOCK, &blocked, &before);
+  const auto handler = std::signal(SIGHUP, [](int) {});
+  std::raise(SIGHUP);
+  EXPECT_EQ(ppoll(&entry_, 1, &noTimeAtAll_, &before), -1);
+  EXPECT_EQ(errno, EINTR);
+  std::signal(SIGHUP, handler);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST_F(EachCallTest, EdgeTriggeredTellsThatADaemonHungUpWhateverItIsAskedFor) {
+  epoll_event event = {};
+  event.events = EPOLLRDHUP | static_cast<unsigned>(EPOLLET);
+  ASSERT_EQ(epoll_ctl(epoll_, EPOLL_CTL_ADD, socket_, &event), 0);
+  daemon_.hangUp();
+  EXPECT_EQ(epoll_wait(epoll_, &event, 1, 0), 1);
+  EXPECT_EQ(event.events, unsigned{EPOLLRDHUP | EPOLLHUP});
 }
 
 TEST_F(EachCallTest, OfGetenvGivesNothingWhenItFails) {

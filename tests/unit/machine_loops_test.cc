@@ -269,6 +269,29 @@ TEST_F(Epoll, EdgeTriggeredTellsNothingOfWhatItIsNotAskedFor) {
   EXPECT_EQ(ready(), Lines({}));
 }
 
+// As evdev wakes those who wait.
+TEST_F(Epoll, EdgeTriggeredTellsOfEachReportWhateverANodeIsAskedFor) {
+  constexpr unsigned kAll[] = {POLLIN, POLLRDNORM, POLLOUT, POLLWRNORM};  // MIPS has another EPOLLWRNORM
+  for (const unsigned what : kAll) {
+    add(nodeFd, what | kEdge);
+    ready();
+    node.press(KEY_A);
+    EXPECT_EQ(ready(), only(nodeFd, what)) << what;
+    node.release(KEY_A);
+    EXPECT_EQ(ready(), only(nodeFd, what)) << what;
+    EXPECT_EQ(epoll_ctl(epoll, EPOLL_CTL_DEL, nodeFd, nullptr), 0);
+  }
+}
+
+TEST_F(EpollDeathTest, NamesDescriptorsOfLibcToo) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  add(ends[0]);
+  EXPECT_DEATH(ready(-1), "epoll_wait\\(\\) on \\[" + std::to_string(ends[0]) + " EPOLLIN\\] would wait forever");
+  close(ends[0]);
+  close(ends[1]);
+}
+
 TEST_F(Epoll, CanBeNeitherReadNorWritten) {
   char byte = 0;
   EXPECT_EQ(read(epoll, &byte, 1), -1);
@@ -457,6 +480,25 @@ TEST_F(Timer, DoesNotCountAsScheduled) {
   const int fd = make();
   ASSERT_EQ(set(fd, 100ms, 100ms), 0);
   EXPECT_FALSE(machine.hasScheduled());
+}
+
+TEST_F(Timer, CountsNotAsScheduledBesideWhatIs) {
+  set(make(), 1s);
+  EXPECT_FALSE(machine.hasScheduled());
+  machine.after(2s, [] {});
+  EXPECT_TRUE(machine.hasScheduled());
+  machine.advance(1s);
+  EXPECT_TRUE(machine.hasScheduled());
+  machine.advance(1s);
+  EXPECT_FALSE(machine.hasScheduled());
+}
+
+TEST_F(Timer, ThatWasNotSetDoesNotRun) {
+  itimerspec setting = {{1, 1}, {1, 1}};
+  EXPECT_EQ(timerfd_gettime(make(), &setting), 0);
+  EXPECT_EQ(setting.it_value.tv_sec, 0);
+  EXPECT_EQ(setting.it_value.tv_nsec, 0);
+  EXPECT_EQ(setting.it_interval.tv_sec, 0);
 }
 
 TEST_F(Timer, RefusesAsLinuxDoes) {

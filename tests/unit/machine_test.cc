@@ -896,6 +896,19 @@ TEST(NodeIoctl, TellsWhoADeviceIs) {
   EXPECT_EQ(errno, EIO);
 }
 
+TEST(Node, PassesEachPositionOfAContactWhereThereAreNoSlots) {
+  for (const int highest : {-1, INT32_MIN}) {
+    Machine machine;
+    Device device = {"Pad", {{EV_ABS, {ABS_MT_SLOT, ABS_MT_TOUCH_MAJOR}}}};
+    device.axes[ABS_MT_SLOT].maximum = highest;
+    Node& node = machine.addNode("/dev/input/event0", device);
+    const int fd = openNode("/dev/input/event0");
+    for (int i = 0; i < 2; ++i) node.report(EV_ABS, ABS_MT_TOUCH_MAJOR, 7);
+    node.report(EV_SYN, SYN_REPORT, 0);
+    EXPECT_EQ(readRecords(fd), Lines({"3 48 7", "3 48 7", "0 0 0"}));
+  }
+}
+
 TEST(Node, HasAtMost1024SlotsWhateverItsAxisSays) {
   for (const int highest : {INT32_MAX, -1, INT32_MIN}) {
     Machine machine;
