@@ -29,7 +29,7 @@ class TestFile {
 
   std::FILE* get() const { return file_.get(); }
 
-  // All of its lines that are none of comment.
+  // Its lines that are not comments.
   Texts texts() const {
     Texts texts;
     Lines lines(get(), "file");

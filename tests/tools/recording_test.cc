@@ -165,7 +165,7 @@ class FullFileTest : public RecordingTest {
 
   long linesOf(const std::string& name) const {
     std::ifstream file(options_.session + "/" + name);
-    return std::count(std::istreambuf_iterator<char>(file), {}, '\n');
+    return static_cast<long>(std::count(std::istreambuf_iterator<char>(file), {}, '\n'));
   }
 
   sim::Node& other_ = machine_.addNode(kThird, sim::Device::mouse());
