@@ -94,21 +94,6 @@ TEST_F(NodeTest, AKeyIsDownWhateverValueSaysSo) {
   EXPECT_EQ(client.all(), Lines({"1 30 3", kReport, kReleaseA, kReport}));
 }
 
-// With a fuzz of 8, within 4 of the last one it stays, within 8 it moves by a quarter, and within 16 by half.
-TEST_F(NodeTest, APositionNearTheLastOneIsSmoothed) {
-  Description description = touchscreen();
-  description.axes[ABS_X].maximum = 1000;
-  description.axes[ABS_X].fuzz = 8;
-  Plugged& device = world->plug(description);
-  const NodeClient client(device.path());
-  for (const int position : {100, 103, 104, 109, 121, 110, 109, 111}) {
-    device.report(EV_ABS, ABS_X, position);
-    device.report(EV_SYN, SYN_REPORT, 0);
-  }
-  EXPECT_EQ(client.all(), Lines({"3 0 100", kReport, "3 0 101", kReport, "3 0 105", kReport, "3 0 121", kReport,
-                                 "3 0 115", kReport, "3 0 113", kReport}));
-}
-
 TEST_F(NodeTest, ALightAndASwitchAreOnOrOffAndASoundIsAlwaysPassedOn) {
   Plugged& device = world->plug({"Lights", {{EV_LED, {LED_MAIL}}, {EV_SW, {SW_LID}}, {EV_SND, {SND_TONE}}}});
   const NodeClient client(device.path());
