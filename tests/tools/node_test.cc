@@ -186,6 +186,14 @@ TEST_F(HeldKeysTest, AreNotAskedForWithoutALoss) {
   EXPECT_EQ(text(held_.release(7s)), "");
 }
 
+TEST_F(HeldKeysTest, AreNotAskedForEachTimeThatAllWasRead) {
+  keyboard_.press(KEY_LEFTSHIFT);
+  follow();
+  const int asked = machine_.count(sim::Call::kIoctl);
+  EXPECT_EQ(text(held_.mend(fd_, 7s)), "");
+  EXPECT_EQ(machine_.count(sim::Call::kIoctl), asked);
+}
+
 // The answer would take what has come since.
 TEST_F(HeldKeysTest, AreNotAskedForBeforeAllWasRead) {
   keyboard_.press(KEY_LEFTSHIFT);

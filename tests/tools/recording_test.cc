@@ -1,5 +1,6 @@
 // `record` on the simulated machine, whose nodes it reads, and whose time passes only where it waits.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -46,7 +47,9 @@ class RecordingTest : public testing::Test {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     const microseconds start = machine_.now();
+    const int dumpable = prctl(PR_GET_DUMPABLE);
     const int status = run(options_);
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), dumpable);
     took_ = machine_.now() - start;
     out_ = testing::internal::GetCapturedStdout();
     err_ = testing::internal::GetCapturedStderr();
@@ -376,6 +379,7 @@ TEST_F(RecordingTest, HasAFileForAFurtherNode) {
   EXPECT_EQ(record(), kDone);
   EXPECT_EQ(recordsOf("node-2.evemu").size(), 2U);
   EXPECT_EQ(printedFrom("  node-2"), "  node-2.evemu    2 records\n");
+  EXPECT_NE(out_.find("  node 2    /dev/input/event5  Simulated Keyboard\n"), std::string::npos) << out_;
 }
 
 TEST_F(RecordingTest, RefusesANodeThatIsASourceAlready) {

@@ -502,6 +502,18 @@ TEST(TunePicture, IsAsPrivateAsTheOldOne) {
   EXPECT_EQ(std::filesystem::status(path).permissions(), kPrivate);
 }
 
+TEST(TunePicture, CanBeReadByTheGroupThatCouldReadTheOldOne) {
+  const Folder folder;
+  const Folder programs;
+  const std::string path = folder.write("a.svg", "old");
+  using std::filesystem::perms;
+  constexpr perms kOfTheGroup = perms::owner_read | perms::owner_write | perms::group_read;
+  std::filesystem::permissions(path, kOfTheGroup);
+  tuned(with({"--plot", path}, kSmallGrid), withGnuplot(programs, "#!/bin/sh\necho new\n"));
+  EXPECT_EQ(contentOf(path), "new\n");
+  EXPECT_EQ(std::filesystem::status(path).permissions(), kOfTheGroup);
+}
+
 TEST(TunePicture, IntoAFolderThatDoesNotExistFailsBeforeTheStudy) {
   const Result result = run(with({"tune", "--plot", "/nowhere/a.svg"}, kSmallGrid));
   EXPECT_EQ(result.status, 1);
