@@ -184,6 +184,11 @@ TEST_F(HiddenTypingTest, ARecordingThatBashBringsToTheForegroundHides) {
   expectHiddenUntilASourceIsLost();
 }
 
+TEST_F(HiddenTypingTest, AProgramThatReadsSomethingElseHidesToo) {
+  start("record", " </dev/null; echo status $?");
+  expectHiddenUntilASourceIsLost();
+}
+
 TEST_F(HiddenTypingTest, AProgramThatSharesATerminalThatControlsNobodyHidesToo) {
   terminal_->enter("setsid -w sh -c \"" + commandLine("record") + "; echo status \\$?\"");
   ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
