@@ -153,21 +153,24 @@ FileWriter::~FileWriter() {
 }
 
 void FileWriter::write(const Record& record) {
-  addLine("E: " + timeText(nextTime(record.time)) + format(" %04x %04x %04d", record.type, record.code, record.value) +
+  const microseconds time = nextTime(record.time);
+  addLine("E: " + timeText(time) + format(" %04x %04x %04d", record.type, record.code, record.value) +
           recordComment(record, directory_.codeNames));
+  last_ = time;
 }
 
 void FileWriter::write(const RemoteLine& line) {
-  addLine(timeText(nextTime(line.time)) + " " + escapedText(line.text.get()));
+  const microseconds time = nextTime(line.time);
+  addLine(timeText(time) + " " + escapedText(line.text.get()));
+  last_ = time;
 }
 
 // A time can go back: the daemon's lines are stamped here, and a device's records before they are read.
-microseconds FileWriter::nextTime(microseconds time) {
+microseconds FileWriter::nextTime(microseconds time) const {
   if (time > kLongestSession) {
     throw Error(path_ + ": a session has at most " + std::to_string(kLongestSession.count()) + " hours" + kEnd);
   }
-  last_ = std::max(last_, time);
-  return last_;
+  return std::max(last_, time);
 }
 
 void FileWriter::addLine(const std::string& line) {

@@ -121,7 +121,7 @@ class FileWriter {
   std::size_t unwritten() const { return hasLines() ? pending_.size() : 0; }
 
  private:
-  microseconds nextTime(microseconds time);
+  microseconds nextTime(microseconds time) const;
   void addLine(const std::string& line);
   std::string limitFor(const std::string& line) const;
   bool hasLines() const { return lines_ > headLines_; }

@@ -525,6 +525,15 @@ TEST_F(LimitTest, ALineThatIsTooLongEndsItsFile) {
   EXPECT_EQ(std::filesystem::file_size(folder_ + "/remote.lirc"), size);
 }
 
+TEST_F(LimitTest, ALineThatDoesNotFitTakesNoTime) {
+  open(100, (kRemoteHead + kRemoteLine + kRemoteLine).size(), false);
+  FileWriter& remote = session_->addRemote();
+  EXPECT_NE(errorOf([&] { remote.write({1s, std::string(100, 'b')}); }), "");
+  remote.write({0us, "a"});
+  session_->close();
+  EXPECT_EQ(content("remote.lirc"), kRemoteHead + kRemoteLine);
+}
+
 TEST_F(LimitTest, AFullFileGoesOnInANextOneWithTheSameHead) {
   const std::string head = kEmptyHead;
   open(std::count(head.begin(), head.end(), '\n') + 2, 10000, true);
