@@ -52,8 +52,8 @@
 //
 // If the application calls readInput() in between, what was read ahead comes after it, with the next next(). Do so only
 // between two rounds with timeoutMs() != 0: a part of a line or record that the loop has, and a modifier key's release
-// that it does not see, are wrong otherwise. source() and cause() say nothing about what the reader held back itself.
-// The loop may be destroyed before or after the reader, but not used after it.
+// that it does not see, are wrong otherwise, and a key can be lost. source() and cause() say nothing about what the
+// reader held back itself. The loop may be destroyed before or after the reader, but not used after it.
 #pragma once
 
 #include <linux/input.h>
