@@ -131,7 +131,7 @@ def configure():
     """Makes the copy, and what libclang needs to read it."""
     for program in ("cmake", "ninja", "g++-12", "gcov-12", "clang++-14", "ld.lld"):
         if shutil.which(program) is None:
-            fail(f"there is no {program} here; script/test --quick installs what a build needs")
+            fail(f"there is no {program} here; script/test installs what a build needs")
     copy_checkout(COPY)
     command = ["cmake", "--preset", "host-gcc", "-DCMAKE_COMPILE_WARNING_AS_ERROR=OFF"]
     run_or_fail(command, "the tests cannot be configured", COPY)
