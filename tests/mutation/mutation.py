@@ -114,7 +114,7 @@ def judge_all(tried, mutants, jobs, minutes):
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="script/mutate", description=__doc__)
     parser.add_argument("place", nargs="*", default=["input"],
-                        help=f"a room ({', '.join(rooms.ROOMS)}), a folder or a file of them; without: the component")
+                        help=f"a room ({', '.join(rooms.ROOMS)}), a directory or a file of them; without: the component")
     parser.add_argument("--list", action="store_true", help="only list the mutants")
     parser.add_argument("--only", metavar="PATTERN", default="", help="only those whose line in the list this matches")
     parser.add_argument("--sample", metavar="N", type=int, help="only so many of them, which the seed chooses")

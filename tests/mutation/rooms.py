@@ -208,7 +208,7 @@ class Build:
                         fail(f"{name} does not compile")
 
     def aim(self, program, binary, target):
-        """Makes a program that runs the quarlo-input in its own folder."""
+        """Makes a program that runs the quarlo-input in its own directory."""
         if program in RUNNERS:
             content = binary.read_bytes()
             target.unlink(missing_ok=True)
@@ -223,12 +223,12 @@ class Build:
         return target.exists() and all((COPY / file).stat().st_mtime < target.stat().st_mtime for file in made_of)
 
     def users_of(self, file):
-        """The objects that a source is compiled into. Of a header's, those that are no test's."""
+        """The objects that a source is compiled into. Of a header's, without those of tests."""
         objects = self.objects.get(file) or self._users.get(file, [])
         return [name for name in objects if not name.startswith("tests/")]
 
     def compile(self, name, source, target, compiler, folder=COPY):
-        """Compiles an object from that source, headers from the folder before others. Returns it, or None if it is not
+        """Compiles an object from that source, headers from the directory before others. Returns it, or None if it is not
         C++."""
         words = [word for word in self._commands[name] if not word.endswith("/ccache")]
         where = words.index("-o")
@@ -263,7 +263,7 @@ class Build:
 
 
 def run_tests(program, folder, tests, seconds, options=()):
-    """Runs tests of the program in a folder."""
+    """Runs tests of the program in a directory."""
     with tempfile.TemporaryDirectory(prefix="quarlo-") as scratch:
         os.chmod(scratch, 0o755)  # some programs run as nobody
         return run_tests_in(scratch, program, folder, tests, seconds, options)
@@ -289,7 +289,7 @@ def run_tests_in(scratch, program, folder, tests, seconds, options):
 
 
 def end_what_is_left(scratch):
-    """Ends what a test that failed has left running: it has the test's folder in its environment."""
+    """Ends what a test that failed has left running: it has the test's directory in its environment."""
     mark = f"TMPDIR={scratch}".encode()
     for pid in filter(str.isdigit, os.listdir("/proc")):
         try:
@@ -418,7 +418,7 @@ class Measurement:
                 fail("the sources do not compile")
 
     def _prepare(self, number):
-        """A folder with the programs, and with what names the lines that they count."""
+        """A directory with the programs, and with what names the lines that they count."""
         folder = fresh(folder_of(FIRST_MEASURED + number))
         (folder / "counts").mkdir()
         (folder / "counts").chmod(0o777)  # some programs run as nobody
