@@ -2,6 +2,7 @@
 #include "recording/syncer.h"
 
 #include <linux/input.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -239,6 +240,26 @@ TEST_F(SyncerTest, ADiskThatFailsEndsTheRecording) {
                            ": the recording ends here, and what came last may not be on the disk");
     EXPECT_EQ(errorOf([&] { session.close(); }), "");  // it was said
   }
+}
+
+TEST_F(SyncerTest, AFileForWhichThereIsNoDescriptorEndsTheRecording) {
+  WriterOptions atOnce = options();
+  atOnce.pause = 0ms;
+  SessionWriter session = writer(atOnce);
+  FileWriter& remote = session.addRemote();
+  remote.write(RemoteLine{0us, "a"});
+  flush(session);
+  disk_.waitForSize(file_, (kHead + kLine).size());
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none = {3, before.rlim_max};  // those of every program
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  remote.write(RemoteLine{0us, "a"});
+  std::string problem;
+  while (problem.empty()) problem = errorOf([&] { session.flush(); });
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(problem, file_ + ": " + std::strerror(EMFILE) +
+                         ": the recording ends here, and what came last may not be on the disk");
 }
 
 TEST_F(SyncerTest, ADiskThatFailsAtTheEndIsAProblemToo) {

@@ -221,6 +221,18 @@ TEST_F(WriterTest, ThatGoesWithoutAnEndLeavesNothingOpen) {
   EXPECT_EQ(open(), before);
 }
 
+TEST_F(WriterTest, ThatCannotWriteClosesItsOwnDescriptorsAlone) {
+  const auto open = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+  const auto before = open();
+  {
+    SessionWriter writer(path("another"), "comment", Access::kByUmask, kNames);
+    writer.addRemote().write({0us, "a"});
+    const FileSizeLimit limit(10);
+    EXPECT_NE(errorOf([&] { writer.close(); }), "");
+  }
+  EXPECT_EQ(open(), before);
+}
+
 TEST_F(WriterTest, ShowsWhereAReportEnds) {
   FileWriter& file = addNothing();
   file.write({0us, EV_SYN, SYN_REPORT, 1});
