@@ -230,7 +230,7 @@ TEST_F(EachCallTest, RefusesADescriptorOfAnotherKind) {
 
 // ---- What is said of a mistake ------------------------------------------------------------------
 
-std::string deadlockOf(const std::string& wait) { return "^sim: deadlock: " + wait + " would wait forever, since "; }
+std::string deadlockOf(const std::string& wait) { return "sim: deadlock: " + wait + " would wait forever, since "; }
 
 using EachCallDeathTest = EachCallTest;
 
@@ -255,10 +255,9 @@ TEST_F(EachCallDeathTest, NamesItselfWhenItWouldWaitForever) {
 }
 
 TEST_F(EachCallDeathTest, NamesFlagsThatAreNotSimulated) {
-  EXPECT_DEATH(pipe2(ends_, O_DIRECT | O_CLOEXEC),
-               "^sim: pipe2\\(\\) with O_CLOEXEC\\|0x[0-9a-f]+ is not simulated\n$");
-  EXPECT_DEATH(static_cast<void>(write(node_, bytes_, 1)), "^sim: write\\(\\) to a node is not simulated\n$");
-  EXPECT_DEATH(static_cast<void>(write(socket_, bytes_, 1)), "^sim: write\\(\\) to a daemon is not simulated\n$");
+  EXPECT_DEATH(pipe2(ends_, O_DIRECT | O_CLOEXEC), "sim: pipe2\\(\\) with O_CLOEXEC\\|0x[0-9a-f]+ is not simulated\n");
+  EXPECT_DEATH(static_cast<void>(write(node_, bytes_, 1)), "sim: write\\(\\) to a node is not simulated\n");
+  EXPECT_DEATH(static_cast<void>(write(socket_, bytes_, 1)), "sim: write\\(\\) to a daemon is not simulated\n");
 }
 
 // ---- Parts of a transfer ------------------------------------------------------------------------
