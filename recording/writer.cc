@@ -142,9 +142,12 @@ bool isAt(const std::string& path, int fd) {
 
 // ---- A file -------------------------------------------------------------------------------------
 
-FileWriter::FileWriter(const SessionDirectory& directory, Syncer& syncer, const std::string& name,
-                       const std::string& head)
-    : directory_(directory), syncer_(syncer), name_(name), head_(head), headLines_(newlinesIn(head)) {
+FileWriter::FileWriter(const SessionDirectory& directory, Syncer& syncer, std::string name, std::string head)
+    : directory_(directory),
+      syncer_(syncer),
+      name_(std::move(name)),
+      head_(std::move(head)),
+      headLines_(newlinesIn(head_)) {
   startPart(1);
 }
 

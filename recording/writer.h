@@ -87,7 +87,7 @@ class FileWriter {
  public:
   // `name` is that of the file in the directory, `head` the lines that it, and each further part of it, starts with.
   // The directory and the syncer stay valid as long as this.
-  FileWriter(const SessionDirectory& directory, Syncer& syncer, const std::string& name, const std::string& head);
+  FileWriter(const SessionDirectory& directory, Syncer& syncer, std::string name, std::string head);
   ~FileWriter();
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
