@@ -61,6 +61,11 @@ bool Syncer::holdOff() {
   return !isBusy_;
 }
 
+bool Syncer::isDone() {
+  const std::lock_guard lock(mutex_);
+  return wanted_.empty() && !isBusy_ && problem_.empty();
+}
+
 void Syncer::finish() {
   if (!thread_.joinable()) return;
   start();

@@ -34,6 +34,9 @@ class Syncer {
   // is busy already.
   bool holdOff();
 
+  // Whether all is on the disk that was asked for, and takeProblem() has nothing to tell.
+  bool isDone();
+
   // Returns when all is on the disk that was asked for. Nothing must be asked for afterwards.
   void finish();
 

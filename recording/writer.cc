@@ -20,6 +20,7 @@ namespace quarlo::recording {
 namespace {
 
 constexpr char kEnd[] = ": the recording ends here, and what came before is kept";
+constexpr char kNothingKept[] = ": the recording ends here, and nothing of this file is kept";
 
 // ---- evemu's format -----------------------------------------------------------------------------
 
@@ -215,8 +216,7 @@ std::string FileWriter::flush() {
     fd_ = openat(directory_.fd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, directory_.fileMode);
     if (fd_ == -1) {
       const int error = errno;
-      forgetPart();
-      return path_ + ": " + std::strerror(error) + kEnd;
+      return path_ + ": " + std::strerror(error) + forgetPart();
     }
     syncer_.want(directory_.fd, directory_.path);
   }
@@ -244,27 +244,35 @@ std::string FileWriter::cutBack(std::size_t written, int error) {
   const std::size_t kept = std::string_view(pending_).substr(0, written).rfind('\n') + 1;
   size_ += static_cast<std::int64_t>(kept);
   bool done;
+  const char* consequence = kEnd;
   if (size_ > static_cast<std::int64_t>(head_.size())) {
     count_ -= newlinesIn(std::string_view(pending_).substr(kept));
     done = ftruncate(fd_, size_) == 0;
     syncer_.want(fd_, path_);
   } else {
     done = unlinkat(directory_.fd, partOf(name_, part_).c_str(), 0) == 0;
-    forgetPart();
+    consequence = forgetPart();
   }
   pending_.clear();
   ::close(std::exchange(fd_, -1));
-  return path_ + ": " + std::strerror(error) + kEnd + (done ? "" : ", but this file ends with a line that is cut off");
+  return path_ + ": " + std::strerror(error) + consequence +
+         (done ? "" : ", but this file ends with a line that is cut off");
 }
 
-void FileWriter::forgetPart() {
+const char* FileWriter::forgetPart() {
   count_ -= lines_ - headLines_;
   pending_.clear();
-  part_ = std::max(part_ - 1, 1);
+  if (part_ == 1) return kNothingKept;
+  --part_;
+  return kEnd;
 }
 
 std::string FileWriter::close() {
   std::string problem = flush();
+  struct stat status;
+  if (problem.empty() && fd_ != -1 && fstat(fd_, &status) == 0 && status.st_nlink == 0) {
+    problem = path_ + ": it was removed while it was recorded, and nothing of it is kept";
+  }
   if (fd_ == -1 || ::close(std::exchange(fd_, -1)) == 0) return problem;
   return path_ + ": " + std::strerror(errno) + ": the end of the recording may be missing";
 }

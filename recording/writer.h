@@ -128,7 +128,7 @@ class FileWriter {
   void startPart(int part);
   std::string writeOut();
   std::string cutBack(std::size_t written, int error);
-  void forgetPart();
+  const char* forgetPart();
 
   const SessionDirectory& directory_;
   Syncer& syncer_;
@@ -175,8 +175,12 @@ class SessionWriter {
   // Whether that must be called again soon, though nothing comes.
   bool isHeldUp() const { return isHeldUp_; }
 
-  // Does that, waits for the disk, closes the files, and removes the directory if there is none in it. Call this at the
-  // end, also after an Error. Throws Error.
+  // Whether all that was written is on the disk. If it is not, flush() has to be called again, to learn whether the
+  // disk has failed.
+  bool isOnDisk() { return syncer_.isDone(); }
+
+  // Writes what the files have taken, waits for the disk, closes the files, and removes the directory if there is none
+  // in it. Call this at the end, also after an Error. Throws Error.
   void close();
 
  private:

@@ -210,6 +210,30 @@ TEST_F(SyncerTest, NothingIsHeldUpThatHasNotCome) {
   disk_.release();
 }
 
+TEST_F(SyncerTest, NothingIsOnTheDiskBeforeThatHasTakenIt) {
+  SessionWriter session = writer(options());
+  FileWriter& remote = session.addRemote();
+  while (!session.isOnDisk()) std::this_thread::yield();
+  disk_.hold();
+  remote.write(RemoteLine{0us, "a"});
+  flush(session);
+  EXPECT_FALSE(session.isOnDisk());
+  disk_.release();
+  while (!session.isOnDisk()) std::this_thread::yield();
+  EXPECT_EQ(disk_.sizeOf(file_), static_cast<std::int64_t>((kHead + kLine).size()));
+}
+
+TEST_F(SyncerTest, NothingIsOnTheDiskUntilItIsToldThatThatFailed) {
+  disk_.setError(EIO);
+  SessionWriter session = writer(options());
+  FileWriter& remote = session.addRemote();
+  while (!session.isOnDisk()) std::this_thread::yield();
+  remote.write(RemoteLine{0us, "a"});
+  flush(session);
+  while (errorOf([&] { session.flush(); }).empty()) ASSERT_FALSE(session.isOnDisk());
+  EXPECT_TRUE(session.isOnDisk());
+}
+
 TEST_F(SyncerTest, MemoryIsNotFilledForASlowDisk) {
   disk_.hold();
   WriterOptions limited = options();

@@ -20,6 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr char kNothingKept[] = ": the recording ends here, and nothing of this file is kept";
 constexpr char kFileTooLarge[] = ": File too large: the recording ends here, and what came before is kept";
 
 // Of these names it shows where they come from.
@@ -433,7 +434,7 @@ TEST_F(WriterTest, RemovesAFileOfWhichOnlyTheHeadFits) {
   FileWriter& file = addNothing();
   const FileSizeLimit limit(sizeof kEmptyHead + 10);
   file.write(kRecord);
-  EXPECT_EQ(errorOf([&] { flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
+  EXPECT_EQ(errorOf([&] { flush(); }), folder_ + "/keyboard.evemu: File too large" + kNothingKept);
   EXPECT_FALSE(exists("keyboard.evemu"));
   EXPECT_EQ(file.count(), 0);
   writer_.close();
@@ -446,16 +447,24 @@ TEST_F(WriterTest, StillWritesTheFilesThatFit) {
   const FileSizeLimit limit(100);
   keyboard.write(kRecord);
   remote.write({0us, "a"});
-  EXPECT_EQ(errorOf([&] { flush(); }), folder_ + "/keyboard.evemu" + kFileTooLarge);
+  EXPECT_EQ(errorOf([&] { flush(); }), folder_ + "/keyboard.evemu: File too large" + kNothingKept);
   EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000000 a\n");
+}
+
+TEST_F(WriterTest, SaysThatAFileWasRemovedWhileItWasRecorded) {
+  FileWriter& file = writer_.addRemote();
+  file.write({0us, "a"});
+  flush();
+  std::filesystem::remove(folder_ + "/remote.lirc");
+  EXPECT_EQ(errorOf([&] { writer_.close(); }),
+            folder_ + "/remote.lirc: it was removed while it was recorded, and nothing of it is kept");
 }
 
 TEST_F(WriterTest, LeavesAFileAloneThatSomeoneElseHasMade) {
   write("session/remote.lirc", "theirs");
   FileWriter& file = writer_.addRemote();
   file.write({0us, "a"});
-  EXPECT_EQ(errorOf([&] { flush(); }),
-            folder_ + "/remote.lirc: File exists: the recording ends here, and what came before is kept");
+  EXPECT_EQ(errorOf([&] { flush(); }), folder_ + "/remote.lirc: File exists" + kNothingKept);
   writer_.close();
   EXPECT_EQ(content("remote.lirc"), "theirs");
   EXPECT_EQ(file.count(), 0);

@@ -24,7 +24,8 @@ What came is in the files at once, and stays there when the program is killed,
 the disk gets full, a device is unplugged, or the daemon ends. Every half second
 it goes to the disk, beside the recording, which does not wait for that. So a
 power cut takes at most the last second, as long as the disk needs less than
-half a second for what comes.
+half a second for what comes. While the disk is busy, what comes is kept in
+memory, and is lost if the program is killed. The end waits for the disk.
 
 A file that is full ends, and the others go on. With --rotate it goes on in a
 next one that can be used by itself: mouse.evemu, mouse.0002.evemu, ...

@@ -318,8 +318,10 @@ class Recorder {
   // For how long to wait at most, in ms: less while something else is to be done soon.
   int limited(int timeoutMs) const {
     constexpr int kRetryMs = 10;
+    constexpr int kDiskMs = 1000;
     const int limit = counter_.limited(typing_.limited(timeoutMs), elapsed());
-    return writer_.isHeldUp() ? std::min(limit, kRetryMs) : limit;
+    if (writer_.isHeldUp()) return std::min(limit, kRetryMs);
+    return writer_.isOnDisk() ? limit : std::min(limit, kDiskMs);
   }
 
   // For poll(): rounded up, so that it does not return just before the end.
