@@ -170,10 +170,10 @@ auto readSource(const Folder& folder, const std::string& file, microseconds star
   constexpr char kLeftOut[] = "it is left out";
   const std::size_t damagesBefore = damages.size();
   Reader reader(start);
-  int next = 1;
+  int last = 0;
   for (const int part : folder.partsOf(file)) {
-    if (part != next) damages.push_back(missing(folder, file, next, part - 1));
-    next = part + 1;
+    if (part != last + 1) damages.push_back(missing(folder, file, last + 1, part - 1));
+    last = part;
     const std::string path = folder.pathOf(file, part);
     try {
       const File opened = openFile(path);

@@ -186,6 +186,15 @@ TEST_F(SessionFolder, NamesThePartsThatAreMissing) {
                    "remote.0007.lirc to remote.9999.lirc: missing; the parts after it are played"}));
 }
 
+TEST_F(SessionFolder, CanHaveTheLastPartThatANumberCanName) {
+  write("remote.2147483646.lirc", "1.000000 a\n");
+  write("remote.2147483647.lirc", "1.000000 b\n");
+  const Session session = readSession(path());
+  EXPECT_EQ(session.remote->size(), 2U);
+  EXPECT_EQ(damagesOf(session, path()),
+            (Texts{"remote.lirc to remote.2147483645.lirc: missing; the parts after it are played"}));
+}
+
 TEST_F(SessionFolder, CountsFromTheEarliestTimeOfAnyPart) {
   write("remote.0002.lirc", "1329846856.700000 a\n");
   write("remote.0003.lirc", "1329846857.700000 b\n");
