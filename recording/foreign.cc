@@ -4,6 +4,7 @@
 #include <cctype>
 #include <string_view>
 
+#include "recording/lines.h"
 #include "recording/session.h"
 
 namespace quarlo::recording {
@@ -43,8 +44,6 @@ constexpr Format kLines[] = {
     {"R: "sv, "a recording of HID reports (hid-recorder)"},    {"pulse "sv, "pulses and spaces, as mode2 prints them"},
     {"space "sv, "pulses and spaces, as mode2 prints them"},
 };
-
-bool startsWith(std::string_view text, std::string_view start) { return text.substr(0, start.size()) == start; }
 
 bool isHexadecimal(char character) { return std::isxdigit(static_cast<unsigned char>(character)) != 0; }
 

@@ -29,6 +29,8 @@ std::string partOf(const std::string& file, int number);
 // daemon's lines are escaped in them (recording/escapes.h). In other files, a backslash is a backslash.
 constexpr char kSessionMark[] = "# quarlo-input session 2";
 
+inline bool startsWith(std::string_view text, std::string_view start) { return text.substr(0, start.size()) == start; }
+
 // The path of a file in the directory.
 std::string pathIn(const std::string& directory, const std::string& file);
 

@@ -22,7 +22,9 @@
 namespace quarlo::recording {
 namespace {
 
+constexpr std::string_view kEvemuSuffix = ".evemu";
 constexpr std::string_view kRemoteSuffix = ".lirc";
+constexpr char kLeftOut[] = "it is left out";
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -82,8 +84,11 @@ Beginning readBeginning(const File& file, const std::string& path) {
 
 // ---- A directory --------------------------------------------------------------------------------
 
-// "node-1.evemu to node-8.evemu".
-std::string furtherNodeFiles() { return furtherNodeFile(0) + " to " + furtherNodeFile(kMostFurtherNodes - 1); }
+// "mouse.evemu, ... and node-1.evemu to node-8.evemu".
+std::string namesOfFiles() {
+  return std::string(kMouseFile) + ", " + kKeyboardFile + ", " + kRemoteFile + " and " + furtherNodeFile(0) + " to " +
+         furtherNodeFile(kMostFurtherNodes - 1);
+}
 
 // All that a directory can have.
 std::vector<std::string> allFiles() {
@@ -102,6 +107,13 @@ std::optional<int> numberOfPart(const std::string& file, const std::string& name
   return number > 1 && name == partOf(file, number) ? std::optional(number) : std::nullopt;
 }
 
+// Whether a person may take a file of this name for a part.
+bool isLikeAPart(std::string_view name) {
+  if (endsWith(name, kRemoteSuffix)) return startsWith(name, "remote.");
+  return endsWith(name, kEvemuSuffix) &&
+         (startsWith(name, "mouse.") || startsWith(name, "keyboard.") || startsWith(name, "node-"));
+}
+
 // What a directory has of a session.
 class Folder {
  public:
@@ -115,6 +127,17 @@ class Folder {
   const std::set<int>& partsOf(const std::string& file) const { return parts_.at(file); }
 
   std::string pathOf(const std::string& file, int part) const { return pathIn(path_, partOf(file, part)); }
+
+  // What would not be played, though its name looks as if it were: a node too many, a number with too few digits.
+  std::vector<Damage> strangers() const {
+    std::vector<Damage> damages;
+    for (const std::string& name : strangers_) {
+      damages.push_back({pathIn(path_, name) + ": no file of a session is called this, expected one of " +
+                             namesOfFiles() + ", or a part of one such as " + partOf(kMouseFile, 2),
+                         kLeftOut});
+    }
+    return damages;
+  }
 
   // When the session starts, on the clock of its files.
   microseconds start() const {
@@ -134,8 +157,11 @@ class Folder {
   void add(const std::string& name) {
     for (auto& [file, parts] : parts_) {
       const std::optional<int> number = numberOfPart(file, name);
-      if (number) parts.insert(*number);
+      if (!number) continue;
+      parts.insert(*number);
+      return;
     }
+    if (isLikeAPart(name)) strangers_.insert(name);
   }
 
   // What is wrong with a file, whoever reads it will say.
@@ -155,6 +181,7 @@ class Folder {
 
   std::string path_;
   std::map<std::string, std::set<int>> parts_ = noParts();
+  std::set<std::string> strangers_;
 };
 
 // The parts from `first` to `last` are not there, but one behind them is.
@@ -167,7 +194,6 @@ Damage missing(const Folder& folder, const std::string& file, int first, int las
 template <typename Reader>
 auto readSource(const Folder& folder, const std::string& file, microseconds start, std::vector<Damage>& damages)
     -> std::optional<decltype(std::declval<Reader>().take())> {
-  constexpr char kLeftOut[] = "it is left out";
   const std::size_t damagesBefore = damages.size();
   Reader reader(start);
   int last = 0;
@@ -193,16 +219,6 @@ auto readSource(const Folder& folder, const std::string& file, microseconds star
   }
 }
 
-// One more would not be played.
-void checkFurtherNodes(const std::string& path, std::vector<Damage>& damages) {
-  const std::string oneMore = pathIn(path, furtherNodeFile(kMostFurtherNodes));
-  struct stat status;
-  if (lstat(oneMore.c_str(), &status) == -1) return;
-  damages.push_back({oneMore + ": a session has at most " + std::to_string(kMostFurtherNodes) + " further nodes, " +
-                         furtherNodeFiles(),
-                     "this one is left out"});
-}
-
 bool isEmpty(const Session& session) {
   return !session.mouse && !session.keyboard && !session.remote &&
          std::none_of(session.further.begin(), session.further.end(),
@@ -219,11 +235,10 @@ Session readDirectory(const std::string& path) {
     session.further[i] = readSource<EvemuReader>(folder, furtherNodeFile(i), start, session.damages);
   }
   session.remote = readSource<RemoteReader>(folder, kRemoteFile, start, session.damages);
-  checkFurtherNodes(path, session.damages);
+  for (Damage& damage : folder.strangers()) session.damages.push_back(std::move(damage));
   if (!isEmpty(session)) return session;
   if (!session.damages.empty()) throw Error(session.damages.front().problem);
-  throw Error(path + ": the directory has none of " + kMouseFile + ", " + kKeyboardFile + ", " + kRemoteFile + " and " +
-              furtherNodeFiles());
+  throw Error(path + ": the directory has none of " + namesOfFiles());
 }
 
 // ---- Files by themselves ------------------------------------------------------------------------

@@ -94,14 +94,41 @@ TEST_F(SessionFolder, HasFurtherNodesThatNeedNotBeAdjacent) {
   EXPECT_EQ(sources(readSession(path())), "keyboard 1 3 8 ");
 }
 
-TEST_F(SessionFolder, LeavesOutOneFurtherNodeTooMany) {
-  const std::string ninth = write("node-9.evemu", "");
-  const std::string problem = ": a session has at most 8 further nodes, node-1.evemu to node-8.evemu";
-  EXPECT_EQ(errorOf([&] { readSession(path()); }), ninth + problem);
+TEST_F(SessionFolder, LeavesOutFilesThatAreCalledAlmostAsItsOwn) {
+  const Texts names = {"keyboard.-001.evemu",
+                       "keyboard.00002.evemu",
+                       "keyboard.0001.evemu",
+                       "keyboard.2.evemu",
+                       "keyboard.2147483648.evemu",
+                       "keyboard.copy.evemu",
+                       "mouse..evemu",
+                       "node-0.evemu",
+                       "node-1.2.evemu",
+                       "node-10.evemu",
+                       "node-9.0002.evemu",
+                       "node-9.evemu",
+                       "remote.002.lirc"};
+  const std::string problem =
+      ": no file of a session is called this, expected one of mouse.evemu, keyboard.evemu, remote.lirc and "
+      "node-1.evemu to node-8.evemu, or a part of one such as mouse.0002.evemu";
+  Texts damages;
+  for (auto name = names.rbegin(); name != names.rend(); ++name) write(*name, "nonsense\n");
+  for (const std::string& name : names) damages.push_back(name + problem + "; it is left out");
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), path(names.front()) + problem);
   write("keyboard.evemu", std::string(kArrowKeys) + kRecord);
   const Session session = readSession(path());
   EXPECT_EQ(sources(session), "keyboard ");
-  EXPECT_EQ(damagesOf(session, path()), (Texts{"node-9.evemu" + problem + "; this one is left out"}));
+  EXPECT_EQ(damagesOf(session, path()), damages);
+}
+
+TEST_F(SessionFolder, MayHaveFilesThatAreNotOfASession) {
+  for (const char* name :
+       {"keyboard.evemu~", ".keyboard.evemu.swp", "mouse.0005.evemu~", "mouse.0005.lirc", "remote.0002.evemu",
+        "mouse.desc", "mouse-1.evemu", "my mouse.0001.evemu", "node.evemu", "tv.lirc", "remote-1.lirc", "notes"}) {
+    write(name, "nonsense\n");
+  }
+  write("remote.lirc", kLine);
+  EXPECT_EQ(damagesOf(readSession(path()), path()), Texts());
 }
 
 TEST_F(SessionFolder, NamesTheFurtherNodeThatIsBroken) {
@@ -151,11 +178,6 @@ TEST_F(SessionFolder, GoesOnInTheParts) {
   write("remote.0002.lirc", kMark + "2.000000 b\n");
   write("node-8.evemu", part("node", "1"));
   write("node-8.0002.evemu", part("node", "2"));
-  for (const char* none :
-       {"mouse.0001.evemu", "mouse.002.evemu", "mouse.00005.evemu", "mouse.0005.lirc", "mouse.-002.evemu",
-        "mouse.0005.evemu~", "mouse.99999999999.evemu", "keyboard.copy.evemu", "mouse..evemu"}) {
-    write(none, "nonsense\n");
-  }
   const Session session = readSession(path());
   EXPECT_EQ(sources(session), "mouse 8 remote ");
   EXPECT_EQ(session.mouse->name, "one");
