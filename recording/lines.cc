@@ -14,6 +14,9 @@ constexpr std::string_view kBlanks = " \t";
 constexpr std::size_t kLongestQuote = 40;
 constexpr std::size_t kMicrosecondDigits = 6;
 
+// The mark without its number.
+constexpr std::string_view kAnyMark(kSessionMark, std::string_view(kSessionMark).rfind(' ') + 1);
+
 // Whether all of `field` is one number that fits into `value`.
 template <typename Number>
 bool parse(std::string_view field, int base, Number& value) {
@@ -63,10 +66,19 @@ bool Lines::next() {
       if (marked_ && unfinished_) failHere("no newline ends this line, the last: it was cut off");
       return true;
     }
-    marked_ = marked_ || (inHead_ && text_ == kSessionMark);
+    if (inHead_) readHead();
   }
   if (std::ferror(file_) != 0) throw Error(name_ + ": " + std::strerror(errno));
   return false;
+}
+
+// What a file of another version says can mean something else than it seems to.
+void Lines::readHead() {
+  if (text_.compare(0, kAnyMark.size(), kAnyMark) != 0) return;
+  if (text_ != kSessionMark) {
+    fail(quoted(text_) + " is the mark of another version of the format, this one reads " + quoted(kSessionMark));
+  }
+  marked_ = true;
 }
 
 bool Lines::readLine() {

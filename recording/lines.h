@@ -26,7 +26,8 @@ std::string furtherNodeFile(std::size_t index);
 std::string partOf(const std::string& file, int number);
 
 // The line that the files of this program's recordings have among the comments at their top: that names and the
-// daemon's lines are escaped in them (recording/escapes.h). In other files, a backslash is a backslash.
+// daemon's lines are escaped in them (recording/escapes.h). In other files, a backslash is a backslash. A file with
+// another number is not read.
 constexpr char kSessionMark[] = "# quarlo-input session 2";
 
 inline bool startsWith(std::string_view text, std::string_view start) { return text.substr(0, start.size()) == start; }
@@ -53,7 +54,8 @@ class Lines {
   Lines(std::FILE* file, std::string name);
 
   // Moves to the next line. Returns false at the end of the file. Throws Error if the line is too long, is not text, or
-  // cannot be read, or if it has no end in a file that is marked.
+  // cannot be read, if it has no end in a file that is marked, or if a comment at the top is the mark of another
+  // version.
   bool next();
 
   // Calls `take` for each line, up to the end of the file or to an Error. Returns the damage that this is.
@@ -82,6 +84,7 @@ class Lines {
 
  private:
   bool readLine();
+  void readHead();
   std::string whatIsPlayed();
   [[noreturn]] void failHere(const std::string& problem) const;
   bool isComment() const;

@@ -77,7 +77,26 @@ TEST(Lines, AreMarkedByACommentAtTheTop) {
   EXPECT_FALSE(isMarked("a\n" + mark));
   EXPECT_FALSE(isMarked("a\n" + mark + "b\n"));
   EXPECT_FALSE(isMarked(" " + mark + "a\n"));
-  EXPECT_FALSE(isMarked("# quarlo-input session 20\na\n"));
+  EXPECT_FALSE(isMarked("## quarlo-input session 2\na\n"));
+  EXPECT_FALSE(isMarked("# quarlo-input sessions\na\n"));
+}
+
+TEST(Lines, AreNotReadUnderAMarkOfAnotherVersion) {
+  const auto problem = [](const std::string& content) {
+    const TestFile file(content);
+    return errorOf([&] { file.texts(); });
+  };
+  const auto expected = [](const std::string& line) {
+    return "file:2: \"" + line +
+           "\" is the mark of another version of the format, this one reads \"# quarlo-input session 2\"";
+  };
+  for (const std::string other : {"3", "20", "1", "2 ", ""}) {
+    const std::string line = "# quarlo-input session " + other;
+    EXPECT_EQ(problem("#\n" + line + "\r\na\n"), expected(line));
+    EXPECT_EQ(problem("a\n" + line + "\nb\n"), "") << "a comment further down";
+  }
+  EXPECT_EQ(problem("#\n# quarlo-input session "),
+            expected("# quarlo-input session ") + "; no newline ends this line, the last: it may have been cut off");
 }
 
 TEST(Lines, OfAFileThatCannotBeReadEndWithAnError) {

@@ -272,6 +272,25 @@ TEST_F(SessionFolder, CountsFromZeroIfAnyFileIsMarked) {
                    "0.000000; it is left out"}));
 }
 
+TEST_F(SessionFolder, LeavesOutFilesOfAnotherVersion) {
+  const std::string mark = "# quarlo-input session 3\n";
+  const std::string problem =
+      ":1: \"# quarlo-input session 3\" is the mark of another version of the format, this one reads \"# quarlo-input "
+      "session 2\"";
+  write("mouse.evemu", mark + kRelativeAxes + kRecord);
+  EXPECT_EQ(errorOf([&] { readSession(path()); }), path("mouse.evemu") + problem);
+  EXPECT_EQ(errorOf([&] { readSession(path("mouse.evemu")); }), path("mouse.evemu") + problem);
+  write("remote.lirc", kLine);
+  write("remote.0002.lirc", mark + kLine);
+  const Session session = readSession(path());
+  EXPECT_EQ(sources(session), "remote ");
+  EXPECT_EQ(session.remote->size(), 1U);
+  EXPECT_EQ(damagesOf(session, path()),
+            (Texts{"mouse.evemu" + problem + "; it is left out", "remote.0002.lirc" + problem + "; it is left out"}));
+  EXPECT_EQ(errorOf([&] { readPair(write("a.desc", mark + kArrowKeys), write("a.events", kRecord)); }),
+            path("a.desc") + problem);
+}
+
 TEST_F(SessionFolder, HasOneClock) {
   write("mouse.evemu", std::string(kRelativeAxes) + "E: 1329846857.000000 0000 0000 0\n");
   write("remote.lirc", kLine);
