@@ -266,6 +266,22 @@ TEST_F(SyncerTest, ADiskThatFailsEndsTheRecording) {
   }
 }
 
+// As long as it lives; a sanitizer needs one to look at an error.
+class NoFurtherDescriptors {
+ public:
+  NoFurtherDescriptors() {
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
+    const rlimit limit = {3, before_.rlim_max};  // those of every program
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  }
+  ~NoFurtherDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoFurtherDescriptors(const NoFurtherDescriptors&) = delete;
+  NoFurtherDescriptors& operator=(const NoFurtherDescriptors&) = delete;
+
+ private:
+  rlimit before_ = {};
+};
+
 TEST_F(SyncerTest, AFileForWhichThereIsNoDescriptorEndsTheRecording) {
   WriterOptions atOnce = options();
   atOnce.pause = 0ms;
@@ -274,14 +290,14 @@ TEST_F(SyncerTest, AFileForWhichThereIsNoDescriptorEndsTheRecording) {
   remote.write(RemoteLine{0us, "a"});
   flush(session);
   disk_.waitForSize(file_, (kHead + kLine).size());
-  rlimit before = {};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit none = {3, before.rlim_max};  // those of every program
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   remote.write(RemoteLine{0us, "a"});
   std::string problem;
-  while (problem.empty()) problem = errorOf([&] { session.flush(); });
-  setrlimit(RLIMIT_NOFILE, &before);
+  while (problem.empty()) {
+    problem = errorOf([&] {
+      const NoFurtherDescriptors limit;
+      session.flush();
+    });
+  }
   EXPECT_EQ(problem, file_ + ": " + std::strerror(EMFILE) +
                          ": the recording ends here, and what came last may not be on the disk");
 }
