@@ -58,9 +58,9 @@ check "record makes a session in the state directory" "$(ls /var/lib/quarlo-inpu
   "keyboard.evemu mouse.evemu remote.lirc"
 
 # What a process can do, in the sandbox and in a unit that has none.
-probe='Type=oneshot
+probe="Type=oneshot
 ExecStart=
-ExecStart=/bin/sh /work/probe.sh'
+ExecStart=/bin/sh $PWD/probe.sh"
 start sandboxed "$probe"
 printf '%s\n' '[Service]' User=nobody SupplementaryGroups=input >$units/$unit
 start plain "$probe"

@@ -2,7 +2,7 @@
 # and systemd as the first process of a container. Ends with the status of checks.sh, which runs there.
 set -e
 tar -xf systemd.tar -C /
-ln -s /work/quarlo-input /usr/bin/quarlo-input
+ln -s "$PWD/quarlo-input" /usr/bin/quarlo-input
 
 # Users and files as on a Debian machine, as far as something asks for them.
 echo root:x:0:0::/root:/bin/sh >>/etc/passwd
@@ -44,7 +44,7 @@ FailureAction=exit-force
 
 [Service]
 Type=oneshot
-WorkingDirectory=/work
+WorkingDirectory=$PWD
 ExecStart=/bin/sh checks.sh
 Environment=PATH=$PATH
 StandardOutput=tty
