@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "input/input_loop.h"
+#include "input/ioctl_request.h"
 #include "input/linux_input_reader.h"
 
 namespace quarlo::components::input {
@@ -58,7 +59,7 @@ void InputSources::settle(Node& node) {
     pollfd unread = {node.fd, POLLIN, 0};
     if (poll(&unread, 1, 0) != 0) return;
     memcpy(down, node.rest.down, sizeof down);  // an older kernel's answer is shorter
-    if (ioctl(node.fd, EVIOCGKEY(sizeof down), down) == -1) return;
+    if (ioctl(node.fd, asRequest(EVIOCGKEY(sizeof down)), down) == -1) return;
   }
 
   node.before += static_cast<std::uint32_t>(node.end);
@@ -157,7 +158,7 @@ CALLED_ONCE int InputSources::retry(Channel& channel, Path& path, int timeoutMs)
 CALLED_ONCE bool InputSources::isNewNode(int fd) const {
   struct stat node;
   int version;
-  if (fstat(fd, &node) == -1 || ioctl(fd, EVIOCGVERSION, &version) == -1) return false;
+  if (fstat(fd, &node) == -1 || ioctl(fd, asRequest(EVIOCGVERSION), &version) == -1) return false;
   const auto number = static_cast<std::uint32_t>(node.st_rdev);  // the kernel's have 32 bits
   for (const Channel* channel : loop_.state_.channels) {
     if (fstat(channel->readerFd, &node) == 0 && static_cast<std::uint32_t>(node.st_rdev) == number) {
@@ -175,12 +176,12 @@ InputSources::Channel& InputSources::find(Source source) const {
 
 bool InputSources::adopt(Source source) {
   Channel& node = find(source);
-  if (ioctl(node.fd, EVIOCGKEY(sizeof node.rest.down), node.rest.down) == -1) return false;
+  if (ioctl(node.fd, asRequest(EVIOCGKEY(sizeof node.rest.down)), node.rest.down) == -1) return false;
   for (int code = 0; code <= KEY_RIGHTALT; ++code) {
     if (node.isDown(static_cast<unsigned>(code))) reader_.modifiers |= LinuxInputReader::getModifier(code);
   }
   std::uint8_t lit;
-  if (source == InputLoop::kKeyboard && ioctl(node.fd, EVIOCGLED(sizeof lit), &lit) > 0)
+  if (source == InputLoop::kKeyboard && ioctl(node.fd, asRequest(EVIOCGLED(sizeof lit)), &lit) > 0)
     reader_.numLock = (lit >> LED_NUML & 1) != 0;
   return true;
 }

@@ -18,6 +18,7 @@
 #include <type_traits>
 
 #include "input/elapsed.h"
+#include "input/ioctl_request.h"
 #include "input/linux_input_reader_limits.h"
 #include "logging/logging.h"
 
@@ -213,7 +214,7 @@ int openProbe(int n, char (&node)[kNodePathSize], char (&name)[kDeviceNameSize])
     errno = EBUSY;
     return -1;
   }
-  ioctl(fd, EVIOCGNAME(sizeof name - 1), name);
+  ioctl(fd, asRequest(EVIOCGNAME(sizeof name - 1)), name);
   return fd;
 }
 
@@ -224,7 +225,7 @@ void closeProbe(int fd) {
 
 // Asks which codes of a type the device can send; `bits` stays as it is if there is no answer.
 void queryCodes(int fd, unsigned long request, std::uint8_t* bits, const char* type) {
-  if (ioctl(fd, request, bits) == -1) LOG_ERROR("evdev ioctl failed in test%s", type);
+  if (ioctl(fd, asRequest(request), bits) == -1) LOG_ERROR("evdev ioctl failed in test%s", type);
 }
 
 bool hasBit(const std::uint8_t* bits, int bit) { return (bits[bit / 8] >> (bit % 8) & 1) != 0; }
@@ -688,7 +689,7 @@ void LinuxInputReader::listLinuxInputReader() const {
     if (hasKeyEvent(fd, false)) logGuess("keyboard");
 
     std::uint8_t types[32] = {};
-    if (ioctl(fd, EVIOCGBIT(0, kListedEventTypes), types) == -1) LOG_ERROR("evdev ioctl");
+    if (ioctl(fd, asRequest(EVIOCGBIT(0, kListedEventTypes)), types) == -1) LOG_ERROR("evdev ioctl");
     puts("Supported event types:");
     for (int type = 0; type < kListedEventTypes; ++type) {
       if (hasBit(types, type)) printEventType(type);
