@@ -2,6 +2,7 @@
 #pragma once
 
 #include <linux/input.h>
+#include <linux/ioctl.h>
 #include <sys/types.h>
 
 #include <chrono>

@@ -1,7 +1,7 @@
 #include "sim/files.h"
 
+#include <linux/ioctl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -2,13 +2,13 @@
 
 #include <fcntl.h>
 #include <linux/input.h>
+#include <linux/ioctl.h>
 #include <sys/epoll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 
 namespace quarlo::sim {
@@ -180,8 +180,14 @@ std::string seconds(std::optional<std::chrono::microseconds> time) {
 }
 
 std::string errorName(int error) {
-  const char* name = strerrorname_np(error);
-  return name != nullptr ? name : std::to_string(error);
+  switch (error) {
+#define QUARLO_ERROR(name) \
+  case name:               \
+    return #name;
+#include "sim/error_names.inc"
+#undef QUARLO_ERROR
+    default: return std::to_string(error);
+  }
 }
 
 std::string callResult(long result, int error) {

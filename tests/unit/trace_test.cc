@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <initializer_list>
 #include <string>
@@ -146,7 +147,12 @@ TEST(TraceText, OfResults) {
   EXPECT_EQ(callResult(7, EIO), "7");
   EXPECT_EQ(callResult(-1, EIO), "-1 EIO");
   EXPECT_EQ(callResult(-1, 9999), "-1 9999");
-  EXPECT_EQ(errorName(ENODEV), "ENODEV");
+}
+
+TEST(TraceText, OfErrors) {
+  for (const int error : {EPERM, EAGAIN, ENODEV, ETIMEDOUT, EHWPOISON})
+    EXPECT_EQ(errorName(error), strerrorname_np(error));
+  EXPECT_EQ(errorName(0), "0");
 }
 
 }  // namespace
