@@ -1,12 +1,12 @@
 #include "tools/common/obstacle.h"
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "tools/common/accounts.h"
 
 namespace quarlo::tools {
 namespace {
@@ -14,20 +14,10 @@ namespace {
 constexpr unsigned kPermissionBits = 07777;
 constexpr gid_t kRootGroup = 0;
 
-std::string ownerName(uid_t user) {
-  const passwd* entry = getpwuid(user);
-  return entry != nullptr ? entry->pw_name : std::to_string(user);
-}
-
-std::string groupName(gid_t group) {
-  const struct group* entry = getgrgid(group);
-  return entry != nullptr ? entry->gr_name : std::to_string(group);
-}
-
 std::string describePermissions(const struct stat& status) {
   char mode[8];
   std::snprintf(mode, sizeof mode, "%04o", status.st_mode & kPermissionBits);
-  return "owner " + ownerName(status.st_uid) + ", group " + groupName(status.st_gid) + ", mode " + mode;
+  return "owner " + userName(status.st_uid) + ", group " + groupName(status.st_gid) + ", mode " + mode;
 }
 
 // `groupBits` is what a member of the group needs. Nobody is advised to join root's group.

@@ -1,9 +1,7 @@
 #include "tools/common/checkup/nodes.h"
 
-#include <grp.h>
 #include <linux/input.h>
 #include <poll.h>
-#include <pwd.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +12,7 @@
 #include <optional>
 
 #include "input/linux_input_reader_limits.h"
+#include "tools/common/accounts.h"
 #include "tools/common/checkup/files.h"
 #include "tools/common/code_names.h"
 #include "tools/common/evdev_node.h"
@@ -34,21 +33,10 @@ bool isInSession(gid_t group) {
   return getegid() == group || std::find(groups.begin(), groups.end(), group) != groups.end();
 }
 
-bool isMember(const struct group& group) {
-  const passwd* user = getpwuid(geteuid());
-  if (user == nullptr) return false;
-  if (user->pw_gid == group.gr_gid) return true;
-  for (char** member = group.gr_mem; *member != nullptr; ++member) {
-    if (std::string(*member) == user->pw_name) return true;
-  }
-  return false;
-}
-
 std::string groupToLogInFor(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) == -1 || (status.st_mode & S_IRGRP) == 0) return "";
-  const struct group* group = getgrgid(status.st_gid);
-  return group != nullptr && isMember(*group) && !isInSession(status.st_gid) ? group->gr_name : "";
+  return isMember(geteuid(), status.st_gid) && !isInSession(status.st_gid) ? groupName(status.st_gid) : "";
 }
 
 void noteIfForbidden(const std::string& path, int error, NodesFacts& facts) {
