@@ -5,12 +5,38 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <string_view>
 
 // Its macros have names such as `lines`: behind all other headers.
 #include <term.h>
 
 namespace quarlo::tools::monitor {
 namespace {
+
+struct TerminalType {
+  const char* name;
+  const char* description;  // as TERMINFO can hold it (term(5))
+};
+
+constexpr TerminalType kUsualTypes[] = {
+#define TERMINAL_TYPE(name, description) {name, description},
+#include "terminal_types.inc"
+#undef TERMINAL_TYPE
+    {"", ""},
+};
+
+// Has ncurses know a terminal by the database, and where that does not have it, by the usual types: a box can have a
+// terminal without a database. Returns whether it is known.
+bool setUp(std::string_view name) {
+  int error = 0;
+  if (setupterm(nullptr, STDOUT_FILENO, &error) != ERR) return true;
+  for (const TerminalType& type : kUsualTypes) {
+    if (type.name != name) continue;
+    setenv("TERMINFO", type.description, 1);
+    return setupterm(nullptr, STDOUT_FILENO, &error) != ERR;
+  }
+  return false;
+}
 
 // One of the terminal's strings; null if it has none.
 const char* capability(const char* name) {
@@ -30,8 +56,7 @@ int collect(int character) {
 std::string whyNotDrawable() {
   const char* type = std::getenv("TERM");
   if (type == nullptr || *type == '\0') return "TERM is not set, which says what the terminal is";
-  int error = 0;
-  if (setupterm(nullptr, STDOUT_FILENO, &error) == ERR) {
+  if (!setUp(type)) {
     return std::string("TERM is ") + type + ", which is not known here; the package ncurses-term knows more terminals";
   }
   const bool drawable = capability("cup") != nullptr && capability("clear") != nullptr;
