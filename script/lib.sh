@@ -53,12 +53,13 @@ require_root_or_sudo() {
 
 # Installs the packages that are missing, and says so. apt-get refuses where it would have to remove one.
 install_packages() {
+  local problem
   is_any_missing "$@" || return 0
   require_root_or_sudo "$@"
   update_lists
   echo "Installing with apt-get what is missing of: $*"
-  apt -qq -y install --no-install-recommends --no-remove "$@" >/dev/null ||
-    fail "apt-get could not install: $*"
+  problem=$(apt -qq -y install --no-install-recommends --no-remove "$@" 2>&1 >/dev/null) ||
+    fail "apt-get could not install: $*: ${problem//$'\n'/ }"
 }
 
 # From here on, apt-get and apt-cache know the packages of an architecture, and keep what they need in a directory: this
