@@ -12,16 +12,10 @@ import tarfile
 import tempfile
 import unittest
 
+from binaries import expect_guarded_memory, headers_of, run
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = pathlib.Path("build/package")
-
-
-def run(*command, **options):
-    """The standard output of a command that has to end well."""
-    done = subprocess.run(command, text=True, capture_output=True, check=False, **options)
-    if done.returncode != 0:
-        raise AssertionError(f"{command} ended with {done.returncode}: {done.stdout}{done.stderr}")
-    return done.stdout
 
 
 def packages(tree):
@@ -81,12 +75,11 @@ class PackagesTest(unittest.TestCase):
 
     def test_the_program_is_hardened(self):
         program = ROOT / BUILD / "tools" / "quarlo-input"
-        headers = run("readelf", "--wide", "--file-header", "--program-headers", "--dynamic", program)
+        headers = headers_of(program)
         symbols = run("readelf", "--wide", "--dyn-syms", program)
         self.assertRegex(headers, r"Type: +DYN")
-        self.assertRegex(headers, r"GNU_RELRO")
         self.assertRegex(headers, r"FLAGS_1\) +Flags: NOW")
-        self.assertRegex(headers, r"GNU_STACK .* RW ")
+        expect_guarded_memory(self, headers)
         self.assertRegex(symbols, r"\b__stack_chk_fail@")
         self.assertRegex(symbols, r"\b__vsnprintf_chk@")
 
