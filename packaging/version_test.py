@@ -1,5 +1,5 @@
 #!/usr/bin/python3 -B
-"""The version stands in three places, which a release changes together."""
+"""The version stands in several places, which a release changes together."""
 
 import pathlib
 import re
@@ -28,6 +28,10 @@ class VersionTest(unittest.TestCase):
     def test_the_package_has_it(self):
         (revision,) = first_match("cmake/package.cmake", r"^set\(CPACK_DEBIAN_PACKAGE_RELEASE (\d+)\)")
         self.assertEqual(self.package, f"{self.version}-{revision}", "packaging/changelog and CMakeLists.txt differ")
+
+    def test_meson_has_it(self):
+        (meson,) = first_match("meson.build", r"^project\(.* version: '(\S+)'")
+        self.assertEqual(meson, self.version, "meson.build and CMakeLists.txt differ")
 
     def test_both_changelogs_say_whether_it_is_released(self):
         self.assertRegex(self.date, r"^(not yet released|\d{4}-\d\d-\d\d)$")
