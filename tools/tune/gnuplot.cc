@@ -1,7 +1,6 @@
 #include "tools/tune/gnuplot.h"
 
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include "tools/common/new_file.h"
 
 namespace quarlo::tools::tune {
 namespace {
@@ -81,52 +82,13 @@ std::string runGnuplot(const std::string& path, const std::string& script) {
   return contentOf(out.get());
 }
 
-// The directory of a file, whether the file exists or not.
-std::string directoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
-}
-
-[[noreturn]] void failToWrite(const std::string& path, int error) {
-  throw PictureError(path + ": the picture cannot be written: " + std::strerror(error));
-}
-
-// Makes a new file as private as the one in whose place it comes. Returns false, with errno, if it cannot.
-bool takeModeOf(const std::string& path, std::FILE* file) {
-  constexpr mode_t kPermissions = 0777;
-  constexpr mode_t kOfTheGroup = 0070;
-  constexpr auto kSameOwner = static_cast<uid_t>(-1);
-  struct stat status;
-  if (stat(path.c_str(), &status) == -1) return true;
-  mode_t mode = status.st_mode & kPermissions;
-  if (fchown(fileno(file), kSameOwner, status.st_gid) == -1) mode &= ~kOfTheGroup;
-  return fchmod(fileno(file), mode) == 0;
-}
-
-// A file that is read meanwhile is the old one or the new one, and never a part.
-void replace(const std::string& path, const std::string& content) {
-  const std::string unfinished = path + "." + std::to_string(getpid());
-  const File file(std::fopen(unfinished.c_str(), "wxe"), std::fclose);
-  if (file == nullptr) failToWrite(path, errno);
-  const bool written = takeModeOf(path, file.get()) &&
-                       std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
-                       std::fflush(file.get()) == 0;
-  if (written && std::rename(unfinished.c_str(), path.c_str()) == 0) return;
-  const int error = errno;
-  unlink(unfinished.c_str());
-  failToWrite(path, error);
-}
-
 }  // namespace
 
-void checkPicturePath(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-    throw PictureError(path + ": the picture cannot be written: not a regular file");
-  }
-  if (access(directoryOf(path).c_str(), W_OK | X_OK) == -1) failToWrite(path, errno);
+void drawPicture(const std::string& path, const std::string& script) {
+  const std::string picture = runGnuplot(path, script);
+  NewFile file(path, kPicture);
+  file.write(picture);
+  file.finish();
 }
-
-void drawPicture(const std::string& path, const std::string& script) { replace(path, runGnuplot(path, script)); }
 
 }  // namespace quarlo::tools::tune

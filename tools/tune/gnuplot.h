@@ -12,12 +12,11 @@ class PictureError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Throws PictureError if the directory of `path` does not exist, or no file can be made in it. Call this before long
-// work.
-void checkPicturePath(const std::string& path);
+// What the file is called in messages.
+constexpr char kPicture[] = "the picture";
 
 // Has gnuplot run a script that draws on its standard output, and then puts the picture into a file, in the place of
-// one that is there, whose mode it takes. Throws PictureError, and leaves what is there, if it cannot.
+// one that is there, whose mode it takes. Throws PictureError or NewFileError, and leaves what is there, if it cannot.
 void drawPicture(const std::string& path, const std::string& script);
 
 }  // namespace quarlo::tools::tune

@@ -14,6 +14,7 @@
 #include "recording/session.h"
 #include "tools/common/columns.h"
 #include "tools/common/damages.h"
+#include "tools/common/new_file.h"
 #include "tools/common/output.h"
 #include "tools/tune/gnuplot.h"
 #include "tools/tune/kernel_remote.h"
@@ -338,7 +339,7 @@ int run(const TuneOptions& options) {
     recording::Session session = readSession(options);
     const int status = sayDamages(session);
     const Remote remote = remoteOf(options, std::move(session));
-    if (!options.plot.empty()) checkPicturePath(options.plot);
+    if (!options.plot.empty()) checkNewFile(options.plot, kPicture);
     const Study study = studyTiming(remote, gridFor(options, remote));
     print(options, remote, study);
     if (!options.plot.empty()) drawPicture(options.plot, plotScript(remote, study, titleOf(options, remote, study)));
@@ -346,6 +347,8 @@ int run(const TuneOptions& options) {
   } catch (const recording::Error& error) {
     return fail(error.what());
   } catch (const PictureError& error) {
+    return fail(error.what());
+  } catch (const NewFileError& error) {
     return fail(error.what());
   } catch (const std::bad_alloc&) {
     return fail(options.session + ": there is not enough memory for this session");
