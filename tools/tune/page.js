@@ -1,0 +1,1 @@
+byId("remote").append(data.remote);
