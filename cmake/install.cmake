@@ -72,7 +72,7 @@ quarlo_install_pkg_config(quarlo-sim quarlo_sim
 
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev
-  FILES_MATCHING REGEX "\\.(md|svg|cc|h)$")
+  FILES_MATCHING REGEX "\\.(md|svg|png|cc|h)$")
 
 # ---- program ------------------------------------------------------------------------------------
 

@@ -285,6 +285,13 @@ TEST(Arguments, APictureIsAnSvg) {
   }
 }
 
+TEST(Arguments, APageIsHtml) {
+  for (const std::string name : {"", ".html", "a.htm", "a.html.gz", "html"}) {
+    EXPECT_EQ(complaintAbout("tune", "--html", name),
+              "\"" + name + "\" is not a name that ends in .html: pages are HTML, such as remote.html");
+  }
+}
+
 TEST(Arguments, LircPathHasAtMost107Characters) {
   EXPECT_EQ(complaintAbout("monitor", "--lirc", std::string(108, 'a')),
             "the path has 108 characters, and a socket's can have 107; use a shorter one, such as a link");

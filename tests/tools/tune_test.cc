@@ -529,5 +529,66 @@ TEST(TunePicture, IntoAFolderIsAnError) {
             "quarlo-input: " + path + ": the picture cannot be written: not a regular file\n");
 }
 
+// ---- The page -----------------------------------------------------------------------------------
+
+// The data of a page.
+nlohmann::json dataOf(const std::string& path) {
+  const std::string page = contentOf(path);
+  const std::string begin = R"(<script type="application/json" id="data">)";
+  const std::size_t start = page.find(begin) + begin.size();
+  return nlohmann::json::parse(page.substr(start, page.find("</script>", start) - start));
+}
+
+TEST(TunePage, HasWhatJsonSaysOfEachSetting) {
+  const Folder folder;
+  const std::string path = folder.path("a.html");
+  const std::string text = tuned(with({"--html", path, "--json"}, kSmallPolledGrid));
+  EXPECT_EQ(text, tuned(with({"--json"}, kSmallPolledGrid)));
+  EXPECT_EQ(filesIn(folder), std::vector<std::string>{"a.html"});
+  std::vector<nlohmann::json> tried;
+  const nlohmann::json data = dataOf(path);
+  for (const nlohmann::json& setting : data["settings"]) {
+    if (setting["tried"]) tried.push_back(setting);
+  }
+  std::vector<std::string> lines = linesOf(text);
+  lines.pop_back();  // the recommendation
+  ASSERT_EQ(tried.size(), lines.size());
+  for (std::size_t i = 0; i < tried.size(); ++i) {
+    nlohmann::json setting = nlohmann::json::parse(lines[i]);
+    EXPECT_EQ(tried[i]["now"], setting["default"]);
+    setting.erase("kind");
+    setting.erase("default");
+    for (const auto& [name, value] : setting.items()) EXPECT_EQ(tried[i][name], value) << name;
+  }
+}
+
+TEST(TunePage, HasWhatIsHalfwayBetweenForTheSliders) {
+  const Folder folder;
+  tuned({"--html", folder.path("a.html"), "--repeat-timeout", "100,130,160", "--release-timeout", "300"});
+  std::vector<std::pair<int, bool>> values;
+  const nlohmann::json data = dataOf(folder.path("a.html"));
+  for (const nlohmann::json& setting : data["settings"]) {
+    values.emplace_back(setting["repeatTimeoutMs"], setting["tried"]);
+  }
+  EXPECT_EQ(values,
+            (std::vector<std::pair<int, bool>>{{100, true}, {115, false}, {130, true}, {145, false}, {160, true}}));
+}
+
+TEST(TunePage, ShowsWhatBecomesOfATapAndOfAHeldButton) {
+  const Folder folder;
+  tuned({"--html", folder.path("a.html"), "--repeat-timeout", "100", "--release-timeout", "300", "--tap", "4"});
+  const nlohmann::json setting = dataOf(folder.path("a.html"))["settings"][0];
+  EXPECT_EQ(setting["tap"]["lines"], nlohmann::json::parse("[[0.0,0],[108.0,1],[216.0,1],[324.0,0]]"));
+  EXPECT_EQ(setting["tap"]["keyDowns"], nlohmann::json::parse("[0.0,324.0]"));
+  EXPECT_EQ(setting["hold"]["lines"].size(), 19U);
+}
+
+TEST(TunePage, IntoAFolderThatDoesNotExistFailsBeforeTheStudy) {
+  const Result result = run(with({"tune", "--html", "/nowhere/a.html"}, kSmallGrid));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "quarlo-input: /nowhere/a.html: the page cannot be written: No such file or directory\n");
+}
+
 }  // namespace
 }  // namespace quarlo::tools

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <string_view>
 #include <vector>
 
 #include "input/linux_input_reader_limits.h"
@@ -123,12 +122,21 @@ void parseSession(const std::string& text, TuneOptions& options) {
   options.session = text;
 }
 
-void parsePlot(const std::string& text, TuneOptions& options) {
-  constexpr std::string_view kEnding = ".svg";
-  if (text.size() <= kEnding.size() || text.substr(text.size() - kEnding.size()) != kEnding) {
-    throw ArgumentError("\"" + text + "\" is not a name that ends in .svg: pictures are SVG, such as remote.svg");
+// The name of a file with this ending; `why` it must have that.
+std::string parseFile(const std::string& text, const std::string& ending, const std::string& why) {
+  if (text.size() <= ending.size() || text.substr(text.size() - ending.size()) != ending) {
+    throw ArgumentError("\"" + text + "\" is not a name that ends in " + ending + ": " + why + ", such as remote" +
+                        ending);
   }
-  options.plot = text;
+  return text;
+}
+
+void parsePlot(const std::string& text, TuneOptions& options) {
+  options.plot = parseFile(text, ".svg", "pictures are SVG");
+}
+
+void parseHtml(const std::string& text, TuneOptions& options) {
+  options.html = parseFile(text, ".html", "pages are HTML");
 }
 
 // ---- All of them --------------------------------------------------------------------------------
@@ -245,6 +253,8 @@ void addOptions(CommandLine& line, TuneOptions& options) {
   line.addFlag("--json", options.json, "Print one JSON object per setting, then the recommendation");
   line.addOption("--plot", "FILE.svg", "Draw the current and the recommended setting, and all of them, with gnuplot",
                  [&](const std::string& text) { parsePlot(text, options); });
+  line.addOption("--html", "FILE.html", "Write a page that shows all settings, and what a tap and a held button give",
+                 [&](const std::string& text) { parseHtml(text, options); });
   line.addCheck([=, &options] {
     checkTimeout(options.grid.loop, *timeoutIsGiven);
     check(*remote, options);

@@ -145,6 +145,12 @@ int weightOf(const Finding& finding) {
   return weight;
 }
 
+int keyDownsOf(const Timeline& timeline, const Press& press) {
+  return static_cast<int>(
+      std::count_if(timeline.keyDowns.begin(), timeline.keyDowns.end(),
+                    [&](const KeyDown& keyDown) { return keyDown.line >= press.first && keyDown.line < press.end; }));
+}
+
 }  // namespace
 
 const char* nameOf(Fault fault) {
@@ -235,6 +241,16 @@ Circumstances worstCircumstances(const Remote& remote, const Setting& setting) {
   };
   return *std::max_element(all.begin(), all.end(),
                            [&](const Circumstances& a, const Circumstances& b) { return weight(a) < weight(b); });
+}
+
+Press pressToShow(const Remote& remote, const Timeline& timeline, bool held) {
+  const auto rank = [&](const Press& press) {
+    if (press.held != held) return -1.0;
+    return held ? toMs(timeline.lines[press.end - 1].sent - timeline.lines[press.first].sent)
+                : keyDownsOf(timeline, press);
+  };
+  return *std::max_element(remote.presses.begin(), remote.presses.end(),
+                           [&](const Press& a, const Press& b) { return rank(a) < rank(b); });
 }
 
 // ---- The study ----------------------------------------------------------------------------------

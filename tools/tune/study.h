@@ -69,6 +69,9 @@ std::string describe(const Finding& finding);
 // Those of the studied circumstances in which one run shows the worst faults.
 Circumstances worstCircumstances(const Remote& remote, const Setting& setting);
 
+// The press that shows best what a run gave: the tap of which most key-downs came, or the longest held button.
+Press pressToShow(const Remote& remote, const Timeline& timeline, bool held);
+
 // The values of each setting to try; by default, LIRC's timeouts. The poll timeouts are for a loop that polls.
 struct Grid {
   LoopKind loop = LoopKind::kWait;

@@ -91,23 +91,6 @@ struct Window {
   double maximumMs;
 };
 
-int keyDownsOf(const Timeline& timeline, const Press& press) {
-  return static_cast<int>(
-      std::count_if(timeline.keyDowns.begin(), timeline.keyDowns.end(),
-                    [&](const KeyDown& keyDown) { return keyDown.line >= press.first && keyDown.line < press.end; }));
-}
-
-// The tap that gave the highest number of key-downs, or the longest held button.
-Press pressToShow(const Remote& remote, const Timeline& timeline, bool held) {
-  const auto rank = [&](const Press& press) {
-    if (press.held != held) return -1.0;
-    return held ? toMs(timeline.lines[press.end - 1].sent - timeline.lines[press.first].sent)
-                : keyDownsOf(timeline, press);
-  };
-  return *std::max_element(remote.presses.begin(), remote.presses.end(),
-                           [&](const Press& a, const Press& b) { return rank(a) < rank(b); });
-}
-
 Window windowOf(const Remote& remote, const Timeline& timeline, bool held) {
   constexpr double kMargin = 40;
   constexpr double kTapMs = 560;

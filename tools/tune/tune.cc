@@ -14,10 +14,12 @@
 #include "recording/session.h"
 #include "tools/common/columns.h"
 #include "tools/common/damages.h"
-#include "tools/common/new_file.h"
+#include "tools/common/html_page.h"
 #include "tools/common/output.h"
 #include "tools/tune/gnuplot.h"
 #include "tools/tune/kernel_remote.h"
+#include "tools/tune/study_json.h"
+#include "tools/tune/study_page.h"
 #include "tools/tune/timing_plot.h"
 
 namespace quarlo::tools::tune {
@@ -189,82 +191,60 @@ std::string wrapped(const std::string& text) {
   return result + text.substr(start);
 }
 
-void printLircSetting(const Setting& setting) {
-  std::printf("  export LIRC_REPEAT_TIMEOUT=%d\n", setting.repeatMs);
-  std::printf("  export LIRC_RELEASE_TIMEOUT=%d\n", setting.startMs);
+std::string lircSetting(const Setting& setting) {
+  return "  export LIRC_REPEAT_TIMEOUT=" + std::to_string(setting.repeatMs) +
+         "\n  export LIRC_RELEASE_TIMEOUT=" + std::to_string(setting.startMs) + "\n";
 }
 
 // The rule is as that of Debian's package ir-keytable, which sets the key map.
-void printNodeSetting(const Setting& setting) {
-  std::printf("Now, for a receiver that `ir-keytable` lists as rc0:\n\n");
-  std::printf("  ir-keytable -s rc0 -D %d -P %d\n\n", setting.startMs, setting.repeatMs);
-  std::printf("For each receiver as it comes, in /etc/udev/rules.d/71-remote-repeat.rules:\n\n");
-  std::printf("  ACTION==\"add\", SUBSYSTEM==\"input\", SUBSYSTEMS==\"rc\", KERNEL==\"event*\", \\\n");
-  std::printf("    ENV{.rc_sysdev}=\"$id\", \\\n");
-  std::printf("    RUN+=\"/usr/bin/ir-keytable -s $env{.rc_sysdev} -D %d -P %d\"\n\n", setting.startMs,
-              setting.repeatMs);
-  std::printf("For any node, in a program that has it open as fd:\n\n");
-  std::printf("  unsigned int repeat[2] = {%d, %d};\n", setting.startMs, setting.repeatMs);
-  std::printf("  ioctl(fd, EVIOCSREP, repeat);\n");
+std::string nodeSetting(const Setting& setting) {
+  const std::string delay = std::to_string(setting.startMs);
+  const std::string period = std::to_string(setting.repeatMs);
+  const std::string options = " -D " + delay + " -P " + period;
+  return "Now, for a receiver that `ir-keytable` lists as rc0:\n\n"
+         "  ir-keytable -s rc0" +
+         options +
+         "\n\n"
+         "For each receiver as it comes, in /etc/udev/rules.d/71-remote-repeat.rules:\n\n"
+         "  ACTION==\"add\", SUBSYSTEM==\"input\", SUBSYSTEMS==\"rc\", KERNEL==\"event*\", \\\n"
+         "    ENV{.rc_sysdev}=\"$id\", \\\n"
+         "    RUN+=\"/usr/bin/ir-keytable -s $env{.rc_sysdev}" +
+         options +
+         "\"\n\n"
+         "For any node, in a program that has it open as fd:\n\n"
+         "  unsigned int repeat[2] = {" +
+         delay + ", " + period +
+         "};\n"
+         "  ioctl(fd, EVIOCSREP, repeat);\n";
+}
+
+std::string whatToSet(const Study& study) {
+  const Setting& setting = study.findings[study.recommended].setting;
+  const std::string poll = setting.pollMs ? "  and the first readInput() of each round of the loop waits " +
+                                                std::to_string(*setting.pollMs) + " ms\n"
+                                          : "";
+  if (study.judgement.decoder == Decoder::kDaemon) return lircSetting(setting) + poll;
+  if (study.recommended != study.byDefault) return nodeSetting(setting) + poll;
+  return "  delay " + std::to_string(setting.startMs) + " ms, period " + std::to_string(setting.repeatMs) + " ms\n" +
+         poll;
 }
 
 void printRecommendation(const Study& study) {
-  const Setting& setting = study.findings[study.recommended].setting;
-  std::printf("\n%s\n\n", wrapped(reasonOf(study)).c_str());
-  if (study.judgement.decoder == Decoder::kDaemon) {
-    printLircSetting(setting);
-  } else if (study.recommended != study.byDefault) {
-    printNodeSetting(setting);
-  } else {
-    std::printf("  delay %d ms, period %d ms\n", setting.startMs, setting.repeatMs);
-  }
-  if (setting.pollMs) {
-    std::printf("  and the first readInput() of each round of the loop waits %d ms\n", *setting.pollMs);
-  }
+  std::printf("\n%s\n\n%s", wrapped(reasonOf(study)).c_str(), whatToSet(study).c_str());
 }
 
 // ---- JSON ---------------------------------------------------------------------------------------
 
-ordered_json toJson(const std::optional<Range>& range) {
-  if (!range) return nullptr;
-  const auto rounded = [](double number) { return std::round(number * 1000) / 1000; };
-  return {{"minimum", rounded(range->minimum)}, {"maximum", rounded(range->maximum)}};
-}
-
-ordered_json toJson(const char* kind, const Finding& finding, Decoder decoder) {
-  const bool kernel = decoder == Decoder::kKernel;
-  ordered_json json;
-  json["kind"] = kind;
-  if (kernel) {
-    json["delayMs"] = finding.setting.startMs;
-    json["periodMs"] = finding.setting.repeatMs;
-  } else {
-    json["repeatTimeoutMs"] = finding.setting.repeatMs;
-    json["releaseTimeoutMs"] = finding.setting.startMs;
-  }
-  if (finding.setting.pollMs) json["timeoutMs"] = *finding.setting.pollMs;
-  json["keyDownsPerTap"] = toJson(finding.keyDownsPerTap);
-  json["firstRepeatMs"] = toJson(finding.firstRepeatMs);
-  json["repeatsPerSecond"] = toJson(finding.repeatsPerSecond);
-  json["pauseMs"] = toJson(finding.pauseMs);
-  json["lastAfterReleaseMs"] = toJson(finding.lastAfterMs);
-  if (!kernel) {
-    json["linesSkipped"] = finding.skipped;
-    json["linesLost"] = finding.lost;
-  }
-  json["faults"] = ordered_json::array();
-  for (const Fault fault : finding.faults) json["faults"].push_back(nameOf(fault));
-  return json;
-}
-
 void printJson(const Remote& remote, const Study& study) {
   const Decoder decoder = study.judgement.decoder;
   for (std::size_t i = 0; i < study.findings.size(); ++i) {
-    ordered_json json = toJson("setting", study.findings[i], decoder);
+    ordered_json json = {{"kind", "setting"}};
+    json.update(findingJson(study.findings[i], decoder));
     json[decoder == Decoder::kKernel ? "current" : "default"] = i == study.byDefault;
     std::printf("%s\n", json.dump().c_str());
   }
-  ordered_json json = toJson("recommendation", study.findings[study.recommended], decoder);
+  ordered_json json = {{"kind", "recommendation"}};
+  json.update(findingJson(study.findings[study.recommended], decoder));
   json["presses"] = remote.taps + remote.holds;
   json["pressesStudied"] = remote.presses.size();
   json["reason"] = reasonOf(study);
@@ -323,6 +303,13 @@ Grid gridFor(const TuneOptions& options, const Remote& remote) {
   return {options.grid.loop, options.periodMs, options.delayMs, options.grid.pollMs};
 }
 
+void writePage(const TuneOptions& options, const Remote& remote, const Study& study) {
+  const Study between = studyTiming(remote, gridOfSliders(gridFor(options, remote), study));
+  writeStudyPage(
+      options.html, remote, study, between,
+      {printable(describeRemote(options, remote)), describeRuns(options, remote), reasonOf(study), whatToSet(study)});
+}
+
 void print(const TuneOptions& options, const Remote& remote, const Study& study) {
   if (options.json) return printJson(remote, study);
   printHeading(options, remote);
@@ -340,9 +327,11 @@ int run(const TuneOptions& options) {
     const int status = sayDamages(session);
     const Remote remote = remoteOf(options, std::move(session));
     if (!options.plot.empty()) checkNewFile(options.plot, kPicture);
+    if (!options.html.empty()) checkNewFile(options.html, kHtmlPage);
     const Study study = studyTiming(remote, gridFor(options, remote));
     print(options, remote, study);
     if (!options.plot.empty()) drawPicture(options.plot, plotScript(remote, study, titleOf(options, remote, study)));
+    if (!options.html.empty()) writePage(options, remote, study);
     return status;
   } catch (const recording::Error& error) {
     return fail(error.what());

@@ -24,6 +24,7 @@ struct TuneOptions {
   bool nodeGridIsGiven = false;
   bool json = false;
   std::string plot;  // the path of the picture to write; empty: none
+  std::string html;  // the same of the page
 };
 
 // Returns the exit status.
