@@ -33,6 +33,13 @@ class VersionTest(unittest.TestCase):
         (meson,) = first_match("meson.build", r"^project\(.* version: '(\S+)'")
         self.assertEqual(meson, self.version, "meson.build and CMakeLists.txt differ")
 
+    def test_the_recipes_have_it(self):
+        (buildroot,) = first_match("packaging/buildroot/package/quarlo-input/quarlo-input.mk",
+                                   r"^QUARLO_INPUT_VERSION = (\S+)$")
+        self.assertEqual(buildroot, self.version, "the package for Buildroot and CMakeLists.txt differ")
+        recipes = ROOT / "packaging" / "meta-quarlo-input" / "recipes-support" / "quarlo-input"
+        self.assertEqual([recipe.name for recipe in recipes.iterdir()], [f"quarlo-input_{self.version}.bb"])
+
     def test_both_changelogs_say_whether_it_is_released(self):
         self.assertRegex(self.date, r"^(not yet released|\d{4}-\d\d-\d\d)$")
         self.assertEqual(self.date == "not yet released", self.distribution == "UNRELEASED",
