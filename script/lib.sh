@@ -11,11 +11,13 @@ is_installed() {
   [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
+as_root() {
+  if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
+}
+
 # Runs apt-get as root. Where another process installs something, it waits for its end.
 apt() {
-  local command=(env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600)
-  [ "$(id -u)" = 0 ] || command=(sudo "${command[@]}")
-  "${command[@]}" "$@"
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 "$@"
 }
 
 # What apt-get would have to remove to install these packages. REQUIRES: the package lists are there (update_lists).
