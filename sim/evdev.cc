@@ -116,14 +116,14 @@ input_event makeRecord(microseconds time, int type, int code, int value) {
 }
 
 void EvdevClient::push(const input_event& record) {
-  buffer_[head_] = record;
+  buffer_[head_] = {record, ++pushed_};
   head_ = next(head_);
   if (head_ == tail_) {
     tail_ = (head_ - 2) & (buffer_.size() - 1);
-    buffer_[tail_] = record;
-    buffer_[tail_].type = EV_SYN;
-    buffer_[tail_].code = SYN_DROPPED;
-    buffer_[tail_].value = 0;
+    buffer_[tail_] = {record, 0};
+    buffer_[tail_].record.type = EV_SYN;
+    buffer_[tail_].record.code = SYN_DROPPED;
+    buffer_[tail_].record.value = 0;
     packetHead_ = tail_;
   }
   if (!isReport(record)) return;
@@ -136,11 +136,11 @@ void EvdevClient::dropRecords(int type) {
   std::size_t end = tail_;
   bool packetIsEmpty = false;
   for (std::size_t i = tail_; i != head_; i = next(i)) {
-    const input_event record = buffer_[i];
-    if (record.type == type || (isReport(record) && packetIsEmpty)) continue;
-    buffer_[end] = record;
+    const Queued queued = buffer_[i];
+    if (queued.record.type == type || (isReport(queued.record) && packetIsEmpty)) continue;
+    buffer_[end] = queued;
     end = next(end);
-    packetIsEmpty = isReport(record);
+    packetIsEmpty = isReport(queued.record);
     if (packetIsEmpty) packetHead_ = end;
   }
   head_ = end;
@@ -149,7 +149,7 @@ void EvdevClient::dropRecords(int type) {
 // As __evdev_queue_syn_dropped().
 void EvdevClient::pushDropped(microseconds time) {
   const std::size_t index = head_;
-  buffer_[index] = makeRecord(time, EV_SYN, SYN_DROPPED, 0);
+  buffer_[index] = {makeRecord(time, EV_SYN, SYN_DROPPED, 0), 0};
   head_ = next(head_);
   if (head_ == tail_) tail_ = packetHead_ = index;
 }

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <map>
@@ -59,8 +60,12 @@ class EvdevClient {
   bool packetIsEmpty() const { return packetHead_ == head_; }
 
   // REQUIRES: readable()
-  const input_event& front() const { return buffer_[tail_]; }
+  const input_event& front() const { return buffer_[tail_].record; }
   void pop() { tail_ = next(tail_); }
+
+  // Which one that is of all that push() was given, counted from 1; 0: a SYN_DROPPED that was put there.
+  // REQUIRES: readable()
+  std::uint64_t frontNumber() const { return buffer_[tail_].number; }
 
   // Drops the records of a type, and the SYN_REPORTs that then follow another one at once. As in the kernel, a
   // SYN_REPORT at the front stays. What is not readable yet is dropped, too.
@@ -79,7 +84,13 @@ class EvdevClient {
  private:
   std::size_t next(std::size_t index) const { return (index + 1) & (buffer_.size() - 1); }
 
-  std::vector<input_event> buffer_;
+  struct Queued {
+    input_event record;
+    std::uint64_t number;
+  };
+
+  std::vector<Queued> buffer_;
+  std::uint64_t pushed_ = 0;
   std::size_t head_ = 0;
   std::size_t tail_ = 0;
   std::size_t packetHead_ = 0;
@@ -124,6 +135,7 @@ struct NodeState : std::enable_shared_from_this<NodeState> {
   int openError = 0;
   std::map<unsigned, int> ioctlErrors;  // by request, without its size
   std::size_t mostStates = SIZE_MAX;    // bytes of an answer
+  std::function<void(std::uint64_t)> onRead;
 
  private:
   bool passes(input_event& record);

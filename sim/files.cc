@@ -45,6 +45,7 @@ ssize_t NodeFile::read(void* buffer, std::size_t size) {
   std::size_t used = 0;
   for (; used + sizeof(input_event) <= size && client_->readable(); used += sizeof(input_event)) {
     std::memcpy(static_cast<char*>(buffer) + used, &client_->front(), sizeof(input_event));
+    if (node_->onRead) node_->onRead(client_->frontNumber());
     client_->pop();
   }
   return static_cast<ssize_t>(used);

@@ -58,6 +58,8 @@ void Node::inject(int type, int code, int value) { state_->deliver(type, code, v
 
 void Node::setState(int type, int code, bool isOn) { state_->setState(type, code, isOn); }
 
+void Node::onRead(std::function<void(std::uint64_t)> take) { state_->onRead = std::move(take); }
+
 void Node::unplug() { state_->unplug(); }
 
 void Node::setGrabbedElsewhere(bool grabbed) { state_->grabbedElsewhere = grabbed; }

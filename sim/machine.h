@@ -43,6 +43,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -107,6 +108,10 @@ class Node {
 
   // What is down, lit or on from now on, as EVIOCGKEY and the others tell it. No record says so.
   void setState(int type, int code, bool isOn);
+
+  // Calls `take` with each record that is read: which one it is of those that came into the descriptor's buffer,
+  // counted from 1. So what is missing was lost. 0: a SYN_DROPPED, which the buffer puts in the place of what it loses.
+  void onRead(std::function<void(std::uint64_t)> take);
 
   // The device is gone: its path no longer opens, its descriptors give ENODEV, and what was queued is lost.
   void unplug();

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -415,6 +416,41 @@ TEST(Node, MouseBufferHolds127Records) {
   for (int i = 0; i < 127; ++i) node.inject(EV_REL, REL_X, 1);
   node.inject(EV_SYN, SYN_REPORT, 0);
   EXPECT_EQ(readRecords(fd), Lines({"0 3 0", "0 0 0"}));
+}
+
+TEST(Node, TellsWhichOfItsRecordsAreRead) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  std::vector<std::uint64_t> read;
+  node.onRead([&](std::uint64_t number) { read.push_back(number); });
+  node.press(KEY_A);
+  EXPECT_EQ(readRecords(fd).size(), 2U);
+  EXPECT_EQ(read, (std::vector<std::uint64_t>{1, 2}));
+
+  // Records 3 to 66 fill the buffer: the last of them is kept, behind a mark.
+  for (int i = 0; i < 32; ++i) i % 2 == 0 ? node.release(KEY_A) : node.press(KEY_A);
+  node.press(KEY_B);
+  read.clear();
+  EXPECT_EQ(readRecords(fd).size(), 4U);
+  EXPECT_EQ(read, (std::vector<std::uint64_t>{0, 66, 67, 68}));
+  close(fd);
+}
+
+// What EVIOCGKEY takes away was not lost: it is told in another way.
+TEST(Node, TellsWhichOfItsRecordsAreReadAfterOthersWereTakenAway) {
+  Machine machine;
+  Node& node = machine.addNode("/dev/input/event0", Device::keyboard());
+  const int fd = openNode("/dev/input/event0");
+  std::vector<std::uint64_t> read;
+  node.onRead([&](std::uint64_t number) { read.push_back(number); });
+  node.report(EV_MSC, MSC_SCAN, 4);
+  node.press(KEY_A);
+  unsigned char keys[KEY_MAX / 8 + 1];
+  EXPECT_GT(ioctl(fd, EVIOCGKEY(sizeof keys), keys), 0);
+  EXPECT_EQ(readRecords(fd).size(), 2U);
+  EXPECT_EQ(read, (std::vector<std::uint64_t>{1, 3}));
+  close(fd);
 }
 
 TEST(Node, AfterAnOverflowNothingIsReadableBeforeTheNextReport) {
