@@ -42,6 +42,9 @@ class ReaderLoop {
   // open, that it is of that.
   Origin origin() const;
 
+  // What it came of: which record or line of its source. REQUIRES: it does not poll
+  const InputLoop::Cause& cause() const { return loop_.cause(); }
+
   // In how many ms a round without input does something: what the reader does of a remote's key that is held. -1: in
   // none.
   int dueMs() const { return loop_.timeoutMs(); }
