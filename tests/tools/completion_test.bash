@@ -26,7 +26,7 @@ offers '--version' --v
 offers '--mouse' monitor --m
 offers '--also' record --a
 offers 'sessions/sofa' monitor --also sessions/so
-offers '--realtime' replay --r
+offers '--realtime' replay --rea
 offers 'sessions/sofa' replay --json sessions/so
 offers 'sessions/sofa' record -o sessions/so
 offers 'sessions/sofa' record --output = sessions/so

@@ -189,6 +189,39 @@ TEST(Replay, BeginsItsJsonWithTheSources) {
   EXPECT_EQ(lines.at(2).rfind(R"({"time":86000.000000,"source":"remote",)", 0), 0U) << lines.at(2);
 }
 
+TEST(Replay, PrintsWhatItsEventsCameOfWhenAskedTo) {
+  const Folder folder;
+  folder.write("keyboard.evemu",
+               kDescription + record("0.600000", EV_KEY, KEY_UP, 1) + record("0.600000", EV_SYN, 0, 0));
+  folder.write("remote.lirc", "0.100000 0 00 KEY_OK tv\n0.200000 0 01 KEY_OK \xff\"\n");
+  std::vector<std::string> lines = linesOf(run({"replay", "--json", "--records", folder.path("")}).out);
+  lines.erase(lines.begin());
+  EXPECT_EQ(
+      lines,
+      (std::vector<std::string>{
+          R"({"time":0.100000,"source":"remote","kind":"line","number":1,"line":"0 00 KEY_OK tv","event":1})",
+          R"({"time":0.100000,"source":"remote","number":1,"cause":1,"kind":"key","action":"down","key":"Enter","code":13,"ch":13,"modifiers":[]})",
+          R"({"time":0.100000,"source":"remote","kind":"state","state":"held","line":1,"until":0.400000})",
+          R"({"time":0.200000,"source":"remote","kind":"line","number":2,"line":"0 01 KEY_OK \ufffd\"","event":null,"why":"early"})",
+          R"({"time":0.400000,"source":"remote","kind":"state","state":"repeating","line":2,"until":0.400000})",
+          R"({"time":0.500000,"source":"remote","kind":"state","state":"none","line":2,"until":0.500000})",
+          R"({"time":0.600000,"source":"keyboard","kind":"record","number":1,"type":"EV_KEY","linuxName":"KEY_UP","linuxCode":103,"value":1,"event":2})",
+          R"({"time":0.600000,"source":"keyboard","number":2,"cause":1,"kind":"key","action":"down","key":"Up","code":38,"ch":0,"modifiers":[]})",
+          R"({"time":0.600000,"source":"keyboard","kind":"record","number":2,"type":"EV_SYN","linuxName":"SYN_REPORT","linuxCode":0,"value":0,"event":null,"why":"mark"})"}));
+}
+
+TEST(Replay, PrintsRecordsAsJsonAloneAndOfALoopThatWaits) {
+  const std::string hint = " (see quarlo-input replay --help)\n";
+  const Result asText = run({"replay", "--records", sample("desk")});
+  EXPECT_EQ(asText.status, 2);
+  EXPECT_EQ(asText.err, "quarlo-input: --records is for JSON: expected --json beside it" + hint);
+  const Result polled = run({"replay", "--json", "--records", "--loop", "poll", sample("desk")});
+  EXPECT_EQ(polled.status, 2);
+  EXPECT_EQ(
+      polled.err,
+      "quarlo-input: --records is for the loop that waits: one that polls does not know what an event came of" + hint);
+}
+
 TEST(Replay, OfAFurtherNodeGivesWhatTheSameKeyboardGives) {
   const std::string keyboard = contentOf(sample("desk") + "/keyboard.evemu");
   const Folder alone;

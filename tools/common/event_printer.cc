@@ -11,7 +11,10 @@
 namespace quarlo::tools {
 namespace {
 
-// A plain decimal, which a double is not when it is small.
+std::string describeNow() { return describeClock(std::chrono::system_clock::now()); }
+
+}  // namespace
+
 std::string jsonTime(microseconds time) {
   char text[32];
   std::snprintf(text, sizeof text, "%" PRId64 ".%06" PRId64, std::int64_t{time.count() / 1000000},
@@ -19,14 +22,12 @@ std::string jsonTime(microseconds time) {
   return text;
 }
 
-std::string describeNow() { return describeClock(std::chrono::system_clock::now()); }
-
 std::string dumped(const nlohmann::ordered_json& json) {
   constexpr bool kAsciiOnly = true;
   return json.dump(-1, ' ', kAsciiOnly, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-}  // namespace
+std::string orNull(std::uint64_t number) { return number == 0 ? "null" : std::to_string(number); }
 
 void EventCounts::add(const InputEvent& event, const Origin& origin) {
   if (event.kind == InputEvent::kKeyEvent) {
@@ -64,11 +65,12 @@ void EventPrinter::begin(const std::vector<SourceReport>& sources) const {
   std::fflush(stdout);
 }
 
-bool EventPrinter::print(microseconds time, const InputEvent& event, const Origin& origin) {
+bool EventPrinter::print(microseconds time, const InputEvent& event, const Origin& origin,
+                         const std::optional<EventNumber>& number) {
   if (const std::optional<Origin> shown = masked(options_.mask, origin)) {
     counts_.add(event, origin);
     const InputEvent visible = masked(options_.mask, event, origin);
-    options_.json ? printJson(time, visible, *shown) : printText(time, visible, *shown);
+    options_.json ? printJson(time, visible, *shown, number) : printText(time, visible, *shown);
   }
   const bool enough = options_.count != 0 && counts_.events() >= options_.count;
   return !enough && std::ferror(stdout) == 0;
@@ -84,11 +86,14 @@ void EventPrinter::printText(microseconds time, const InputEvent& event, const O
   std::printf("%7s  %s\n", when.c_str(), describeWithSource(event, origin).c_str());
 }
 
-void EventPrinter::printJson(microseconds time, const InputEvent& event, const Origin& origin) const {
+void EventPrinter::printJson(microseconds time, const InputEvent& event, const Origin& origin,
+                             const std::optional<EventNumber>& number) const {
   if (event.kind == InputEvent::kNoEvent) return;
   const std::string clock = options_.clock ? R"("clock":")" + describeNow() + "\"," : "";
   const std::string rest = toJson(event, origin).dump().substr(1);
   std::printf(R"({"time":%s,%s"source":"%s",)", jsonTime(time).c_str(), clock.c_str(), describeSource(origin).c_str());
+  if (number)
+    std::printf(R"("number":%s,"cause":%s,)", std::to_string(number->number).c_str(), orNull(number->cause).c_str());
   std::puts(rest.c_str());
 }
 

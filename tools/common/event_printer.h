@@ -2,7 +2,10 @@
 // one that says what they are of, and a summary at the end.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +24,22 @@ struct PrintOptions {
   Mask mask = Mask::kNothing;
   bool countEmptyRecords = false;  // in text, also print how many records gave no event
   long count = 0;                  // as many events are wanted; 0: any number
+};
+
+// Seconds as JSON has them: "12.000500", a plain decimal, which a double is not when it is small.
+std::string jsonTime(microseconds time);
+
+// A number that counts from 1; of 0, "null".
+std::string orNull(std::uint64_t number);
+
+// In one line, of ASCII alone; what is not UTF-8 is replaced.
+std::string dumped(const nlohmann::ordered_json& json);
+
+// The place of an event in a replay whose records are printed, too: its number, counted from 1, and that of the record
+// or line of its source that it came of, 0: of none.
+struct EventNumber {
+  std::uint64_t number;
+  std::uint64_t cause;
 };
 
 // How many events there were, of which kind.
@@ -52,9 +71,10 @@ class EventPrinter {
   void begin(const std::vector<SourceReport>& sources) const;
 
   // Prints an event that came `time` after the start; kNoEvent, which only text has, stands for a record or a line
-  // without one. Returns whether more are wanted: false after the last of `count`, and when standard output cannot be
-  // written any more.
-  bool print(microseconds time, const InputEvent& event, const Origin& origin);
+  // without one. JSON has `number`, if there is one. Returns whether more are wanted: false after the last of `count`,
+  // and when standard output cannot be written any more.
+  bool print(microseconds time, const InputEvent& event, const Origin& origin,
+             const std::optional<EventNumber>& number = std::nullopt);
 
   // Prints how many events there were, of which kind, and for how long.
   void printSummary(microseconds duration) const;
@@ -64,7 +84,8 @@ class EventPrinter {
 
  private:
   void printText(microseconds time, const InputEvent& event, const Origin& origin);
-  void printJson(microseconds time, const InputEvent& event, const Origin& origin) const;
+  void printJson(microseconds time, const InputEvent& event, const Origin& origin,
+                 const std::optional<EventNumber>& number) const;
 
   PrintOptions options_;
   EventCounts counts_;

@@ -22,7 +22,7 @@ class Audience {
   virtual void begin() {}
 
   // What came next; kNoEvent stands for what gave no event. Of a further node, its number is the one that it had when
-  // it was recorded. `cause` is none of a loop that polls. Returns whether to go on.
+  // it was recorded. A loop that polls has no `cause`: null. Returns whether to go on.
   virtual bool take(microseconds time, const InputEvent& event, const Origin& origin,
                     const InputLoop::Cause* cause) = 0;
 

@@ -34,7 +34,7 @@ void ReaderLoop::wait(int limitMs, int ownFd) {
 bool ReaderLoop::next(InputEvent& event) {
   if (polls()) return poll(event);
   while (loop_.nextRecord(event)) {
-    if (isWanted(event)) return true;
+    if (event.kind != InputEvent::kNoEvent || isGiven(empty_, origin())) return true;
   }
   return false;
 }
@@ -71,10 +71,11 @@ std::string ReaderLoop::line() const {
   return text;
 }
 
-bool ReaderLoop::isWanted(const InputEvent& event) const {
-  if (event.kind != InputEvent::kNoEvent) return true;
-  if (loop_.source() == InputLoop::kRemote) return empty_ == Empty::kLines || findUnknown(line());
-  return empty_ == Empty::kAll && loop_.cause().record.type != EV_SYN;
+bool isGiven(ReaderLoop::Empty empty, const Origin& origin) {
+  using Empty = ReaderLoop::Empty;
+  if (empty == Empty::kEverything) return true;
+  if (origin.record) return empty == Empty::kAll && origin.record->type != EV_SYN;
+  return empty == Empty::kLines || findUnknown(origin.line);
 }
 
 }  // namespace quarlo::tools

@@ -23,6 +23,7 @@ class ReaderLoop {
     kUnknown,  // lines of buttons that the reader does not know, and cut lines
     kAll,      // those, and records that gave none, but for the marks between them (EV_SYN)
     kLines,    // lines of the remote that gave none
+    kEverything
   };
 
   ReaderLoop(LinuxInputReader& reader, PollTimeout timeout, Empty empty);
@@ -65,7 +66,6 @@ class ReaderLoop {
   bool poll(InputEvent& event);
   std::optional<InputLoop::Source> polledSource(bool isRemotes) const;
   std::string line() const;
-  bool isWanted(const InputEvent& event) const;
 
   LinuxInputReader& reader_;
   InputLoop loop_;
@@ -77,5 +77,8 @@ class ReaderLoop {
   int timeoutMs_ = 0;                        // of the next readInput()
   std::optional<InputLoop::Source> polled_;  // where the last readInput() found something
 };
+
+// Whether next() gives this, which gave no event. REQUIRES: the loop does not poll
+bool isGiven(ReaderLoop::Empty empty, const Origin& origin);
 
 }  // namespace quarlo::tools

@@ -25,6 +25,14 @@ Exit status: 0 when all was played, or after Ctrl-C; 1 if the session is damaged
 (the message names the file and the line), has further nodes for --loop poll, or
 the output was closed; 2 for wrong arguments.)";
 
+void checkRecords(const ReplayOptions& options) {
+  if (!options.records) return;
+  if (!options.json) throw ArgumentError("--records is for JSON: expected --json beside it");
+  if (options.pollTimeout) {
+    throw ArgumentError("--records is for the loop that waits: one that polls does not know what an event came of");
+  }
+}
+
 }  // namespace
 
 void addOptions(CommandLine& line, ReplayOptions& options) {
@@ -33,6 +41,9 @@ void addOptions(CommandLine& line, ReplayOptions& options) {
   line.addArgument("EVENTS", "The file with the records, if SESSION is one with a description alone",
                    [&](const std::string& text) { options.events = text; });
   addReaderOptions(line, options);
+  line.addFlag("--records", options.records,
+               "With --json: print each record and each line of the remote, too, and which event came of it");
+  line.addCheck([&options] { checkRecords(options); });
   line.addFlag("--realtime", options.realtime, "Play as fast as it was recorded, not as fast as possible");
   line.addFlag("--lirc-environment", options.lircEnvironment,
                "Let LIRC_REPEAT_TIMEOUT and LIRC_RELEASE_TIMEOUT count; default: ignored");

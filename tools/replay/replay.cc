@@ -2,20 +2,25 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <string>
 
 #include "input/linux_input_reader_limits.h"
 #include "recording/lines.h"
+#include "tools/common/causes.h"
 #include "tools/common/damages.h"
 #include "tools/common/event_printer.h"
 #include "tools/common/output.h"
 #include "tools/common/player.h"
 #include "tools/common/stop_request.h"
+#include "tools/replay/record_lines.h"
 
 namespace quarlo::tools::replay {
 namespace {
 
+using recording::Record;
+using recording::RemoteLine;
 using recording::Session;
 
 Session readSession(const ReplayOptions& options) {
@@ -48,10 +53,17 @@ PlayOptions playOptions(const ReplayOptions& options) {
   return result;
 }
 
-// Prints what comes.
-class Printed : public Audience {
+PrintOptions printOptions(const ReplayOptions& options) {
+  PrintOptions result;
+  result.json = options.json;
+  result.countEmptyRecords = options.verbosity > 0;
+  return result;
+}
+
+// Prints the events that come.
+class PrintedEvents : public Audience {
  public:
-  Printed(const Session& session, const ReplayOptions& options)
+  PrintedEvents(const Session& session, const ReplayOptions& options)
       : session_(session), options_(options), printer_(printOptions(options)) {}
 
   void begin() override {
@@ -65,27 +77,67 @@ class Printed : public Audience {
     return printer_.print(time, event, origin);
   }
 
-  void end(microseconds duration) const { printer_.printSummary(duration); }
+  virtual void end(microseconds duration) { printer_.printSummary(duration); }
+
+ protected:
+  const ReplayOptions& options() const { return options_; }
+  EventPrinter& printer() { return printer_; }
 
  private:
-  static PrintOptions printOptions(const ReplayOptions& options) {
-    PrintOptions result;
-    result.json = options.json;
-    result.countEmptyRecords = options.verbosity > 0;
-    return result;
-  }
-
   const Session& session_;
   const ReplayOptions& options_;
   EventPrinter printer_;
 };
 
+// Prints them with the records and lines that they came of.
+class PrintedRecords final : public PrintedEvents, private Witness {
+ public:
+  PrintedRecords(const Session& session, const ReplayOptions& options)
+      : PrintedEvents(session, options), causes_(session, *this) {}
+
+  // What gave no event is counted as without records, and printed as a record.
+  bool take(microseconds time, const InputEvent& event, const Origin& origin, const InputLoop::Cause* cause) override {
+    const bool isEmpty = event.kind == InputEvent::kNoEvent;
+    if (isEmpty && isGiven(emptyToShow(options()), origin)) printer().print(time, event, origin);
+    return causes_.take(time, event, origin, cause) && std::ferror(stdout) == 0;
+  }
+
+  void read(InputLoop::Source source, std::uint64_t number) override { causes_.read(source, number); }
+
+  void look(microseconds time, const LinuxInputReader& reader) override { causes_.look(time, reader); }
+
+  void end(microseconds duration) override {
+    causes_.end();
+    PrintedEvents::end(duration);
+  }
+
+ private:
+  void record(InputLoop::Source source, std::uint64_t number, const Record& record, const Outcome& outcome) override {
+    printRecord(source, number, record, outcome);
+  }
+
+  void line(std::uint64_t number, const RemoteLine& line, const Outcome& outcome) override {
+    printLine(number, line, outcome);
+  }
+
+  void state(const RemoteState& state) override { printState(state); }
+
+  bool event(const NumberedEvent& event) override {
+    return printer().print(event.time, event.event, event.origin, EventNumber{event.number, event.cause});
+  }
+
+  Causes causes_;
+};
+
 }  // namespace
 
 bool play(const Session& session, const ReplayOptions& options) {
-  Printed printed(session, options);
-  const Played played = playSession(session, playOptions(options), emptyToShow(options), printed);
-  printed.end(played.duration);
+  const PlayOptions playing = playOptions(options);
+  std::unique_ptr<PrintedEvents> printed = std::make_unique<PrintedEvents>(session, options);
+  if (options.records) printed = std::make_unique<PrintedRecords>(session, options);
+  const ReaderLoop::Empty empty = options.records ? ReaderLoop::Empty::kEverything : emptyToShow(options);
+  const Played played = playSession(session, playing, empty, *printed);
+  printed->end(played.duration);
   return played.isWhole;
 }
 

@@ -12,6 +12,7 @@ namespace quarlo::tools::replay {
 struct ReplayOptions : ReaderOptions {
   std::string session;                // the path of a directory or a file
   std::optional<std::string> events;  // that of a second file, if description and records are apart
+  bool records = false;               // in JSON, print what the events came of, too
   bool realtime = false;              // at the speed of the recording
   bool lircEnvironment = false;       // take the remote's two timeouts from the environment
 };
