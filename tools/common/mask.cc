@@ -111,6 +111,17 @@ std::string hideButton(Mask mask, const std::string& line, const char* substitut
 
 }  // namespace
 
+const char* remarkOn(Mask mask) {
+  switch (mask) {
+    case Mask::kNothing: return "Keys and remote buttons are recorded as they were pressed: this can show passwords.";
+    case Mask::kTyping:
+      return "Keys and remote buttons that may type are recorded as A and 1 (--show-keycodes keeps them).";
+    default:
+      return "Keys and remote buttons that may type, modifiers and editing keys are recorded as A and 1 "
+             "(--show-keycodes keeps them).";
+  }
+}
+
 bool isCodeShown(Mask mask, int code) {
   return mask == Mask::kNothing || std::any_of(std::begin(kShownKeys), std::end(kShownKeys), [&](const ShownKey& key) {
            return key.code == code && isShown(mask, key);

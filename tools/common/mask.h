@@ -27,6 +27,9 @@ struct MaskOptions {
   }
 };
 
+// What a recording tells of what was typed, as one line in it says.
+const char* remarkOn(Mask mask);
+
 // Whether the key of this code is known not to type, and so stays as it is.
 bool isCodeShown(Mask mask, int code);
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint32_t kMaxSize = 65536;  // an event's coordinates have 16 bits
 
-void parseSize(const std::string& text, ReaderOptions& options) {
+void parseSize(const std::string& text, std::uint32_t& maxX, std::uint32_t& maxY) {
   const std::size_t x = text.find('x');
   std::uint32_t width;
   std::uint32_t height;
@@ -19,8 +19,8 @@ void parseSize(const std::string& text, ReaderOptions& options) {
     throw ArgumentError("\"" + text + "\" is not a size: expected WIDTHxHEIGHT, each from 1 to " +
                         std::to_string(kMaxSize) + ", such as 1920x1080");
   }
-  options.maxX = width - 1;
-  options.maxY = height - 1;
+  maxX = width - 1;
+  maxY = height - 1;
 }
 
 int parseTimeout(const std::string& text) {
@@ -46,6 +46,11 @@ LoopKind parseLoop(const std::string& text) {
 
 }  // namespace
 
+void addSizeOption(CommandLine& line, std::uint32_t& maxX, std::uint32_t& maxY) {
+  line.addOption("--size", "WxH", "The screen that the pointer moves on; default: 1920x1080",
+                 [&](const std::string& text) { parseSize(text, maxX, maxY); });
+}
+
 void addLoopOption(CommandLine& line, LoopKind& loop) {
   line.addOption("--loop", "KIND",
                  "The application's loop: wait (InputLoop's, asleep until something comes) or poll (readInput()'s, "
@@ -61,8 +66,7 @@ void checkTimeout(LoopKind loop, bool timeoutIsGiven) {
 }
 
 void addReaderOptions(CommandLine& line, ReaderOptions& options) {
-  line.addOption("--size", "WxH", "The screen that the pointer moves on; default: 1920x1080",
-                 [&](const std::string& text) { parseSize(text, options); });
+  addSizeOption(line, options.maxX, options.maxY);
   const auto loop = std::make_shared<LoopChoice>();
   addLoopOption(line, loop->kind);
   line.addOption("--timeout", "MS",

@@ -15,6 +15,9 @@ constexpr int kRoundTimeoutMs = 10;
 // polls.
 enum class LoopKind { kWait, kPoll };
 
+// Takes the largest coordinates of the pointer.
+void addSizeOption(CommandLine& line, std::uint32_t& maxX, std::uint32_t& maxY);
+
 void addLoopOption(CommandLine& line, LoopKind& loop);
 
 // Throws ArgumentError if a timeout was given to a loop that has none.

@@ -390,26 +390,16 @@ class Recorder {
   microseconds received_{0};  // when the remote's last bytes came
 };
 
-const char* comment(const RecordOptions& options) {
-  switch (options.shown.mask()) {
-    case Mask::kNothing: return "Keys and remote buttons are recorded as they were pressed: this can show passwords.";
-    case Mask::kTyping:
-      return "Keys and remote buttons that may type are recorded as A and 1 (--show-keycodes keeps them).";
-    default:
-      return "Keys and remote buttons that may type, modifiers and editing keys are recorded as A and 1 "
-             "(--show-keycodes keeps them).";
-  }
-}
-
 int recordSources(const RecordOptions& options, Sources& sources) {
   using recording::Access;
   recording::WriterOptions writing = options.writing;
   if (options.syncsAtOnce) writing.pause = std::chrono::milliseconds(0);
-  SessionWriter writer(options.session, comment(options),
+  SessionWriter writer(options.session, remarkOn(options.shown.mask()),
                        options.shown.showKeycodes ? Access::kOwnerOnly : Access::kByUmask, {typeName, codeName},
                        writing);
   Recorder recorder(options, sources, writer);
-  std::printf("%s\nRecording to %s; Ctrl-C ends.\n", comment(options), printable(options.session).c_str());
+  std::printf("%s\nRecording to %s; Ctrl-C ends.\n", remarkOn(options.shown.mask()),
+              printable(options.session).c_str());
   std::fflush(stdout);
   return recorder.run();
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <string_view>
 #include <utility>
 
 #include "sim/machine.h"
@@ -47,12 +46,6 @@ std::string lineText(unsigned repeat) {
   char text[64];
   std::snprintf(text, sizeof text, "0000000000000001 %02x KEY_OK remote", repeat);
   return text;
-}
-
-// Whether a line begins a press, by the reader's rule: the field after the first space has nothing but zeroes.
-bool beginsPress(std::string_view text) {
-  const std::size_t start = text.find(' ') + 1;
-  return text.substr(start, text.find(' ', start) - start).find_first_not_of('0') == std::string_view::npos;
 }
 
 // Tells the lines that are key-downs if nothing is held.

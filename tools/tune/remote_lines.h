@@ -8,6 +8,7 @@
 
 #include "recording/session.h"
 #include "tools/common/node_facts.h"
+#include "tools/common/presses.h"
 #include "tools/tune/sample.h"
 
 namespace quarlo::tools::tune {
@@ -40,9 +41,6 @@ int linesOfATap(microseconds period);
 
 // How long the kernel waits for a line of a protocol that is not known by name.
 microseconds keyUpOf(microseconds period);
-
-// Presses that last this long are held buttons, shorter ones are taps: the kernel's remotes repeat from here on.
-constexpr std::chrono::milliseconds kShortestHold{500};
 
 // Of a recording with more lines, some presses stand for all, each with not more than its first lines.
 constexpr std::size_t kMostStudiedLines = 1000;

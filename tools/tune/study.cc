@@ -21,7 +21,6 @@ constexpr double kLatestRepeatMs = 500;
 constexpr double kLatestOfKernelMs = 550;  // its 500 ms are some more
 constexpr double kSlowestPerSecond = 4;
 constexpr double kFastestPerSecond = 12;
-constexpr double kMaxUneven = 1.75;  // the longest pause, in shortest ones; a line that is skipped makes it 2
 constexpr double kLatestAfterMs = 100;
 
 // Without zeroes at the end: "1.75", "250".
