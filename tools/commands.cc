@@ -6,13 +6,14 @@
 #include "tools/monitor/command.h"
 #include "tools/record/command.h"
 #include "tools/replay/command.h"
+#include "tools/report/command.h"
 #include "tools/tune/command.h"
 
 namespace quarlo::tools {
 
 std::vector<Command> commands() {
   return {monitor::command(), list::command(),   doctor::command(), keymap::command(),
-          record::command(),  replay::command(), tune::command()};
+          record::command(),  replay::command(), report::command(), tune::command()};
 }
 
 }  // namespace quarlo::tools

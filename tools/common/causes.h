@@ -11,7 +11,7 @@
 namespace quarlo::tools {
 
 // Why a record or a line gave no event.
-enum class Why {
+enum class Why : std::uint8_t {
   kNone,  // it gave one
   kMark,
   kLossMark,
