@@ -306,7 +306,7 @@ class LircdTest : public DoctorTest {
       pause(100);
       found = check({"--lirc", socket});
     } while (found == Lines{"other-socket " + socket} || found == Lines{"daemon-not-running " + socket} ||
-             found == Lines{"no-socket " + socket});
+             std::find(found.begin(), found.end(), "no-socket " + socket) != found.end());
     return found;
   }
 };
