@@ -19,9 +19,9 @@ function(add_documents share package)
   compress(${documents}/changelog.Debian ${documents}/changelog)
 endfunction()
 
+# The documents of both stay side by side, as their links have it.
 set(dev ${CPACK_TEMPORARY_DIRECTORY}/dev/usr/share)
-file(RENAME ${dev}/doc/quarlo-input ${dev}/doc/libquarlo-input-dev)
-file(REMOVE ${dev}/doc/libquarlo-input-dev/CHANGELOG.md)
+file(REMOVE ${dev}/doc/quarlo-input/CHANGELOG.md)
 add_documents(${dev} libquarlo-input-dev)
 
 set(program ${CPACK_TEMPORARY_DIRECTORY}/program/usr/share)

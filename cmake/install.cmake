@@ -70,9 +70,13 @@ quarlo_install_pkg_config(quarlo-stderr-logging quarlo_stderr_logging
 quarlo_install_pkg_config(quarlo-sim quarlo_sim
   "A simulated Linux machine to test input code on")
 
+# What those read who bring up a device, with or without an application. All other documents are for developers.
+set(program_documents behaviour.md bring-up.md doctor.md keymap.md monitor.md permissions.md tuning.md tuning.svg)
+
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+list(JOIN program_documents "|" program_pattern)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev
-  FILES_MATCHING REGEX "\\.(md|svg|png|cc|h)$")
+  FILES_MATCHING REGEX "\\.(md|svg|png|cc|h)$" REGEX "/docs/(${program_pattern})$" EXCLUDE)
 
 # ---- program ------------------------------------------------------------------------------------
 
@@ -85,7 +89,8 @@ if(QUARLO_BUILD_TOOLS)
   install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/tools/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
   install(FILES tools/completion.bash RENAME quarlo-input DESTINATION ${bash_folder} COMPONENT program)
   install(FILES tools/completion.zsh RENAME _quarlo-input DESTINATION ${zsh_folder} COMPONENT program)
-  install(FILES docs/70-quarlo-input.rules docs/permissions.md docs/quarlo-input.service
+  list(TRANSFORM program_documents PREPEND docs/)
+  install(FILES ${program_documents} docs/70-quarlo-input.rules docs/quarlo-input.service
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT program)
   install(DIRECTORY sessions DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT program)
 endif()

@@ -29,7 +29,7 @@ application can test its own input loop without hardware.")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME quarlo-input)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS "evemu-tools, gnuplot-nox, lirc")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS "evemu-tools, gnuplot-nox, libquarlo-input-dev, lirc")
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "show, record and replay mouse, keyboard and infrared remote
 quarlo-input shows what the input devices of this machine send, says which
 ones are found and why others are not, and records and replays what they sent.

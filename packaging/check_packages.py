@@ -6,6 +6,7 @@ REQUIRES: the preset package was built, with its target package, and the umask i
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import tarfile
@@ -21,6 +22,16 @@ BUILD = pathlib.Path("build/package")
 def packages(tree):
     """Its packages."""
     return sorted((tree / BUILD / "packages").glob("*.deb"))
+
+
+def files_of(package):
+    """What is in a package."""
+    return [line.split()[5] for line in run("dpkg-deb", "--contents", package).splitlines()]
+
+
+def linked(document):
+    """The files beside a document to which it has links."""
+    return re.findall(r"\]\(([a-z0-9.-]+)[#)]", document.read_text(encoding="utf-8"))
 
 
 def copy_sources(target):
@@ -66,6 +77,21 @@ class PackagesTest(unittest.TestCase):
                     with self.subTest(package=package.name, member=member.name):
                         executable = member.isdir() or member.name.startswith("./usr/bin/")
                         self.assertEqual(oct(member.mode), oct(0o755 if executable else 0o644))
+
+    def test_the_documents_of_who_brings_up_a_device_come_with_the_program(self):
+        dev, program = (set(files_of(package)) for package in packages(ROOT))
+        integrators = set(linked(ROOT / "docs" / "bring-up.md")) - {"embedding.md", "installing.md"}
+        self.assertGreater(len(integrators), 4)
+        for name in integrators | {"bring-up.md", "behaviour.md"}:
+            with self.subTest(document=name):
+                self.assertIn(f"./usr/share/doc/quarlo-input/docs/{name}", program - dev)
+
+    def test_links_between_documents_hold_where_both_are_installed(self):
+        packed = {file for package in packages(ROOT) for file in files_of(package)}
+        for name in sorted((ROOT / "docs").glob("*.md")):
+            for target in linked(name):
+                with self.subTest(document=name.name, target=target):
+                    self.assertIn(f"./usr/share/doc/quarlo-input/docs/{target}", packed)
 
     def test_every_user_can_read_what_is_installed(self):
         for path in pathlib.Path(self.temporary.name, "installed").rglob("*"):
