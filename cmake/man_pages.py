@@ -46,6 +46,11 @@ def synopsis(usage, command):
     return " ".join([bold(" ".join([words[0], *([command] if command else [])])), *options])
 
 
+def value(text):
+    """What an option takes: kinds are in capitals, words to type in small letters, as in "NODE|none"."""
+    return "|".join(bold(part) if part.islower() else italic(part) for part in text.split("|"))
+
+
 def term(text, part):
     """What stands before a description: "-o,--output SESSION REQUIRED", "session SESSION REQUIRED" or "monitor"."""
     name, *values = text.split()
@@ -53,7 +58,7 @@ def term(text, part):
         return f"{bold(f'quarlo-input-{name}')}(1)"
     if part == "ARGUMENTS":
         return italic(name)
-    values = ["(required)" if value == "REQUIRED" else italic(value) for value in values]
+    values = ["(required)" if word == "REQUIRED" else value(word) for word in values]
     return " ".join([", ".join(map(bold, name.split(","))), *values])
 
 

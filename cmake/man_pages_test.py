@@ -22,6 +22,7 @@ Options:
   --quick Excludes: --slow --late
                               Without waiting
   --times N Needs: --quick    So often
+  --late NODE|none            Which one
 
 It says "ready"
   'as this'
@@ -72,6 +73,9 @@ Without waiting
 .TP
 \fB\-\-times\fR \fIN\fR
 So often (needs \-\-quick)
+.TP
+\fB\-\-late\fR \fINODE\fR|\fBnone\fR
+Which one
 .SH EXAMPLES
 Play it twice
 .PP

@@ -1,26 +1,42 @@
 #compdef quarlo-input
-# Completes quarlo-input's commands, their options and the names of files in zsh, by what --help says at that moment.
+# Completes quarlo-input's commands, their options, and what these take, in zsh, by what --help says at that moment.
+
+: ${_quarlo_input_devices:=/dev/input}
+
+# What an option takes, as --help has it: words to type are in small letters, kinds in capitals ("NODE|none").
+_quarlo-input-value() {
+  local value
+  local -a words nodes
+  for value in ${(s:|:)1}; do
+    case $value in
+      [a-z]*) words+=($value) ;;
+      NODE)
+        nodes=($_quarlo_input_devices/event*(N) $_quarlo_input_devices/by-id/*event*(N))
+        _wanted nodes expl node compadd -a nodes || _files
+        ;;
+      PATH|SOCKET|SESSION|FILE*) _files ;;
+    esac
+  done
+  (( $#words )) && _wanted values expl value compadd -a words
+}
 
 _quarlo-input() {
   local line name part text action
-  local -a commands specs
+  local -a commands specs files
   local command=
   (( CURRENT > 2 )) && command=$words[2]
   for line in "${(@f)$(_call_program options $words[1] $command --help 2>/dev/null)}"; do
-    if [[ $line == *: ]]; then
+    if [[ $line == [A-Z]*: ]]; then
       part=$line
     elif [[ $part == Subcommands: && $line =~ '^  ([a-z-]+) +(.*)' ]]; then
       commands+=("$match[1]:$match[2]")
     elif [[ $part == Positionals: && $line == '  '[a-z]* ]]; then
-      specs+=('*:file:_files')
-    elif [[ $line =~ '^  (-[^ ]+)( ([^ :]+)( |$))?(REQUIRED| Excludes:( --?[^ ]+)+)? *(.*)' ]]; then
-      text=${${match[7]//\[/\\[}//\]/\\]}
-      case $match[3] in
-        '') action= ;;
-        PATH|SESSION|FILE*) action=":$match[3]:_files" ;;
-        *) action=":$match[3]: " ;;
-      esac
-      for name in ${(s:,:)match[1]}; do specs+=("${name}[$text]$action"); done
+      files=('*:file:_files')
+    elif [[ "$line " =~ '^  (-[^ ]+) (([^ :]+) )?(REQUIRED|Excludes:( --?[^ ]+)+)? *(.*)' ]]; then
+      text=${${${match[6]% }//\[/\\[}//\]/\\]}
+      action=
+      [[ -z $match[3] ]] || action=":$match[3]: _quarlo-input-value '$match[3]'"
+      for name in ${(s:,:)match[1]}; do specs+=("$name${text:+[$text]}$action"); done
     fi
   done
   if [[ -z $command ]]; then
@@ -29,7 +45,7 @@ _quarlo-input() {
   else
     shift words
     (( --CURRENT ))
-    _arguments $specs
+    _arguments $specs $files
   fi
 }
 

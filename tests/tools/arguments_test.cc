@@ -69,7 +69,7 @@ TEST(Arguments, ThatAreTooManySayWhatToDoInstead) {
 }
 
 TEST(Arguments, ThatAreMissingAreNamed) {
-  EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse needs a value: PATH" + hint("monitor"));
+  EXPECT_EQ(usageError({"monitor", "--mouse"}), "quarlo-input: --mouse needs a value: NODE|none" + hint("monitor"));
   EXPECT_EQ(usageError({"replay"}), "quarlo-input: session is required" + hint("replay"));
   EXPECT_EQ(usageError({"record"}), "quarlo-input: --output is required" + hint("record"));
   EXPECT_EQ(
@@ -159,7 +159,7 @@ TEST(Arguments, FurtherNodesAreEightAtMost) {
 }
 
 TEST(Arguments, AFurtherNodeHasAPath) {
-  EXPECT_EQ(usageError({"monitor", "--also"}), "quarlo-input: --also needs a value: PATH" + hint("monitor"));
+  EXPECT_EQ(usageError({"monitor", "--also"}), "quarlo-input: --also needs a value: NODE" + hint("monitor"));
   EXPECT_EQ(complaintAbout("monitor", "--also", ""), "the path is empty: expected that of an evdev node");
 }
 

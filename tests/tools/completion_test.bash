@@ -32,5 +32,25 @@ offers 'sessions/sofa' record -o sessions/so
 offers 'sessions/sofa' record --output = sessions/so
 offers 'docs/tuning.svg' tune --plot docs/tuning.s
 offers '' replay --size s
+offers 'wait poll' replay --loop ''
+offers 'poll' tune --loop = p
+offers 'nec rc-5 rc-6 sirc' tune --protocol ''
+offers 'rc-5 rc-6' tune --protocol rc
+offers 'none' monitor --lirc no
+offers '' monitor --loop pole
+
+# A node, by each of its names; what has one of them in it is not expanded.
+_quarlo_input_devices=$(mktemp -d)
+trap 'rm -r "$_quarlo_input_devices"' EXIT
+mkdir "$_quarlo_input_devices/by-id"
+touch "$_quarlo_input_devices"/{event0,event11,js0,mice} "$_quarlo_input_devices/by-id"/usb-'$(x)*'{-event-kbd,-mouse}
+nodes="$_quarlo_input_devices/event0 $_quarlo_input_devices/event11"
+named=$_quarlo_input_devices/by-id/usb-'$(x)*'-event-kbd
+offers "$nodes $named none" monitor --mouse ''
+offers "$nodes $named" record --also ''
+offers "$nodes" record --also "$_quarlo_input_devices/e"
+offers "$named" doctor --keyboard = "$_quarlo_input_devices/by"
+offers 'none' monitor --keyboard n
+offers 'sessions/sofa' monitor --mouse sessions/so
 offers '' nonsense --m
 exit $status

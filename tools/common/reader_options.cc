@@ -52,7 +52,7 @@ void addSizeOption(CommandLine& line, std::uint32_t& maxX, std::uint32_t& maxY) 
 }
 
 void addLoopOption(CommandLine& line, LoopKind& loop) {
-  line.addOption("--loop", "KIND",
+  line.addOption("--loop", "wait|poll",
                  "The application's loop: wait (InputLoop's, asleep until something comes) or poll (readInput()'s, "
                  "which waits for a time); default: wait",
                  [&](const std::string& text) { loop = parseLoop(text); });

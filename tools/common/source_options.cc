@@ -34,14 +34,14 @@ void parseLircPath(const std::string& text, LongSocketPath longPath, SourcePath&
 }  // namespace
 
 void addSourceOptions(CommandLine& line, SourcePaths& sources, LongSocketPath longPath) {
-  line.addOption("--mouse", "PATH", "The mouse's evdev node, or \"none\"; default: searched for",
+  line.addOption("--mouse", "NODE|none", "The mouse's evdev node; default: searched for",
                  [&](const std::string& text) { parsePath(text, sources.mouse); });
-  line.addOption("--keyboard", "PATH", "The same for the keyboard",
+  line.addOption("--keyboard", "NODE|none", "The same for the keyboard",
                  [&](const std::string& text) { parsePath(text, sources.keyboard); });
-  line.addOption("--lirc", "PATH", "The LIRC daemon's socket, or \"none\"; default: searched for",
+  line.addOption("--lirc", "SOCKET|none", "The LIRC daemon's socket; default: searched for",
                  [&, longPath](const std::string& text) { parseLircPath(text, longPath, sources.lirc); });
   line.addRepeatableOption(
-      "--also", "PATH",
+      "--also", "NODE",
       "A further evdev node, such as a second keyboard; up to " + std::to_string(kMostFurther) + " times",
       [&](const std::string& text) { parseFurther(text, sources.further); });
   line.setHintForArguments("name a node with --mouse, --keyboard or --also, and a socket with --lirc");

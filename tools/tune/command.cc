@@ -95,9 +95,9 @@ void parseRepeat(const std::string& text, std::optional<NodeRepeat>& repeat) {
   repeat = {values[0], values[1]};
 }
 
-std::string protocolNames() {
+std::string protocolNames(const std::string& separator) {
   std::string names;
-  for (const Protocol& protocol : knownProtocols()) names += (names.empty() ? "" : ", ") + protocol.name;
+  for (const Protocol& protocol : knownProtocols()) names += (names.empty() ? "" : separator) + protocol.name;
   return names;
 }
 
@@ -111,7 +111,7 @@ const Protocol* findProtocol(const std::string& name) {
 
 void parseProtocol(const std::string& text, ImaginedRemote& remote) {
   if (findProtocol(text) == nullptr) {
-    throw ArgumentError("\"" + text + "\" is not a known protocol: expected one of " + protocolNames() +
+    throw ArgumentError("\"" + text + "\" is not a known protocol: expected one of " + protocolNames(", ") +
                         "; describe another one by --period, --tap and --hold");
   }
   remote.protocol = text;
@@ -184,8 +184,7 @@ void check(const ImaginedRemote& remote, TuneOptions& options) {
 // ---- Options ------------------------------------------------------------------------------------
 
 void addImaginedRemote(CommandLine& line, const std::shared_ptr<ImaginedRemote>& remote) {
-  line.addOption("--protocol", "NAME",
-                 "The remote's protocol: " + protocolNames() + "; default: " + knownProtocols().front().name,
+  line.addOption("--protocol", protocolNames("|"), "The remote's protocol; default: " + knownProtocols().front().name,
                  [=](const std::string& text) { parseProtocol(text, *remote); });
   const auto addNumber = [&](const char* name, const char* type, const std::string& description,
                              std::optional<int> ImaginedRemote::*number, const Expected<int>& expected) {
