@@ -10,8 +10,10 @@ import re
 import subprocess
 import time
 
-HEADINGS = {"Options:": "OPTIONS", "Positionals:": "ARGUMENTS", "Subcommands:": "COMMANDS"}
-ORDER = ("SYNOPSIS", "DESCRIPTION", "COMMANDS", "ARGUMENTS", "OPTIONS", "EXAMPLES", "EXIT STATUS", "SEE ALSO")
+HEADINGS = {"Options:": "OPTIONS", "Positionals:": "ARGUMENTS", "Subcommands:": "COMMANDS",
+            "Environment:": "ENVIRONMENT", "Files:": "FILES"}
+ORDER = ("SYNOPSIS", "DESCRIPTION", "COMMANDS", "ARGUMENTS", "OPTIONS", "EXIT STATUS", "ENVIRONMENT", "FILES",
+         "EXAMPLES", "SEE ALSO")
 RELATION = re.compile(r" (Excludes|Needs):((?: --?[^ ]+)+)")
 TYPED = {"'": r"\(aq", "`": r"\(ga", "^": r"\(ha", "~": r"\(ti"}
 
@@ -51,19 +53,34 @@ def value(text):
     return "|".join(bold(part) if part.islower() else italic(part) for part in text.split("|"))
 
 
+def reference(text, documents, end):
+    """A page or a document, and what comes after it: "quarlo-input list", "evtest(1)" or "docs/tuning.md"."""
+    if text.startswith("docs/"):
+        return f".IR {escaped(f'{documents}/{text}')} {end}".rstrip()
+    name, _, section = text.replace(" ", "-").partition("(")
+    return f".BR {escaped(name)} ({section or '1)'}{end}"
+
+
 def term(text, part):
     """What stands before a description: "-o,--output SESSION REQUIRED", "session SESSION REQUIRED" or "monitor"."""
     name, *values = text.split()
     if part == "COMMANDS":
         return f"{bold(f'quarlo-input-{name}')}(1)"
-    if part == "ARGUMENTS":
+    if part in ("ARGUMENTS", "FILES"):
         return italic(name)
     values = ["(required)" if word == "REQUIRED" else value(word) for word in values]
     return " ".join([", ".join(map(bold, name.split(","))), *values])
 
 
+def entries(lines):
+    """The lines of each entry; those after its first one are further in."""
+    starts = [index for index, line in enumerate(lines) if not line.startswith("   ")]
+    return [lines[start:end] for start, end in zip(starts, [*starts[1:], len(lines)])]
+
+
 class Page:
-    def __init__(self, text, command):
+    def __init__(self, text, command, documents):
+        text, _, also = text.partition("\nSee also: ")
         self.summary = text.splitlines()[0].removesuffix(".")
         self._command = command
         self._sections = collections.defaultdict(list)
@@ -74,8 +91,11 @@ class Page:
                 self._add_entries(HEADINGS[first], others)
             else:
                 self._add_prose([first, *others])
+        related = " ".join(also.split()).split(", ")
         if command:
-            self._sections["SEE ALSO"].append(".BR quarlo\\-input (1)")
+            related.insert(0, "quarlo-input")
+        self._sections["SEE ALSO"] = [reference(text, documents, ",") for text in related[:-1]]
+        self._sections["SEE ALSO"].append(reference(related[-1], documents, ""))
 
     def roff(self, version, date):
         name = f"quarlo-input-{self._command}" if self._command else "quarlo-input"
@@ -88,17 +108,13 @@ class Page:
         return "\n".join(lines) + "\n"
 
     def _add_entries(self, part, lines):
-        for line in lines:
-            if not line.startswith("   "):
-                line = line.removeprefix("  ")
-                relation = RELATION.search(line)
-                if relation:
-                    note = f" ({relation[1].lower()}{relation[2]})"
-                    line = f"{line[:relation.start()]}  {line[relation.end():]}{note}"
-                name, *description = re.split("  +", line, maxsplit=1)
-                self._sections[part] += [".TP", term(name, part), *map(escaped, description)]
-            else:
-                self._sections[part].append(escaped(line.strip()))
+        for first, *more in entries(lines):
+            relation = RELATION.search(first)
+            if relation:
+                first = f"{first[:relation.start()]}  {first[relation.end():]}"
+                more.append(f"({relation[1].lower()}{relation[2]})")
+            name, *description = re.split("  +", first.strip(), maxsplit=1)
+            self._sections[part] += [".TP", term(name, part), *(escaped(line.strip()) for line in description + more)]
 
     def _add_prose(self, lines):
         for (heading, is_typed), group in itertools.groupby(self._placed(lines), lambda placed: placed[:2]):
@@ -138,6 +154,7 @@ def commands_of(text):
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--version", required=True)
+    parser.add_argument("--documents", required=True, help="where the documents are installed, in the directory docs")
     parser.add_argument("--folder", required=True, type=pathlib.Path, help="where the pages go, and nothing else is")
     parser.add_argument("program", nargs="+", help="the program, with an emulator before it where it needs one")
     arguments = parser.parse_args()
@@ -154,7 +171,7 @@ def main():
     for page in arguments.folder.glob("*.1"):
         page.unlink()
     for command in ("", *commands):
-        page = Page(help_of(*command.split()), command)
+        page = Page(help_of(*command.split()), command, arguments.documents)
         name = f"quarlo-input-{command}" if command else "quarlo-input"
         (arguments.folder / f"{name}.1").write_text(page.roff(arguments.version, date))
 

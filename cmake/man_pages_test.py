@@ -24,6 +24,12 @@ Options:
   --times N Needs: --quick    So often
   --late NODE|none            Which one
 
+Environment:
+  LEVEL                       How loud
+
+Files:
+  /dev/play-*                 What plays
+
 It says "ready"
   'as this'
 and goes on.
@@ -35,6 +41,9 @@ More of the same.
 
 Is done at once. Exit status: 0 done,
 1 failed.
+
+See also: quarlo-input draw-all, docs/play.md,
+player(8)
 """
 
 PAGE = r""".TH QUARLO\-INPUT\-PLAY 1 2026-02-03 "quarlo-input 1.2" "User Commands"
@@ -68,14 +77,26 @@ Where to write
 what it says
 .TP
 \fB\-\-quick\fR
-(excludes \-\-slow \-\-late)
 Without waiting
+(excludes \-\-slow \-\-late)
 .TP
 \fB\-\-times\fR \fIN\fR
-So often (needs \-\-quick)
+So often
+(needs \-\-quick)
 .TP
 \fB\-\-late\fR \fINODE\fR|\fBnone\fR
 Which one
+.SH EXIT STATUS
+0 done,
+1 failed.
+.SH ENVIRONMENT
+.TP
+\fBLEVEL\fR
+How loud
+.SH FILES
+.TP
+\fI/dev/play\-*\fR
+What plays
 .SH EXAMPLES
 Play it twice
 .PP
@@ -88,11 +109,11 @@ program play \-o x\(ti a; program play b
 More of the same.
 .PP
 Is done at once.
-.SH EXIT STATUS
-0 done,
-1 failed.
 .SH SEE ALSO
-.BR quarlo\-input (1)
+.BR quarlo\-input (1),
+.BR quarlo\-input\-draw\-all (1),
+.IR /usr/share/doc/docs/play.md ,
+.BR player (8)
 """
 
 PROGRAM = """Do things.
@@ -107,6 +128,7 @@ Subcommands:
                               and more
 
 Exit status: 0 done, 1 failed.
+See also: docs/play.md
 """
 
 
@@ -114,14 +136,14 @@ class PageTest(unittest.TestCase):
     maxDiff = None
 
     def test_of_a_command(self):
-        self.assertEqual(Page(HELP, "play").roff("1.2", "2026-02-03"), PAGE)
+        self.assertEqual(Page(HELP, "play", "/usr/share/doc").roff("1.2", "2026-02-03"), PAGE)
 
     def test_of_the_program(self):
-        page = Page(PROGRAM, "").roff("1.2", "2026-02-03")
+        page = Page(PROGRAM, "", "/usr/share/doc").roff("1.2", "2026-02-03")
         self.assertIn(".TH QUARLO\\-INPUT 1 ", page)
         self.assertIn(".SH SYNOPSIS\n\\fBprogram\\fR [\\fIOPTIONS\\fR] [\\fISUBCOMMAND\\fR]\n", page)
         self.assertIn(".TP\n\\fBquarlo\\-input\\-play\\fR(1)\nPlay it.\n", page)
-        self.assertNotIn("SEE ALSO", page)
+        self.assertTrue(page.endswith(".SH EXIT STATUS\n0 done, 1 failed.\n.SH SEE ALSO\n.IR /usr/share/doc/docs/play.md\n"))
 
     def test_has_no_markup_but_its_own(self):
         self.assertEqual(escaped("a-b\\c"), r"a\-b\ec")
@@ -138,7 +160,7 @@ class CommandsTest(unittest.TestCase):
 class ProgramTest(unittest.TestCase):
     def make(self, folder, program):
         script = pathlib.Path(__file__).with_name("man_pages.py")
-        command = [sys.executable, "-B", script, "--version", "1.2", "--folder", folder, "--", *program]
+        command = [sys.executable, "-B", script, "--version", "1.2", "--documents", "/usr/share/doc", "--folder", folder, "--", *program]
         return subprocess.run(command, check=True, capture_output=True, text=True, env={"SOURCE_DATE_EPOCH": "0"}).stdout
 
     def test_gives_a_page_for_each_command_and_leaves_no_other(self):

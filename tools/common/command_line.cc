@@ -13,6 +13,9 @@ namespace quarlo::tools {
 struct CommandLine::Declaration {
   CLI::App* app;
   std::string hintForArguments;
+  std::string variables;  // as lines, like the options
+  std::string files;
+  std::string help;
   std::vector<std::function<void()>> checks;
 };
 
@@ -38,6 +41,21 @@ std::string wrapped(const std::string& text) {
     lines += word;
   }
   return lines;
+}
+
+// A line of --help that looks like that of an option: the name in a column of its own.
+std::string entry(const std::string& name, const std::string& description) {
+  const std::string column(kOptionsWidth, ' ');
+  std::string lines = "  " + name;
+  const bool fits = lines.size() < kOptionsWidth;
+  lines += fits ? column.substr(lines.size()) : "\n" + column;
+  for (const char c : wrapped(description)) lines += c == '\n' ? "\n" + column : std::string(1, c);
+  return lines + "\n";
+}
+
+// What stands below a heading, if there is anything.
+std::string section(const std::string& heading, const std::string& entries) {
+  return entries.empty() ? "" : heading + "\n" + entries + "\n";
 }
 
 // "--output" of "-o,--output".
@@ -186,7 +204,15 @@ void CommandLine::addCheck(const std::function<void()>& check) {
   });
 }
 
-void CommandLine::setHelp(const std::string& text) { declaration_.app->footer(text); }
+void CommandLine::addVariable(const std::string& name, const std::string& description) {
+  declaration_.variables += entry(name, description);
+}
+
+void CommandLine::addFile(const std::string& path, const std::string& description) {
+  declaration_.files += entry(path, description);
+}
+
+void CommandLine::setHelp(const std::string& text) { declaration_.help = text; }
 
 // ---- All commands -------------------------------------------------------------------------------
 
@@ -196,7 +222,9 @@ class Parser {
     app_.require_subcommand(0, 1);  // so that a word that is none gets named
     app_.set_version_flag("-V,--version", QUARLO_VERSION, "Print the version and exit");
     app_.get_formatter()->column_width(kCommandsWidth);
-    app_.footer("Each command has its own --help.\nExit status: 0 done, 1 failed, 2 wrong arguments.");
+    app_.footer(
+        "Each command has its own --help.\nExit status: 0 done, 1 failed, 2 wrong arguments.\n"
+        "See also: docs/bring-up.md, docs/behaviour.md");
     for (std::size_t i = 0; i < commands.size(); ++i) {
       CLI::App* command = app_.add_subcommand(commands[i].name, commands[i].summary);
       command->formatter(std::make_shared<CLI::Formatter>());
@@ -204,6 +232,8 @@ class Parser {
       declarations_[i].app = command;
       CommandLine commandLine(declarations_[i]);
       runs_.push_back(commands[i].declare(commandLine));
+      command->footer(section("Environment:", declarations_[i].variables) + section("Files:", declarations_[i].files) +
+                      declarations_[i].help);
       names_.push_back(commands[i].name);
     }
   }

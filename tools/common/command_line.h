@@ -51,11 +51,15 @@ class CommandLine {
   // What to do instead if there are too many arguments.
   void setHintForArguments(const std::string& hint);
 
+  // A variable of the environment, or a file, that the command reads: what --help says of it, behind the options.
+  void addVariable(const std::string& name, const std::string& description);
+  void addFile(const std::string& path, const std::string& description);
+
   // Called when everything was taken, after the checks that were added before. Throws ArgumentError if it does not fit
   // together.
   void addCheck(const std::function<void()>& check);
 
-  // What --help says below the options, in lines of at most 80 characters.
+  // What --help says below all that, in lines of at most 80 characters.
   void setHelp(const std::string& text);
 
  private:

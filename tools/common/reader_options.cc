@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "input/linux_input_reader_limits.h"
+#include "tools/common/help_facts.h"
 #include "tools/common/numbers.h"
 
 namespace quarlo::tools {
@@ -82,6 +83,7 @@ void addReaderOptions(CommandLine& line, ReaderOptions& options) {
       "Print JSON, an object per line: what the sources are, then each event; all else goes to standard error");
   line.addCounter("-v,--verbose", options.verbosity,
                   "Show the reader's log and, in text, records without an event; -vv: the remote's timing, too");
+  addTimeoutVariables(line);
 }
 
 // A read takes several lines at once if it comes late, and the next one then begins in the middle of a line.

@@ -2,6 +2,7 @@
 
 #include "input/input_loop.h"
 #include "input/linux_input_reader_limits.h"
+#include "tools/common/help_facts.h"
 
 namespace quarlo::tools {
 namespace {
@@ -45,6 +46,8 @@ void addSourceOptions(CommandLine& line, SourcePaths& sources, LongSocketPath lo
       "A further evdev node, such as a second keyboard; up to " + std::to_string(kMostFurther) + " times",
       [&](const std::string& text) { parseFurther(text, sources.further); });
   line.setHintForArguments("name a node with --mouse, --keyboard or --also, and a socket with --lirc");
+  addNodes(line);
+  addLircSockets(line);
 }
 
 }  // namespace quarlo::tools

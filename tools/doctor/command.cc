@@ -1,5 +1,6 @@
 #include "tools/doctor/command.h"
 
+#include "tools/common/help_facts.h"
 #include "tools/common/source_options.h"
 
 namespace quarlo::tools::doctor {
@@ -20,13 +21,17 @@ moment reaches no other program. lircd is asked for its remotes and buttons.
 Example: what is wrong with the application's keyboard and remote?
   quarlo-input doctor --mouse none --lirc /run/lirc/lircd
 
-Exit status: 0 if nothing was found; 1 if something was; 2 for wrong arguments.)";
+Exit status: 0 if nothing was found; 1 if something was; 2 for wrong arguments.
+
+See also: quarlo-input list, quarlo-input monitor, lircd(8), docs/doctor.md,
+docs/permissions.md)";
 
 }  // namespace
 
 void addOptions(CommandLine& line, DoctorOptions& options) {
   addSourceOptions(line, options, LongSocketPath::kIsTaken);
   line.addFlag("--json", options.json, "Print one JSON object per finding; all else goes to standard error");
+  addTimeoutVariables(line);
   line.addCheck([&options] {
     if (!isLeftOut(options.mouse) || !isLeftOut(options.keyboard) || !isLeftOut(options.lirc)) return;
     if (!options.further.empty()) return;

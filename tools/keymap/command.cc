@@ -14,7 +14,9 @@ Example: which keys change the volume?
   quarlo-input keymap | grep -i volume
 
 Exit status: 0 if all was printed; 1 if the output was closed; 2 for wrong
-arguments.)";
+arguments.
+
+See also: quarlo-input monitor, evtest(1), irw(1), docs/keymap.md)";
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 #include "tools/list/command.h"
 
+#include "tools/common/help_facts.h"
+
 namespace quarlo::tools::list {
 namespace {
 
@@ -14,7 +16,9 @@ does: what is typed in that moment reaches no other program.
 Example: which node is the keyboard, and which are remotes?
   quarlo-input list --json | grep -E '"verdict":"keyboard"|"class":"remote"'
 
-Exit status: 0 if there is a node; 1 if there is none; 2 for wrong arguments.)";
+Exit status: 0 if there is a node; 1 if there is none; 2 for wrong arguments.
+
+See also: quarlo-input doctor, quarlo-input monitor, evtest(1), docs/bring-up.md)";
 
 }  // namespace
 
@@ -22,6 +26,7 @@ void addOptions(CommandLine& line, ListOptions& options) {
   line.addFlag("--json", options.json, "Print one JSON object per node");
   line.addCounter("-v,--verbose", options.verbosity, "Print the reader's own listing of event0 to event9, too");
   line.exclude("--json", "--verbose");
+  addNodes(line);
   line.setHelp(kHelp);
 }
 

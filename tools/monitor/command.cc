@@ -36,7 +36,10 @@ Example: watch two keyboards and nothing else
 Exit status: 0 after Ctrl-C or N events; 1 if no source could be opened, a path
 is neither an evdev node nor a FIFO, a further node is a FIFO or a source
 already, a source (with --tui: the last one) went away, or the output was closed
-or, for --tui, is not a terminal; 2 for wrong arguments.)";
+or, for --tui, is not a terminal; 2 for wrong arguments.
+
+See also: quarlo-input list, quarlo-input doctor, quarlo-input record,
+evtest(1), irw(1), docs/monitor.md, docs/behaviour.md)";
 
 }  // namespace
 
@@ -55,6 +58,7 @@ void addOptions(CommandLine& line, MonitorOptions& options) {
   line.addFlag("--tui", options.tui, "Show a screen that follows the devices, instead of lines");
   line.exclude("--tui", "--json");
   line.exclude("--tui", "--clock");
+  line.addVariable("TERM", "With --tui: what the terminal is");
   line.addCheck([&options] {
     if (!options.pollTimeout || options.further.empty()) return;
     throw ArgumentError("--also is for the loop that waits: leave out --loop poll, or the further nodes");

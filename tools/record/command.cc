@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "recording/lines.h"
+#include "tools/common/help_facts.h"
 #include "tools/common/source_options.h"
 
 namespace quarlo::tools::record {
@@ -46,7 +47,10 @@ Example: record for ten seconds what a remote sends, and play it
 Exit status: 0 after Ctrl-C or the duration; 1 if SESSION exists, no source
 could be opened, a path is not an evdev node, a further node is a source
 already, nothing came, no source was left, a file was full, or not all could be
-written; 2 for wrong arguments.)";
+written; 2 for wrong arguments.
+
+See also: quarlo-input replay, quarlo-input tune, evemu-record(1),
+docs/bring-up.md)";
 
 void parseSession(const std::string& text, RecordOptions& options) {
   if (text.empty()) throw ArgumentError("the name is empty: expected a directory to make, such as evening");
@@ -82,6 +86,7 @@ void addOptions(CommandLine& line, RecordOptions& options) {
                "Record what is typed, too; only the owner can then read the session");
   line.addFlag("--show-modifiers", options.shown.showModifiers,
                "Record modifiers and editing keys, but not what is typed");
+  addSessionFiles(line);
   line.setHelp(kHelp);
 }
 

@@ -1,18 +1,18 @@
 #include "tools/replay/command.h"
 
+#include "tools/common/help_facts.h"
+
 namespace quarlo::tools::replay {
 namespace {
 
 constexpr char kHelp[] =
     R"(The records go through the real reader, on a simulated machine with a clock of
 its own: a replay gives the same events (with the same --loop and --timeout). A
-session is a directory with any of mouse.evemu, keyboard.evemu and, for further
-nodes, node-1.evemu to node-8.evemu (as evemu-record writes them) and
-remote.lirc (lines of "<seconds>.<microseconds> <what lircd sent>"), or one such
-file. A long recording goes on in mouse.0002.evemu, of each file, and so on.
-Times count from the start of the recording; those of a directory may also all
-count from 1970 or from a machine's start. Of a recording whose description and
-records are apart, as evemu once wrote them, give both files.
+session is a directory with any of these files, or one such file. A long
+recording goes on in mouse.0002.evemu, of each file, and so on. Times count from
+the start of the recording; those of a directory may also all count from 1970 or
+from a machine's start. Of a recording whose description and records are apart,
+as evemu once wrote them, give both files.
 
 Of a session that is damaged, all is played that is whole: each file up to its
 first line that is wrong, and the files beside one of which nothing can be used.
@@ -23,7 +23,10 @@ Example: see someone use a remote
 
 Exit status: 0 when all was played, or after Ctrl-C; 1 if the session is damaged
 (the message names the file and the line), has further nodes for --loop poll, or
-the output was closed; 2 for wrong arguments.)";
+the output was closed; 2 for wrong arguments.
+
+See also: quarlo-input record, quarlo-input tune, evemu-play(1),
+docs/behaviour.md)";
 
 void checkRecords(const ReplayOptions& options) {
   if (!options.records) return;
@@ -48,6 +51,7 @@ void addOptions(CommandLine& line, ReplayOptions& options) {
   line.addFlag("--lirc-environment", options.lircEnvironment,
                "Let LIRC_REPEAT_TIMEOUT and LIRC_RELEASE_TIMEOUT count; default: ignored");
   line.setHintForArguments("one session is played at a time");
+  addSessionFiles(line);
   line.setHelp(kHelp);
 }
 

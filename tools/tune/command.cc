@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "input/linux_input_reader_limits.h"
+#include "tools/common/help_facts.h"
 #include "tools/common/letter_case.h"
 #include "tools/common/numbers.h"
 #include "tools/tune/kernel_remote.h"
@@ -41,7 +42,10 @@ Of a session that is damaged, all is studied that is whole; warnings say what is
 missing.
 
 Exit status: 0 when done; 1 if the session is damaged or cannot be studied, or
-the picture cannot be made; 2 for wrong arguments.)";
+the picture cannot be made; 2 for wrong arguments.
+
+See also: quarlo-input record, quarlo-input replay, lircd(8), ir-keytable(1),
+docs/tuning.md)";
 
 // What the command line says of an imagined remote; the rest follows from its protocol.
 struct ImaginedRemote {
@@ -261,6 +265,7 @@ void addOptions(CommandLine& line, TuneOptions& options) {
   line.setHintForArguments(
       "one session is studied at a time: put evemu's description and events into one file; the values of a list have "
       "commas between them");
+  addSessionFiles(line);
   line.setHelp(helpText());
 }
 
