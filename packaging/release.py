@@ -89,8 +89,9 @@ def check_place(version):
 def check_versions():
     done = subprocess.run([CLONE / "packaging/version_test.py"], capture_output=True, text=True, check=False)
     if done.returncode != 0:
-        *_, last = re.findall(r": (\S[^:]* differ)$", done.stderr, re.MULTILINE) or done.stderr.splitlines()
-        raise Refused(f"the versions disagree: {last} (packaging/version_test.py)")
+        # The words of a comparison, or else what was compared.
+        found = (re.search(pattern, done.stderr, re.MULTILINE) for pattern in (r": (\S[^:]* differ)$", "Error: (.*)$"))
+        raise Refused(f"the versions disagree: {next(filter(None, found))[1]} (packaging/version_test.py)")
 
 
 def first_entry(version):

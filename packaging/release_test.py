@@ -30,6 +30,9 @@ dpkg-deb --root-owner-group --build root packages/quarlo-input_1.2.3-1_all.deb >
     "CHANGELOG.md": "# Changelog\n\n## 1.2.3 – 2026-11-22\n\n- A thing.\n\n## 1.2.2 – 2026-11-01\n\n- Another.\n",
     "packaging/changelog": "quarlo-input (1.2.3-1) unstable; urgency=medium\n",
     "cmake/package.cmake": "set(CPACK_DEBIAN_PACKAGE_RELEASE 1)\n",
+    "meson.build": "project('quarlo-input', version: '1.2.3')\n",
+    "packaging/buildroot/package/quarlo-input/quarlo-input.mk": "QUARLO_INPUT_VERSION = 1.2.3\n",
+    "packaging/meta-quarlo-input/recipes-support/quarlo-input/quarlo-input_1.2.3.bb": "",
     "README.md": "find_package(quarlo-input 1.2 REQUIRED)\n",
     "docs/performance.md": "Fast.\n",
     "input/reader.cc": "int a;\n",
@@ -193,6 +196,11 @@ class RefusedTest(ReleaseTest):
         project = self.project({"packaging/changelog": "quarlo-input (1.2.2-1) unstable; urgency=medium\n"})
         self.assertEqual(self.refusal(project), "the versions disagree: packaging/changelog and CMakeLists.txt differ "
                          "(packaging/version_test.py)")
+
+    def test_a_recipe_of_another_version(self):
+        folder = "packaging/meta-quarlo-input/recipes-support/quarlo-input"
+        project = self.project({f"{folder}/quarlo-input_1.2.2.bb": ""})
+        self.assertIn("quarlo-input_1.2.2.bb", self.refusal(project))
 
     def test_a_version_that_is_not_released_yet(self):
         changelog = FILES["CHANGELOG.md"].replace("2026-11-22", "not yet released")
