@@ -62,6 +62,9 @@ class JsonTest(unittest.TestCase):
         self.check("monitor", run("replay", "--json", SAMPLES / "living-room").stdout, ("start", "key", "mouse"))
         self.check("monitor", run("replay", "--json", KEPT / "format-1").stdout, ("wheel",))
 
+    def test_replay_with_records(self):
+        self.check("monitor", run("replay", "--json", "--records", KEPT / "format-1").stdout, ("record", "line", "state"))
+
     def test_monitor(self):
         with tempfile.TemporaryDirectory() as folder:
             keyboard = pathlib.Path(folder, "keyboard")
@@ -186,6 +189,7 @@ STATUSES = (
     (DONE, "keymap"), (USAGE, "keymap", "what"),
     (DONE, "record", "--help"), (FAILED, "record", "--output", SAMPLES), (USAGE, "record"),
     (DONE, "replay", SAMPLES / "desk"), (FAILED, "replay", "/nowhere"), (USAGE, "replay"),
+    (DONE, "report", "--help"), (FAILED, "report", "/nowhere", "--output", "/dev/null"), (USAGE, "report"),
     (DONE, "tune", SAMPLES / "sofa"), (FAILED, "tune", SAMPLES / "desk"), (USAGE, "tune", "--period", "often"),
 )
 
