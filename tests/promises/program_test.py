@@ -63,7 +63,8 @@ class JsonTest(unittest.TestCase):
         self.check("monitor", run("replay", "--json", KEPT / "format-1").stdout, ("wheel",))
 
     def test_replay_with_records(self):
-        self.check("monitor", run("replay", "--json", "--records", KEPT / "format-1").stdout, ("record", "line", "state"))
+        done = run("replay", "--json", "--records", KEPT / "format-1")
+        self.check("monitor", done.stdout, ("record", "line", "state"))
 
     def test_monitor(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -189,7 +190,7 @@ STATUSES = (
     (DONE, "keymap"), (USAGE, "keymap", "what"),
     (DONE, "record", "--help"), (FAILED, "record", "--output", SAMPLES), (USAGE, "record"),
     (DONE, "replay", SAMPLES / "desk"), (FAILED, "replay", "/nowhere"), (USAGE, "replay"),
-    (DONE, "report", "--help"), (FAILED, "report", "/nowhere", "--output", "/dev/null"), (USAGE, "report"),
+    (DONE, "report", "--help"), (FAILED, "report", "/nowhere", "--output", "/nowhere/page.html"), (USAGE, "report"),
     (DONE, "tune", SAMPLES / "sofa"), (FAILED, "tune", SAMPLES / "desk"), (USAGE, "tune", "--period", "often"),
 )
 
