@@ -4,12 +4,14 @@
 import json
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import tarfile
 import tempfile
 import unittest
 
+import release
 import sbom
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -255,6 +257,14 @@ class RefusedTest(ReleaseTest):
     @staticmethod
     def files(project):
         return {path.name: path.read_bytes() for path in (project.root / "dist/release-1.2.3").iterdir()}
+
+
+class TargetsTest(unittest.TestCase):
+    def test_they_are_those_of_script_build_and_all_are_tested(self):
+        for script, pattern, separator in (("build", r"usage: script/build .* ([a-z0-9|]+)\"", "|"),
+                                           ("test", r"release=1 dist_targets=\((.*)\)", " ")):
+            (targets,) = re.findall(pattern, (HERE.parent / "script" / script).read_text(encoding="utf-8"))
+            self.assertEqual(tuple(targets.split(separator)), release.TARGETS)
 
 
 class NcursesTest(unittest.TestCase):
