@@ -1,11 +1,7 @@
 #include "tools/record/command.h"
 
-#include <charconv>
-#include <chrono>
-#include <cmath>
-#include <cstdint>
-
 #include "recording/lines.h"
+#include "tools/common/duration.h"
 #include "tools/common/help_facts.h"
 #include "tools/common/source_options.h"
 
@@ -57,19 +53,6 @@ void parseSession(const std::string& text, RecordOptions& options) {
   options.session = text;
 }
 
-void parseDuration(const std::string& text, RecordOptions& options) {
-  constexpr double kMinimum = 0.1;
-  constexpr std::int64_t kMaximum = std::chrono::seconds(recording::kLongestSession).count();
-  double seconds;
-  const char* end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
-  if (error != std::errc() || rest != end || !(seconds >= kMinimum && seconds <= static_cast<double>(kMaximum))) {
-    throw ArgumentError("\"" + text + "\" is not a number of seconds: expected 0.1 to " + std::to_string(kMaximum) +
-                        ", such as 10");
-  }
-  options.duration = std::chrono::microseconds(std::llround(seconds * 1e6));
-}
-
 }  // namespace
 
 void addOptions(CommandLine& line, RecordOptions& options) {
@@ -77,7 +60,7 @@ void addOptions(CommandLine& line, RecordOptions& options) {
   line.addRequiredOption("-o,--output", "SESSION", "The directory to make, which must not exist yet",
                          [&](const std::string& text) { parseSession(text, options); });
   line.addOption("--duration", "SECONDS", "End after so many seconds; default: with Ctrl-C",
-                 [&](const std::string& text) { parseDuration(text, options); });
+                 [&](const std::string& text) { options.duration = parseDuration(text); });
   line.addFlag("--rotate", options.writing.rotates,
                "Go on in a next file when one has " + std::to_string(recording::kMostLines) + " lines or " +
                    std::to_string(recording::kLargestFile >> 20) + " MiB");

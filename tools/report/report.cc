@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <new>
@@ -54,10 +55,10 @@ std::optional<Mask> maskOf(const std::string& path) {
 }
 
 // In the order in which the page has them.
-std::vector<SourceAbout> sourcesOf(const Session& session, const ReportOptions& options) {
+std::vector<SourceAbout> sourcesOf(const Session& session, const std::string& place) {
   std::vector<SourceAbout> sources;
   const auto add = [&](InputLoop::Source source, const std::string& file) {
-    const std::string path = isDirectory(options.session) ? recording::pathIn(options.session, file) : options.session;
+    const std::string path = isDirectory(place) ? recording::pathIn(place, file) : place;
     sources.push_back({source, lastPartOf(path), maskOf(path)});
   };
   if (session.mouse) add(InputLoop::kMouse, recording::kMouseFile);
@@ -71,6 +72,12 @@ std::vector<SourceAbout> sourcesOf(const Session& session, const ReportOptions& 
 
 // ---- The page -----------------------------------------------------------------------------------
 
+// As of a recording that does, only the owner may then read the page.
+bool showsTyping(const std::vector<SourceAbout>& sources) {
+  return std::any_of(sources.begin(), sources.end(),
+                     [](const SourceAbout& source) { return source.mask == Mask::kNothing; });
+}
+
 PlayOptions playOptions(const ReportOptions& options) {
   PlayOptions result;
   result.maxX = options.maxX;
@@ -80,9 +87,11 @@ PlayOptions playOptions(const ReportOptions& options) {
 
 void writePage(const Session& session, const std::string& name, const std::vector<SourceAbout>& sources,
                const ReportOptions& options) {
+  silenceReader();
   const PlayOptions playing = playOptions(options);
   const Happened happened = play(session, playing);
   const Findings findings = findAll(session, happened, playing);
+  if (showsTyping(sources)) umask(S_IRWXG | S_IRWXO);
   HtmlFile file(options.output, kPage);
   JsonWriter writer([&file](std::string_view json) { file.add(json); });
   writePageData({name, session, happened, findings, playing, sources}, writer);
@@ -92,17 +101,30 @@ void writePage(const Session& session, const std::string& name, const std::vecto
               counted(static_cast<std::int64_t>(findings.size()), "finding").c_str());
 }
 
+int reportRecorded(const ReportOptions& options) {
+  const Session session = options.events ? recording::readPair(options.session, *options.events)
+                                         : recording::readSession(options.session, recording::SingleNode::kAny);
+  const int status = sayDamages(session);
+  writePage(session, lastPartOf(options.session), sourcesOf(session, options.session), options);
+  return status;
+}
+
+int reportLive(const ReportOptions& options) {
+  catchStopRequests();
+  const LiveSession live;
+  const int status = live.record(options.live);
+  if (!isDirectory(live.path())) return status;
+  const Session session = recording::readSession(live.path());
+  writePage(session, "live", sourcesOf(session, live.path()), options);
+  return status;
+}
+
 }  // namespace
 
 int run(const ReportOptions& options) {
   try {
     checkNewFile(options.output, kHtmlPage);
-    const Session session = options.events ? recording::readPair(options.session, *options.events)
-                                           : recording::readSession(options.session, recording::SingleNode::kAny);
-    const int status = sayDamages(session);
-    silenceReader();
-    writePage(session, lastPartOf(options.session), sourcesOf(session, options), options);
-    return status;
+    return options.session.empty() ? reportLive(options) : reportRecorded(options);
   } catch (const recording::Error& error) {
     return fail(error.what());
   } catch (const NewFileError& error) {
