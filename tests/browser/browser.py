@@ -16,7 +16,7 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 AXE = ROOT / "build/axe/axe.min.js"
 PROGRAM = os.environ.get("QUARLO_PROGRAM", str(ROOT / "build/host-gcc/tools/quarlo-input"))
-DEADLINE = 60  # seconds for an answer of the browser, or for what a test waits for
+DEADLINE = 30  # seconds for an answer of the browser, or for what a test waits for
 FIRST_FREE = 10  # a file descriptor beyond those that the browser's pipes get
 READ_END, WRITE_END = 3, 4  # of the pipes, in the browser
 
@@ -88,7 +88,8 @@ class Browser:
 
 
 KEYS = {"Enter": (13, "\r"), "Tab": (9, ""), " ": (32, " "), "Escape": (27, ""), "ArrowLeft": (37, ""), "ArrowUp": (38, ""),
-        "ArrowRight": (39, ""), "ArrowDown": (40, ""), "Home": (36, ""), "End": (35, "")}
+        "ArrowRight": (39, ""), "ArrowDown": (40, ""), "PageUp": (33, ""), "PageDown": (34, ""), "Home": (36, ""),
+        "End": (35, "")}
 SHIFT = 8
 
 
