@@ -40,7 +40,7 @@ class Component:
                 self._users[source.file].append(unit)
         self.mutants = [mutant for source in self._sources.values() for mutant in mutants_of(source)]
 
-    def prepare(self):
+    def prepare(self, _):
         miscounted = list(find_miscounted((ROOT / COUNTS).read_text(), self.mutants))
         if miscounted:
             fail("\n".join(miscounted))
@@ -83,10 +83,11 @@ class Rooms:
         self._files = rooms.sources_below(places)
         self.mutants = rooms.read_mutants(self._files, jobs)
 
-    def prepare(self):
+    def prepare(self, chosen):
         named = {rooms.room_of(file) for file in self._files}
         programs = dict.fromkeys(program for room in rooms.ROOMS if room in named for program in rooms.ROOMS[room])
         self._tests = rooms.Tests(tuple(programs), self._files, self._jobs)
+        self._tests.combine(chosen, self._jobs)
 
     def judge(self, mutant):
         return self._tests.judge(mutant)
@@ -151,7 +152,7 @@ def main():
     if arguments.list:
         print("\n".join(map(described, chosen)))
         return
-    tried.prepare()
+    tried.prepare(chosen)
     counts = collections.Counter()
     survivors = collections.Counter()
     judged = []

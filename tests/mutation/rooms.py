@@ -13,9 +13,11 @@ import shlex
 import shutil
 import subprocess
 import tempfile
+import threading
 import time
 
 from changes import mutants_of, read_sources
+from combined import CHOICE, VARIABLE, combined, without_errors
 from project import FOLDER, ROOT, copy_checkout, fail, files_below, run, run_or_fail
 from source import Source, parse
 from trial import LINK_FLAGS, Outcome
@@ -38,7 +40,7 @@ ROOMS = {
 # number can be exchanged in the finished program.
 RUNNERS = ("tests/tools/quarlo_program_tests", "tests/docs/documents_test")
 CALLERS = ("program.cc", "hidden_typing_test.cc", "record_test.cc", "screen_test.cc", "documents_test.cc")
-ORIGINAL, FIRST_MEASURED = 0, 50  # the numbers between are of trials
+ORIGINAL, FIRST_MEASURED, FIRST_COMBINED = 0, 100, 200  # the numbers after the first are of trials
 
 # As quickly as it compiles: Clang takes two thirds of GCC's time. What is never written to has one value, and an index
 # beyond an array ends the program.
@@ -53,11 +55,13 @@ HEADERS = ("algorithm", "chrono", "deque", "functional", "map", "memory", "optio
 
 # What a run of tests may use: seconds of CPU and of the wall's clock, beside a multiple of what it took on the original;
 # memory in KiB, a file's size in blocks of 512 bytes.
-CPU_LIMIT = 5
-WAIT_LIMIT = 20
+CPU_LIMIT = 3
+WAIT_LIMIT = 8
 LIMIT_FACTOR = 10
 MEMORY_LIMIT = 1 << 21
 FILE_LIMIT = 10_000_000
+# No test takes longer, in seconds.
+LONGEST = 20
 # Suites that take longer, in seconds, are run test by test, the quickest first.
 LONG = 1
 
@@ -78,7 +82,7 @@ Unit = collections.namedtuple("Unit", "program filter seconds lines")
 
 
 def folder_of(number):
-    return FOLDER / f"room-{number:02}"
+    return FOLDER / f"room-{number:03}"
 
 
 def fresh(folder):
@@ -141,6 +145,13 @@ class LinkError(Exception):
     pass
 
 
+def compile_c(name, text):
+    source, target = FOLDER / f"{name}.c", FOLDER / f"{name}.o"
+    source.write_text(text)
+    run_or_fail(["gcc-12", "-c", source, "-o", target], "no C compiler")
+    return target
+
+
 class Build:
     """The tests of some rooms, built; and how parts of them are compiled and linked again."""
 
@@ -158,6 +169,7 @@ class Build:
         self._links = {program: self._link_command(program) for program in (PROGRAM, *programs)}
         self._users = self._read_users()
         self._precompile()
+        self.choice = compile_c("choice", CHOICE)
         self._replacements = {}
         self._compile_callers()
         self.original = fresh(folder_of(ORIGINAL))
@@ -230,13 +242,18 @@ class Build:
     def compile(self, name, source, target, compiler, folder=COPY):
         """Compiles an object from that source, headers from the directory before others. Returns it, or None if it is not
         C++."""
+        is_compiled = self.problem(name, source, target, compiler, folder) is None
+        return target.read_bytes() if is_compiled else None
+
+    def problem(self, name, source, target, compiler, folder):
+        """Compiles it, and returns what the compiler has against it, or None."""
         words = [word for word in self._commands[name] if not word.endswith("/ccache")]
         where = words.index("-o")
         options = [*words[1:where], *words[where + 2:-2], *compiler[1:], f"-fmacro-prefix-map={folder}={COPY}"]
         if compiler[:len(QUICK)] == QUICK:
             options += ["-include-pch", self._precompiled]
         result = run([compiler[0], "-I", folder, *options, "-o", target, "-c", source], BUILD)
-        return target.read_bytes() if result.returncode == 0 else None
+        return result.stdout if result.returncode != 0 else None
 
     def source_of(self, name):
         return os.path.relpath(self._commands[name][-1], COPY)
@@ -276,12 +293,11 @@ def run_tests_in(scratch, program, folder, tests, seconds, options):
     command = ["sh", "-c", f'{limits}; exec "$@"', "sh", binary, "--gtest_brief=1", "--gtest_fail_fast",
                f"--gtest_filter={tests}"]
     environment = {**os.environ, "TMPDIR": scratch, **dict(options)}
-    with (folder / "log").open("w") as output:
-        files = {"stdin": subprocess.DEVNULL, "stdout": output, "stderr": output}
-        try:
-            result = subprocess.run(command, cwd=scratch, env=environment, timeout=WAIT_LIMIT + limit, **files)
-        except subprocess.TimeoutExpired:
-            result = None
+    files = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+    try:
+        result = subprocess.run(command, cwd=scratch, env=environment, timeout=WAIT_LIMIT + limit, **files)
+    except subprocess.TimeoutExpired:
+        result = None
     if result is not None and result.returncode == 0:
         return Outcome.PASSED
     end_what_is_left(scratch)
@@ -390,7 +406,7 @@ class Measurement:
         """Units of those tests that bear no counting: they may reach what others of their suite or program do."""
         for program, test in tests:
             before = time.monotonic()
-            outcome = run_tests(program, self._build.original, test, WAIT_LIMIT)
+            outcome = run_tests(program, self._build.original, test, LONGEST)
             if outcome != Outcome.PASSED:
                 print(f"left out, as it fails without a change: {test}", flush=True)
                 continue
@@ -405,9 +421,7 @@ class Measurement:
 
     def _compile(self):
         """Everything that is measured, and the same of what notes a sudden end."""
-        (self._folder / "dump.c").write_text(DUMP)
-        self._dump = self._folder / "dump.o"
-        run_or_fail(["gcc-12", "-c", self._folder / "dump.c", "-o", self._dump], "no C compiler")
+        self._dump = compile_c("dump", DUMP)
         names = [name for source in self._sources for name in self._build.objects.get(source, [])]
         self._objects = {name: self._folder / (name.replace("/", "__")) for name in names}
         def compile_one(name):
@@ -440,7 +454,7 @@ class Measurement:
             path.unlink()
         options = {"GCOV_PREFIX": str(counts), "GCOV_PREFIX_STRIP": str(len(self._folder.parts) - 1)}
         before = time.monotonic()
-        outcome = run_tests(program, folder, tests, WAIT_LIMIT, options)
+        outcome = run_tests(program, folder, tests, LONGEST, options)
         seconds = time.monotonic() - before
         if outcome != Outcome.PASSED:
             return None
@@ -461,17 +475,70 @@ class Measurement:
         return {name: sorted(lines) for name, lines in reached.items() if lines}
 
 
+# How a mutant is run: in which directory, with what objects by name, and with what in the environment. Who links there
+# holds the lock.
+Trial = collections.namedtuple("Trial", "folder objects options lock")
+
+
+class Combination:
+    """Many mutants of a source in one program."""
+
+    def __init__(self, build, file, mutants, folder):
+        self.folder = fresh(folder)
+        self._lock = threading.Lock()
+        self._build, self._file = build, file
+        self._text = (COPY / file).read_text()
+        self.objects = {name: folder / name.replace("/", "__") for name in build.objects[file]}
+        kept = without_errors(dict(enumerate(mutants, 1)), self._problem)
+        self._numbers = {mutant.text: number for number, mutant in kept.items()}
+
+    def _problem(self, mutants):
+        source = self.folder / "combined.cc"
+        source.write_text(combined(self._text, self._file, mutants))
+        problems = (self._build.problem(name, source, target, (*QUICK, "-ferror-limit=0"), self.folder)
+                    for name, target in self.objects.items())
+        return next(filter(None, problems), None)
+
+    def trial(self, mutant):
+        """How the mutant is run, or None if it is not in it."""
+        number = self._numbers.get(mutant.text)
+        return self._trial(number) if number is not None else None
+
+    def original(self):
+        return self._trial(0)
+
+    def _trial(self, number):
+        return Trial(self.folder, self.objects, {VARIABLE: str(number)}, self._lock)
+
+
 class Tests:
     """What the tests of some rooms say of mutants."""
 
     def __init__(self, programs, sources, jobs):
         self._build = Build(programs, jobs)
         self._map = Measurement(self._build, sources, jobs).read()
-        self._kills = collections.Counter()  # by file and unit
+        self._spent = collections.Counter()  # by source and unit, seconds
+        self._kills = collections.Counter()  # and mutants
         self._released = {}  # the original's object code, by object
+        self._combinations = {}  # by source
+        self._bears = {}  # by source and unit, whether the tests pass with the original among its mutants
         self._folders = queue.Queue()
         for number in range(jobs):
             self._folders.put(fresh(folder_of(ORIGINAL + 1 + number)))
+
+    def combine(self, mutants, jobs):
+        """Prepares those that can be tried together. REQUIRES: none is judged yet"""
+        chosen = collections.defaultdict(list)
+        for mutant in mutants:
+            if mutant.body is not None and mutant.file in self._build.objects:
+                chosen[mutant.file].append(mutant)
+
+        def combine(numbered):
+            number, (file, together) = numbered
+            return file, Combination(self._build, file, together, folder_of(FIRST_COMBINED + number))
+
+        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+            self._combinations = dict(pool.map(combine, enumerate(chosen.items())))
 
     def judge(self, mutant):
         """What becomes of a mutant: the tests' Outcome, or "broken" (no C++), or "same" (as object code)."""
@@ -485,23 +552,48 @@ class Tests:
         changed = folder / mutant.file
         changed.parent.mkdir(parents=True)
         changed.write_text(mutant.text)
-        objects = {name: folder / name.replace("/", "__") for name in self._build.users_of(mutant.file)}
-        for name, target in objects.items():
-            if self._compile(name, target, QUICK, folder) is None:
+        combination = self._combinations.get(mutant.file)
+        trial = combination.trial(mutant) if combination is not None else None
+        is_alone = trial is None
+        if is_alone:
+            trial = self._compiled_alone(mutant, folder)
+            if trial is None:
                 return "broken"
         numbers, is_reached = self._map.units_for(mutant)
-        for number in sorted(numbers, key=lambda n: self._map.units[n].seconds / (1 + self._kills[mutant.file, n])):
+        for number in sorted(numbers, key=lambda n: self._price(mutant.file, n)):
+            before = time.monotonic()
             try:
-                outcome = self._run(self._map.units[number], folder, objects)
+                outcome = self._run(self._map.units[number], trial)
             except LinkError:
                 return "broken"
-            if outcome != Outcome.PASSED:
+            self._spent[mutant.file, number] += time.monotonic() - before
+            if outcome != Outcome.PASSED and (is_alone or self._bears_combination(number, combination)):
                 self._kills[mutant.file, number] += 1
                 return outcome
-        if all(self._compile(name, target, RELEASE, folder) == self._release(name)
-               for name, target in objects.items()):
+        if all(self._compile(name, folder / "release.o", RELEASE, folder) == self._release(name)
+               for name in self._build.users_of(mutant.file)):
             return "same"
         return Outcome.PASSED if is_reached else Outcome.UNREACHED
+
+    def _price(self, file, number):
+        """What a mutant of the source costs that these tests kill."""
+        return (self._map.units[number].seconds + self._spent[file, number]) / (1 + self._kills[file, number])
+
+    def _compiled_alone(self, mutant, folder):
+        """The trial of a program with this mutant and no other, or None if it is not C++."""
+        objects = {name: folder / name.replace("/", "__") for name in self._build.users_of(mutant.file)}
+        if any(self._compile(name, target, QUICK, folder) is None for name, target in objects.items()):
+            return None
+        return Trial(folder, objects, {}, threading.Lock())
+
+    def _bears_combination(self, number, combination):
+        """Whether the tests fail because of a mutant, and not because of what is around it."""
+        key, unit = (combination.folder, number), self._map.units[number]
+        if key not in self._bears:
+            self._bears[key] = self._run(unit, combination.original()) == Outcome.PASSED
+            if not self._bears[key]:
+                print(f"left out with {combination.folder.name}, as it fails without a change: {unit.filter}", flush=True)
+        return self._bears[key]
 
     def _compile(self, name, target, flags, folder):
         source = self._build.source_of(name)
@@ -513,15 +605,19 @@ class Tests:
             self._released[name] = self._compile(name, self._build.original / "object.o", RELEASE, self._build.original)
         return self._released[name]
 
-    def _run(self, unit, folder, objects):
+    def _run(self, unit, trial):
         """Runs tests with what has these objects in it, linked where that has not been done."""
         for program in (unit.program, PROGRAM) if unit.program in RUNNERS else (unit.program,):
-            target = folder / pathlib.Path(program).name
-            if target.exists():
-                continue
-            binary = self._build.original / target.name
-            if any(self._build.contains(program, name) for name in objects):
-                binary = target
-                self._build.link(program, binary, objects)
-            self._build.aim(program, binary, target)
-        return run_tests(unit.program, folder, unit.filter, unit.seconds)
+            with trial.lock:
+                self._link(program, trial)
+        return run_tests(unit.program, trial.folder, unit.filter, unit.seconds, trial.options)
+
+    def _link(self, program, trial):
+        target = trial.folder / pathlib.Path(program).name
+        if target.exists():
+            return
+        binary = self._build.original / target.name
+        if any(self._build.contains(program, name) for name in trial.objects):
+            binary = target
+            self._build.link(program, binary, trial.objects, [self._build.choice])
+        self._build.aim(program, binary, target)

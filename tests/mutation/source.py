@@ -62,8 +62,9 @@ class Token(collections.namedtuple("Token", "kind text start end token")):
 
 
 # A file's text with one change, and how people know that change: where it is, and the lines before and after it.
-# `places`: the first and last lines of the change, and those of the declaration that it is part of.
-Mutant = collections.namedtuple("Mutant", "file line function before after text places")
+# `places`: the first and last lines of the change, and those of the declaration that it is part of. `body`: where the
+# body of the function begins and ends that all of the change is in, or None.
+Mutant = collections.namedtuple("Mutant", "file line function before after text places body", defaults=[None])
 
 
 class SourceError(Exception):
@@ -101,6 +102,7 @@ class Source:
         self._starts = [token.start for token in self.tokens]
         self._line_starts = [0] + [match.end() for match in re.finditer("\n", self.text)]
         self._extents = {}  # of declarations, by name: the first and the last line of those that have it
+        self._bodies = []  # of functions that run: where they begin and end
         self.functions = {}  # by the number of a token, the name of the function or constant that it is part of
         self.statements = []
         self.macros = []  # what is made by a macro outside of declarations: the (first, last) numbers of its tokens
@@ -172,7 +174,11 @@ class Source:
         before = " ".join(self.text[begin:end].split())
         after = " ".join(text[begin : end + len(text) - len(self.text)].split())
         function = self.function(edits[0][0])
-        return Mutant(self.file, first, function, before, after, text, ((first, last), self._extents[function]))
+        places = (first, last), self._extents[function]
+        return Mutant(self.file, first, function, before, after, text, places, self._body(edits[0][0], edits[-1][1]))
+
+    def _body(self, start, end):
+        return next((body for body in self._bodies if body[0] < start and end < body[1]), None)
 
     # ---- Reading ---------------------------------------------------------------------------------
 
@@ -200,6 +206,7 @@ class Source:
             if cursor.kind in NAMED:
                 self._name(cursor, cursor.spelling)
                 self._read_statements(cursor)
+                self._read_body(cursor)
             elif cursor.kind == CursorKind.STATIC_ASSERT:
                 self._name(cursor, None)
             elif cursor.kind in NESTING:
@@ -211,6 +218,14 @@ class Source:
         self.functions.update(dict.fromkeys(range(first, last), name))
         lines = self._extents.get(name, (self._line(start), self._line(end)))
         self._extents[name] = min(lines[0], self._line(start)), max(lines[1], self._line(end))
+
+    def _read_body(self, function):
+        body = next((child for child in function.get_children() if child.kind == CursorKind.COMPOUND_STMT), None)
+        if body is not None and self.is_written(body):
+            start, end = self.span(body)
+            head = self.tokens[self.first_token(function):self.first_token(body)]
+            if all(token.text != "constexpr" for token in head):
+                self._bodies.append((start, end))
 
     def _read_statements(self, parent):
         if parent.kind in KEYWORDS and not self.is_written(parent):
