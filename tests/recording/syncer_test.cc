@@ -302,6 +302,17 @@ TEST_F(SyncerTest, AFileForWhichThereIsNoDescriptorEndsTheRecording) {
                          ": the recording ends here, and what came last may not be on the disk");
 }
 
+TEST_F(SyncerTest, OfTwoFilesThatFailTheFirstIsTheProblem) {
+  disk_.setError(EIO);
+  Syncer syncer(0us, Disk::sync);
+  for (const std::string name : {"one", "two"}) {
+    const std::shared_ptr<std::FILE> file(std::fopen(write(name, "").c_str(), "re"), std::fclose);
+    syncer.want(fileno(file.get()), name);
+  }
+  syncer.finish();
+  EXPECT_EQ(syncer.takeProblem().rfind("one: ", 0), 0U);
+}
+
 TEST_F(SyncerTest, ADiskThatFailsAtTheEndIsAProblemToo) {
   SessionWriter session = writer(options());
   disk_.setError(EIO);

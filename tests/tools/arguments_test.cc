@@ -223,6 +223,13 @@ TEST(Arguments, DurationIsANumberOfSeconds) {
   }
 }
 
+TEST(Arguments, DurationIsAtMostAsLongAsASession) {
+  const std::string most = std::to_string(std::chrono::seconds(recording::kLongestSession).count());
+  const Result result =
+      run({"record", "-o", "x", "--duration", most, "--mouse", "none", "--keyboard", "none", "--lirc", "none"});
+  EXPECT_EQ(result.err, "quarlo-input: no source is open\n");
+}
+
 TEST(Arguments, TimeoutsToTryAreLists) {
   for (const std::string text : {"0", "-1", "2147483648", "x", "10ms", "1,,2", "1,", ",", ""}) {
     EXPECT_EQ(complaintAbout("tune", "--release-timeout", text),

@@ -25,7 +25,10 @@ class HiddenTypingTest : public testing::Test {
     terminal_ = std::make_unique<Tmux>(folder_);
     terminal_->enter("stty -g >" + folder_.path("before") + "; cd " + folder_.path() + "; clear");
     ASSERT_TRUE(terminal_->waitUntilGone("stty"));
+    tty_ = open(terminal_->tty().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   }
+
+  void TearDown() override { close(tty_); }
 
   // The command line of the program, which leaves its process id behind. `command` is record or monitor.
   std::string commandLine(const std::string& command) const {
@@ -46,19 +49,22 @@ class HiddenTypingTest : public testing::Test {
     daemon_.hangUp();
   }
 
+  termios settings() const {
+    termios settings = {};
+    EXPECT_EQ(tcgetattr(tty_, &settings), 0);
+    return settings;
+  }
+
+  // Whether what is typed shows.
+  bool hasEcho() const { return (settings().c_lflag & ECHO) != 0; }
+
   // Waits until what is typed shows, or shows no more. Returns whether it came to that.
   bool waitForEcho(bool wanted) const {
-    const int tty = open(terminal_->tty().c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    bool echo = !wanted;
-    while (echo != wanted && std::chrono::steady_clock::now() < deadline) {
-      termios settings = {};
-      tcgetattr(tty, &settings);
-      echo = (settings.c_lflag & ECHO) != 0;
+    while (hasEcho() != wanted && std::chrono::steady_clock::now() < deadline) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    close(tty);
-    return echo == wanted;
+    return hasEcho() == wanted;
   }
 
   void signal(int number) const {
@@ -102,6 +108,7 @@ class HiddenTypingTest : public testing::Test {
   Folder folder_;
   Daemon daemon_{folder_.path("lircd")};
   std::unique_ptr<Tmux> terminal_;
+  int tty_ = -1;
 };
 
 class CommandTest : public HiddenTypingTest, public testing::WithParamInterface<std::string> {};
@@ -135,6 +142,16 @@ TEST_P(CommandTest, AStopGivesTheTerminalBackAndGoingOnTakesIt) {
   ASSERT_TRUE(terminal_->waitFor("Stopped"));
   expectSettingsAsBefore();
   terminal_->enter("clear; fg; echo status $?");
+  expectHiddenUntilASourceIsLost();
+}
+
+// It gets no signal then, and the daemon sends nothing.
+TEST_P(CommandTest, WhatBashBringsToTheForegroundHides) {
+  terminal_->enter("exec bash --norc --noediting");
+  terminal_->enter("PS1='$ '; clear; " + commandLine(GetParam()) + " >out &");
+  while (!contains("out", "Ctrl-C ends.")) std::this_thread::yield();
+  ASSERT_TRUE(waitForEcho(true));
+  terminal_->enter("fg; echo status $?");
   expectHiddenUntilASourceIsLost();
 }
 
@@ -174,13 +191,36 @@ TEST_F(HiddenTypingTest, OfTwoAtOnceTheSecondHidesWhenTheFirstHasEnded) {
   expectHiddenUntilASourceIsLost();
 }
 
-// It gets no signal then, and the daemon sends nothing.
-TEST_F(HiddenTypingTest, ARecordingThatBashBringsToTheForegroundHides) {
-  terminal_->enter("exec bash --norc --noediting");
-  terminal_->enter("PS1='$ '; clear; " + commandLine("record") + " >out &");
-  while (!contains("out", "Ctrl-C ends.")) std::this_thread::yield();
-  ASSERT_TRUE(waitForEcho(true));
-  terminal_->enter("fg; echo status $?");
+TEST_F(HiddenTypingTest, ARecordingHidesBeforeItSaysHowItEnds) {
+  terminal_->enter(commandLine("record"));
+  ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
+  EXPECT_FALSE(hasEcho());
+}
+
+// A pager does that, and gives the terminal back itself.
+TEST_F(HiddenTypingTest, WhatAnotherProgramMakesOfTheTerminalMeanwhileStays) {
+  start("record");
+  termios others = settings();
+  others.c_lflag |= ECHO;
+  ASSERT_EQ(tcsetattr(tty_, TCSANOW, &others), 0);
+  daemon_.send("0 00 KEY_OK tv\n");
+  while (!contains("session/remote.lirc", "KEY_")) std::this_thread::yield();
+  EXPECT_TRUE(hasEcho());
+  daemon_.hangUp();
+  ASSERT_TRUE(terminal_->waitFor("status 1"));
+  EXPECT_EQ(settings().c_lflag, others.c_lflag);
+}
+
+TEST_F(HiddenTypingTest, ATerminalThatGivesNothingAtOnceIsNotTakenForOneThatIsGone) {
+  terminal_->enter("stty min 0; stty -g >before");
+  start("record");
+  expectHiddenUntilASourceIsLost();
+}
+
+TEST_F(HiddenTypingTest, ASignalThatWasIgnoredIsIgnored) {
+  terminal_->enter("trap '' USR1");
+  start("record");
+  signal(SIGUSR1);
   expectHiddenUntilASourceIsLost();
 }
 

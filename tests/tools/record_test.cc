@@ -223,6 +223,19 @@ TEST_F(RecordTest, LetsNoOtherProcessReadItsMemoryWhileItHides) {
   }
 }
 
+TEST_F(RecordTest, ThatCannotStartAThreadSaysSo) {
+  chmod(folder_.path().c_str(), 0777);
+  chmod(socket_.c_str(), 0777);
+  Arguments launcher = asNobody();
+  // A sanitizer's look for leaks needs a process, too.
+  launcher.insert(launcher.end(), {"prlimit", "--nproc=0", "env", "LSAN_OPTIONS=detect_leaks=0"});
+  const Result result = run(remote({}), Output::kPipe, launcher);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.err.find("quarlo-input: a thread that waits for the disk cannot be started: Resource temporarily"),
+            std::string::npos)
+      << result.err;
+}
+
 TEST_F(RecordTest, LeavesNoCoreDumpWhileItHides) {
   const auto leavesCoreDump = [&](const Arguments& options) {
     Program program(remote(options), Output::kPipe,
