@@ -253,6 +253,12 @@ TEST_F(SessionFolder, CountsFromZeroUpToADay) {
   EXPECT_EQ(readSession(path()).remote->at(0).time, microseconds(0));
 }
 
+TEST_F(SessionFolder, OfAnyClockStartsWithItsFirstFileThatCanBeRead) {
+  std::filesystem::create_directory(path("mouse.evemu"));
+  write("remote.lirc", "1700000000.000000 0 00 KEY_OK remote\n");
+  EXPECT_EQ(readSession(path()).remote->at(0).time, microseconds(0));
+}
+
 TEST_F(SessionFolder, CountsFromZeroForAMonthIfItIsMarked) {
   write("remote.lirc", kMark + "2678400.000000 0 00 KEY_OK remote\n");
   EXPECT_EQ(readSession(path()).remote->at(0).time, kLongestSession);
@@ -442,6 +448,7 @@ TEST_F(SessionFolder, LastsUntilTheLastRecordOrLineOfAll) {
     return device;
   };
   Session session;
+  EXPECT_EQ(lengthOf(session), microseconds(0));
   session.remote = std::vector<RemoteLine>(2);
   session.remote->back().time = std::chrono::seconds(1);
   EXPECT_EQ(lengthOf(session), std::chrono::seconds(1));

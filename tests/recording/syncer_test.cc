@@ -50,6 +50,12 @@ class Disk {
     error_ = error;
   }
 
+  // It does not take this one.
+  void refuse(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    refused_ = statusOf(path).st_ino;
+  }
+
   // How much of a file, or directory, is on it. -1: not even its name, as far as that was asked for.
   std::int64_t sizeOf(const std::string& path) {
     const std::lock_guard lock(mutex_);
@@ -82,8 +88,8 @@ class Disk {
     signalsAreBlocked_ = sigismember(&blocked, SIGINT) == 1 && sigismember(&blocked, SIGTERM) == 1;
     struct stat status = {};
     EXPECT_EQ(fstat(fd, &status), 0);
-    errno = error_;
-    if (error_ != 0 && S_ISREG(status.st_mode)) return -1;
+    errno = status.st_ino == refused_ ? EIO : error_;
+    if (status.st_ino == refused_ || (error_ != 0 && S_ISREG(status.st_mode))) return -1;
     sizes_[status.st_ino] = status.st_size;
     return 0;
   }
@@ -93,6 +99,7 @@ class Disk {
   std::mutex mutex_;
   std::atomic<bool> isAsked_ = false;
   int error_ = 0;
+  ino_t refused_ = 0;
   std::map<ino_t, std::int64_t> sizes_;
   bool signalsAreBlocked_ = false;
 };
@@ -300,6 +307,14 @@ TEST_F(SyncerTest, AFileForWhichThereIsNoDescriptorEndsTheRecording) {
   }
   EXPECT_EQ(problem, file_ + ": " + std::strerror(EMFILE) +
                          ": the recording ends here, and what came last may not be on the disk");
+}
+
+TEST_F(SyncerTest, ADirectoryThatDoesNotGetToTheDiskEndsTheRecordingToo) {
+  disk_.refuse(path());
+  SessionWriter session = writer(options());
+  std::string problem;
+  while (problem.empty()) problem = errorOf([&] { session.flush(); });
+  EXPECT_EQ(problem.rfind(folder_ + "/..: Input/output error: ", 0), 0U) << problem;
 }
 
 TEST_F(SyncerTest, OfTwoFilesThatFailTheFirstIsTheProblem) {

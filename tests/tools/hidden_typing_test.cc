@@ -130,8 +130,8 @@ TEST_P(CommandTest, WhatIsTypedUntilCtrlCReachesNoShell) {
 TEST_P(CommandTest, CtrlCEndsItHoweverMuchWasTyped) {
   start(GetParam());
   daemon_.send("0 00 KEY_UNKNOWN tv\n");
-  constexpr int kMoreThanATerminalKeeps = 60;
-  for (int i = 0; i < kMoreThanATerminalKeeps; ++i) terminal_->enter(std::string(100, 'x'));
+  constexpr int kMoreThanATerminalKeeps = 6000;
+  terminal_->enter(std::string(kMoreThanATerminalKeeps, 'x'));
   terminal_->press("C-c");
   EXPECT_TRUE(terminal_->waitFor("status 0"));
 }
@@ -181,8 +181,8 @@ TEST_F(HiddenTypingTest, InTheBackgroundTheTerminalIsTheShells) {
 TEST_F(HiddenTypingTest, OfTwoAtOnceTheSecondHidesWhenTheFirstHasEnded) {
   const std::string first = QUARLO_PROGRAM " record --mouse none --keyboard none --lirc other -o first";
   Daemon other(folder_.path("other"));
-  terminal_->enter("sh -c '" + first + " >out & " + commandLine("record").substr(std::string("sh -c '").size()) +
-                   "; echo status $?");
+  terminal_->enter("sh -c '" + first + " >out & until grep -q Ctrl-C out; do :; done; " +
+                   commandLine("record").substr(std::string("sh -c '").size()) + "; echo status $?");
   ASSERT_TRUE(terminal_->waitFor("Ctrl-C ends."));
   ASSERT_TRUE(waitForEcho(false));
   other.send("0 00 KEY_OK tv\n");
@@ -243,6 +243,17 @@ TEST_F(HiddenTypingTest, AProgramWithASessionOfItsOwnLeavesTheTerminalAlone) {
   EXPECT_TRUE(waitForEcho(true));
   loseSource();
   EXPECT_TRUE(terminal_->waitFor("remote.lirc     1 line"));
+}
+
+// It would be stopped for good if it changed the terminal then.
+TEST_F(HiddenTypingTest, AProgramThatDiesInTheBackgroundLeavesTheTerminalAlone) {
+  start("record", "");
+  signal(SIGSTOP);
+  ASSERT_TRUE(terminal_->waitFor("Stopped"));
+  signal(SIGUSR1);
+  signal(SIGCONT);
+  terminal_->enter("wait %1; echo status $?");
+  EXPECT_TRUE(terminal_->waitFor("status " + std::to_string(128 + SIGUSR1)));
 }
 
 class DeathTest : public HiddenTypingTest, public testing::WithParamInterface<int> {};

@@ -480,6 +480,27 @@ TEST(TunePicture, ThatCouldNotBeDrawnLeavesTheOldOneAndSaysWhy) {
   EXPECT_EQ(filesIn(folder).size(), 1U);
 }
 
+TEST(TunePicture, IsDrawnWithoutSettingsOfTheUser) {
+  const Folder folder;
+  const Folder programs;
+  const std::string path = folder.path("a.svg");
+  tuned(with({"--plot", path}, kSmallGrid), withGnuplot(programs, "#!/bin/sh\necho \"$@\"\n"));
+  EXPECT_EQ(contentOf(path), "--default-settings\n");
+}
+
+TEST(TunePicture, ThatDoesNotFitLeavesTheOldOneAndSaysWhy) {
+  const Folder folder;
+  const Folder programs;
+  const std::string path = folder.write("a.svg", "old");
+  const std::string draw = "#!/bin/sh\nulimit -S -f $(ulimit -H -f)\n/usr/bin/head -c 100000 /dev/zero\n";
+  Arguments launcher = {"sh", "-c", "ulimit -S -f 100; exec \"$@\"", "sh"};
+  for (const std::string& word : withGnuplot(programs, draw)) launcher.push_back(word);
+  EXPECT_EQ(failure(with({"--plot", path}, kSmallGrid), launcher),
+            "quarlo-input: " + path + ": the picture cannot be written: File too large\n");
+  EXPECT_EQ(contentOf(path), "old");
+  EXPECT_EQ(filesIn(folder).size(), 1U);
+}
+
 TEST(TunePicture, ThatCouldNotTakeItsNameLeavesNothingUnfinished) {
   const Folder folder;
   const Folder programs;
