@@ -16,8 +16,8 @@ def headers_of(program):
     return run("readelf", "--wide", "--file-header", "--section-headers", "--program-headers", "--dynamic", program)
 
 
-def expect_guarded_memory(test, headers):
+def expect_guarded_memory(test, headers, stack="RW"):
     """No memory of the program can be both written and executed, and its tables stay as the linker left them."""
     test.assertRegex(headers, r"GNU_RELRO")
-    test.assertRegex(headers, r"GNU_STACK .* RW ")
+    test.assertRegex(headers, rf"GNU_STACK .* {stack} ")
     test.assertNotRegex(headers, r"LOAD .* RWE ")
