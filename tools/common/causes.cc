@@ -10,6 +10,7 @@
 
 #include "input/linux_input_reader_limits.h"
 #include "tools/common/lirc_line.h"
+#include "tools/common/timeval.h"
 
 namespace quarlo::tools {
 
@@ -83,8 +84,6 @@ std::size_t partsOf(std::string_view text) {
 
 // The loop's own records have no time; those of a machine do.
 bool isMadeByTheLoop(const input_event& record) { return record.input_event_sec == 0 && record.input_event_usec == 0; }
-
-bool isSameTime(const timeval& a, const timeval& b) { return a.tv_sec == b.tv_sec && a.tv_usec == b.tv_usec; }
 
 RemoteKey keyOf(const LinuxInputReader& reader) {
   if (reader.lircKey == msg::KeyInput::kNone) return RemoteKey::kNone;

@@ -6,13 +6,9 @@
 #include <utility>
 
 #include "tools/common/lirc_line.h"
+#include "tools/common/timeval.h"
 
 namespace quarlo::tools {
-namespace {
-
-bool isSameTime(const timeval& a, const timeval& b) { return a.tv_sec == b.tv_sec && a.tv_usec == b.tv_usec; }
-
-}  // namespace
 
 ReaderLoop::ReaderLoop(LinuxInputReader& reader, PollTimeout timeout, Empty empty)
     : reader_(reader), loop_(reader), sources_(loop_), timeout_(timeout), empty_(empty) {}
