@@ -86,6 +86,13 @@ class PackagesTest(unittest.TestCase):
             with self.subTest(document=name):
                 self.assertIn(f"./usr/share/doc/quarlo-input/docs/{name}", program - dev)
 
+    def test_the_documents_that_manual_pages_name_are_there(self):
+        _, program = packages(ROOT)
+        named = {path.replace("\\", "") for page in (ROOT / BUILD / "tools" / "man").glob("*.1")
+                 for path in re.findall(r"^\.IR (\S+/docs/\S+)", page.read_text(encoding="utf-8"), re.MULTILINE)}
+        self.assertNotEqual(named, set())
+        self.assertEqual({path for path in named if f".{path}" not in files_of(program)}, set())
+
     def test_links_between_documents_hold_where_both_are_installed(self):
         packed = {file for package in packages(ROOT) for file in files_of(package)}
         for name in sorted((ROOT / "docs").glob("*.md")):
