@@ -26,7 +26,7 @@ TARGETS = ("armhf", "arm64", "mipsel", "i386", "amd64")
 NAME = sbom.PROJECT
 
 # A page that a script writes, that script, and what it is about: when that changes, the page is stale.
-WRITTEN_PAGES = (("docs/performance.md", "script/bench", ("input", "msg", "logging")),)
+WRITTEN_PAGES = (("docs/performance.md", "script/bench", ("bench", "input", "logging", "msg", "recording", "tools")),)
 
 # How a text names a version, or the beginning of one.
 NUMBER = r"(\d+\.\d+\.\d+)"

@@ -227,8 +227,8 @@ class RefusedTest(ReleaseTest):
         project.write("input/reader.cc", "int b;\n")
         project.commit()
         project.run("git", "tag", "-a", "v1.2.3", "-m", "v1.2.3")
-        self.assertEqual(self.refusal(project), "docs/performance.md is stale: it is about input, msg, logging, which "
-                         "1 later commits changed: run script/bench, and commit what it writes")
+        self.assertEqual(self.refusal(project), "docs/performance.md is stale: it is about bench, input, logging, msg, "
+                         "recording, tools, which 1 later commits changed: run script/bench, and commit what it writes")
 
     def test_tests_that_fail(self):
         project = self.project({"script/test": "#!/bin/sh\necho '2 passed, 1 failed, 0 skipped'\nexit 1\n"})
