@@ -18,6 +18,7 @@
 #include "tools/monitor/command.h"
 #include "tools/record/command.h"
 #include "tools/replay/command.h"
+#include "tools/report/command.h"
 #include "tools/tune/command.h"
 
 namespace quarlo::fuzz {
@@ -84,6 +85,13 @@ int check(const replay::ReplayOptions& options) {
   return 0;
 }
 
+int check(const report::ReportOptions& options) {
+  const bool isLive = options.live.duration.count() != 0;
+  require(isLive == options.session.empty(), "a page is of a session, or of what comes");
+  require(options.maxX < 65536 && options.maxY < 65536, "a coordinate has 16 bits");
+  return 0;
+}
+
 void checkValues(const std::vector<int>& values, int most) {
   require(!values.empty() && values.size() <= 8, "a setting has from 1 to 8 values");
   require(std::is_sorted(values.begin(), values.end()) && values.front() >= 1 && values.back() <= most,
@@ -92,7 +100,6 @@ void checkValues(const std::vector<int>& values, int most) {
 
 int check(const tune::TuneOptions& options) {
   using namespace std::chrono_literals;
-  using tune::kShortestHold;
   checkValues(options.grid.repeatMs, 2147483647);
   checkValues(options.grid.startMs, 2147483647);
   checkValues(options.delayMs, 10000);
@@ -110,7 +117,7 @@ std::vector<Command> checkedCommands() {
   return {makeCommand("monitor", "", monitor::addOptions, check), makeCommand("list", "", list::addOptions, check),
           makeCommand("doctor", "", doctor::addOptions, check),   makeCommand("keymap", "", keymap::addOptions, check),
           makeCommand("record", "", record::addOptions, check),   makeCommand("replay", "", replay::addOptions, check),
-          makeCommand("tune", "", tune::addOptions, check)};
+          makeCommand("report", "", report::addOptions, check),   makeCommand("tune", "", tune::addOptions, check)};
 }
 
 // One argument a line: the input can hold every argument that main() can get, but for newlines.
