@@ -1,6 +1,7 @@
 #include "tools/report/live.h"
 
 #include <fcntl.h>
+#include <ftw.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -8,9 +9,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
 #include <vector>
 
 #include "recording/session.h"
@@ -78,16 +79,23 @@ int waitFor(const Child& child) {
 }  // namespace
 
 LiveSession::LiveSession() {
-  std::error_code error;
-  const std::filesystem::path place = std::filesystem::temp_directory_path(error);
-  std::string name = (error ? std::filesystem::path("/tmp") : place) / "quarlo-input-report-XXXXXX";
-  if (mkdtemp(name.data()) == nullptr) throw Error(name + ": " + std::strerror(errno) + "; set TMPDIR");
-  directory_ = name;
+  const char* const place = std::getenv("TMPDIR");
+  const std::string parent = place == nullptr ? "/tmp" : place;
+  directory_ = recording::pathIn(parent, "quarlo-input-report-XXXXXX");
+  if (mkdtemp(directory_.data()) == nullptr) {
+    throw Error(parent + ": what comes cannot be kept there: " + std::strerror(errno) +
+                "; set TMPDIR to another place");
+  }
 }
 
+// Not by std::filesystem: in 32-bit programs, that of Debian's C++ library fails at what was written to after January
+// 2038.
 LiveSession::~LiveSession() {
-  std::error_code ignored;
-  std::filesystem::remove_all(directory_, ignored);
+  constexpr int kMostDescriptors = 16;
+  const auto remove = [](const char* path, const struct stat* /*status*/, int /*type*/, FTW* /*place*/) {
+    return std::remove(path);
+  };
+  nftw(directory_.c_str(), remove, kMostDescriptors, FTW_DEPTH | FTW_PHYS);
 }
 
 int LiveSession::record(const LiveOptions& options) const { return waitFor(start(argumentsFor(options, path()))); }

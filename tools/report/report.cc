@@ -85,8 +85,9 @@ PlayOptions playOptions(const ReportOptions& options) {
   return result;
 }
 
-void writePage(const Session& session, const std::string& name, const std::vector<SourceAbout>& sources,
-               const ReportOptions& options) {
+// Returns the exit status.
+int writePage(const Session& session, const std::string& name, const std::vector<SourceAbout>& sources,
+              const ReportOptions& options) {
   silenceReader();
   const PlayOptions playing = playOptions(options);
   const Happened happened = play(session, playing);
@@ -99,14 +100,16 @@ void writePage(const Session& session, const std::string& name, const std::vecto
   std::printf("%s: %s, %s\n", printable(options.output).c_str(),
               counted(static_cast<std::int64_t>(happened.events.size()), "event").c_str(),
               counted(static_cast<std::int64_t>(findings.size()), "finding").c_str());
+  if (happened.isWhole) return kDone;
+  return fail(name + ": the remote's lines come faster than the reader takes them; the rest is not in the page");
 }
 
 int reportRecorded(const ReportOptions& options) {
   const Session session = options.events ? recording::readPair(options.session, *options.events)
                                          : recording::readSession(options.session, recording::SingleNode::kAny);
   const int status = sayDamages(session);
-  writePage(session, lastPartOf(options.session), sourcesOf(session, options.session), options);
-  return status;
+  const int written = writePage(session, lastPartOf(options.session), sourcesOf(session, options.session), options);
+  return std::max(status, written);
 }
 
 int reportLive(const ReportOptions& options) {
@@ -115,8 +118,7 @@ int reportLive(const ReportOptions& options) {
   const int status = live.record(options.live);
   if (!isDirectory(live.path())) return status;
   const Session session = recording::readSession(live.path());
-  writePage(session, "live", sourcesOf(session, live.path()), options);
-  return status;
+  return std::max(status, writePage(session, "live", sourcesOf(session, live.path()), options));
 }
 
 }  // namespace
