@@ -52,6 +52,18 @@ class ContentTest(ReportPageTest):
         self.assertEqual(page.run("[...document.querySelectorAll('#sources h3')].map((heading) => heading.innerText)"),
                          ["mouse – Sample Mouse", "keyboard – Sample Keyboard", "remote"])
 
+    def test_a_session_in_which_nothing_happened_is_a_page_too(self):
+        session = self.folder / "nothing"
+        session.mkdir()
+        rows = (SESSIONS / "desk" / "mouse.evemu").read_text(encoding="utf-8").splitlines(keepends=True)
+        (session / "mouse.evemu").write_text("".join(row for row in rows if not row.startswith("E:")) +
+                                              "E: 0.000000 0000 0000 0000\n", encoding="utf-8")
+        page = self.page_of(session)
+        page.run("timeline.focus()")
+        for key in ["ArrowRight", "ArrowDown", "Home", "+", "0"]:
+            page.key(key)
+        self.assertIn("0 events of 1 source", page.text("#summary"))
+
     def test_says_what_it_tells_of_secrets(self):
         page = self.page_of(SESSIONS / "living-room")
         self.assertIn("this can show passwords", page.text("#summary"))
@@ -296,6 +308,20 @@ class HostileTest(ReportPageTest):
         self.assertNotEqual(page.run("document.title"), "x")
         self.assertEqual(page.run("document.images.length"), 0)
         self.assertEqual(page.run("document.scripts.length"), 2)
+
+    def test_its_policy_lets_nothing_else_run(self):
+        path = self.folder / "policy.html"
+        self.write("report", SESSIONS / "sofa", "-o", path)
+        for attempt in ["document.body.append(Object.assign(document.createElement('script'), {textContent: 'document.title = 1'}))",
+                        "document.body.insertAdjacentHTML('beforeend', '<b>x</b>')",
+                        "document.body.append(Object.assign(new Image(), {src: 'data:,'}))",
+                        "fetch('data:,').catch(() => 0)"]:
+            page = self.open(path)
+            page.run(f"try {{ {attempt}; }} catch (error) {{ console.error(error.message); }}")
+            page.settle()
+            self.assertTrue(page.problems, attempt)
+            self.assertNotEqual(page.run("document.title"), "1")
+            self.assertEqual(page.run("document.querySelectorAll('b').length"), 0)
 
     def test_a_name_of_any_length_fits(self):
         for name, length, status in [("long", 10000, 0), ("too-long", 10000000, 1)]:
