@@ -83,7 +83,7 @@ const drawAxes = (scales, width, height) => {
     axes.append(shape("line", { class: "grid", x1: box.left, x2: width - 4, y1: toY(rate), y2: toY(rate) }),
       shape("text", { class: "axis", x: box.left - 6, y: toY(rate) + 4, "text-anchor": "end" }, String(rate)));
   }
-  for (const ms of ticks(x.minimum, x.maximum, Math.max(width / 110, 2)).all) {
+  for (const ms of ticks(x.minimum, x.maximum, Math.max(width / 110, 4)).all) {
     axes.append(shape("line", { class: "grid", x1: toX(ms), x2: toX(ms), y1: box.top, y2: box.bottom }),
       shape("text", { class: "axis", x: toX(ms), y: box.bottom + 17, "text-anchor": "middle" }, String(ms)));
   }
