@@ -2,6 +2,7 @@
 
 import collections
 import concurrent.futures
+import functools
 import hashlib
 import itertools
 import json
@@ -16,7 +17,7 @@ import tempfile
 import threading
 import time
 
-from changes import mutants_of, read_sources
+from changes import CONSTANT, mutants_of, read_sources
 from combined import CHOICE, VARIABLE, combined, without_errors
 from project import FOLDER, ROOT, copy_checkout, fail, files_below, run, run_or_fail
 from source import Source, parse
@@ -145,6 +146,21 @@ class LinkError(Exception):
     pass
 
 
+@functools.lru_cache(maxsize=None)
+def text_of(file):
+    return (COPY / file).read_text()
+
+
+def naming(mutant, objects, files_of):
+    """Of the objects that a header is part of, those that a mutant of it can change: of a constant, which the header
+    itself does not use, those whose other files name it."""
+    name = re.compile(rf"\b{mutant.function}\b")
+    if not CONSTANT.fullmatch(mutant.function) or len(name.findall(text_of(mutant.file))) > 1:
+        return objects
+    return [found for found in objects
+            if any(name.search(text_of(file)) for file in files_of(found) if file != mutant.file)]
+
+
 def compile_c(name, text):
     source, target = FOLDER / f"{name}.c", FOLDER / f"{name}.o"
     source.write_text(text)
@@ -199,9 +215,10 @@ class Build:
     def _precompile(self):
         headers = FOLDER / "headers.h"
         headers.write_text("".join(f"#include <{name}>\n" for name in HEADERS))
-        self._precompiled = FOLDER / "headers.pch"
-        command = [*QUICK, "-std=c++17", "-x", "c++-header", headers, "-o", self._precompiled]
-        run_or_fail(command, "headers do not compile")
+        self._precompiled = {QUICK: FOLDER / "headers.pch", RELEASE: FOLDER / "release.pch"}
+        for flags, target in self._precompiled.items():
+            command = [*flags, "-std=c++17", "-x", "c++-header", headers, "-o", target]
+            run_or_fail(command, "headers do not compile")
 
     def _compile_callers(self):
         here = folder_of(ORIGINAL)
@@ -234,10 +251,15 @@ class Build:
         made_of = [file for file, names in self._users.items() if name in names]
         return target.exists() and all((COPY / file).stat().st_mtime < target.stat().st_mtime for file in made_of)
 
-    def users_of(self, file):
-        """The objects that a source is compiled into. Of a header's, without those of tests."""
-        objects = self.objects.get(file) or self._users.get(file, [])
-        return [name for name in objects if not name.startswith("tests/")]
+    def users_of(self, mutant):
+        """The objects that a mutant can change, without those of tests."""
+        objects = self.objects.get(mutant.file) or self._users.get(mutant.file, [])
+        objects = [name for name in objects if not name.startswith("tests/")]
+        return objects if mutant.file in self.objects else naming(mutant, objects, self._files)
+
+    def _files(self, name):
+        """The checkout's files that an object is made of."""
+        return [self.source_of(name), *(file for file, names in self._users.items() if name in names and file[0] != ".")]
 
     def compile(self, name, source, target, compiler, folder=COPY):
         """Compiles an object from that source, headers from the directory before others. Returns it, or None if it is not
@@ -250,8 +272,9 @@ class Build:
         words = [word for word in self._commands[name] if not word.endswith("/ccache")]
         where = words.index("-o")
         options = [*words[1:where], *words[where + 2:-2], *compiler[1:], f"-fmacro-prefix-map={folder}={COPY}"]
-        if compiler[:len(QUICK)] == QUICK:
-            options += ["-include-pch", self._precompiled]
+        for flags, precompiled in self._precompiled.items():
+            if compiler[:len(flags)] == flags:
+                options += ["-include-pch", precompiled]
         result = run([compiler[0], "-I", folder, *options, "-o", target, "-c", source], BUILD)
         return result.stdout if result.returncode != 0 else None
 
@@ -346,7 +369,7 @@ class Map:
             units = [n for n, reached in enumerate(self._reached) if lines & reached.get(mutant.file, frozenset())]
             if units:
                 return units, lines is change or not change & known
-        users = {self._build.source_of(name) for name in self._build.users_of(mutant.file)}
+        users = {self._build.source_of(name) for name in self._build.users_of(mutant)}
         return [n for n, reached in enumerate(self._reached) if users & reached.keys()], True  # a constant of a header
 
 
@@ -491,6 +514,7 @@ class Combination:
         self.objects = {name: folder / name.replace("/", "__") for name in build.objects[file]}
         kept = without_errors(dict(enumerate(mutants, 1)), self._problem)
         self._numbers = {mutant.text: number for number, mutant in kept.items()}
+        self.broken = {mutant.text for mutant in mutants if kept and mutant.text not in self._numbers}
 
     def _problem(self, mutants):
         source = self.folder / "combined.cc"
@@ -553,6 +577,8 @@ class Tests:
         changed.parent.mkdir(parents=True)
         changed.write_text(mutant.text)
         combination = self._combinations.get(mutant.file)
+        if combination is not None and mutant.text in combination.broken:
+            return "broken"
         trial = combination.trial(mutant) if combination is not None else None
         is_alone = trial is None
         if is_alone:
@@ -571,7 +597,7 @@ class Tests:
                 self._kills[mutant.file, number] += 1
                 return outcome
         if all(self._compile(name, folder / "release.o", RELEASE, folder) == self._release(name)
-               for name in self._build.users_of(mutant.file)):
+               for name in self._build.users_of(mutant)):
             return "same"
         return Outcome.PASSED if is_reached else Outcome.UNREACHED
 
@@ -581,7 +607,7 @@ class Tests:
 
     def _compiled_alone(self, mutant, folder):
         """The trial of a program with this mutant and no other, or None if it is not C++."""
-        objects = {name: folder / name.replace("/", "__") for name in self._build.users_of(mutant.file)}
+        objects = {name: folder / name.replace("/", "__") for name in self._build.users_of(mutant)}
         if any(self._compile(name, target, QUICK, folder) is None for name, target in objects.items()):
             return None
         return Trial(folder, objects, {}, threading.Lock())

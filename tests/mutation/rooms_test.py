@@ -2,6 +2,7 @@
 """Which sources, mutants and tests script/mutate takes beside the component."""
 
 import unittest
+import unittest.mock
 
 import rooms
 from mutation import judge_all
@@ -36,6 +37,25 @@ class SampleTest(unittest.TestCase):
 
     def test_of_more_than_there_are_is_all(self):
         self.assertCountEqual(rooms.sample_of(self.MUTANTS, 1000, "word"), self.MUTANTS)
+
+
+class NamingTest(unittest.TestCase):
+    TEXTS = {"a.h": "constexpr int kOne = 1; constexpr int kTwo = 2; int x[kTwo]; int size_ = 3;", "one.cc": "kOne + 1",
+             "other.cc": "kOnes"}
+
+    def naming(self, function):
+        header = mutant("", file="a.h")._replace(function=function)
+        with unittest.mock.patch("rooms.text_of", self.TEXTS.get):
+            return rooms.naming(header, ["one", "other"], lambda name: [f"{name}.cc", "a.h"])
+
+    def test_a_constant_are_those_that_its_change_can_change(self):
+        self.assertEqual(self.naming("kOne"), ["one"])
+
+    def test_a_constant_that_the_header_uses_are_all(self):
+        self.assertEqual(self.naming("kTwo"), ["one", "other"])
+
+    def test_anything_else_are_all(self):
+        self.assertEqual(self.naming("size_"), ["one", "other"])
 
 
 class FakeBuild:

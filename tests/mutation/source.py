@@ -102,7 +102,7 @@ class Source:
         self._starts = [token.start for token in self.tokens]
         self._line_starts = [0] + [match.end() for match in re.finditer("\n", self.text)]
         self._extents = {}  # of declarations, by name: the first and the last line of those that have it
-        self._bodies = []  # of functions that run: where they begin and end
+        self._bodies = []  # of functions that run, and whose type another body does not change: where they begin and end
         self.functions = {}  # by the number of a token, the name of the function or constant that it is part of
         self.statements = []
         self.macros = []  # what is made by a macro outside of declarations: the (first, last) numbers of its tokens
@@ -223,8 +223,9 @@ class Source:
         body = next((child for child in function.get_children() if child.kind == CursorKind.COMPOUND_STMT), None)
         if body is not None and self.is_written(body):
             start, end = self.span(body)
-            head = self.tokens[self.first_token(function):self.first_token(body)]
-            if all(token.text != "constexpr" for token in head):
+            head = {token.text for token in self.tokens[self.first_token(function):self.first_token(body)]}
+            has_deduced_type = "auto" in head and "->" not in head
+            if "constexpr" not in head and not has_deduced_type:
                 self._bodies.append((start, end))
 
     def _read_statements(self, parent):
