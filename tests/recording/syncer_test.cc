@@ -317,6 +317,11 @@ TEST_F(SyncerTest, ADirectoryThatDoesNotGetToTheDiskEndsTheRecordingToo) {
   EXPECT_EQ(problem.rfind(folder_ + "/..: Input/output error: ", 0), 0U) << problem;
 }
 
+TEST_F(SyncerTest, ADiskThatWasAskedForNothingIsNotBusy) {
+  Syncer syncer(0us, Disk::sync);
+  EXPECT_TRUE(syncer.holdOff());
+}
+
 TEST_F(SyncerTest, OfTwoFilesThatFailTheFirstIsTheProblem) {
   disk_.setError(EIO);
   Syncer syncer(0us, Disk::sync);

@@ -94,10 +94,14 @@ class HiddenTypingTest : public testing::Test {
     expectSecretKept(1);
   }
 
-  bool contains(const std::string& file, const std::string& text) const {
-    std::ostringstream content;
-    content << std::ifstream(folder_.path(file)).rdbuf();
-    return content.str().find(text) != std::string::npos;
+  bool contains(const std::string& file, const std::string& text) const { return countOf(file, text) > 0; }
+
+  // How many lines of the file have the text.
+  int countOf(const std::string& file, const std::string& text) const {
+    std::ifstream content(folder_.path(file));
+    int count = 0;
+    for (std::string line; std::getline(content, line);) count += line.find(text) != std::string::npos ? 1 : 0;
+    return count;
   }
 
   void expectSettingsAsBefore() const {
@@ -243,6 +247,30 @@ TEST_F(HiddenTypingTest, AProgramWithASessionOfItsOwnLeavesTheTerminalAlone) {
   EXPECT_TRUE(waitForEcho(true));
   loseSource();
   EXPECT_TRUE(terminal_->waitFor("remote.lirc     1 line"));
+}
+
+// Its shell has put the terminal back for itself, and gives no signal when it brings the program to the foreground.
+TEST_F(HiddenTypingTest, GoingOnInTheBackgroundDoesNotHide) {
+  terminal_->enter("exec bash --norc --noediting");
+  terminal_->enter("PS1='$ '; clear");
+  start("record", "");
+  signal(SIGSTOP);
+  ASSERT_TRUE(terminal_->waitFor("Stopped"));
+  terminal_->enter("bg");
+  ASSERT_TRUE(waitForEcho(true));
+  terminal_->enter("fg; echo status $?");
+  expectHiddenUntilASourceIsLost();
+}
+
+TEST_F(HiddenTypingTest, ARecordingGoesOnWithoutItsTerminal) {
+  terminal_->enter("trap '' HUP");
+  start("record");
+  terminal_.reset();
+  for (int lines = 1; lines <= 2; ++lines) {
+    daemon_.send("0 00 KEY_OK tv\n");
+    while (countOf("session/remote.lirc", "KEY_OK") < lines) std::this_thread::yield();
+  }
+  signal(SIGTERM);
 }
 
 // It would be stopped for good if it changed the terminal then.

@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -533,6 +535,34 @@ TEST(TunePicture, CanBeReadByTheGroupThatCouldReadTheOldOne) {
   tuned(with({"--plot", path}, kSmallGrid), withGnuplot(programs, "#!/bin/sh\necho new\n"));
   EXPECT_EQ(contentOf(path), "new\n");
   EXPECT_EQ(std::filesystem::status(path).permissions(), kOfTheGroup);
+}
+
+// The group of the new one is another, which must not read it.
+TEST(TunePicture, WhoseGroupCannotBeGivenIsForNoGroup) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const Folder folder;
+  const Folder programs;
+  const std::string path = folder.write("a.svg", "old");
+  constexpr gid_t kOther = 1;
+  ASSERT_EQ(chown(path.c_str(), 0, kOther), 0);
+  ASSERT_EQ(chmod(path.c_str(), 0664), 0);
+  ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
+  Arguments launcher = asNobody();
+  for (const std::string& word : withGnuplot(programs, "#!/bin/sh\necho new\n")) launcher.push_back(word);
+  ASSERT_EQ(chmod(programs.path("gnuplot").c_str(), 0755), 0);
+  tuned(with({"--plot", path}, kSmallGrid), launcher);
+  EXPECT_EQ(contentOf(path), "new\n");
+  EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0604));
+}
+
+TEST(TunePicture, ForWhichThereIsNoTemporaryFileIsAnError) {
+  const Folder folder;
+  const auto problem = [&](const std::string& limit) {
+    return failure(with({"--plot", folder.path("a.svg")}, kSmallGrid),
+                   {"sh", "-c", "exec 3>&- 4>&- 5>&- 6>&-; ulimit -S " + limit + "; exec \"$@\"", "sh"});
+  };
+  EXPECT_EQ(problem("-n 4"), "quarlo-input: no temporary file: Too many open files\n");
+  EXPECT_EQ(problem("-f 0"), "quarlo-input: a temporary file could not be written: File too large\n");
 }
 
 TEST(TunePicture, IntoAFolderThatDoesNotExistFailsBeforeTheStudy) {
