@@ -63,6 +63,8 @@ MEMORY_LIMIT = 1 << 21
 FILE_LIMIT = 10_000_000
 # No test takes longer, in seconds.
 LONGEST = 20
+# Suites of tests in which a process of GoogleTest's ends.
+DEATH = re.compile(r"\wDeathTest\.")
 # Suites that take longer, in seconds, are run test by test, the quickest first.
 LONG = 1
 
@@ -358,7 +360,13 @@ class Map:
         """`known`: by file, the lines that there is code of."""
         self._build, self.units = build, units
         self._known = {file: set(lines) for file, lines in known.items()}
-        self._reached = [{file: frozenset(lines) for file, lines in unit.lines.items()} for unit in units]
+        self._reached = [self._reached_by(unit) for unit in units]
+
+    def _reached_by(self, unit):
+        """By file, the lines. What a process has reached that libc ends is not counted: maybe all of the program's."""
+        mine = [other for other in self.units if other.program == unit.program] if DEATH.search(unit.filter) else [unit]
+        files = {file for other in mine for file in other.lines}
+        return {file: frozenset(line for other in mine for line in other.lines.get(file, ())) for file in files}
 
     def units_for(self, mutant):
         """The numbers of the units that reach a mutant's change, or else its declaration, its file or what that is part

@@ -88,6 +88,12 @@ class MapTest(unittest.TestCase):
     def test_gives_those_of_the_declaration_where_nothing_reaches_the_change(self):
         self.assertEqual(self.units((8, 8), (5, 9)), ([1], False))
 
+    def test_takes_what_ends_a_process_for_what_may_reach_all(self):
+        units = [rooms.Unit("tests", f"{name}.*", 1, {"recording/one.cc": reached})
+                 for name, reached in (("A", [7]), ("ADeathTest", []), ("B/DeathTest", []))]
+        self.map = rooms.Map(FakeBuild(), units, {"recording/one.cc": [7]})
+        self.assertEqual(self.units((7, 7), (5, 9)), ([0, 1], True))
+
     def test_knows_nothing_of_lines_without_code(self):
         self.assertEqual(self.units((6, 6), (5, 9)), ([1], True))
         self.assertEqual(self.units((2, 2), (2, 2)), ([0, 1], True))

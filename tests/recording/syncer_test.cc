@@ -210,6 +210,7 @@ TEST_F(SyncerTest, NothingWaitsForASlowDisk) {
 TEST_F(SyncerTest, NothingIsHeldUpThatHasNotCome) {
   disk_.hold();
   SessionWriter session = writer(options());
+  EXPECT_FALSE(session.isHeldUp());
   disk_.waitUntilItIsAsked();
   session.addRemote();
   session.flush();

@@ -249,19 +249,6 @@ TEST_F(HiddenTypingTest, AProgramWithASessionOfItsOwnLeavesTheTerminalAlone) {
   EXPECT_TRUE(terminal_->waitFor("remote.lirc     1 line"));
 }
 
-// Its shell has put the terminal back for itself, and gives no signal when it brings the program to the foreground.
-TEST_F(HiddenTypingTest, GoingOnInTheBackgroundDoesNotHide) {
-  terminal_->enter("exec bash --norc --noediting");
-  terminal_->enter("PS1='$ '; clear");
-  start("record", "");
-  signal(SIGSTOP);
-  ASSERT_TRUE(terminal_->waitFor("Stopped"));
-  terminal_->enter("bg");
-  ASSERT_TRUE(waitForEcho(true));
-  terminal_->enter("fg; echo status $?");
-  expectHiddenUntilASourceIsLost();
-}
-
 TEST_F(HiddenTypingTest, ARecordingGoesOnWithoutItsTerminal) {
   terminal_->enter("trap '' HUP");
   start("record");
@@ -271,17 +258,6 @@ TEST_F(HiddenTypingTest, ARecordingGoesOnWithoutItsTerminal) {
     while (countOf("session/remote.lirc", "KEY_OK") < lines) std::this_thread::yield();
   }
   signal(SIGTERM);
-}
-
-// It would be stopped for good if it changed the terminal then.
-TEST_F(HiddenTypingTest, AProgramThatDiesInTheBackgroundLeavesTheTerminalAlone) {
-  start("record", "");
-  signal(SIGSTOP);
-  ASSERT_TRUE(terminal_->waitFor("Stopped"));
-  signal(SIGUSR1);
-  signal(SIGCONT);
-  terminal_->enter("wait %1; echo status $?");
-  EXPECT_TRUE(terminal_->waitFor("status " + std::to_string(128 + SIGUSR1)));
 }
 
 class DeathTest : public HiddenTypingTest, public testing::WithParamInterface<int> {};

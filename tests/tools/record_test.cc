@@ -223,6 +223,19 @@ TEST_F(RecordTest, LetsNoOtherProcessReadItsMemoryWhileItHides) {
   }
 }
 
+TEST_F(RecordTest, WorksInADirectoryThatCannotBeListed) {
+  chmod(folder_.path().c_str(), 0333);
+  chmod(socket_.c_str(), 0777);
+  Program program(remote(), Output::kPipe, asNobody());
+  ASSERT_TRUE(program.waitFor(kStarted));
+  daemon_.send(kVolume);
+  program.signal(SIGINT);
+  const Result result = program.finish();
+  chmod(folder_.path().c_str(), 0755);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+}
+
 TEST_F(RecordTest, ThatCannotStartAThreadSaysSo) {
   chmod(folder_.path().c_str(), 0777);
   chmod(socket_.c_str(), 0777);

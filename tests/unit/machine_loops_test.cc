@@ -185,6 +185,13 @@ TEST_F(Epoll, TellsOfADaemonThatHungUp) {
   EXPECT_EQ(ready(-1), only(lirc, EPOLLIN | EPOLLRDHUP | EPOLLHUP));
 }
 
+TEST_F(Epoll, TellsOfADaemonThatHungUpWhoAskedForNoBytes) {
+  const int lirc = connectedSocket();
+  add(lirc, EPOLLRDHUP);
+  machine.after(5ms, [&] { daemon.hangUp(); });
+  EXPECT_EQ(ready(-1), only(lirc, EPOLLRDHUP | EPOLLHUP));
+}
+
 TEST_F(Epoll, NobodyIsStarvedWhereThereIsRoomForOne) {
   const int lirc = connectedSocket();
   add(nodeFd);
