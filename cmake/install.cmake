@@ -71,12 +71,13 @@ quarlo_install_pkg_config(quarlo-sim quarlo_sim
   "A simulated Linux machine to test input code on")
 
 # What those read who bring up a device, with or without an application. All other documents are for developers.
-set(program_documents behaviour.md bring-up.md doctor.md keymap.md monitor.md permissions.md tuning.md tuning.svg)
+set(program_documents behaviour.md bring-up.md doctor.md keymap.md monitor.md permissions.md report.md report.png
+  tuning.md tuning.svg tuning-page.png)
 
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 list(JOIN program_documents "|" program_pattern)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev
-  FILES_MATCHING REGEX "\\.(md|svg|png|cc|h)$" REGEX "/docs/(${program_pattern})$" EXCLUDE)
+  FILES_MATCHING REGEX "\\.(md|svg|png|json|cc|h)$" REGEX "/docs/(${program_pattern})$" EXCLUDE)
 
 # ---- program ------------------------------------------------------------------------------------
 

@@ -91,11 +91,9 @@ class Page:
                 self._add_entries(HEADINGS[first], others)
             else:
                 self._add_prose([first, *others])
-        related = " ".join(also.split()).split(", ")
-        if command:
-            related.insert(0, "quarlo-input")
-        self._sections["SEE ALSO"] = [reference(text, documents, ",") for text in related[:-1]]
-        self._sections["SEE ALSO"].append(reference(related[-1], documents, ""))
+        related = (["quarlo-input"] if command else []) + [name.strip() for name in also.split(",") if name]
+        ends = [","] * (len(related) - 1) + [""]
+        self._sections["SEE ALSO"] = [reference(name, documents, end) for name, end in zip(related, ends)]
 
     def roff(self, version, date):
         name = f"quarlo-input-{self._command}" if self._command else "quarlo-input"

@@ -307,7 +307,7 @@ TEST(Arguments, LircPathHasAtMost107Characters) {
   EXPECT_EQ(longest.err, "quarlo-input: no source is open\n");
 }
 
-const Arguments kCommands = {"monitor", "list", "doctor", "keymap", "record", "replay", "tune"};
+const Arguments kCommands = {"monitor", "list", "doctor", "keymap", "record", "replay", "report", "tune"};
 
 TEST(Help, SaysWhatACommandDoesWithAnExampleAndTheExitStatuses) {
   for (const std::string& command : kCommands) {

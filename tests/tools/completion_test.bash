@@ -21,7 +21,7 @@ offers() {
   status=1
 }
 
-offers 'record replay' r
+offers 'record replay report' r
 offers '--version' --v
 offers '--mouse' monitor --m
 offers '--also' record --a

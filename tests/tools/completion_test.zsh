@@ -49,7 +49,7 @@ offers() {
   result=1
 }
 
-offers 'record replay' 'quarlo-input r'
+offers 'record replay report' 'quarlo-input r'
 offers '--mouse' 'quarlo-input monitor --m'
 offers '--repeat-delay --repeat-period --repeat-timeout' 'quarlo-input tune --rep'
 offers 'nec rc-5 rc-6 sirc' 'quarlo-input tune --protocol '

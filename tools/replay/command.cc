@@ -25,8 +25,8 @@ Exit status: 0 when all was played, or after Ctrl-C; 1 if the session is damaged
 (the message names the file and the line), has further nodes for --loop poll, or
 the output was closed; 2 for wrong arguments.
 
-See also: quarlo-input record, quarlo-input tune, evemu-play(1),
-docs/behaviour.md)";
+See also: quarlo-input record, quarlo-input report, quarlo-input tune,
+evemu-play(1), docs/behaviour.md)";
 
 void checkRecords(const ReplayOptions& options) {
   if (!options.records) return;

@@ -1,6 +1,7 @@
 #include "tools/report/command.h"
 
 #include "tools/common/duration.h"
+#include "tools/common/help_facts.h"
 #include "tools/common/reader_options.h"
 #include "tools/common/source_options.h"
 
@@ -8,8 +9,8 @@ namespace quarlo::tools::report {
 namespace {
 
 constexpr char kHelp[] =
-    R"(The page is one file of HTML. It needs no network and no other file, so a copy in
-an e-mail opens. It shows on one time line what each device sent and what the
+    R"(The page is one file of HTML. It needs no network and no other file, so a copy
+in an e-mail opens. It shows on one time line what each device sent and what the
 reader made of it, and says what is wrong: taps that count twice, records that
 gave nothing and why, keys that stay down. SESSION is what replay takes, or the
 recording of any one node.
@@ -17,8 +18,8 @@ recording of any one node.
 The page shows what was typed if the recording does, and says so; only you can
 then read it.
 
-With --live, what comes is recorded as record does it, and hidden as record hides
-it, in a directory that is removed at the end.
+With --live, what comes is recorded as record does it, and hidden as record
+hides it, in a directory that is removed at the end.
 
 Example: what someone did with a remote, and what someone does now
   quarlo-input report sessions/sofa -o sofa.html
@@ -26,7 +27,10 @@ Example: what someone did with a remote, and what someone does now
 
 Exit status: 0 when the page was written; 1 if it was not, if the session is
 damaged and the page shows what is whole, or as record has it of --live; 2 for
-wrong arguments.)";
+wrong arguments.
+
+See also: quarlo-input record, quarlo-input replay, quarlo-input tune,
+docs/report.md)";
 
 bool asksForSources(const LiveOptions& live) {
   return live.mouse || live.keyboard || live.lirc || !live.further.empty() || live.shown.mask() != MaskOptions().mask();
@@ -62,6 +66,7 @@ void addOptions(CommandLine& line, ReportOptions& options) {
                "With --live: show modifiers and editing keys, but not what is typed");
   line.addCheck([&options] { checkWhatIsShown(options); });
   line.setHintForArguments("a page is of one session");
+  addSessionFiles(line);
   line.setHelp(kHelp);
 }
 
