@@ -22,8 +22,9 @@ std::string usageError(const Arguments& arguments) {
 }
 
 TEST(Arguments, ACommandIsRequired) {
-  EXPECT_EQ(usageError({}),
-            "quarlo-input: a command is required: monitor, list, doctor, keymap, record, replay or tune" + hint());
+  EXPECT_EQ(
+      usageError({}),
+      "quarlo-input: a command is required: monitor, list, doctor, keymap, record, replay, report or tune" + hint());
 }
 
 TEST(Arguments, ThatAreUnknownAreNamedWithWhatIsNear) {
@@ -325,7 +326,7 @@ TEST(Help, NamesTheCommands) {
   const Result result = run({"--help"});
   EXPECT_EQ(result.status, 0);
   for (const std::string command :
-       {"  monitor  ", "  list  ", "  doctor  ", "  keymap  ", "  record  ", "  replay  ", "  tune  "}) {
+       {"  monitor  ", "  list  ", "  doctor  ", "  keymap  ", "  record  ", "  replay  ", "  report  ", "  tune  "}) {
     EXPECT_NE(result.out.find(command), std::string::npos) << command;
   }
 }
