@@ -12,6 +12,7 @@
 #include "input/input_loop.h"
 #include "input/linux_input_reader_limits.h"
 #include "recording/session.h"
+#include "tools/common/presses.h"
 #include "tools/common/reader_options.h"
 #include "tools/tune/kernel_remote.h"
 #include "tools/tune/study.h"
@@ -163,7 +164,7 @@ TEST(FactsTest, HowLongASessionCanBe) {
 TEST(FactsTest, TheProtocolsAndTapsOfTuning) {
   std::vector<Quotation> quotations = {
       {"docs/tuning.md", "A tap is what comes in " + ms(tools::tune::kSlowTap.count())},
-      {"docs/tuning.md", "a held button from " + ms(tools::tune::kShortestHold.count()) + " on"},
+      {"docs/tuning.md", "a held button from " + ms(tools::kShortestHold.count()) + " on"},
       {"docs/tuning.md", "up to " + std::to_string(tools::tune::kMostStudiedLines) +
                              " lines, and of each press not more than its first " +
                              std::to_string(tools::tune::kMostLinesOfAPress)}};
