@@ -71,8 +71,8 @@ quarlo_install_pkg_config(quarlo-sim quarlo_sim
   "A simulated Linux machine to test input code on")
 
 # What those read who bring up a device, with or without an application. All other documents are for developers.
-set(program_documents behaviour.md bring-up.md doctor.md keymap.md monitor.md permissions.md report.md report.png
-  tuning.md tuning.svg tuning-page.png)
+set(program_documents behaviour.md bring-up.md doctor.md json-schema.json keymap.md monitor.md permissions.md report.md
+  report.png tuning.md tuning.svg tuning-page.png)
 
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 list(JOIN program_documents "|" program_pattern)
