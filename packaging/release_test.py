@@ -74,7 +74,8 @@ class Project:
         self.run("git", "commit", "--quiet", "--message", "A change")
 
     def run(self, *command, **more):
-        environment = {"HOME": str(self.root), "TZ": "UTC", **os.environ, **more}
+        # Without a person's settings of git.
+        environment = {**os.environ, "HOME": str(self.root), "TZ": "UTC", **more}
         for who in ("AUTHOR", "COMMITTER"):
             environment |= {f"GIT_{who}_NAME": "a", f"GIT_{who}_EMAIL": "a@b.invalid",
                             f"GIT_{who}_DATE": "1700000000 +0000"}
