@@ -33,6 +33,9 @@ const eventNumbers = (column) => {
 const events = { number: sums(data.events.number), time: sums(data.events.time), source: data.events.source,
   shape: data.events.shape, x: sums(data.events.x), y: sums(data.events.y), cause: data.events.cause };
 
+const isPress = (event) => data.shapes[events.shape[event]].action === "down";
+const isRelease = (event) => data.shapes[events.shape[event]].action === "up";
+
 const cut = (text, length = 120) => (text.length > length ? text.slice(0, length) + "…" : text);
 
 const eventText = (i) => {
@@ -89,14 +92,15 @@ const merged = (a, b) => {
   return { index, time };
 };
 
-// `steps` are what the caret goes through: records and lines by their index; and events that came of none, by one that is
-// negative.
+// `own` are its events, `turns` those that press or release; `told` are records and lines that say something. `steps` are what
+// the caret goes through: these by their index; and events that came of none, by one that is negative.
 const lanes = data.sources.map((source, index) => {
   const raw = rawOf(index);
   const own = pick(events.time, (i) => events.source[i] === index);
   const told = pick(raw.time, (i) => raw.event[i] !== 0 || !raw.isQuiet(i));
   const alone = pick(events.time, (i) => events.source[i] === index && events.cause[i] === 0);
-  return { source, index, raw, own, told, isRemote: source.kind === "remote", isShown: true, bars: barsOf(index),
+  const turns = pick(events.time, (i) => events.source[i] === index && (isPress(i) || isRelease(i)));
+  return { source, index, raw, own, turns, told, isRemote: source.kind === "remote", isShown: true, bars: barsOf(index),
     full: pick(raw.time, (i) => raw.event[i] !== 0), quiet: pick(raw.time, (i) => raw.event[i] === 0 && raw.isQuiet(i)),
     odd: pick(raw.time, (i) => raw.event[i] === 0 && !raw.isQuiet(i)),
     steps: merged(told, { time: alone.time, index: alone.index.map((event) => -1 - event) }) };
@@ -368,8 +372,8 @@ const cross = (pen, x, y, colour) => {
 };
 
 // Texts beside marks, as many as there is room for.
+const kMostLabelled = 400;
 const label = (pen, marks, scale, y, textOf) => {
-  const kMostLabelled = 400;
   if (countIn(marks.time) > kMostLabelled) return;
   let free = -Infinity;
   pen.fillStyle = colours.ink;
@@ -474,9 +478,6 @@ const drawMoves = (pen, { lane, moves: y }, scale) => {
   }
 };
 
-const isPress = (event) => data.shapes[events.shape[event]].action === "down";
-const isRelease = (event) => data.shapes[events.shape[event]].action === "up";
-
 const drawEvents = (pen, { lane, raw, events: y }, scale) => {
   pen.strokeStyle = colours.dim;
   pen.lineWidth = 0.8;
@@ -491,12 +492,9 @@ const drawEvents = (pen, { lane, raw, events: y }, scale) => {
     pen.stroke();
   });
   pen.globalAlpha = 1;
-  eachPixel(lane.own.time, scale, (i, x) => {
-    const event = lane.own.index[i];
-    if (isPress(event) || isRelease(event)) dot(pen, x, y + 10, 4.5, colours.ink, isPress(event));
-    else dot(pen, x, y + 10, 2, colours.ink, true);
-  });
-  label(pen, lane.own, scale, y + 26, eventText);
+  eachPixel(lane.own.time, scale, (i, x) => dot(pen, x, y + 10, 2, colours.ink, true));
+  eachPixel(lane.turns.time, scale, (i, x) => dot(pen, x, y + 10, 4.5, colours.ink, isPress(lane.turns.index[i])));
+  label(pen, countIn(lane.own.time) > kMostLabelled ? lane.turns : lane.own, scale, y + 26, eventText);
 };
 
 const drawLane = (pen, rows, scale) => {
@@ -623,8 +621,8 @@ const drawMap = () => {
   for (const pointer of shownPaths) drawPath(pen, pointer, factor);
   let clicks = 0;
   for (const lane of lanes.filter(isShown)) {
-    eachPixel(lane.own.time, scaleOf(width * 4), (i) => {
-      const event = lane.own.index[i];
+    eachPixel(lane.turns.time, scaleOf(width * 4), (i) => {
+      const event = lane.turns.index[i];
       if (data.shapes[events.shape[event]].kind !== "mouse" || !isPress(event)) return;
       ++clicks;
       dot(pen, events.x[event] * factor, events.y[event] * factor, 4.5, colours.red, true);
