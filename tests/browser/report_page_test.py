@@ -93,6 +93,15 @@ class ContentTest(ReportPageTest):
         self.assertGreater(len(moves), 20)
         self.assertEqual(drawn, moves)
 
+    def test_the_map_has_the_clicks_of_the_time_that_is_shown(self):
+        page = self.page_of(SESSIONS / "desk")
+        clicks = [event["time"] for event in self.events(SESSIONS / "desk")
+                  if event["kind"] == "mouse" and event["action"] == "down"]
+        self.assertIn(f"{len(clicks)} clicks as dots", page.text("#map-text"))
+        page.run(f"show({clicks[1] * 1e6 - 1000}, data.length)")
+        page.settle()
+        self.assertIn(f"{len(clicks) - 1} clicks as dots", page.text("#map-text"))
+
     def test_the_table_has_what_came_and_what_became_of_it(self):
         page = self.page_of(self.remote("tap", [(1, "KEY_UP", 2)]))
         page.wait("document.querySelectorAll('#rows tr').length === 2")

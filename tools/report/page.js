@@ -612,6 +612,20 @@ const placeAtCaret = () => {
   return i < 0 ? null : [events.x[i], events.y[i]];
 };
 
+// The clicks in the view, up to so many that a dot more would be none. Returns how many there are.
+const drawClicks = (pen, factor) => {
+  const kMostDots = 2000;
+  let clicks = 0;
+  for (const { turns } of lanes.filter(isShown)) {
+    for (let i = lowerBound(turns.time, view.from); i < turns.time.length && turns.time[i] <= view.to; ++i) {
+      const event = turns.index[i];
+      if (data.shapes[events.shape[event]].kind !== "mouse" || !isPress(event)) continue;
+      if (++clicks <= kMostDots) dot(pen, events.x[event] * factor, events.y[event] * factor, 4.5, colours.red, true);
+    }
+  }
+  return clicks;
+};
+
 const drawMap = () => {
   const width = Math.min(byId("stage").clientWidth, 480);
   const factor = width / data.screen.width;
@@ -619,15 +633,7 @@ const drawMap = () => {
   map.style.width = `${width}px`;
   const shownPaths = paths.filter(({ path }) => lanes[path.source].isShown);
   for (const pointer of shownPaths) drawPath(pen, pointer, factor);
-  let clicks = 0;
-  for (const lane of lanes.filter(isShown)) {
-    eachPixel(lane.turns.time, scaleOf(width * 4), (i) => {
-      const event = lane.turns.index[i];
-      if (data.shapes[events.shape[event]].kind !== "mouse" || !isPress(event)) return;
-      ++clicks;
-      dot(pen, events.x[event] * factor, events.y[event] * factor, 4.5, colours.red, true);
-    });
-  }
+  const clicks = drawClicks(pen, factor);
   const place = caret.time === null ? null : placeAtCaret();
   if (place) cross(pen, place[0] * factor, place[1] * factor, colours.blue);
   byId("map-text").textContent = `The screen of ${data.screen.width} x ${data.screen.height}, in the time that is shown: ` +
