@@ -31,16 +31,16 @@ using test::lives::sessionOf;
 // ---- Who is told --------------------------------------------------------------------------------
 
 struct ToldRecord {
-  std::uint64_t number;
+  std::size_t number;
   Outcome outcome;
 };
 
 struct ToldEvent {
-  std::uint64_t number;
+  std::size_t number;
   microseconds time;
   InputEvent event;
   InputLoop::Source source;
-  std::uint64_t cause;
+  std::size_t cause;
 };
 
 std::string text(microseconds time, const InputEvent& event, InputLoop::Source source) {
@@ -48,11 +48,10 @@ std::string text(microseconds time, const InputEvent& event, InputLoop::Source s
 }
 
 struct Told : Witness {
-  void record(InputLoop::Source source, std::uint64_t number, const Record& /*record*/,
-              const Outcome& outcome) override {
+  void record(InputLoop::Source source, std::size_t number, const Record& /*record*/, const Outcome& outcome) override {
     records[source].push_back({number, outcome});
   }
-  void line(std::uint64_t number, const RemoteLine& /*line*/, const Outcome& outcome) override {
+  void line(std::size_t number, const RemoteLine& /*line*/, const Outcome& outcome) override {
     records[InputLoop::kRemote].push_back({number, outcome});
   }
   void state(const RemoteState& state) override { states.push_back(state); }

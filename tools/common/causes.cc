@@ -102,12 +102,14 @@ Causes::Causes(const recording::Session& session, Witness& witness) : witness_(w
   if (session.remote) lines_ = &*session.remote;
 }
 
-void Causes::read(InputLoop::Source source, std::uint64_t number) { nodes_[source].read.push_back(number); }
+void Causes::read(InputLoop::Source source, std::uint64_t number) {
+  nodes_[source].read.push_back(static_cast<std::size_t>(number));
+}
 
 bool Causes::take(microseconds time, const InputEvent& event, const Origin& origin, const InputLoop::Cause* cause) {
-  const std::uint64_t number = event.kind == InputEvent::kNoEvent ? 0 : ++events_;
+  const std::size_t number = event.kind == InputEvent::kNoEvent ? 0 : ++events_;
   const bool isRemotes = cause->source == InputLoop::kRemote;
-  const std::uint64_t came = isRemotes ? takeLine(number) : takeRecord(nodes_[cause->source], *cause, number);
+  const std::size_t came = isRemotes ? takeLine(number) : takeRecord(nodes_[cause->source], *cause, number);
   if (!isRemotes) tell(cause->source);
   return number == 0 || witness_.event({number, time, event, origin, came});
 }
@@ -115,7 +117,7 @@ bool Causes::take(microseconds time, const InputEvent& event, const Origin& orig
 // ---- Nodes --------------------------------------------------------------------------------------
 
 // Returns the number of the record in its recording; 0: it is in none.
-std::uint64_t Causes::takeRecord(Node& node, const InputLoop::Cause& cause, std::uint64_t event) {
+std::size_t Causes::takeRecord(Node& node, const InputLoop::Cause& cause, std::size_t event) {
   if (isMadeByTheLoop(cause.record)) {
     ++node.made;
     return 0;
@@ -125,7 +127,7 @@ std::uint64_t Causes::takeRecord(Node& node, const InputLoop::Cause& cause, std:
     node.pending.push_back({node.read.front(), ++node.taken, true, {}});
     node.read.pop_front();
   }
-  std::uint64_t number = 0;
+  std::size_t number = 0;
   for (Pending& pending : node.pending) {
     if (pending.position > position) break;
     if (pending.position == position) number = pending.number;
@@ -151,7 +153,7 @@ void Causes::tell(InputLoop::Source source) {
   }
 }
 
-void Causes::tellUpTo(InputLoop::Source source, std::uint64_t number, Why why) {
+void Causes::tellUpTo(InputLoop::Source source, std::size_t number, Why why) {
   Node& node = nodes_[source];
   while (node.told < number) {
     ++node.told;
@@ -162,7 +164,7 @@ void Causes::tellUpTo(InputLoop::Source source, std::uint64_t number, Why why) {
 // ---- The remote ---------------------------------------------------------------------------------
 
 // Returns the number of the line.
-std::uint64_t Causes::takeLine(std::uint64_t event) {
+std::size_t Causes::takeLine(std::size_t event) {
   const std::string& text = (*lines_)[line_].text;
   if (lineEvent_ == 0) lineEvent_ = event;
   if (++partsTaken_ < partsOf(text)) return line_ + 1;

@@ -46,8 +46,8 @@ const WhyName& nameOf(Why why);
 
 // What became of a record or line.
 struct Outcome {
-  std::uint64_t event = 0;  // the number of the event that it gave, or was a part of; 0: it gave none
-  Why why = Why::kNone;     // of one that gave none
+  std::size_t event = 0;  // the number of the event that it gave, or was a part of; 0: it gave none
+  Why why = Why::kNone;   // of one that gave none
 };
 
 // What the reader takes the remote's key for.
@@ -56,7 +56,7 @@ enum class RemoteKey { kNone, kHeld, kRepeating };
 struct RemoteState {
   microseconds time;      // since when
   RemoteKey key;          // what it is since then
-  std::uint64_t line;     // the number of the last line before: kHeld comes of it, kNone and kRepeating of time alone,
+  std::size_t line;       // the number of the last line before: kHeld comes of it, kNone and kRepeating of time alone,
                           // but for a key-down while kRepeating
   microseconds deadline;  // until when a repeat is too early; of kNone, `time`
 };
@@ -64,11 +64,11 @@ struct RemoteState {
 // An event with its number, counted from 1, and that of the record or line that it came of: of several, the last one;
 // 0: the reader's loop made it, to make up for lost records.
 struct NumberedEvent {
-  std::uint64_t number;
+  std::size_t number;
   microseconds time;
   const InputEvent& event;
   const Origin& origin;
-  std::uint64_t cause;
+  std::size_t cause;
 };
 
 // Who is told. The records of a source come in their order, and each before its event.
@@ -77,9 +77,9 @@ class Witness {
   virtual ~Witness() = default;
 
   // Records and lines have numbers in their source, counted from 1.
-  virtual void record(InputLoop::Source source, std::uint64_t number, const recording::Record& record,
+  virtual void record(InputLoop::Source source, std::size_t number, const recording::Record& record,
                       const Outcome& outcome) = 0;
-  virtual void line(std::uint64_t number, const recording::RemoteLine& line, const Outcome& outcome) = 0;
+  virtual void line(std::size_t number, const recording::RemoteLine& line, const Outcome& outcome) = 0;
 
   // Each change, and each key-down.
   virtual void state(const RemoteState& state) = 0;
@@ -103,7 +103,7 @@ class Causes final : public Audience {
  private:
   // A record whose event may still be to come: the motion of a drain becomes one move, at its end.
   struct Pending {
-    std::uint64_t number;    // in its source; 0: a mark that its buffer has made
+    std::size_t number;      // in its source; 0: a mark that its buffer has made
     std::uint32_t position;  // among what was read
     bool isOpen;
     Outcome outcome;
@@ -111,26 +111,26 @@ class Causes final : public Audience {
 
   struct Node {
     const std::vector<recording::Record>* records = nullptr;
-    std::deque<std::uint64_t> read;  // what was read, and not taken yet
-    std::uint32_t taken = 0;         // how many of what was read were taken
-    std::uint32_t made = 0;          // records that the loop made itself
+    std::deque<std::size_t> read;  // what was read, and not taken yet
+    std::uint32_t taken = 0;       // how many of what was read were taken
+    std::uint32_t made = 0;        // records that the loop made itself
     std::deque<Pending> pending;
-    std::uint64_t told = 0;  // the number of the last record that was told of
+    std::size_t told = 0;  // the number of the last record that was told of
   };
 
-  std::uint64_t takeRecord(Node& node, const InputLoop::Cause& cause, std::uint64_t event);
+  std::size_t takeRecord(Node& node, const InputLoop::Cause& cause, std::size_t event);
   void tell(InputLoop::Source source);
-  void tellUpTo(InputLoop::Source source, std::uint64_t number, Why why);
-  std::uint64_t takeLine(std::uint64_t event);
+  void tellUpTo(InputLoop::Source source, std::size_t number, Why why);
+  std::size_t takeLine(std::size_t event);
   void tellLine(const Outcome& outcome);
 
   Witness& witness_;
   const std::vector<recording::RemoteLine>* lines_ = nullptr;
   std::array<Node, InputLoop::kSources> nodes_;
-  std::uint64_t events_ = 0;
-  std::uint64_t line_ = 0;       // of the last line that was told of
-  std::size_t partsTaken_ = 0;   // of the line after it
-  std::uint64_t lineEvent_ = 0;  // that they gave
+  std::size_t events_ = 0;
+  std::size_t line_ = 0;        // of the last line that was told of
+  std::size_t partsTaken_ = 0;  // of the line after it
+  std::size_t lineEvent_ = 0;   // that they gave
   RemoteKey key_ = RemoteKey::kNone;
   timeval keyTime_ = {};
   microseconds keyDown_{0};

@@ -30,7 +30,7 @@ const char* nameOf(RemoteKey key) {
 
 }  // namespace
 
-void printRecord(InputLoop::Source source, std::uint64_t number, const recording::Record& record,
+void printRecord(InputLoop::Source source, std::size_t number, const recording::Record& record,
                  const Outcome& outcome) {
   printBeginning(record.time, source, "record");
   std::printf(R"("number":%s,"type":"%s","linuxName":"%s","linuxCode":%d,"value":%d)", std::to_string(number).c_str(),
@@ -39,7 +39,7 @@ void printRecord(InputLoop::Source source, std::uint64_t number, const recording
   printOutcome(outcome);
 }
 
-void printLine(std::uint64_t number, const recording::RemoteLine& line, const Outcome& outcome) {
+void printLine(std::size_t number, const recording::RemoteLine& line, const Outcome& outcome) {
   printBeginning(line.time, InputLoop::kRemote, "line");
   std::printf(R"("number":%s,"line":%s)", std::to_string(number).c_str(), dumped(line.text.get()).c_str());
   printOutcome(outcome);

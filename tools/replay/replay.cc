@@ -112,11 +112,11 @@ class PrintedRecords final : public PrintedEvents, private Witness {
   }
 
  private:
-  void record(InputLoop::Source source, std::uint64_t number, const Record& record, const Outcome& outcome) override {
+  void record(InputLoop::Source source, std::size_t number, const Record& record, const Outcome& outcome) override {
     printRecord(source, number, record, outcome);
   }
 
-  void line(std::uint64_t number, const RemoteLine& line, const Outcome& outcome) override {
+  void line(std::size_t number, const RemoteLine& line, const Outcome& outcome) override {
     printLine(number, line, outcome);
   }
 

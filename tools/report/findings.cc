@@ -55,7 +55,7 @@ std::string inMs(microseconds time) { return std::to_string((time.count() + 500)
 
 std::string times(std::size_t number) { return number == 2 ? "twice" : std::to_string(number) + " times"; }
 
-Place at(microseconds time, InputLoop::Source source, std::uint64_t record, std::uint64_t event = 0) {
+Place at(microseconds time, InputLoop::Source source, std::size_t record, std::size_t event = 0) {
   return {time, time, source, event, record};
 }
 
@@ -63,9 +63,9 @@ Place at(microseconds time, InputLoop::Source source, std::uint64_t record, std:
 
 // Lines of one press of a button, by their numbers, and the events that came of them.
 struct Press {
-  std::uint64_t first;
-  std::uint64_t last;
-  std::vector<std::uint64_t> events;
+  std::size_t first;
+  std::size_t last;
+  std::vector<std::size_t> events;
 };
 
 class Remote {
@@ -74,21 +74,21 @@ class Remote {
       : lines_(*session.remote), happened_(happened), outcomes_(happened.outcomes[InputLoop::kRemote]) {}
 
   void check(List& list) {
-    for (std::uint64_t number = 1; number <= lines_.size(); ++number) take(number, list);
+    for (std::size_t number = 1; number <= lines_.size(); ++number) take(number, list);
     finishPress(list);
     for (const auto& [button, lines] : unknown_) addUnknown(button, lines, list);
   }
 
  private:
-  const RemoteLine& line(std::uint64_t number) const { return lines_[number - 1]; }
-  microseconds timeOf(std::uint64_t number) const { return line(number).time; }
+  const RemoteLine& line(std::size_t number) const { return lines_[number - 1]; }
+  microseconds timeOf(std::size_t number) const { return line(number).time; }
 
-  std::string whereIs(std::uint64_t number) const {
+  std::string whereIs(std::size_t number) const {
     const auto parsed = parseLircLine(line(number).text.get());
     return parsed ? "remote, " + std::string(parsed->button) : "remote";
   }
 
-  void take(std::uint64_t number, List& list) {
+  void take(std::size_t number, List& list) {
     const Outcome outcome = outcomes_[number];
     const std::string& text = line(number).text.get();
     if (outcome.why == Why::kUnknownButton) {
@@ -117,12 +117,12 @@ class Remote {
     checkStall(press, list);
   }
 
-  microseconds timeOfEvent(std::uint64_t event) const { return happened_.events[event - 1].time; }
-  std::uint64_t lineOfEvent(std::uint64_t event) const { return happened_.events[event - 1].cause; }
+  microseconds timeOfEvent(std::size_t event) const { return happened_.events[event - 1].time; }
+  std::size_t lineOfEvent(std::size_t event) const { return happened_.events[event - 1].cause; }
 
   void addGhost(const Press& press, List& list) const {
-    const std::uint64_t ghost = press.events[1];
-    const std::uint64_t line = lineOfEvent(ghost);
+    const std::size_t ghost = press.events[1];
+    const std::size_t line = lineOfEvent(ghost);
     list.add({"ghost-press",
               Severity::kWarning,
               "A tap counts " + times(press.events.size()) + ": its line " + std::to_string(line - press.first + 1) +
@@ -136,7 +136,7 @@ class Remote {
   void checkRepeats(const Press& press, List& list) const {
     microseconds shortest = microseconds::max();
     microseconds longest(0);
-    std::uint64_t worst = 0;
+    std::size_t worst = 0;
     for (std::size_t i = 2; i < press.events.size(); ++i) {
       const microseconds pause = timeOfEvent(press.events[i]) - timeOfEvent(press.events[i - 1]);
       shortest = std::min(shortest, pause);
@@ -160,7 +160,7 @@ class Remote {
     constexpr int kShortPart = 4;  // of a period
     if (press.last - press.first + 1 < kFewestLines) return;
     std::vector<microseconds> pauses;
-    for (std::uint64_t number = press.first; number < press.last; ++number) {
+    for (std::size_t number = press.first; number < press.last; ++number) {
       pauses.push_back(timeOf(number + 1) - timeOf(number));
     }
     std::vector<microseconds> sorted = pauses;
@@ -172,7 +172,7 @@ class Remote {
     const auto end = std::find_if_not(place + 1, pauses.end(), isShort);
     const std::size_t together = static_cast<std::size_t>(end - place);
     if (together < 3) return;
-    const std::uint64_t number = press.first + before + 1;
+    const std::size_t number = press.first + before + 1;
     list.add(
         {"stall",
          Severity::kWarning,
@@ -183,13 +183,13 @@ class Remote {
          {timeOf(number - 1), timeOf(number + together - 1), InputLoop::kRemote, outcomes_[number].event, number}});
   }
 
-  void addCut(std::uint64_t number, List& list) const {
+  void addCut(std::size_t number, List& list) const {
     list.add({"cut-line", Severity::kWarning, "A line is not whole, and gives nothing", "remote",
               "Look what keeps the application busy: where lines come faster than they are read, some run together",
               at(timeOf(number), InputLoop::kRemote, number)});
   }
 
-  void addUnknown(const std::string& button, const std::vector<std::uint64_t>& lines, List& list) const {
+  void addUnknown(const std::string& button, const std::vector<std::size_t>& lines, List& list) const {
     list.add({"unknown-buttons",
               Severity::kWarning,
               "A button that the reader does not know: it gives nothing, in " +
@@ -203,7 +203,7 @@ class Remote {
   const Happened& happened_;
   const Outcomes& outcomes_;
   Press press_ = {};
-  std::map<std::string, std::vector<std::uint64_t>> unknown_;  // the numbers of lines, by the button
+  std::map<std::string, std::vector<std::size_t>> unknown_;  // the numbers of lines, by the button
 };
 
 // ---- The nodes' records -------------------------------------------------------------------------
@@ -211,10 +211,10 @@ class Remote {
 // Records of one kind that are found together.
 struct Run {
   std::size_t count = 0;
-  std::uint64_t first = 0;
-  std::uint64_t last = 0;
+  std::size_t first = 0;
+  std::size_t last = 0;
 
-  void add(std::uint64_t number) {
+  void add(std::size_t number) {
     if (count++ == 0) first = number;
     last = number;
   }
@@ -226,20 +226,20 @@ class Node {
       : source_(source), records_(*recordsOf(session, source)), outcomes_(happened.outcomes[source]) {}
 
   void check(List& list) {
-    for (std::uint64_t number = 1; number <= records_.size(); ++number) take(number, list);
+    for (std::size_t number = 1; number <= records_.size(); ++number) take(number, list);
     addLoss(list);
     addNothing(list);
     addHeld(list);
   }
 
  private:
-  const Record& record(std::uint64_t number) const { return records_[number - 1]; }
+  const Record& record(std::size_t number) const { return records_[number - 1]; }
 
   Place placeOf(const Run& run) const {
     return {record(run.first).time, record(run.last).time, source_, outcomes_[run.first].event, run.first};
   }
 
-  void take(std::uint64_t number, List& list) {
+  void take(std::size_t number, List& list) {
     const Outcome outcome = outcomes_[number];
     if (record(number).type == EV_KEY) takeKey(number);
     if (outcome.why == Why::kPosition) positions_.add(number);
@@ -250,7 +250,7 @@ class Node {
     lost_.add(number);
   }
 
-  void takeKey(std::uint64_t number) {
+  void takeKey(std::size_t number) {
     const int code = record(number).code;
     if (record(number).value == 0) {
       down_.erase(code);
@@ -298,7 +298,7 @@ class Node {
   const InputLoop::Source source_;
   const std::vector<Record>& records_;
   const Outcomes& outcomes_;
-  std::map<int, std::uint64_t> down_;  // the number of the record of the press, by code
+  std::map<int, std::size_t> down_;  // the number of the record of the press, by code
   Run lost_;
   Run positions_;
   Run sideButtons_;
@@ -326,9 +326,9 @@ class Events {
     Run still;  // the numbers of events
   };
 
-  const Event& event(std::uint64_t number) const { return happened_.events[number - 1]; }
+  const Event& event(std::size_t number) const { return happened_.events[number - 1]; }
 
-  void take(std::uint64_t number) {
+  void take(std::size_t number) {
     const Event& event = this->event(number);
     const Shape& shape = happened_.shapeOf(event);
     if (shape.isMove()) {
@@ -354,11 +354,11 @@ class Events {
   }
 
   // The same key from another source, so soon that it cannot be another press.
-  void takePress(std::uint64_t number, LinuxInputReader::Key key) {
+  void takePress(std::size_t number, LinuxInputReader::Key key) {
     constexpr std::chrono::milliseconds kTogether(100);
     const Event& event = this->event(number);
     ++presses_[event.source];
-    std::map<Source, std::uint64_t>& last = last_[key];
+    std::map<Source, std::size_t>& last = last_[key];
     for (const auto& [source, earlier] : last) {
       if (source == event.source || event.time - this->event(earlier).time > kTogether) continue;
       twice_[std::minmax(source, event.source)].add(number);
@@ -405,7 +405,7 @@ class Events {
   const Happened& happened_;
   const PlayOptions& options_;
   std::map<std::pair<Source, std::string>, Run> unknown_;
-  std::map<LinuxInputReader::Key, std::map<Source, std::uint64_t>> last_;
+  std::map<LinuxInputReader::Key, std::map<Source, std::size_t>> last_;
   std::map<Source, std::size_t> presses_;
   std::map<std::pair<Source, Source>, Run> twice_;
   std::map<Source, Moves> moves_;

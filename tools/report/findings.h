@@ -1,7 +1,7 @@
 // What is wrong in a session, or may be, each with its place.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,8 +16,8 @@ struct Place {
   std::optional<microseconds> from;
   microseconds to{0};
   std::optional<InputLoop::Source> source;
-  std::uint64_t event = 0;   // a number; 0: none
-  std::uint64_t record = 0;  // the number of a record or line of the source; 0: none
+  std::size_t event = 0;   // a number; 0: none
+  std::size_t record = 0;  // the number of a record or line of the source; 0: none
 };
 
 // Holds what devices and daemons say, as it is: escape it.

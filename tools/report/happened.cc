@@ -73,13 +73,12 @@ class Gatherer final : public Witness {
  public:
   explicit Gatherer(Happened& happened) : happened_(happened) {}
 
-  void record(InputLoop::Source source, std::uint64_t /*number*/, const Record& record,
-              const Outcome& outcome) override {
+  void record(InputLoop::Source source, std::size_t /*number*/, const Record& record, const Outcome& outcome) override {
     happened_.outcomes[source].add(outcome);
     extend(record.time);
   }
 
-  void line(std::uint64_t /*number*/, const RemoteLine& line, const Outcome& outcome) override {
+  void line(std::size_t /*number*/, const RemoteLine& line, const Outcome& outcome) override {
     happened_.outcomes[InputLoop::kRemote].add(outcome);
     extend(line.time);
   }

@@ -427,7 +427,7 @@ class Page {
   void addRemotesBars(std::vector<Bar>& bars) {
     bool isDown = false;
     for (const RemoteState& state : happened_.states) {
-      const std::string& text = (*parts_.recording.remote)[std::max<std::uint64_t>(state.line, 1) - 1].text;
+      const std::string& text = (*parts_.recording.remote)[std::max<std::size_t>(state.line, 1) - 1].text;
       const bool isPress = state.key == RemoteKey::kHeld;
       if (isDown && (isPress || state.key == RemoteKey::kNone)) bars.back().to = state.time;
       if (state.key == RemoteKey::kNone) isDown = false;
