@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -442,9 +444,18 @@ TEST(ReportPage, LetsNothingOutOfItsElement) {
 
 // ---- Findings -----------------------------------------------------------------------------------
 
+// Each kind has its row in the document.
+void checkDocument(const std::string& id, const std::string& severity) {
+  std::ostringstream document;
+  document << std::ifstream(std::string(QUARLO_DOCUMENTS) + "/report.md").rdbuf();
+  const std::string row = "\n| `" + id + "` | " + severity + " |";
+  EXPECT_NE(document.str().find(row), std::string::npos) << row;
+}
+
 Texts findingsOf(const Session& session) {
   Texts texts;
   const Json data = pageOf(session).data;
+  for (const Json& finding : data["findings"]) checkDocument(finding["id"], finding["severity"]);
   for (const Json& finding : data["findings"]) {
     std::string text = finding["id"].get<std::string>() + " (" + finding["where"].get<std::string>() + ")";
     if (finding.contains("from")) {
