@@ -5,9 +5,10 @@ set terminal svg size 960,440 font 'DejaVu Sans,13' background rgb 'white'
 set output image
 set datafile separator tab
 
-array color[4] = ['#1b6ca8', '#dd9820', '#3f9b5f', '#9a9a9a']
-array ofCommand[8] = [1, 1, 1, 2, 3, 4, 4, 4]  # replay of three sources, tune, record, monitor of three
-array ofSource[8] = [7, 5, 9, 9, 9, 7, 5, 9]  # points: a mouse, a keyboard, a remote
+array color[5] = ['#1b6ca8', '#dd9820', '#3f9b5f', '#9a9a9a', '#7a3e9d']
+# replay and report of three sources, tune, record, monitor of three
+array ofCommand[11] = [1, 1, 1, 5, 5, 5, 2, 3, 4, 4, 4]
+array ofSource[11] = [7, 5, 9, 7, 5, 9, 9, 9, 7, 5, 9]  # points: a mouse, a keyboard, a remote
 ink = '#303030'
 
 set border 3 lc rgb ink
@@ -25,11 +26,11 @@ set rmargin at screen 0.34
 set title 'Seconds of the processor' textcolor rgb ink
 unset key
 set format y '%g'
-plot for [i = 1:8] data index i - 1 using 1:2 with linespoints lc rgb color[ofCommand[i]] pt ofSource[i] ps 0.7 notitle
+plot for [i = 1:11] data index i - 1 using 1:2 with linespoints lc rgb color[ofCommand[i]] pt ofSource[i] ps 0.7 notitle
 
 set lmargin at screen 0.41
 set rmargin at screen 0.70
 set title 'Largest resident set, MB'
 set key
-plot for [i = 1:8] data index i - 1 using 1:3 with linespoints lc rgb color[ofCommand[i]] pt ofSource[i] ps 0.7 \
+plot for [i = 1:11] data index i - 1 using 1:3 with linespoints lc rgb color[ofCommand[i]] pt ofSource[i] ps 0.7 \
   title columnheader(1)
