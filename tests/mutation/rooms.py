@@ -517,7 +517,7 @@ class Combination:
     def __init__(self, build, file, mutants, folder):
         self.folder = fresh(folder)
         self._lock = threading.Lock()
-        self._build, self._file = build, file
+        self._build, self.file = build, file
         self._text = (COPY / file).read_text()
         self.objects = {name: folder / name.replace("/", "__") for name in build.objects[file]}
         kept = without_errors(dict(enumerate(mutants, 1)), self._problem)
@@ -526,7 +526,7 @@ class Combination:
 
     def _problem(self, mutants):
         source = self.folder / "combined.cc"
-        source.write_text(combined(self._text, self._file, mutants))
+        source.write_text(combined(self._text, self.file, mutants))
         problems = (self._build.problem(name, source, target, (*QUICK, "-ferror-limit=0"), self.folder)
                     for name, target in self.objects.items())
         return next(filter(None, problems), None)
@@ -626,7 +626,7 @@ class Tests:
         if key not in self._bears:
             self._bears[key] = self._run(unit, combination.original()) == Outcome.PASSED
             if not self._bears[key]:
-                print(f"left out with {combination.folder.name}, as it fails without a change: {unit.filter}", flush=True)
+                print(f"left out for {combination.file}, as it fails without a change: {unit.filter}", flush=True)
         return self._bears[key]
 
     def _compile(self, name, target, flags, folder):
