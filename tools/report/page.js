@@ -189,12 +189,16 @@ const timeText = (time, decimals = 6) => {
   const seconds = time / 1e6;
   if (data.length < 120e6) return `${seconds.toFixed(decimals)} s`;
   const minutes = Math.floor(seconds / 60);
-  return `${minutes}:${(seconds - minutes * 60).toFixed(decimals).padStart(decimals === 0 ? 2 : decimals + 3, "0")}`;
+  const hours = data.length < 3600e6 ? "" : `${Math.floor(minutes / 60)}:`;
+  const inHour = hours === "" ? String(minutes) : String(minutes % 60).padStart(2, "0");
+  return `${hours}${inHour}:${(seconds - minutes * 60).toFixed(decimals).padStart(decimals === 0 ? 2 : decimals + 3, "0")}`;
 };
 
 const spanText = (span) => {
   if (span < 1000) return `${span} µs`;
-  return span < 1e6 ? `${(span / 1000).toFixed(span < 1e5 ? 2 : 1)} ms` : `${(span / 1e6).toFixed(3)} s`;
+  if (span < 1e6) return `${(span / 1000).toFixed(span < 1e5 ? 2 : 1)} ms`;
+  if (span < 120e6) return `${(span / 1e6).toFixed(3)} s`;
+  return span < 7200e6 ? `${(span / 60e6).toFixed(1)} min` : `${(span / 3600e6).toFixed(1)} h`;
 };
 
 const counted = (number, what) => `${number} ${what}${number === 1 ? "" : "s"}`;
@@ -276,7 +280,7 @@ const sayCaret = () => {
   const parts = time === null ? ["Click, or press left and right, to see what came when."] : [element("strong", {}, timeText(time))];
   if (mark?.lane) parts.push(` ${mark.lane.source.source}: ${markText(mark)}.`);
   if (anchor !== null && anchor !== time) {
-    parts.push(element("strong", { id: "between" }, ` ${spanText(Math.abs(time - anchor))}`), ` from ${timeText(anchor)}.`);
+    parts.push(" ", element("strong", { id: "between" }, spanText(Math.abs(time - anchor))), ` from ${timeText(anchor)}.`);
   }
   byId("caret").replaceChildren(...parts);
 };
@@ -400,7 +404,7 @@ const drawGaps = (pen, { lane, raw }, scale) => {
   for (let i = Math.max(lowerBound(time, view.from), 1); i < time.length && time[i - 1] <= view.to; ++i) {
     const from = scale.toX(time[i - 1]), to = scale.toX(time[i]);
     const gap = (time[i] - time[i - 1]) / 1000;
-    if (gap < 2000 && to - from > 34) pen.fillText(gap.toFixed(to - from > 60 ? 1 : 0), (from + to) / 2, raw + 25);
+    if (gap < 2000 && to - from > 44) pen.fillText(gap.toFixed(to - from > 60 ? 1 : 0), (from + to) / 2, raw + 25);
     if (scale.toX(time[i - 1]) > scale.width) break;
   }
   pen.textAlign = "left";
@@ -429,11 +433,11 @@ const drawZones = (pen, y, scale) => {
     pen.globalAlpha = state[i] === 1 ? 1 : 0.45;
     pen.fillRect(from, y + 3, Math.max(scale.toX(end) - from, 0.5), kZones - 6);
     pen.globalAlpha = 1;
-    const early = scale.toX(deadline[i]) - from;
+    const early = scale.toX(Math.min(deadline[i], end)) - from;
     if (early <= 2) continue;
     pen.fillStyle = colours.orange;
     pen.fillRect(from, y + kZones - 6, early, 3);
-    tick(pen, from + early, y, kZones, colours.orange);
+    if (deadline[i] <= end) tick(pen, from + early, y, kZones, colours.orange);
     const text = `${state[i] === 1 ? "release" : "repeat"} timeout ${data.timeouts[state[i] === 1 ? "release" : "repeat"]} ms`;
     const left = Math.max(from, 0);
     if (pen.measureText(text).width + 12 > from + early - left) continue;
@@ -515,8 +519,18 @@ const drawLane = (pen, rows, scale) => {
 
 // ---- Drawing: all --------------------------------------------------------------------------------
 
+// Of minutes and hours, other steps are round than of seconds.
+const timeTicks = (count) => {
+  const step = [30, 60, 120, 300, 600, 1200, 1800, 3600, 7200, 14400, 21600, 43200, 86400].map((seconds) => seconds * 1e6)
+    .find((size) => size >= (view.to - view.from) / count);
+  if (step === 30e6 || step === undefined) return ticks(view.from, view.to, count);
+  const all = [];
+  for (let time = Math.ceil(view.from / step) * step; time <= view.to; time += step) all.push(time);
+  return { step, all };
+};
+
 const drawAxis = (pen, scale, height) => {
-  const { step, all } = ticks(view.from, view.to, Math.max(scale.width / 120, 2));
+  const { step, all } = timeTicks(Math.max(scale.width / 120, 2));
   const decimals = clamp(-Math.floor(Math.log10(step / 1e6)), 0, 6);
   pen.textAlign = "center";
   for (const time of all) {
@@ -667,6 +681,9 @@ const rowOf = (mark) => {
     element("td", { class: isNothing ? "none" : null }, raw === undefined ? eventText(event) : outcomeOf(lane, raw)));
 };
 
+// Of a long session, moves are left out far from what else happened.
+const isWhole = () => data.whole.some(([from, to]) => from <= Math.max(view.from, 0) && to >= Math.min(view.to, data.length));
+
 let tableIsAsked = 0;
 
 const drawTable = () => {
@@ -674,7 +691,8 @@ const drawTable = () => {
   byId("rows").replaceChildren(...marks.map(rowOf));
   byId("view-text").textContent = `From ${timeText(Math.max(view.from, 0), 3)} to ${timeText(Math.min(view.to, data.length), 3)}: ` +
     `${counted(count, "mark")}, without those between reports, scan codes and lights` +
-    (count === marks.length ? "." : `; the first ${marks.length} are here. Zoom in to see the others.`);
+    (count === marks.length ? "." : `; the first ${marks.length} are here. Zoom in to see the others.`) +
+    (isWhole() ? "" : " Here, moves are in the pointer's path alone.");
 };
 
 const draw = () => {
