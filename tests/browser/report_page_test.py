@@ -93,6 +93,21 @@ class ContentTest(ReportPageTest):
         self.assertGreater(len(moves), 20)
         self.assertEqual(drawn, moves)
 
+    def test_hours_are_told_as_such(self):
+        page = self.page_of(self.remote("hours", [(1, "KEY_UP", 1), (5000, "KEY_UP", 1)]))
+        page.run("timeline.focus()")
+        page.key("End")
+        self.assertIn("1:23:20.000000 remote: line 2", page.text("#caret"))
+        self.assertIn("83.3 min, 2 events", page.text("#summary"))
+
+    def test_says_where_moves_are_left_out(self):
+        page = self.page_of(SESSIONS / "desk")
+        self.assertNotIn("alone", page.text("#view-text"))
+        page.run("data.whole = [[0, 1e6]]; drawTable()")
+        self.assertIn("Here, moves are in the pointer's path alone.", page.text("#view-text"))
+        page.run("show(2e5, 8e5); drawTable()")
+        self.assertNotIn("alone", page.text("#view-text"))
+
     def test_the_map_has_the_clicks_of_the_time_that_is_shown(self):
         page = self.page_of(SESSIONS / "desk")
         clicks = [event["time"] for event in self.events(SESSIONS / "desk")
