@@ -508,7 +508,7 @@ class Measurement:
 
 # How a mutant is run: in which directory, with what objects by name, and with what in the environment. Who links there
 # holds the lock.
-Trial = collections.namedtuple("Trial", "folder objects options lock")
+Trial = collections.namedtuple("Trial", "directory objects options lock")
 
 
 class Combination:
@@ -644,10 +644,10 @@ class Tests:
         for program in (unit.program, PROGRAM) if unit.program in RUNNERS else (unit.program,):
             with trial.lock:
                 self._link(program, trial)
-        return run_tests(unit.program, trial.folder, unit.filter, unit.seconds, trial.options)
+        return run_tests(unit.program, trial.directory, unit.filter, unit.seconds, trial.options)
 
     def _link(self, program, trial):
-        target = trial.folder / pathlib.Path(program).name
+        target = trial.directory / pathlib.Path(program).name
         if target.exists():
             return
         binary = self._build.original / target.name
