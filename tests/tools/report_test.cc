@@ -524,6 +524,7 @@ TEST(ReportFindings, WhatStaysDown) {
   addKey(records, 0s, KEY_LEFTSHIFT, 1);
   addKey(records, 1s, KEY_A, 1);
   addKey(records, 2s, KEY_A, 0);
+  addKey(records, 2s, KEY_C, 1);  // with which someone ends the recording
   EXPECT_EQ(findingsOf(keyboardOf(records)), (Texts{"held-at-end (keyboard, KEY_LEFTSHIFT) 0-2000 event 1 record 1"}));
 }
 

@@ -223,7 +223,10 @@ struct Run {
 class Node {
  public:
   Node(const Session& session, const Happened& happened, InputLoop::Source source)
-      : source_(source), records_(*recordsOf(session, source)), outcomes_(happened.outcomes[source]) {}
+      : source_(source),
+        records_(*recordsOf(session, source)),
+        outcomes_(happened.outcomes[source]),
+        end_(happened.length) {}
 
   void check(List& list) {
     for (std::size_t number = 1; number <= records_.size(); ++number) take(number, list);
@@ -283,21 +286,25 @@ class Node {
     }
   }
 
+  // The Ctrl-C that ends a recording is down at its end, too, but not for long.
   void addHeld(List& list) const {
+    constexpr std::chrono::seconds kLong(1);
     for (const auto& [code, number] : down_) {
+      if (end_ - record(number).time < kLong) continue;
       list.add(
           {"held-at-end",
            Severity::kNotice,
            std::string(LinuxInputReader::getModifier(code) != 0 ? "The modifier" : "It") + " is still down at the end",
            sourceName(source_) + ", " + codeName(EV_KEY, code),
            "If nobody held it, look for a key that sticks or for a key-up that was lost",
-           {record(number).time, records_.back().time, source_, outcomes_[number].event, number}});
+           {record(number).time, end_, source_, outcomes_[number].event, number}});
     }
   }
 
   const InputLoop::Source source_;
   const std::vector<Record>& records_;
   const Outcomes& outcomes_;
+  const microseconds end_;
   std::map<int, std::size_t> down_;  // the number of the record of the press, by code
   Run lost_;
   Run positions_;
