@@ -80,17 +80,17 @@ class Remote {
   }
 
  private:
-  const RemoteLine& line(std::size_t number) const { return lines_[number - 1]; }
-  microseconds timeOf(std::size_t number) const { return line(number).time; }
+  const RemoteLine& lineAt(std::size_t number) const { return lines_[number - 1]; }
+  microseconds timeOf(std::size_t number) const { return lineAt(number).time; }
 
   std::string whereIs(std::size_t number) const {
-    const auto parsed = parseLircLine(line(number).text.get());
+    const auto parsed = parseLircLine(lineAt(number).text.get());
     return parsed ? "remote, " + std::string(parsed->button) : "remote";
   }
 
   void take(std::size_t number, List& list) {
     const Outcome outcome = outcomes_[number];
-    const std::string& text = line(number).text.get();
+    const std::string& text = lineAt(number).text.get();
     if (outcome.why == Why::kUnknownButton) {
       unknown_[std::string(findUnknown(text)->button)].push_back(number);
     } else if (outcome.why == Why::kCutLine) {
@@ -168,9 +168,9 @@ class Remote {
     const microseconds longest = sorted.front();
     const auto isShort = [&](microseconds pause) { return pause * kLongPause * kShortPart < longest; };
     const auto place = std::find(pauses.begin(), pauses.end(), longest);
-    const std::size_t before = static_cast<std::size_t>(place - pauses.begin());
+    const auto before = static_cast<std::size_t>(place - pauses.begin());
     const auto end = std::find_if_not(place + 1, pauses.end(), isShort);
-    const std::size_t together = static_cast<std::size_t>(end - place);
+    const auto together = static_cast<std::size_t>(end - place);
     if (together < 3) return;
     const std::size_t number = press.first + before + 1;
     list.add(
@@ -333,10 +333,10 @@ class Events {
     Run still;  // the numbers of events
   };
 
-  const Event& event(std::size_t number) const { return happened_.events[number - 1]; }
+  const Event& eventAt(std::size_t number) const { return happened_.events[number - 1]; }
 
   void take(std::size_t number) {
-    const Event& event = this->event(number);
+    const Event& event = eventAt(number);
     const Shape& shape = happened_.shapeOf(event);
     if (shape.isMove()) {
       Moves& moves = moves_[event.source];
@@ -363,11 +363,11 @@ class Events {
   // The same key from another source, so soon that it cannot be another press.
   void takePress(std::size_t number, LinuxInputReader::Key key) {
     constexpr std::chrono::milliseconds kTogether(100);
-    const Event& event = this->event(number);
+    const Event& event = eventAt(number);
     ++presses_[event.source];
     std::map<Source, std::size_t>& last = last_[key];
     for (const auto& [source, earlier] : last) {
-      if (source == event.source || event.time - this->event(earlier).time > kTogether) continue;
+      if (source == event.source || event.time - eventAt(earlier).time > kTogether) continue;
       twice_[std::minmax(source, event.source)].add(number);
     }
     last[event.source] = number;
@@ -404,8 +404,8 @@ class Events {
   }
 
   Place placeOf(const Run& run) const {
-    const Event& first = event(run.first);
-    return {first.time, event(run.last).time, first.source, run.first, first.cause};
+    const Event& first = eventAt(run.first);
+    return {first.time, eventAt(run.last).time, first.source, run.first, first.cause};
   }
 
   const Session& session_;
@@ -429,8 +429,8 @@ std::string withNames(std::string text) {
   for (int i = InputLoop::kSources - 1; i >= 0; --i) {
     const auto source = static_cast<InputLoop::Source>(i);
     const std::string path = pathOf(source);
-    for (std::size_t at = text.find(path); at != std::string::npos; at = text.find(path, at)) {
-      text.replace(at, path.size(), sourceName(source));
+    for (std::size_t start = text.find(path); start != std::string::npos; start = text.find(path, start)) {
+      text.replace(start, path.size(), sourceName(source));
     }
   }
   return text;

@@ -50,6 +50,7 @@ Child start(std::vector<std::string> arguments) {
   if (pipe2(ends, O_CLOEXEC) == -1) throw Error(std::string("nothing can be recorded: ") + std::strerror(errno));
   fcntl(ends[1], F_SETFD, 0);
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   pid_t pid;
