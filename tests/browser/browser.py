@@ -192,9 +192,9 @@ class Page:
         left, top, width, height = self.box(selector)
         self.click_at(left + width / 2, top + height / 2)
 
-    def picture(self, path, whole=False):
-        shot = self.call("Page.captureScreenshot", captureBeyondViewport=whole, format="png")
-        pathlib.Path(path).write_bytes(base64.b64decode(shot["data"]))
+    def picture(self, **options):
+        """A PNG of what the window shows; the protocol's options take another part."""
+        return base64.b64decode(self.call("Page.captureScreenshot", format="png", **options)["data"])
 
     def accessibility(self):
         """What axe-core finds that keeps people from using the page, a line each."""
