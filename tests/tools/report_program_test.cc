@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/tools/daemon.h"
+#include "tests/tools/page_data.h"
 #include "tests/tools/program.h"
 
 namespace quarlo::tools {
@@ -24,13 +25,6 @@ std::string contentOf(const std::string& path) {
 }
 
 std::string sample(const std::string& name) { return std::string(QUARLO_SESSIONS) + "/" + name; }
-
-// What the page has between the two ends of its element.
-nlohmann::json dataOf(const std::string& page) {
-  const std::string begin = R"(<script type="application/json" id="data">)";
-  const std::size_t start = page.find(begin) + begin.size();
-  return nlohmann::json::parse(page.substr(start, page.find("</script>", start) - start));
-}
 
 mode_t modeOf(const std::string& path) {
   struct stat status = {};

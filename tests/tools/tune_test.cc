@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/tools/page_data.h"
 #include "tests/tools/program.h"
 
 namespace quarlo::tools {
@@ -582,14 +583,6 @@ TEST(TunePicture, IntoAFolderIsAnError) {
 
 // ---- The page -----------------------------------------------------------------------------------
 
-// The data of a page.
-nlohmann::json dataOf(const std::string& path) {
-  const std::string page = contentOf(path);
-  const std::string begin = R"(<script type="application/json" id="data">)";
-  const std::size_t start = page.find(begin) + begin.size();
-  return nlohmann::json::parse(page.substr(start, page.find("</script>", start) - start));
-}
-
 TEST(TunePage, HasWhatJsonSaysOfEachSetting) {
   const Folder folder;
   const std::string path = folder.path("a.html");
@@ -597,7 +590,7 @@ TEST(TunePage, HasWhatJsonSaysOfEachSetting) {
   EXPECT_EQ(text, tuned(with({"--json"}, kSmallPolledGrid)));
   EXPECT_EQ(filesIn(folder), std::vector<std::string>{"a.html"});
   std::vector<nlohmann::json> tried;
-  const nlohmann::json data = dataOf(path);
+  const nlohmann::json data = dataOf(contentOf(path));
   for (const nlohmann::json& setting : data["settings"]) {
     if (setting["tried"]) tried.push_back(setting);
   }
@@ -617,7 +610,7 @@ TEST(TunePage, HasWhatIsHalfwayBetweenForTheSliders) {
   const Folder folder;
   tuned({"--html", folder.path("a.html"), "--repeat-timeout", "100,130,160", "--release-timeout", "300"});
   std::vector<std::pair<int, bool>> values;
-  const nlohmann::json data = dataOf(folder.path("a.html"));
+  const nlohmann::json data = dataOf(contentOf(folder.path("a.html")));
   for (const nlohmann::json& setting : data["settings"]) {
     values.emplace_back(setting["repeatTimeoutMs"], setting["tried"]);
   }
@@ -628,7 +621,7 @@ TEST(TunePage, HasWhatIsHalfwayBetweenForTheSliders) {
 TEST(TunePage, ShowsWhatBecomesOfATapAndOfAHeldButton) {
   const Folder folder;
   tuned({"--html", folder.path("a.html"), "--repeat-timeout", "100", "--release-timeout", "300", "--tap", "4"});
-  const nlohmann::json setting = dataOf(folder.path("a.html"))["settings"][0];
+  const nlohmann::json setting = dataOf(contentOf(folder.path("a.html")))["settings"][0];
   EXPECT_EQ(setting["tap"]["lines"], nlohmann::json::parse("[[0.0,0],[108.0,1],[216.0,1],[324.0,0]]"));
   EXPECT_EQ(setting["tap"]["keyDowns"], nlohmann::json::parse("[0.0,324.0]"));
   EXPECT_EQ(setting["hold"]["lines"].size(), 19U);
