@@ -1,10 +1,11 @@
-// What `tune` prints, as text and as JSON, and the script of its picture: any recorded remote, any imagined one, any
-// settings.
+// What `tune` prints, as text and as JSON, the script of its picture, and the data of its page: any recorded remote,
+// any imagined one, any settings.
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -14,6 +15,7 @@
 #include "tests/fuzz/input_bytes.h"
 #include "tests/fuzz/printed.h"
 #include "tests/fuzz/scratch.h"
+#include "tests/tools/page_data.h"
 #include "tools/common/output.h"
 #include "tools/tune/kernel_remote.h"
 #include "tools/tune/timing_plot.h"
@@ -134,11 +136,22 @@ void checkCommand(const TuneOptions& options) {
   options.json ? requireJsonLines(printed.out) : requirePlainLines(printed.out);
 }
 
+// Whatever the remote is called, the data are one value of JSON that stays in its element.
+void checkPage(const std::string& path) {
+  std::ostringstream page;
+  page << std::ifstream(path, std::ios::binary).rdbuf();
+  const std::string text = tools::dataTextOf(page.str());
+  require(text.find('<') == std::string::npos, "what is in an element stays in it");
+  requireJsonLines(text + "\n");
+}
+
 void checkRecording(const Scratch& scratch, TuneOptions options, InputBytes& input) {
   const std::string name = "recorded/" + input.takeFileName() + ".lirc";
   scratch.write(name, takeLines(input));
   options.session = scratch.path(name);
+  if (!options.json) options.html = scratch.path("recorded/page.html");
   checkCommand(options);
+  if (std::filesystem::exists(options.html)) checkPage(options.html);
   std::filesystem::remove_all(scratch.path("recorded"));
 }
 

@@ -7,11 +7,14 @@
 
 namespace quarlo::tools {
 
-// REQUIRES: the page has some.
-inline nlohmann::json dataOf(const std::string& page) {
+// As it stands in its element. REQUIRES: the page has some.
+inline std::string dataTextOf(const std::string& page) {
   const std::string begin = R"(<script type="application/json" id="data">)";
   const std::size_t start = page.find(begin) + begin.size();
-  return nlohmann::json::parse(page.substr(start, page.find("</script>", start) - start));
+  return page.substr(start, page.find("</script>", start) - start);
 }
+
+// The same, as JSON.
+inline nlohmann::json dataOf(const std::string& page) { return nlohmann::json::parse(dataTextOf(page)); }
 
 }  // namespace quarlo::tools
