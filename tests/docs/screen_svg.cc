@@ -68,7 +68,7 @@ const char* className(Style style) {
 }
 
 constexpr char kLook[] =
-    "text { font: 13px 'DejaVu Sans Mono', Menlo, Consolas, monospace; white-space: pre; fill: #d8dee9 }\n"
+    "text { font: 13px 'DejaVu Sans Mono', Menlo, Consolas, monospace; fill: #d8dee9 }\n"
     "path { stroke: #8d96a8; fill: none }\n"
     ".faint { fill: #8d96a8 } .strong { font-weight: bold } .good { fill: #8fce7a } .trail { fill: #6cc7d9 }\n"
     ".bad { fill: #ff7b72; font-weight: bold } .held { fill: #6cc7d9; font-weight: bold }\n"
@@ -161,8 +161,10 @@ void printLines(const Picture& picture) {
 void print(const Picture& picture) {
   const int width = 2 * kMargin + picture.columns() * kCellWidth;
   const int height = 2 * kMargin + picture.rows() * kCellHeight;
-  std::printf("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %d %d\" width=\"%d\" height=\"%d\">\n", width,
-              height, width, height);
+  std::printf(
+      "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %d %d\" width=\"%d\" height=\"%d\" "
+      "xml:space=\"preserve\">\n",
+      width, height, width, height);
   std::printf("<style>\n%s</style>\n<rect class=\"back\" width=\"%d\" height=\"%d\" rx=\"6\"/>\n", kLook, width,
               height);
   for (int row = 0; row < picture.rows(); ++row) printRow(picture, row);
