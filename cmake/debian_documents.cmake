@@ -33,8 +33,13 @@ compress(${pages})
 file(RENAME ${program}/zsh/site-functions ${program}/zsh/vendor-completions)
 add_documents(${program} quarlo-input)
 
+set(doc ${CPACK_TEMPORARY_DIRECTORY}/doc/usr/share)
+file(MAKE_DIRECTORY ${doc}/doc-base)
+file(COPY_FILE ${sources}/packaging/doc-base ${doc}/doc-base/quarlo-input-doc.quarlo-input)
+add_documents(${doc} quarlo-input-doc)
+
 # Whatever the umask is where this is packed.
 file(CHMOD_RECURSE ${CPACK_TEMPORARY_DIRECTORY} DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-file(GLOB documents ${dev}/doc/*/* ${program}/doc/*/*)
+file(GLOB documents ${dev}/doc/*/* ${program}/doc/*/* ${doc}/doc/*/* ${doc}/doc-base/*)
 file(CHMOD ${documents} FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)

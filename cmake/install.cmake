@@ -1,5 +1,5 @@
 # What `cmake --install` puts where. Of its components, dev is what an application builds with, and program is
-# quarlo-input with what belongs to it.
+# quarlo-input with what belongs to it. The third, doc, is made only where it is asked for: the documents as pages.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -95,3 +95,8 @@ if(QUARLO_BUILD_TOOLS)
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT program)
   install(DIRECTORY sessions DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT program)
 endif()
+
+# ---- doc ----------------------------------------------------------------------------------------
+
+install(CODE "set(QUARLO_SITE ${CMAKE_INSTALL_DOCDIR}/html)" COMPONENT doc EXCLUDE_FROM_ALL)
+install(SCRIPT ${CMAKE_CURRENT_SOURCE_DIR}/cmake/install_site.cmake COMPONENT doc EXCLUDE_FROM_ALL)

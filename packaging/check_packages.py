@@ -4,6 +4,7 @@
 REQUIRES: the preset package was built, with its target package, and the umask is 022.
 """
 
+import fnmatch
 import os
 import pathlib
 import re
@@ -66,7 +67,8 @@ class PackagesTest(unittest.TestCase):
     def test_another_tree_makes_the_same_packages(self):
         run("cmake", "--build", "build/package", "--target", "package", cwd=self.twin)
         ours, theirs = packages(ROOT), packages(self.twin)
-        self.assertEqual(len(ours), 2)
+        self.assertEqual([package.name.split("_")[0] for package in ours],
+                         ["libquarlo-input-dev", "quarlo-input-doc", "quarlo-input"])
         for one, other in zip(ours, theirs):
             self.assertEqual(one.read_bytes(), other.read_bytes(), f"{one.name} differs: see diffoscope")
 
@@ -79,7 +81,7 @@ class PackagesTest(unittest.TestCase):
                         self.assertEqual(oct(member.mode), oct(0o755 if executable else 0o644))
 
     def test_the_documents_of_who_brings_up_a_device_come_with_the_program(self):
-        dev, program = (set(files_of(package)) for package in packages(ROOT))
+        dev, _, program = (set(files_of(package)) for package in packages(ROOT))
         integrators = set(linked(ROOT / "docs" / "bring-up.md")) - {"embedding.md", "installing.md"}
         self.assertGreater(len(integrators), 4)
         for name in integrators | {"bring-up.md", "behaviour.md"}:
@@ -87,11 +89,19 @@ class PackagesTest(unittest.TestCase):
                 self.assertIn(f"./usr/share/doc/quarlo-input/docs/{name}", program - dev)
 
     def test_the_documents_that_manual_pages_name_are_there(self):
-        _, program = packages(ROOT)
+        program = packages(ROOT)[-1]
         named = {path.replace("\\", "") for page in (ROOT / BUILD / "tools" / "man").glob("*.1")
                  for path in re.findall(r"^\.IR (\S+/docs/\S+)", page.read_text(encoding="utf-8"), re.MULTILINE)}
         self.assertNotEqual(named, set())
         self.assertEqual({path for path in named if f".{path}" not in files_of(program)}, set())
+
+    def test_the_documents_come_as_pages(self):
+        doc = packages(ROOT)[1]
+        self.assertEqual(run("dpkg-deb", "--field", doc, "Architecture").strip(), "all")
+        named = re.findall(r"/usr/share/\S+\.html", (ROOT / "packaging" / "doc-base").read_text(encoding="utf-8"))
+        self.assertEqual(len(named), 2)
+        for pattern in named:
+            self.assertNotEqual([file for file in files_of(doc) if fnmatch.fnmatch(file, f".{pattern}")], [], pattern)
 
     def test_links_between_documents_hold_where_both_are_installed(self):
         packed = {file for package in packages(ROOT) for file in files_of(package)}
