@@ -277,8 +277,8 @@ def page_of(header):
 
 
 def told(element):
-    """What a comment says, for the search."""
-    return " ".join(" ".join(element.find(name).itertext()) for name in COMMENT)
+    """What a comment says, without its markup."""
+    return " ".join("".join(text for name in COMMENT for text in element.find(name).itertext()).split())
 
 
 def tidied(code):

@@ -10,7 +10,7 @@ import unittest
 import reference
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-HEADER = """// A thing to try: docs/tuning.md says how.
+HEADER = """// A thing to try, with take(): docs/tuning.md says how.
 //
 //    Thing thing;
 //    thing.take(thing);
