@@ -55,6 +55,7 @@ namespace quarlo::components::input {
 
 class InputSources {
  public:
+  // The loop's.
   using Source = InputLoop::Source;
   using SourceSet = InputLoop::SourceSet;
 
