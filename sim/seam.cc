@@ -1,5 +1,5 @@
-// Where the linker's --wrap sends a program's calls (sim/wrapped_calls.txt): to the simulated machine for what belongs to
-// it, and on to libc for everything else.
+// Where the linker's --wrap sends a program's calls (sim/wrapped_calls.txt): to the simulated machine for what belongs
+// to it, and on to libc for everything else.
 //
 // On a 32-bit machine, calls that have to do with time exist twice: with libc's headers for 64-bit time, they have
 // other names. A program can need both, since a static libstdc++ keeps to the plain ones.
