@@ -22,7 +22,7 @@ _quarlo-input-value() {
 
 _quarlo-input() {
   local line name part text action
-  local -a commands specs files
+  local -a commands described files
   local command=
   (( CURRENT > 2 )) && command=$words[2]
   for line in "${(@f)$(_call_program options $words[1] $command --help 2>/dev/null)}"; do
@@ -36,16 +36,16 @@ _quarlo-input() {
       text=${${${match[6]% }//\[/\\[}//\]/\\]}
       action=
       [[ -z $match[3] ]] || action=":$match[3]: _quarlo-input-value '$match[3]'"
-      for name in ${(s:,:)match[1]}; do specs+=("$name${text:+[$text]}$action"); done
+      for name in ${(s:,:)match[1]}; do described+=("$name${text:+[$text]}$action"); done
     fi
   done
   if [[ -z $command ]]; then
     _describe command commands
-    _arguments $specs
+    _arguments $described
   else
     shift words
     (( --CURRENT ))
-    _arguments $specs $files
+    _arguments $described $files
   fi
 }
 
