@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <thread>
 
+#include "tests/scenario/node_client.h"
+
 namespace quarlo::test {
 namespace {
 
@@ -64,12 +66,26 @@ void write(int fd, const uhid_event& event) {
   EXPECT_EQ(write(fd, &event, sizeof event), static_cast<ssize_t>(sizeof event));
 }
 
-void waitForNode(const std::string& path) {
+template <typename Condition>
+[[nodiscard]] bool comesTrue(Condition condition) {
   constexpr int kTries = 1000;
-  for (int i = 0; i < kTries && !std::filesystem::exists(path); ++i) {
+  for (int i = 0; i < kTries; ++i) {
+    if (condition()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  EXPECT_TRUE(std::filesystem::exists(path)) << path;
+  return false;
+}
+
+// Until the node is there and a report reaches it: the kernel drops what comes before the node's driver is ready.
+template <typename Send>
+void waitForNode(const std::string& path, Send sendReports) {
+  EXPECT_TRUE(comesTrue([&path] { return std::filesystem::exists(path); })) << path;
+  const NodeClient client(path);
+  const auto isReached = [&client, sendReports] {
+    sendReports();
+    return !client.all().empty();
+  };
+  EXPECT_TRUE(comesTrue(isReached)) << "no report reaches " << path;
 }
 
 }  // namespace
@@ -103,9 +119,9 @@ void UhidDevice::send(const Bytes& report) {
 
 Receiver::Receiver() {
   keyboard_.emplace(identity("input0"), kKeyboard);
-  waitForNode("/dev/input/event0");
+  waitForNode("/dev/input/event0", [this] { typeKey(kUsageA); });
   others_.emplace(identity("input1"), kOthers);
-  waitForNode("/dev/input/event3");
+  waitForNode("/dev/input/event3", [this] { tapSystemControl(kFirstSystemUsage); });
 }
 
 void Receiver::typeKey(std::uint8_t usage) {

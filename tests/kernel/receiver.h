@@ -11,6 +11,9 @@ namespace quarlo::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
+// The key a, as a HID usage of the keyboard's page.
+constexpr std::uint8_t kUsageA = 0x04;
+
 // A HID device.
 class UhidDevice {
  public:
@@ -41,7 +44,8 @@ class UhidDevice {
 // system control, whose usages are declared as ranges: so the kernel maps all of these, the arrows included.
 class Receiver {
  public:
-  // Its nodes are there: event0 is the keyboard, and event1 to event3 are the others. REQUIRES: there is no other node
+  // Its nodes are there and get reports: event0 is the keyboard, and event1 to event3 are the others.
+  // REQUIRES: there is no other node
   Receiver();
 
   // A HID usage of the keyboard's page, pressed and released.

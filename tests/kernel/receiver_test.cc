@@ -19,7 +19,6 @@ namespace quarlo::test {
 namespace {
 
 constexpr char kNowhere[] = "/nowhere";
-constexpr std::uint8_t kUsageA = 0x04;
 constexpr std::uint8_t kUsageSystemMenuUp = 0x8c;
 constexpr std::uint16_t kUsageVolumeUp = 0xe9;
 constexpr std::uint16_t kUsageMenuLeft = 0x44;
