@@ -20,7 +20,8 @@ endfunction()
 
 # Writes to `file` the page whose parts are page.html, page.css and page.js in the directory `parts`, in two literals: what
 # comes before its data, and what comes after. All pages share tools/common/page/page.css and page.js, which come first. The
-# page may run this script and use this style, and nothing else: it asks no network, and what its data say is text.
+# page may run this script and use this style, and nothing else: it asks no network, and what its data say is text. Comments
+# that have a line of their own and what lines begin with are left out: the script has no text of several lines.
 function(quarlo_embed_page file parts)
   set(shared ${PROJECT_SOURCE_DIR}/tools/common/page)
   set(sources ${parts}/page.html ${shared}/page.css ${parts}/page.css ${shared}/page.js ${parts}/page.js)
@@ -30,6 +31,7 @@ function(quarlo_embed_page file parts)
     file(READ ${shared}/page.${part} common)
     file(READ ${parts}/page.${part} own)
     set(${part} "\n${common}${own}")
+    string(REGEX REPLACE "\n( *(//[^\n]*)?\n)* *" "\n" ${part} "${${part}}")
     if("${css}${js}" MATCHES "</|<!--|\\)page\"")
       message(FATAL_ERROR "${parts}/page.${part} or ${shared}/page.${part} would end what it stands in: ${CMAKE_MATCH_0}")
     endif()
