@@ -14,22 +14,31 @@
 namespace quarlo::recording {
 namespace {
 
+// As long as it lives, this thread and those that it starts get no signal.
+class NoSignals {
+ public:
+  NoSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  ~NoSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  NoSignals(const NoSignals&) = delete;
+  NoSignals& operator=(const NoSignals&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 // A thread that gets no signal: those are for the program's own.
 template <typename Action>
 std::thread startThread(Action action) {
-  sigset_t all;
-  sigset_t old;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &old);
-  std::thread thread;
+  const NoSignals block;
   try {
-    thread = std::thread(action);
+    return std::thread(action);
   } catch (const std::system_error& error) {
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
     throw Error(std::string("a thread that waits for the disk cannot be started: ") + error.what());
   }
-  pthread_sigmask(SIG_SETMASK, &old, nullptr);
-  return thread;
 }
 
 }  // namespace
