@@ -48,17 +48,17 @@ constexpr Format kLines[] = {
 bool isHexadecimal(char character) { return std::isxdigit(static_cast<unsigned char>(character)) != 0; }
 
 // "0000000000f40bf0 00 KEY_UP tv".
-bool isLineOfIrw(std::string_view line) {
+bool startsWithLineOfIrw(std::string_view text) {
   constexpr std::size_t kDigits = 16;
-  return line.size() > kDigits && line[kDigits] == ' ' &&
-         std::all_of(line.begin(), line.begin() + kDigits, isHexadecimal);
+  return text.size() > kDigits && text[kDigits] == ' ' &&
+         std::all_of(text.begin(), text.begin() + kDigits, isHexadecimal);
 }
 
-// Null: none that is known.
-const char* formatOfLine(std::string_view line) {
-  if (isLineOfIrw(line)) return "the output of irw, without times";
+// Of the line that `text` begins with. Null: none that is known.
+const char* formatOfLine(std::string_view text) {
+  if (startsWithLineOfIrw(text)) return "the output of irw, without times";
   for (const auto& [mark, name] : kLines) {
-    if (startsWith(line, mark)) return name;
+    if (startsWith(text, mark)) return name;
   }
   return nullptr;
 }
@@ -69,9 +69,8 @@ const char* formatOf(std::string_view head) {
     if (startsWith(head, mark)) return name;
   }
   for (std::size_t start = 0; start < head.size();) {
-    const std::size_t end = std::min(head.find('\n', start), head.size());
-    if (const char* name = formatOfLine(head.substr(start, end - start))) return name;
-    start = end + 1;
+    if (const char* name = formatOfLine(head.substr(start))) return name;
+    start = std::min(head.find('\n', start), head.size()) + 1;
   }
   return nullptr;
 }

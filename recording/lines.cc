@@ -86,7 +86,6 @@ bool Lines::readLine() {
   begin_ = end_;
   int byte = getc_unlocked(file_);
   if (byte == EOF) return false;
-  unfinished_ = false;
   if (++number_ > kMostLines) fail("the file has more than " + std::to_string(kMostLines) + " lines");
   for (; byte != EOF && byte != '\n'; byte = getc_unlocked(file_)) {
     if (byte == '\0') fail("a NUL byte: this is not a text file");

@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
@@ -102,8 +102,7 @@ std::vector<std::string> allFiles() {
 std::optional<int> numberOfPart(const std::string& file, const std::string& name) {
   if (name == file) return 1;
   const std::size_t point = file.rfind('.');
-  int number = 0;
-  if (name.size() > point) std::from_chars(name.data() + point + 1, name.data() + name.size(), number);
+  const auto number = static_cast<int>(std::strtol(name.c_str() + std::min(point + 1, name.size()), nullptr, 10));
   return number > 1 && name == partOf(file, number) ? std::optional(number) : std::nullopt;
 }
 
@@ -273,7 +272,7 @@ Session sessionOf(DeviceRecording device, const std::string& path, SingleNode wa
 // The source of a file, and what is wrong with it.
 template <typename Reader>
 auto readAlone(const File& file, const std::string& path, std::vector<Damage>& damages) {
-  Reader reader(readBeginning(file, path).firstTime.value_or(microseconds(0)));
+  Reader reader(readBeginning(file, path).firstTime.value_or(microseconds::zero()));
   const std::optional<Damage> damage = reader.add({file.get(), path});
   if (damage) damages.push_back(*damage);
   return reader.take();
@@ -292,9 +291,10 @@ Session readFile(const std::string& path, SingleNode wanted) {
   return session;
 }
 
+// Not if there is nothing: who opens it as a file says so.
 bool isDirectory(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) == -1) failToOpen(path);
+  struct stat status = {};
+  stat(path.c_str(), &status);
   return S_ISDIR(status.st_mode);
 }
 
@@ -326,7 +326,7 @@ Session readPair(const std::string& one, const std::string& other) {
   const File file = openFile(one);
   const File otherFile = openFile(other);
   const std::optional<microseconds> start = readBeginning(file, one).firstTime;
-  const microseconds otherStart = readBeginning(otherFile, other).firstTime.value_or(microseconds(0));
+  const microseconds otherStart = readBeginning(otherFile, other).firstTime.value_or(microseconds::zero());
   EvemuPair pair = readEvemuPair({file.get(), one}, {otherFile.get(), other}, start.value_or(otherStart));
   Session session = sessionOf(std::move(pair.recording), one, SingleNode::kMouseOrKeyboard);
   if (pair.damage) session.damages.push_back(*std::move(pair.damage));
