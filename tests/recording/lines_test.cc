@@ -121,7 +121,16 @@ TEST(Path, OfADirectoryHasOneSlash) {
 
 TEST(Quoted, IsCutAfter40Bytes) {
   EXPECT_EQ(recording::quoted(std::string(40, 'x')), '"' + std::string(40, 'x') + '"');
-  EXPECT_EQ(recording::quoted(std::string(41, 'x')), '"' + std::string(40, 'x') + "...\"");
+  EXPECT_EQ(recording::quoted("a" + std::string(40, 'x')), "\"a" + std::string(39, 'x') + "...\"");
+}
+
+TEST(Number, IsAllOfItsField) {
+  const TestFile file("");
+  const Lines lines(file.get(), "file");
+  for (const std::string field : {"", "5x", "x", "+5", "0x5"}) {
+    EXPECT_NE(errorOf([&] { parseDecimal(lines, "it", field, 0, 9); }), "") << field;
+    EXPECT_NE(errorOf([&] { parseHexadecimal(lines, "it", field, 9); }), "") << field;
+  }
 }
 
 TEST(TimeText, HasSixDecimals) {

@@ -133,6 +133,15 @@ class SyncerTest : public FolderTest {
     } while (session.isHeldUp());
   }
 
+  // Makes an empty file, and wants it. Returns its path.
+  std::string wantFile(Syncer& syncer, const std::string& name) const {
+    const std::shared_ptr<std::FILE> file(std::fopen(write(name, "").c_str(), "re"), std::fclose);
+    syncer.want(fileno(file.get()), path(name));
+    return path(name);
+  }
+
+  static auto openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+
   Disk disk_;
   std::string folder_ = path("session");
   std::string file_ = folder_ + "/remote.lirc";
@@ -326,12 +335,51 @@ TEST_F(SyncerTest, ADiskThatWasAskedForNothingIsNotBusy) {
 TEST_F(SyncerTest, OfTwoFilesThatFailTheFirstIsTheProblem) {
   disk_.setError(EIO);
   Syncer syncer(0us, Disk::sync);
-  for (const std::string name : {"one", "two"}) {
-    const std::shared_ptr<std::FILE> file(std::fopen(write(name, "").c_str(), "re"), std::fclose);
-    syncer.want(fileno(file.get()), name);
-  }
+  for (const std::string name : {"one", "two"}) wantFile(syncer, name);
   syncer.finish();
-  EXPECT_EQ(syncer.takeProblem().rfind("one: ", 0), 0U);
+  EXPECT_EQ(syncer.takeProblem().rfind(path("one: "), 0), 0U);
+}
+
+TEST_F(SyncerTest, AFileThatFailedIsNotTriedAgain) {
+  disk_.setError(EIO);
+  Syncer syncer(0us, Disk::sync);
+  wantFile(syncer, "file");
+  syncer.start();
+  while (syncer.takeProblem().empty()) std::this_thread::yield();
+  wantFile(syncer, "file");
+  syncer.finish();
+  EXPECT_EQ(syncer.takeProblem(), "");
+}
+
+TEST_F(SyncerTest, WhatIsHeldOffWaitsForTheNextStart) {
+  constexpr auto kPause = 10ms;
+  Syncer syncer(kPause, Disk::sync);
+  std::string file;
+  int count = 0;
+  do {
+    file = wantFile(syncer, "file" + std::to_string(++count));
+    syncer.start();
+  } while (!syncer.holdOff() || disk_.sizeOf(file) != -1);
+  Syncer other(kPause, Disk::sync);
+  for (const std::string name : {"one", "two", "three"}) {
+    wantFile(other, name);
+    other.start();
+    disk_.waitForSize(path(name), 0);
+  }
+  EXPECT_EQ(disk_.sizeOf(file), -1);
+  syncer.finish();
+  EXPECT_EQ(disk_.sizeOf(file), 0);
+}
+
+TEST_F(SyncerTest, DescriptorsAreClosedWithTheNextFile) {
+  Syncer syncer(0us, Disk::sync);
+  const auto before = openDescriptors();
+  for (const std::string name : {"one", "two", "three"}) {
+    wantFile(syncer, name);
+    EXPECT_EQ(openDescriptors(), before + 1);
+    syncer.start();
+    while (!syncer.isDone()) std::this_thread::yield();
+  }
 }
 
 TEST_F(SyncerTest, ADiskThatFailsAtTheEndIsAProblemToo) {
@@ -358,14 +406,13 @@ TEST_F(SyncerTest, SignalsAreLeftToTheProgram) {
 }
 
 TEST_F(SyncerTest, ClosesEachDescriptor) {
-  const auto open = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-  const auto before = open();
+  const auto before = openDescriptors();
   {
     SessionWriter session = writer(options());
     session.addRemote().write(RemoteLine{0us, "a"});
     session.close();
   }
-  EXPECT_EQ(open(), before);
+  EXPECT_EQ(openDescriptors(), before);
 }
 
 }  // namespace
