@@ -2,8 +2,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cstdio>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -63,6 +66,24 @@ std::string errorOf(Action action) {
     return error.what();
   }
 }
+
+inline auto openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+
+// As long as it lives; a sanitizer needs one to look at an error.
+class NoFurtherDescriptors {
+ public:
+  NoFurtherDescriptors() {
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
+    const rlimit limit = {3, before_.rlim_max};  // those of every program
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  }
+  ~NoFurtherDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoFurtherDescriptors(const NoFurtherDescriptors&) = delete;
+  NoFurtherDescriptors& operator=(const NoFurtherDescriptors&) = delete;
+
+ private:
+  rlimit before_ = {};
+};
 
 // Each test has a directory of its own.
 class FolderTest : public testing::Test, protected test::Folder {};

@@ -2,7 +2,6 @@
 #include "recording/syncer.h"
 
 #include <linux/input.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -12,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -67,6 +65,12 @@ class Disk {
     while (sizeOf(path) != static_cast<std::int64_t>(size)) std::this_thread::yield();
   }
 
+  // How often a file, or directory, was put on it.
+  int writingsOf(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    return writings_[statusOf(path).st_ino];
+  }
+
   bool hasSignalsBlocked() {
     const std::lock_guard lock(mutex_);
     return signalsAreBlocked_;
@@ -91,6 +95,7 @@ class Disk {
     errno = status.st_ino == refused_ ? EIO : error_;
     if (status.st_ino == refused_ || (error_ != 0 && S_ISREG(status.st_mode))) return -1;
     sizes_[status.st_ino] = status.st_size;
+    ++writings_[status.st_ino];
     return 0;
   }
 
@@ -101,6 +106,7 @@ class Disk {
   int error_ = 0;
   ino_t refused_ = 0;
   std::map<ino_t, std::int64_t> sizes_;
+  std::map<ino_t, int> writings_;
   bool signalsAreBlocked_ = false;
 };
 
@@ -140,8 +146,6 @@ class SyncerTest : public FolderTest {
     return path(name);
   }
 
-  static auto openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
-
   Disk disk_;
   std::string folder_ = path("session");
   std::string file_ = folder_ + "/remote.lirc";
@@ -153,6 +157,19 @@ const std::string kLine = "0.000000 a\n";
 TEST_F(SyncerTest, TheDirectoriesAreOnTheDiskBeforeAnythingComes) {
   SessionWriter session = writer(options());
   while (disk_.sizeOf(path()) == -1 || disk_.sizeOf(folder_) == -1) std::this_thread::yield();
+}
+
+TEST_F(SyncerTest, TheNameOfEachPartIsOnTheDiskAtTheEnd) {
+  SessionWriter session = writer(options(true));
+  while (!session.isOnDisk()) std::this_thread::yield();
+  EXPECT_EQ(disk_.writingsOf(folder_), 1);
+  FileWriter& remote = session.addRemote();
+  for (int part = 1; part <= 2; ++part) {
+    for (int i = 0; i < 2; ++i) remote.write(RemoteLine{0us, "a"});
+    flush(session);
+    while (!session.isOnDisk()) std::this_thread::yield();
+    EXPECT_EQ(disk_.writingsOf(folder_), 1 + part);
+  }
 }
 
 TEST_F(SyncerTest, WhatCameIsOnTheDiskWithoutAnEnd) {
@@ -282,22 +299,6 @@ TEST_F(SyncerTest, ADiskThatFailsEndsTheRecording) {
     EXPECT_EQ(errorOf([&] { session.close(); }), "");  // it was said
   }
 }
-
-// As long as it lives; a sanitizer needs one to look at an error.
-class NoFurtherDescriptors {
- public:
-  NoFurtherDescriptors() {
-    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
-    const rlimit limit = {3, before_.rlim_max};  // those of every program
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  }
-  ~NoFurtherDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-  NoFurtherDescriptors(const NoFurtherDescriptors&) = delete;
-  NoFurtherDescriptors& operator=(const NoFurtherDescriptors&) = delete;
-
- private:
-  rlimit before_ = {};
-};
 
 TEST_F(SyncerTest, AFileForWhichThereIsNoDescriptorEndsTheRecording) {
   WriterOptions atOnce = options();

@@ -9,11 +9,13 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <iterator>
 #include <optional>
 #include <sstream>
 
 #include "tests/recording/recording_test.h"
+
+// There only in a build with the address sanitizer.
+extern "C" void __asan_init() __attribute__((weak));
 
 namespace quarlo::recording {
 namespace {
@@ -212,26 +214,24 @@ TEST_F(WriterTest, DescribesEachEventTypeUpToItsLastBit) {
 }
 
 TEST_F(WriterTest, ThatGoesWithoutAnEndLeavesNothingOpen) {
-  const auto open = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-  const auto before = open();
+  const auto before = openDescriptors();
   {
     SessionWriter writer(path("another"), "comment", Access::kByUmask, kNames);
     writer.addRemote().write({0us, "a"});
     flush(writer);
   }
-  EXPECT_EQ(open(), before);
+  EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(WriterTest, ThatCannotWriteClosesItsOwnDescriptorsAlone) {
-  const auto open = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-  const auto before = open();
+  const auto before = openDescriptors();
   {
     SessionWriter writer(path("another"), "comment", Access::kByUmask, kNames);
     writer.addRemote().write({0us, "a"});
     const FileSizeLimit limit(10);
     EXPECT_NE(errorOf([&] { writer.close(); }), "");
   }
-  EXPECT_EQ(open(), before);
+  EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(WriterTest, ShowsWhereAReportEnds) {
@@ -302,12 +302,19 @@ TEST_F(WriterTest, StartsARemotesFileWithTheComment) {
 }
 
 TEST_F(WriterTest, NeverGoesBackInTime) {
-  FileWriter& file = writer_.addRemote();
+  FileWriter& remote = writer_.addRemote();
+  FileWriter& keyboard = addNothing();
   for (const microseconds time : {microseconds(-1), microseconds(2), microseconds(1), microseconds(3)}) {
-    file.write({time, "a"});
+    remote.write({time, "a"});
+    keyboard.write({time, EV_KEY, KEY_A, 1});
   }
   flush();
   EXPECT_EQ(content("remote.lirc"), kRemoteHead + "0.000000 a\n0.000002 a\n0.000002 a\n0.000003 a\n");
+  std::string records;
+  for (const char* const time : {"0.000000", "0.000002", "0.000002", "0.000003"}) {
+    records += std::string("E: ") + time + " 0001 001e 0001\t# type 1 / code 1-30 1\n";
+  }
+  EXPECT_EQ(content("keyboard.evemu"), kEmptyHead + records);
 }
 
 TEST_F(WriterTest, CutsALineThatIsTooLongForASession) {
@@ -387,6 +394,13 @@ TEST_F(WriterTest, RefusesAFolderThatExists) {
 TEST_F(WriterTest, NamesAFolderThatCannotBeMade) {
   EXPECT_EQ(errorOf([&] { SessionWriter(path("no/session"), "", Access::kByUmask, kNames); }),
             path("no/session") + ": the directory cannot be made: No such file or directory");
+}
+
+TEST_F(WriterTest, NamesAFolderForWhichThereIsNoDescriptor) {
+  if (__asan_init != nullptr) GTEST_SKIP() << "a sanitizer needs descriptors";
+  const NoFurtherDescriptors limit;
+  EXPECT_EQ(errorOf([&] { SessionWriter(path("another"), "", Access::kByUmask, kNames); }),
+            path("another") + ": the directory cannot be made: Too many open files");
 }
 
 TEST_F(WriterTest, LetsTheUmaskSayWhoCanReadTheFiles) {
