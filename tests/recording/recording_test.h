@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
@@ -68,6 +69,26 @@ std::string errorOf(Action action) {
 }
 
 inline auto openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+
+// The largest size that a file can get, as a stand-in for a full disk.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(std::size_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &limit_), 0);
+    const rlimit limit = {static_cast<rlim_t>(size), limit_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &limit_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  void (*handler_)(int);
+  rlimit limit_ = {};
+};
 
 // As long as it lives; a sanitizer needs one to look at an error.
 class NoFurtherDescriptors {

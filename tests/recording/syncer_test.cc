@@ -300,6 +300,23 @@ TEST_F(SyncerTest, ADiskThatFailsEndsTheRecording) {
   }
 }
 
+TEST_F(SyncerTest, WhatIsKeptOfAFileIsOnTheDisk) {
+  SessionWriter session = writer(options());
+  FileWriter& remote = session.addRemote();
+  remote.write(RemoteLine{0us, "a"});
+  flush(session);
+  while (!session.isOnDisk()) std::this_thread::yield();
+  const int before = disk_.writingsOf(file_);
+  remote.write(RemoteLine{0us, "a"});
+  {
+    const FileSizeLimit limit((kHead + kLine).size() + 1);
+    EXPECT_NE(errorOf([&] { flush(session); }), "");
+  }
+  session.close();
+  EXPECT_EQ(disk_.sizeOf(file_), static_cast<std::int64_t>((kHead + kLine).size()));
+  EXPECT_EQ(disk_.writingsOf(file_), before + 1);
+}
+
 TEST_F(SyncerTest, AFileForWhichThereIsNoDescriptorEndsTheRecording) {
   WriterOptions atOnce = options();
   atOnce.pause = 0ms;

@@ -1,12 +1,10 @@
 #include "recording/writer.h"
 
 #include <linux/input.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -63,26 +61,6 @@ constexpr char kEmptyHead[] =
 const std::string kRemoteHead = "# quarlo-input session 2\n# comment\n";
 constexpr char kRecordLine[] = "E: 0.000000 0001 001e 0001\t# type 1 / code 1-30 1\n";
 constexpr Record kRecord = {0us, EV_KEY, KEY_A, 1};
-
-// The largest size that a file can get, as a stand-in for a full disk.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(std::size_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &limit_), 0);
-    const rlimit limit = {static_cast<rlim_t>(size), limit_.rlim_max};
-    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &limit_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  void (*handler_)(int);
-  rlimit limit_ = {};
-};
 
 DeviceDescription device(const std::string& name, const std::map<int, std::set<int>>& codes = {}) {
   DeviceDescription description;
