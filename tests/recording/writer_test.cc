@@ -191,6 +191,14 @@ TEST_F(WriterTest, DescribesEachEventTypeUpToItsLastBit) {
   EXPECT_EQ(text.find(typeName(EV_PWR)), std::string::npos);
 }
 
+TEST_F(WriterTest, DescribesAnAxisOfWhichNothingIsKnown) {
+  DeviceDescription description = device("Stick");
+  description.axes[ABS_Y];
+  writer_.addKeyboard(description).write(kRecord);
+  flush();
+  EXPECT_NE(content("keyboard.evemu").find("\nA: 01 0 0 0 0 0\n"), std::string::npos);
+}
+
 TEST_F(WriterTest, ThatGoesWithoutAnEndLeavesNothingOpen) {
   const auto before = openDescriptors();
   {
