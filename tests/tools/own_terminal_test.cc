@@ -1,0 +1,178 @@
+// What is typed is thrown away: on a terminal of the test's own, from within the program.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <string_view>
+
+#include "tools/common/hidden_typing.h"
+#include "tools/common/stop_request.h"
+
+namespace quarlo::tools {
+namespace {
+
+auto openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+
+// Runs `body` in a process of its own, whose failures are the test's.
+template <typename Body>
+void inAProcess(Body body) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    catchStopRequests();
+    body();
+    std::fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? EXIT_FAILURE : EXIT_SUCCESS);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(pid, &status, 0), pid);
+  EXPECT_EQ(status, 0);
+}
+
+// The terminal of a session that this process starts.
+class PseudoTerminal {
+ public:
+  PseudoTerminal() {
+    EXPECT_NE(setsid(), -1);
+    EXPECT_EQ(grantpt(keyboard_), 0);
+    EXPECT_EQ(unlockpt(keyboard_), 0);
+    fd_ = open(ptsname(keyboard_), O_RDWR | O_CLOEXEC);
+    EXPECT_NE(fd_, -1);
+  }
+
+  // Somebody types: it has arrived when this returns.
+  void type(std::string_view text) const {
+    EXPECT_EQ(write(keyboard_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    pollfd typed = {fd_, POLLIN, 0};
+    EXPECT_EQ(poll(&typed, 1, -1), 1);
+  }
+
+  int typed() const {
+    int count = -1;
+    EXPECT_EQ(ioctl(fd_, FIONREAD, &count), 0);
+    return count;
+  }
+
+  void hangUp() const { close(keyboard_); }
+
+  termios settings() const {
+    termios settings = {};
+    EXPECT_EQ(tcgetattr(fd_, &settings), 0);
+    return settings;
+  }
+
+  void set(const termios& settings) const { EXPECT_EQ(tcsetattr(fd_, TCSANOW, &settings), 0); }
+
+  bool hasEcho() const { return (settings().c_lflag & ECHO) != 0; }
+
+  // From the background.
+  void bringToForeground() const {
+    std::signal(SIGTTOU, SIG_IGN);
+    EXPECT_EQ(tcsetpgrp(fd_, getpgrp()), 0);
+  }
+
+ private:
+  int keyboard_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  int fd_;
+};
+
+TEST(OwnTerminal, GivesNothingOfWhatIsTyped) {
+  inAProcess([] {
+    const PseudoTerminal terminal;
+    HiddenTyping typing;
+    EXPECT_FALSE(terminal.hasEcho());
+    for (const std::string_view text : {"hunter2\n", "x"}) {
+      terminal.type(text);
+      typing.discard();
+      EXPECT_EQ(terminal.typed(), 0);
+    }
+    typing.discard();
+    EXPECT_NE(typing.descriptor(), -1);
+    EXPECT_EQ(typing.limited(-1), -1);
+    EXPECT_EQ(typing.limited(1000), 1000);
+  });
+}
+
+TEST(OwnTerminal, GivesSingleCharactersAtOnce) {
+  inAProcess([] {
+    const PseudoTerminal terminal;
+    termios settings = terminal.settings();
+    settings.c_cc[VMIN] = 2;
+    settings.c_cc[VTIME] = 3;
+    terminal.set(settings);
+    const HiddenTyping typing;
+    EXPECT_EQ(terminal.settings().c_cc[VMIN], 1);
+    EXPECT_EQ(terminal.settings().c_cc[VTIME], 0);
+  });
+}
+
+TEST(OwnTerminal, IsAsItWasAfterwards) {
+  inAProcess([] {
+    const PseudoTerminal terminal;
+    const auto before = openDescriptors();
+    { const HiddenTyping typing; }
+    EXPECT_TRUE(terminal.hasEcho());
+    EXPECT_EQ(openDescriptors(), before);
+  });
+}
+
+TEST(OwnTerminal, IsNotWaitedForWhenItIsGone) {
+  inAProcess([] {
+    std::signal(SIGHUP, SIG_IGN);
+    sigset_t goingOn;  // which comes with SIGHUP, at any time
+    sigemptyset(&goingOn);
+    sigaddset(&goingOn, SIGCONT);
+    sigprocmask(SIG_BLOCK, &goingOn, nullptr);
+    const PseudoTerminal terminal;
+    const auto before = openDescriptors();
+    HiddenTyping typing;
+    terminal.hangUp();
+    typing.discard();
+    EXPECT_EQ(typing.descriptor(), -1);
+    EXPECT_EQ(typing.limited(-1), -1);
+    EXPECT_EQ(openDescriptors(), before - 1);
+    typing.discard();
+  });
+}
+
+TEST(OwnTerminal, IsTakenWhenTheProgramComesToTheForeground) {
+  inAProcess([] {
+    const PseudoTerminal terminal;
+    inAProcess([&terminal] {
+      ASSERT_EQ(setpgid(0, 0), 0);
+      HiddenTyping typing;
+      EXPECT_TRUE(terminal.hasEcho());
+      EXPECT_EQ(typing.descriptor(), -1);
+      for (const int timeoutMs : {-1, 1000, 251, 250}) EXPECT_EQ(typing.limited(timeoutMs), 250);
+      EXPECT_EQ(typing.limited(249), 249);
+      typing.discard();
+      EXPECT_EQ(typing.descriptor(), -1);
+      terminal.bringToForeground();
+      typing.discard();
+      EXPECT_FALSE(terminal.hasEcho());
+      EXPECT_NE(typing.descriptor(), -1);
+      EXPECT_EQ(typing.limited(-1), -1);
+    });
+  });
+}
+
+TEST(OwnTerminal, NeedNotBe) {
+  inAProcess([] {
+    EXPECT_NE(setsid(), -1);
+    HiddenTyping typing;
+    typing.discard();
+    EXPECT_EQ(typing.descriptor(), -1);
+    EXPECT_EQ(typing.limited(-1), -1);
+  });
+}
+
+}  // namespace
+}  // namespace quarlo::tools
