@@ -294,6 +294,27 @@ TEST(MaskedEvent, HidesARemotesCharacterWhateverKeyHasItsNumber) {
   }
 }
 
+TEST(MaskedEvent, ShowsACharacterOnlyIfItCannotBeSeen) {
+  for (const int control : {0, 0x1f, 0x7f, 0x9f}) {
+    const InputEvent event = keyEvent(KeyInput::kLeft, control);
+    EXPECT_EQ(maskedText(Mask::kTyping, event), describe(event));
+  }
+  for (const int character : {0x20, 0x7e, 0xa0, 0xff}) {
+    EXPECT_EQ(maskedText(Mask::kTyping, keyEvent(KeyInput::kLeft, character)), kHiddenKey) << character;
+  }
+}
+
+TEST(MaskedEvent, ShowsWhatTheRemotesNamedButtonsGive) {
+  const InputEvent buttons[] = {
+#define LIRC_BUTTON(name, key, character) keyEvent(KeyInput::key, character),
+#include "input/lirc_buttons.inc"
+#undef LIRC_BUTTON
+  };
+  for (const InputEvent& event : buttons) {
+    for (const Mask mask : kMasks) EXPECT_EQ(maskedText(mask, event), describe(event));
+  }
+}
+
 TEST(MaskedEvent, ShowsWheelsWhichNeverType) {
   InputEvent event = {};
   event.kind = InputLoop::kWheelEvent;

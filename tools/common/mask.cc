@@ -31,16 +31,9 @@ constexpr ShownKey kShownKeys[] = {
 #undef CHANGES_TYPING
 };
 
-// The keys of the remote's named buttons. All of them are shown: none has a character that can be seen.
-constexpr Key kLircKeys[] = {
-#define LIRC_BUTTON(name, key, character) KeyInput::key,
-#include "input/lirc_buttons.inc"
-#undef LIRC_BUTTON
-};
-
 bool isShown(Mask mask, const ShownKey& key) { return mask != Mask::kTypingAndModifiers || !key.changesTyping; }
 
-// The application's keys that the shown keys and buttons give.
+// The application's keys that the shown keys give. The remote's named buttons give no others.
 std::set<Key> findShownKeys(Mask mask) {
   std::set<Key> keys;
   for (const ShownKey& shown : kShownKeys) {
@@ -48,7 +41,6 @@ std::set<Key> findShownKeys(Mask mask) {
     LinuxInputReader::translateKey(shown.code, KeyInput::kNoModifier, /*numLock=*/false, data.key, data.ch);
     if (data.key != KeyInput::kNone && isShown(mask, shown)) keys.insert(data.key);
   }
-  keys.insert(std::begin(kLircKeys), std::end(kLircKeys));
   return keys;
 }
 
