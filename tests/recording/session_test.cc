@@ -342,19 +342,10 @@ TEST_F(SessionFolder, NamesAFileThatCannotBeOpened) {
             (Texts{"mouse.evemu: Too many levels of symbolic links; it is left out"}));
 }
 
-// Who is not root, for as long as it lives.
-class NoRoot {
- public:
-  NoRoot() { EXPECT_TRUE(geteuid() != 0 || seteuid(65534) == 0); }
-  ~NoRoot() { EXPECT_EQ(seteuid(getuid()), 0); }
-  NoRoot(const NoRoot&) = delete;
-  NoRoot& operator=(const NoRoot&) = delete;
-};
-
 TEST_F(SessionFolder, ThatMayNotBeListedIsAnError) {
   const std::string folder = path("closed");
   ASSERT_EQ(mkdir(folder.c_str(), 0311), 0);
-  const NoRoot user;
+  const test::NoRoot user;
   EXPECT_EQ(errorOf([&] { readSession(folder); }), folder + ": Permission denied");
 }
 

@@ -49,6 +49,19 @@ class Folder {
   std::string path_;
 };
 
+// Who is not root, for as long as it lives.
+class NoRoot {
+ public:
+  NoRoot() { EXPECT_TRUE(user_ != 0 || setresuid(kNobody, kNobody, user_) == 0); }
+  ~NoRoot() { EXPECT_EQ(setresuid(user_, user_, user_), 0); }
+  NoRoot(const NoRoot&) = delete;
+  NoRoot& operator=(const NoRoot&) = delete;
+
+ private:
+  static constexpr uid_t kNobody = 65534;
+  const uid_t user_ = geteuid();
+};
+
 // A FIFO that takes the place of an evdev node. Held open for both directions, it neither blocks nor comes to an end.
 class Fifo {
  public:

@@ -52,9 +52,7 @@ NewFile::NewFile(std::string path, const char* what)
   failToWrite(path_, what_, std::strerror(error));
 }
 
-NewFile::~NewFile() {
-  if (!unfinished_.empty()) unlink(unfinished_.c_str());
-}
+NewFile::~NewFile() { unlink(unfinished_.c_str()); }
 
 void NewFile::write(std::string_view bytes) {
   if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) fail();
@@ -62,7 +60,6 @@ void NewFile::write(std::string_view bytes) {
 
 void NewFile::finish() {
   if (std::fflush(file_.get()) != 0 || std::rename(unfinished_.c_str(), path_.c_str()) != 0) fail();
-  unfinished_.clear();
 }
 
 void NewFile::fail() const { failToWrite(path_, what_, std::strerror(errno)); }

@@ -40,7 +40,7 @@ class NewFile {
 
   std::string path_;
   const char* what_;
-  std::string unfinished_;  // its name for now; empty when it has its own
+  const std::string unfinished_;  // its path until then
   std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
 };
 
