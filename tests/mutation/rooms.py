@@ -68,15 +68,16 @@ DEATH = re.compile(r"\wDeathTest\.")
 # Suites that take longer, in seconds, are run test by test, the quickest first.
 LONG = 1
 
-# Keeps what was counted until a sudden end.
+# Keeps what was counted until a sudden end, and goes on counting where a signal was none.
 DUMP = """
 void __gcov_dump(void);
+void __gcov_reset(void);
 void __real__exit(int) __attribute__((noreturn));
 void __real_abort(void) __attribute__((noreturn));
 int __real_raise(int);
 void __wrap__exit(int status) { __gcov_dump(); __real__exit(status); }
 void __wrap_abort(void) { __gcov_dump(); __real_abort(); }
-int __wrap_raise(int signal) { __gcov_dump(); return __real_raise(signal); }
+int __wrap_raise(int signal) { __gcov_dump(); __gcov_reset(); return __real_raise(signal); }
 """
 
 # Tests that are run together: of which program, as a filter of GoogleTest; how long they take; the lines that they
