@@ -60,6 +60,7 @@ TEST_F(NewFileTest, ComesInThePlaceOfTheOldOneWhenItIsFinished) {
   NewFile file(path_, "the picture");
   file.write("new");
   EXPECT_EQ(content(), "old");
+  EXPECT_EQ(access((path_ + "." + std::to_string(getpid())).c_str(), F_OK), 0);
   file.finish();
   EXPECT_EQ(content(), "new");
   EXPECT_EQ(filesInTheFolder(), 1);

@@ -12,10 +12,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <string>
 #include <string_view>
 
 #include "tools/common/hidden_typing.h"
 #include "tools/common/stop_request.h"
+#include "tools/common/terminal_loan.h"
 
 namespace quarlo::tools {
 namespace {
@@ -25,6 +27,7 @@ auto openDescriptors() { return std::distance(std::filesystem::directory_iterato
 // Runs `body` in a process of its own, whose failures are the test's.
 template <typename Body>
 void inAProcess(Body body) {
+  std::fflush(nullptr);  // what is waiting would come twice
   const pid_t pid = fork();
   if (pid == 0) {
     catchStopRequests();
@@ -72,6 +75,8 @@ class PseudoTerminal {
   void set(const termios& settings) const { EXPECT_EQ(tcsetattr(fd_, TCSANOW, &settings), 0); }
 
   bool hasEcho() const { return (settings().c_lflag & ECHO) != 0; }
+
+  void becomeStandardInput() const { EXPECT_EQ(dup2(fd_, STDIN_FILENO), STDIN_FILENO); }
 
   // From the background.
   void bringToForeground() const {
@@ -161,6 +166,40 @@ TEST(OwnTerminal, IsTakenWhenTheProgramComesToTheForeground) {
       EXPECT_NE(typing.descriptor(), -1);
       EXPECT_EQ(typing.limited(-1), -1);
     });
+  });
+}
+
+// Where the acts below say whether what is typed shows.
+int actsFd = -1;
+
+void sayWhetherItShows() {
+  termios settings = {};
+  tcgetattr(STDIN_FILENO, &settings);
+  EXPECT_EQ(write(actsFd, (settings.c_lflag & ECHO) != 0 ? "s" : "h", 1), 1);
+}
+
+TEST(OwnTerminal, IsGivenBackBetweenTheLastActsOfAProgramThatASignalEnds) {
+  inAProcess([] {
+    const PseudoTerminal terminal;
+    terminal.becomeStandardInput();
+    int acts[2];
+    ASSERT_EQ(pipe2(acts, O_CLOEXEC), 0);
+    actsFd = acts[1];
+    const pid_t pid = fork();
+    if (pid == 0) {
+      TerminalLoan loan(STDIN_FILENO);
+      loan.take([](termios& settings) { settings.c_lflag &= ~static_cast<tcflag_t>(ECHO); },
+                {sayWhetherItShows, sayWhetherItShows});
+      raise(SIGUSR1);
+      _exit(EXIT_SUCCESS);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGUSR1) << status;
+    std::string said(2, '\0');
+    EXPECT_EQ(read(acts[0], said.data(), said.size()), 2);
+    EXPECT_EQ(said, "hs");
+    EXPECT_TRUE(terminal.hasEcho());
   });
 }
 
