@@ -78,10 +78,10 @@ class PseudoTerminal {
 
   void becomeStandardInput() const { EXPECT_EQ(dup2(fd_, STDIN_FILENO), STDIN_FILENO); }
 
-  // From the background.
-  void bringToForeground() const {
+  // Also from the background.
+  void bringToForeground(pid_t group) const {
     std::signal(SIGTTOU, SIG_IGN);
-    EXPECT_EQ(tcsetpgrp(fd_, getpgrp()), 0);
+    EXPECT_EQ(tcsetpgrp(fd_, group), 0);
   }
 
  private:
@@ -160,12 +160,44 @@ TEST(OwnTerminal, IsTakenWhenTheProgramComesToTheForeground) {
       EXPECT_EQ(typing.limited(249), 249);
       typing.discard();
       EXPECT_EQ(typing.descriptor(), -1);
-      terminal.bringToForeground();
+      terminal.bringToForeground(getpgrp());
       typing.discard();
       EXPECT_FALSE(terminal.hasEcho());
       EXPECT_NE(typing.descriptor(), -1);
       EXPECT_EQ(typing.limited(-1), -1);
     });
+  });
+}
+
+TEST(OwnTerminal, IsTakenWhenTheProgramGoesOnInTheForeground) {
+  inAProcess([] {
+    const PseudoTerminal terminal;
+    const pid_t shell = getpgrp();
+    inAProcess([&terminal, shell] {
+      ASSERT_EQ(setpgid(0, 0), 0);
+      const HiddenTyping typing;
+      raise(SIGCONT);
+      EXPECT_TRUE(terminal.hasEcho());
+      terminal.bringToForeground(getpgrp());
+      raise(SIGCONT);
+      EXPECT_FALSE(terminal.hasEcho());
+      terminal.bringToForeground(shell);
+      raise(SIGCONT);
+      EXPECT_EQ(typing.descriptor(), -1);
+    });
+  });
+}
+
+TEST(OwnTerminal, StaysTakenWhateverSignalMeansNothing) {
+  inAProcess([] {
+    const PseudoTerminal terminal;
+    terminal.becomeStandardInput();
+    TerminalLoan loan(STDIN_FILENO);
+    loan.take([](termios& settings) { settings.c_lflag &= ~static_cast<tcflag_t>(ECHO); });
+    for (const int signal : {SIGCHLD, SIGCONT, SIGURG, SIGWINCH}) {
+      raise(signal);
+      EXPECT_TRUE(loan.isTaken() && !terminal.hasEcho()) << signal;
+    }
   });
 }
 
