@@ -14,6 +14,8 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "tools/common/hidden_typing.h"
 #include "tools/common/stop_request.h"
@@ -198,6 +200,39 @@ TEST(OwnTerminal, StaysTakenWhateverSignalMeansNothing) {
       raise(signal);
       EXPECT_TRUE(loan.isTaken() && !terminal.hasEcho()) << signal;
     }
+  });
+}
+
+// What each signal does, and where handlers have their stack.
+auto reactions() {
+  std::vector<void (*)(int)> handlers;
+  for (int signal = 1; signal < NSIG; ++signal) {
+    struct sigaction action = {};
+    sigaction(signal, nullptr, &action);
+    handlers.push_back(action.sa_handler);
+  }
+  stack_t stack = {};
+  EXPECT_EQ(sigaltstack(nullptr, &stack), 0);
+  return std::pair(handlers, stack.ss_sp);
+}
+
+TEST(OwnTerminal, LeavesSignalsAsTheyWere) {
+  inAProcess([] {
+    const PseudoTerminal terminal;
+    terminal.becomeStandardInput();
+    std::signal(SIGUSR1, SIG_IGN);
+    std::signal(SIGTSTP, SIG_IGN);
+    const auto before = reactions();
+    { const TerminalLoan notTaken(STDIN_FILENO); }
+    EXPECT_EQ(reactions(), before);
+    {
+      const HiddenTyping typing;
+      EXPECT_NE(reactions().first, before.first);
+      EXPECT_NE(reactions().second, before.second);
+      for (const int ignored : {SIGUSR1, SIGTSTP})
+        EXPECT_EQ(reactions().first[static_cast<std::size_t>(ignored) - 1], SIG_IGN);
+    }
+    EXPECT_EQ(reactions(), before);
   });
 }
 
