@@ -148,7 +148,7 @@ class HeldKeysTest : public testing::Test {
     for (const recording::Record& record : records) {
       EXPECT_EQ(record.time, 7s);
       if (record.type == EV_KEY) {
-        text += std::to_string(record.code) + (record.value != 0 ? "+ " : "- ");
+        text += std::to_string(record.code) + (record.value == 1 ? "+ " : record.value == 0 ? "- " : "? ");
       } else {
         EXPECT_EQ(record.type, EV_SYN);
         text += std::to_string(record.code);
@@ -174,6 +174,24 @@ TEST_F(HeldKeysTest, AreMendedAfterALossFirstWhatHasComeUp) {
   EXPECT_EQ(text(held_.mend(fd_, 7s)), "42- 30+ 0");
   EXPECT_EQ(text(held_.mend(fd_, 7s)), "");
   EXPECT_EQ(text(held_.release(7s)), "29- 30- 0");
+  EXPECT_EQ(text(held_.release(7s)), "");
+}
+
+TEST_F(HeldKeysTest, AreNotAskedForAgainAfterThat) {
+  lose();
+  follow();
+  held_.mend(fd_, 7s);
+  const int asked = machine_.count(sim::Call::kIoctl);
+  held_.mend(fd_, 7s);
+  EXPECT_EQ(machine_.count(sim::Call::kIoctl), asked);
+}
+
+TEST_F(HeldKeysTest, AreNotWhatElseANodeSends) {
+  input_event motion = {};
+  motion.type = EV_REL;
+  motion.code = REL_X;
+  motion.value = 5;
+  held_.follow(motion);
   EXPECT_EQ(text(held_.release(7s)), "");
 }
 

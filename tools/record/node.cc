@@ -31,7 +31,7 @@ std::set<int> setBits(const Bits& bits) {
 // The bits that one of the requests for bits gives; none if it fails.
 std::set<int> askForBits(int fd, unsigned long request) {
   Bits bits = {};
-  if (ioctl(fd, request, bits) == -1) return {};
+  ioctl(fd, request, bits);
   return setBits(bits);
 }
 
@@ -84,7 +84,8 @@ std::vector<Record> HeldKeys::changeTo(const Keys& down, recording::microseconds
 DeviceDescription describeNode(int fd) {
   DeviceDescription device;
   char name[256] = {};
-  if (ioctl(fd, EVIOCGNAME(sizeof name - 1), name) != -1) device.name = name;
+  ioctl(fd, EVIOCGNAME(sizeof name - 1), name);
+  device.name = name;
   input_id id = {};
   ioctl(fd, EVIOCGID, &id);
   device.bus = id.bustype;
@@ -93,11 +94,10 @@ DeviceDescription describeNode(int fd) {
   device.version = id.version;
   device.properties = askForBits(fd, EVIOCGPROP(sizeof(Bits)));
   for (const int type : askForBits(fd, EVIOCGBIT(0, sizeof(Bits)))) {
-    if (type != EV_SYN) device.codes[type] = codesOf(fd, type);
-  }
-  const auto axes = device.codes.find(EV_ABS);
-  if (axes != device.codes.end()) {
-    for (const int code : axes->second) device.axes[code] = axisOf(fd, code);
+    if (type == EV_SYN) continue;
+    device.codes[type] = codesOf(fd, type);
+    if (type != EV_ABS) continue;
+    for (const int code : device.codes[type]) device.axes[code] = axisOf(fd, code);
   }
   device.ledsOn = askForBits(fd, EVIOCGLED(sizeof(Bits)));
   device.switchesOn = askForBits(fd, EVIOCGSW(sizeof(Bits)));
