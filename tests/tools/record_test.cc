@@ -332,6 +332,16 @@ TEST_F(RecordTest, KeepsTheWholeLinesWhenTheDiskIsFull) {
   EXPECT_EQ(linesOf(result.out).back(), "  remote.lirc     2 lines");
 }
 
+TEST_F(RecordTest, SaysOnlyWhyNothingIsKept) {
+  Program program(remote(), Output::kPipe, {"prlimit", "--fsize=10"});
+  daemon_.send(kVolume);
+  const Result result = program.finish();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err,
+            "quarlo-input: " + session_ +
+                "/remote.lirc: File too large: the recording ends here, and nothing of this file is kept\n");
+}
+
 TEST_F(RecordTest, EndsAfterItsDurationAndMakesNoSessionOfNothing) {
   const Result result = run(remote({"--duration", "0.1"}));
   EXPECT_EQ(result.status, 1);

@@ -382,6 +382,15 @@ TEST_F(RecordingTest, HasAFileForAFurtherNode) {
   EXPECT_NE(out_.find("  node 2    /dev/input/event5  Simulated Keyboard\n"), std::string::npos) << out_;
 }
 
+TEST_F(RecordingTest, SaysOfWhichFurtherNodeNothingCame) {
+  machine_.addNode(kThird, keyboard());
+  options_.further = {"/dev/input/event9", kThird};
+  machine_.after(100ms, [&] { keyboard_.press(KEY_UP); });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_NE(out_.find("  node 2: nothing came, so there is no file\n"), std::string::npos) << out_;
+  EXPECT_EQ(out_.find("  node 1: "), std::string::npos) << out_;
+}
+
 TEST_F(RecordingTest, RefusesANodeThatIsASourceAlready) {
   machine_.addLink("/dev/input/by-id/mouse", kMouse);
   options_.further = {"/dev/input/by-id/mouse"};
