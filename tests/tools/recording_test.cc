@@ -289,7 +289,8 @@ TEST_F(RecordingTest, TheDaemonsLinesHaveTheTimeAtWhichTheyCame) {
   sim::LircDaemon& daemon = machine_.addLircDaemon("/dev/lircd");
   options_.lirc = "/dev/lircd";
   machine_.after(300ms, [&] { daemon.sendText("1 00 KEY_OK tv\n1 01 KEY_"); });
-  machine_.after(400ms, [&] { daemon.sendText("OK tv\n1 02 KEY_OK tv"); });
+  machine_.after(350ms, [&] { daemon.sendText("O"); });
+  machine_.after(400ms, [&] { daemon.sendText("K tv\n1 02 KEY_OK tv"); });
   EXPECT_EQ(record(), kDone);
   std::ifstream file(folder_.path("session/remote.lirc"));
   Lines lines;
@@ -339,9 +340,27 @@ TEST_F(RecordingTest, LeavesOutAReportOfWhichNothingMayBeTold) {
     keyboard_.report(EV_KEY, KEY_5, 0);
     keyboard_.report(EV_SYN, SYN_REPORT, 0);
   });
+  machine_.after(400ms, [&] {
+    keyboard_.report(EV_LED, LED_CAPSL, 0);
+    keyboard_.report(EV_SYN, SYN_REPORT, 0);
+  });
   EXPECT_EQ(record(), kDone);
   EXPECT_EQ(recordsOf("keyboard.evemu"), (Lines{"0.200000 0001 001e 0001", "0.200000 0000 0000 0000",
                                                 "0.300000 0001 001e 0000", "0.300000 0000 0000 0000"}));
+}
+
+TEST_F(RecordingTest, KeepsWhatComesBehindWhatMayNotBeTold) {
+  sim::Device withTrackball = keyboard();
+  withTrackball.codes[EV_REL] = {REL_X};
+  sim::Node& third = machine_.addNode(kThird, withTrackball);
+  options_.further = {kThird};
+  machine_.after(100ms, [&] {
+    third.report(EV_LED, LED_CAPSL, 1);
+    third.report(EV_REL, REL_X, 5);  // it has the number of SYN_REPORT
+    third.report(EV_SYN, SYN_REPORT, 0);
+  });
+  EXPECT_EQ(record(), kDone);
+  EXPECT_EQ(recordsOf("node-1.evemu"), (Lines{"0.100000 0002 0000 0005", "0.100000 0000 0000 0000"}));
 }
 
 // ---- Where sources are found ---------------------------------------------------------------------
