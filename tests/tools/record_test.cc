@@ -332,6 +332,15 @@ TEST_F(RecordTest, KeepsTheWholeLinesWhenTheDiskIsFull) {
   EXPECT_EQ(linesOf(result.out).back(), "  remote.lirc     2 lines");
 }
 
+TEST_F(RecordTest, IsForThoseForWhomNewFilesAre) {
+  const mode_t before = umask(027);
+  record(kVolume);
+  umask(before);
+  struct stat status = {};
+  EXPECT_EQ(stat((session_ + "/remote.lirc").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0640U);
+}
+
 TEST_F(RecordTest, SaysOnlyWhyNothingIsKept) {
   Program program(remote(), Output::kPipe, {"prlimit", "--fsize=10"});
   daemon_.send(kVolume);

@@ -483,6 +483,16 @@ TEST(TunePicture, ThatCouldNotBeDrawnLeavesTheOldOneAndSaysWhy) {
   EXPECT_EQ(filesIn(folder).size(), 1U);
 }
 
+TEST(TunePicture, IsNotDrawnByAProgramThatCannotBeStarted) {
+  const Folder folder;
+  const Folder programs;
+  const std::string path = folder.path("a.svg");
+  const Arguments launcher = withGnuplot(programs, "");
+  std::filesystem::permissions(programs.path("gnuplot"), std::filesystem::perms::owner_read);
+  EXPECT_EQ(failure(with({"--plot", path}, kSmallGrid), launcher),
+            "quarlo-input: " + path + ": gnuplot could not be started: Permission denied\n");
+}
+
 TEST(TunePicture, IsDrawnWithoutSettingsOfTheUser) {
   const Folder folder;
   const Folder programs;
