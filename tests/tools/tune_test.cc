@@ -464,6 +464,18 @@ TEST(TunePicture, OfARemoteThatTheKernelDecodesSpeaksOfItsDelayAndPeriod) {
   EXPECT_TRUE(isXml(path));
 }
 
+// What gnuplot gets: a change of the picture is a change of these files.
+TEST(TunePicture, IsDrawnByTheScriptOfItsGoldenFile) {
+  const Folder folder;
+  const Folder programs;
+  const Arguments launcher = withGnuplot(programs, "#!/bin/sh\nexec /bin/cat\n");
+  const std::string path = folder.path("a.svg");
+  tuned(with({"--plot", path}, kSmallPolledGrid), launcher);
+  EXPECT_EQ(contentOf(path), contentOf(QUARLO_GOLDEN "/tune-poll.gp"));
+  tuned({"--kernel", "250,33", "--plot", path}, launcher);
+  EXPECT_EQ(contentOf(path), contentOf(QUARLO_GOLDEN "/tune-kernel.gp"));
+}
+
 TEST(TunePicture, WithoutGnuplotIsAnErrorThatNamesThePackage) {
   const Folder folder;
   EXPECT_EQ(failure(with({"--plot", folder.path("a.svg")}, kSmallGrid), {"env", "PATH=" + folder.path()}),
