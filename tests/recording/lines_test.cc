@@ -99,6 +99,14 @@ TEST(Lines, AreNotReadUnderAMarkOfAnotherVersion) {
             expected("# quarlo-input session ") + "; no newline ends this line, the last: it may have been cut off");
 }
 
+TEST(Lines, EndWithAnErrorAtANulByte) {
+  for (const std::string before : {"", "a\n"}) {
+    const std::string line = before.empty() ? "1" : "2";
+    EXPECT_EQ(errorOf([&] { TestFile(before + std::string("\0\n", 2)).texts(); }),
+              "file:" + line + ": a NUL byte: this is not a text file");
+  }
+}
+
 TEST(Lines, OfAFileThatCannotBeReadEndWithAnError) {
   const TestFile file("a\nb\n", EIO);
   EXPECT_EQ(errorOf([&] { file.texts(); }), "file: Input/output error");
