@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 
 namespace quarlo::test {
@@ -48,6 +49,13 @@ class Folder {
  private:
   std::string path_;
 };
+
+// What is in a file; empty if there is none.
+inline std::string contentOf(const std::string& path) {
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();
+  return content.str();
+}
 
 // Who is not root, for as long as it lives.
 class NoRoot {

@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "tests/support/files.h"
@@ -14,13 +12,8 @@
 namespace quarlo::tools {
 namespace {
 
+using test::contentOf;
 using test::Folder;
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path).rdbuf();
-  return content.str();
-}
 
 constexpr HtmlPage kPage = {"<head>", "<tail>"};
 

@@ -12,6 +12,7 @@
 
 namespace quarlo::tools {
 
+using test::contentOf;
 using test::Fifo;
 using test::Folder;
 

@@ -4,9 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "tests/tools/program.h"
 
@@ -27,12 +25,6 @@ constexpr char kMouseCapabilities[] =
     "B: 01 00 00 00 00 00 00 00 00\n"
     "B: 01 00 00 01\n"
     "B: 02 03\n";
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path).rdbuf();
-  return content.str();
-}
 
 std::string sample(const std::string& name) { return std::string(QUARLO_SESSIONS) + "/" + name; }
 

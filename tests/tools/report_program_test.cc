@@ -5,9 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,12 +15,6 @@
 
 namespace quarlo::tools {
 namespace {
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
-  return content.str();
-}
 
 std::string sample(const std::string& name) { return std::string(QUARLO_SESSIONS) + "/" + name; }
 

@@ -6,9 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -19,12 +17,6 @@ namespace quarlo::tools {
 namespace {
 
 std::string sample(const std::string& name) { return std::string(QUARLO_SESSIONS) + "/" + name; }
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path).rdbuf();
-  return content.str();
-}
 
 // The whole output of a study that goes well, without messages.
 std::string tuned(Arguments arguments, const Arguments& launcher = {}) {
