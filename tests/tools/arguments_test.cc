@@ -331,6 +331,17 @@ TEST(Help, NamesTheCommands) {
   }
 }
 
+// Its words are read by people and by scripts: a change of them is a change of these files.
+TEST(Help, IsThatOfItsGoldenFile) {
+  const std::string folder = QUARLO_GOLDEN;
+  EXPECT_EQ(run({"--help"}).out, contentOf(folder + "/help.txt"));
+  for (const std::string& command : kCommands) {
+    const std::string help = run({command, "--help"}).out;
+    if (command == "monitor" && help.find("--tui") == std::string::npos) continue;  // built without the screen
+    EXPECT_EQ(help, contentOf(folder + "/help-" + command + ".txt"));
+  }
+}
+
 TEST(Help, FitsATerminal) {
   constexpr std::size_t kColumns = 80;
   Arguments commands = kCommands;
