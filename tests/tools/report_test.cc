@@ -17,6 +17,7 @@
 #include "sim/machine.h"
 #include "tests/lives/life.h"
 #include "tests/lives/life_session.h"
+#include "tests/support/files.h"
 #include "tools/report/findings.h"
 #include "tools/report/happened.h"
 #include "tools/report/page_data.h"
@@ -452,10 +453,22 @@ void checkDocument(const std::string& id, const std::string& severity) {
   EXPECT_NE(document.str().find(row), std::string::npos) << row;
 }
 
+// Its words are known: a change of them is a change of the golden file.
+void checkWords(const Json& finding) {
+  static const std::string known = "\n" + test::contentOf(QUARLO_GOLDEN "/findings.txt");
+  std::string words = "\n";
+  for (const char* const part : {"id", "what", "remedy"}) words += finding[part].get<std::string>() + ". ";
+  words.back() = '\n';
+  EXPECT_NE(known.find(words), std::string::npos) << words;
+}
+
 Texts findingsOf(const Session& session) {
   Texts texts;
   const Json data = pageOf(session).data;
-  for (const Json& finding : data["findings"]) checkDocument(finding["id"], finding["severity"]);
+  for (const Json& finding : data["findings"]) {
+    checkDocument(finding["id"], finding["severity"]);
+    checkWords(finding);
+  }
   for (const Json& finding : data["findings"]) {
     std::string text = finding["id"].get<std::string>() + " (" + finding["where"].get<std::string>() + ")";
     if (finding.contains("from")) {
