@@ -51,6 +51,16 @@ TEST(Report, WritesOnePageThatAsksForNothing) {
   EXPECT_EQ(data["sources"][2]["file"], "remote.lirc");
 }
 
+TEST(Report, OfASampleHasTheDataOfItsGoldenFile) {
+  const Folder folder;
+  for (const std::string session : {"desk", "sofa"}) {
+    ASSERT_EQ(run({"report", sample(session), "-o", folder.path("page.html")}).status, 0);
+    nlohmann::json data = dataOf(contentOf(folder.path("page.html")));
+    data.erase("version");
+    EXPECT_EQ(data, nlohmann::json::parse(contentOf(QUARLO_GOLDEN "/report-" + session + ".json")));
+  }
+}
+
 TEST(Report, OfASessionThatShowsWhatWasTypedIsForItsOwnerAlone) {
   const Folder folder;
   ASSERT_EQ(run({"report", sample("sofa"), "-o", folder.path("shown.html")}).status, 0);
