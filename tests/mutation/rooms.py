@@ -379,7 +379,8 @@ class Map:
             if units:
                 return units, lines is change or not change & known
         users = {self._build.source_of(name) for name in self._build.users_of(mutant)}
-        return [n for n, reached in enumerate(self._reached) if users & reached.keys()], True  # a constant of a header
+        units = [n for n, reached in enumerate(self._reached) if users & reached.keys()]  # a constant of a header
+        return units or list(range(len(self.units))), True  # or one of sources that are not measured
 
 
 class Measurement:
