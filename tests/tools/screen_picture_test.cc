@@ -67,10 +67,10 @@ TEST_F(ScreenPictureTest, IsOneScreenOf80x24) {
   reader_.lircKeyTime.tv_sec = 1;
   reader_.lircTimeout = 300;
   model_.addEvent(1500ms, buttonDown(MouseData::kLeft, 100, 100, 2), {InputLoop::kMouse, std::nullopt, ""});
-  look(61s);
-  look(61300ms);
+  look(62s);
+  look(62300ms);
   EXPECT_EQ(text(80, 24), R"(
- quarlo-input monitor                                             1 event  1:01
+ quarlo-input monitor                                             1 event  1:02
 
  mouse      open      /dev/input/event3  USB Mouse
  keyboard   not open  none fits among /dev/input/event0
