@@ -6,8 +6,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <filesystem>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -68,7 +66,7 @@ std::string errorOf(Action action) {
   }
 }
 
-inline auto openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+using test::openDescriptors;
 
 // The largest size that a file can get, as a stand-in for a full disk.
 class FileSizeLimit {

@@ -10,8 +10,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <initializer_list>
+#include <iterator>
 #include <sstream>
 #include <string>
 
@@ -56,6 +58,9 @@ inline std::string contentOf(const std::string& path) {
   content << std::ifstream(path, std::ios::binary).rdbuf();
   return content.str();
 }
+
+// How many descriptors this process has, with the one that counts them.
+inline auto openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
 
 // Who is not root, for as long as it lives.
 class NoRoot {

@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "tests/support/files.h"
@@ -44,11 +42,7 @@ class NewFileTest : public testing::Test {
     return status;
   }
 
-  std::string content() const {
-    std::ostringstream text;
-    text << std::ifstream(path_).rdbuf();
-    return text.str();
-  }
+  std::string content() const { return test::contentOf(path_); }
 
   auto filesInTheFolder() const { return std::distance(std::filesystem::directory_iterator(folder_.path()), {}); }
 

@@ -11,13 +11,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "tests/support/files.h"
 #include "tools/common/hidden_typing.h"
 #include "tools/common/stop_request.h"
 #include "tools/common/terminal_loan.h"
@@ -25,7 +24,7 @@
 namespace quarlo::tools {
 namespace {
 
-auto openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+using test::openDescriptors;
 
 // Runs `body` in a process of its own, whose failures are the test's.
 template <typename Body>
