@@ -238,6 +238,12 @@ class BinariesTest(unittest.TestCase):
         self.assertNotRegex(headers, r"\bINTERP\b|\(NEEDED\)|\.symtab|\.debug_")
         expect_guarded_memory(self, headers, target.stack)
 
+    def test_its_size_is_said(self):
+        page = (ROOT / "docs" / "installing.md").read_text(encoding="utf-8")
+        said = re.search(rf"^\| `{self.target}` \|[^|]*\| ([0-9.]+) \|", page, re.MULTILINE)
+        megabytes = (self.dist / "bin" / "quarlo-input").stat().st_size / 1e6
+        self.assertAlmostEqual(float(said[1]), megabytes, delta=0.03, msg="docs/installing.md says another size")
+
     def test_the_libraries_are_hardened_and_have_64_bit_time(self):
         symbols = run("nm", self.dist / "lib" / "libquarlo_input.a")
         self.assertRegex(symbols, r" U __stack_chk_fail(_local)?\n")
