@@ -155,6 +155,7 @@ TEST_F(InputLircTest, ANodeThatComesBackIsNotOpenedAgainBeforeTheDaemonIsRestart
   witness->expectWhatTheRulesSay();
   EXPECT_GT(witness->given().size(), 4U);
   remote.reset();
+  witness->watch(500ms);  // the daemon still sends what it had read
   witness->forget();
   remote.emplace(keyboard());
   remote->tap(KEY_UP);
