@@ -1,13 +1,18 @@
 # A new Debian 12 to try things in: a root of its own that debootstrap has made. Sourced, with bash, after lib.sh. Needs
 # root, debootstrap, and what apt-get of this machine downloads from. The roots are below build/bare.
 
-mounted=
+[ "$(id -u)" = 0 ] || fail "script/${0##*/} makes a root of a new Debian, which only root can"
+
+# Nobody else sees what is mounted here, so that nobody who removes a root removes what is mounted in it; it goes with the
+# last process of the script, however that ends.
+[ -n "${HAS_OWN_MOUNTS-}" ] || HAS_OWN_MOUNTS=1 exec unshare --mount "$PWD/script/${0##*/}" "$@"
+
+mounted=()
 unmount() {
   local folder
-  for folder in $mounted; do umount -l "$folder"; done
-  mounted=
+  for folder in "${mounted[@]}"; do umount -l "$folder"; done
+  mounted=()
 }
-trap unmount EXIT
 
 new_debian=build/bare/new
 
@@ -47,7 +52,7 @@ mount_in() {
   local folder
   for folder in proc dev dev/pts; do
     mount --bind "/$folder" "$1/$folder"
-    mounted="$PWD/$1/$folder $mounted"
+    mounted=("$PWD/$1/$folder" "${mounted[@]}")
   done
 }
 
