@@ -1,6 +1,6 @@
 """What script/bench has measured: build/bench/figures.json, from which bench/page.py makes docs/performance.md.
 
-machine    date, processor, cores, kernel: where and when
+machine    date, commit (-dirty: not all was committed), processor, cores, kernel: what, where and when
 rounds     host_rounds, guest_rounds: how often is measured; ns_per_instruction: of the guest's clock
 versions   of the peers' libraries that were there, and of the compiler, by name
 time       by workload and contestant: ns per record with FIFOs on that machine, the median of the rounds; ratio to bare

@@ -65,10 +65,17 @@ def contestants():
 # ---- This machine --------------------------------------------------------------------------------
 
 
+def measured_commit():
+    """With a mark if it is not all that is measured. The pages that are written do not count."""
+    return run("git", "rev-parse", "--short=12", "HEAD").strip() + (
+        "-dirty" if run("git", "status", "--porcelain", "--", ":!docs") else "")
+
+
 def measure_machine():
     processor = re.search(r"^model name.*: (.*)", pathlib.Path("/proc/cpuinfo").read_text(), re.MULTILINE)
     return {
         "date": datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d"),
+        "commit": measured_commit(),
         "processor": processor[1] if processor else os.uname().machine,
         "cores": os.cpu_count(),
         "kernel": os.uname().release,
