@@ -25,7 +25,8 @@ NEW = WORK / "new"
 TARGETS = ("armhf", "arm64", "mipsel", "i386", "amd64")
 NAME = sbom.PROJECT
 
-# A page that a script writes, that script, and what it is about: when that changes, the page is stale.
+# A page that a script writes and that says of which commit, that script, and what it is about: when that changes, the
+# page is stale.
 WRITTEN_PAGES = (("docs/performance.md", "script/bench", ("bench", "input", "logging", "msg", "recording", "tools")),)
 
 # How a text names a version, or the beginning of one.
@@ -113,11 +114,14 @@ def check_documents(version, tag):
             if version != named and not version.startswith(f"{named}."):
                 raise Refused(f"{name} is stale: it names {named}, this is {version}: {found[0]}")
     for page, script, subjects in WRITTEN_PAGES:
-        written = git("log", "-1", "--format=%H", tag, "--", page, folder=CLONE)
-        since = git("rev-list", "--count", f"{written}..{tag}", "--", *subjects, folder=CLONE)
-        if since != "0":
-            raise Refused(f"{page} is stale: it is about {', '.join(subjects)}, which {since} later commits changed: "
-                          f"run {script}, and commit what it writes")
+        remedy = f"run {script}, and commit what it writes"
+        written = re.search(r"of commit ([0-9a-f]+)(?![-\w])", read(page))
+        if not written:
+            raise Refused(f"{page} does not say of which commit it is: {remedy}")
+        changed = git("diff", "--name-only", written[1], tag, "--", *subjects, folder=CLONE).splitlines()
+        if changed:
+            raise Refused(f"{page} is stale: it is of commit {written[1]}, and since then has changed, of "
+                          f"{len(changed)} files in all, {changed[0]}: {remedy}")
 
 
 def run(*command, quietly=False):

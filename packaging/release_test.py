@@ -36,7 +36,6 @@ dpkg-deb --root-owner-group --build root packages/quarlo-input_1.2.3-1_all.deb >
     "packaging/buildroot/package/quarlo-input/quarlo-input.mk": "QUARLO_INPUT_VERSION = 1.2.3\n",
     "packaging/meta-quarlo-input/recipes-support/quarlo-input/quarlo-input_1.2.3.bb": "",
     "README.md": "find_package(quarlo-input 1.2 REQUIRED)\n",
-    "docs/performance.md": "Fast.\n",
     "input/reader.cc": "int a;\n",
     "script/test": "#!/bin/sh\n[ \"$*\" = --release ] && echo '3 passed, 0 failed, 0 skipped'\n",
     "script/build": """#!/bin/sh
@@ -60,6 +59,7 @@ class Project:
         shutil.copy(HERE.parent / "script/release", self.root / "script")
         self.run("git", "init", "--quiet")
         self.commit()
+        self.measure()
         if tag:
             self.run("git", "tag", "-a", tag, "-m", tag)
 
@@ -72,6 +72,11 @@ class Project:
     def commit(self):
         self.run("git", "add", "--all")
         self.run("git", "commit", "--quiet", "--message", "A change")
+
+    def measure(self, mark=""):
+        commit = self.run("git", "rev-parse", "--short=12", "HEAD").stdout.strip()
+        self.write("docs/performance.md", f"Written by script/bench, of commit {commit}{mark}, fast.\n")
+        self.commit()
 
     def run(self, *command, **more):
         # Without a person's settings of git.
@@ -223,13 +228,28 @@ class RefusedTest(ReleaseTest):
                 project = self.project({"docs/installing.md": text}, name=f"project-{named}")
                 self.assertIn(f"docs/installing.md is stale: it names {named}, this is 1.2.3", self.refusal(project))
 
-    def test_a_page_that_is_older_than_what_it_is_about(self):
+    def tagged_after(self, change):
         project = self.project(tag=None)
-        project.write("input/reader.cc", "int b;\n")
+        change(project)
         project.commit()
         project.run("git", "tag", "-a", "v1.2.3", "-m", "v1.2.3")
-        self.assertEqual(self.refusal(project), "docs/performance.md is stale: it is about bench, input, logging, msg, "
-                         "recording, tools, which 1 later commits changed: run script/bench, and commit what it writes")
+        return project
+
+    def test_a_page_that_is_older_than_what_it_is_about(self):
+        def change(project):
+            project.write("input/reader.cc", "int b;\n")
+            project.commit()
+            page = project.root / "docs/performance.md"
+            page.write_text(page.read_text(encoding="utf-8") + "A word more.\n", encoding="utf-8")
+
+        self.assertRegex(self.refusal(self.tagged_after(change)), "^docs/performance.md is stale: it is of commit "
+                         "[0-9a-f]{12}, and since then has changed, of 1 files in all, input/reader.cc: run "
+                         "script/bench, and commit what it writes$")
+
+    def test_a_page_of_what_was_not_committed(self):
+        project = self.tagged_after(lambda project: project.measure("-dirty"))
+        self.assertEqual(self.refusal(project), "docs/performance.md does not say of which commit it is: run "
+                         "script/bench, and commit what it writes")
 
     def test_tests_that_fail(self):
         project = self.project({"script/test": "#!/bin/sh\necho '2 passed, 1 failed, 0 skipped'\nexit 1\n"})
