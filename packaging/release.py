@@ -31,7 +31,8 @@ WRITTEN_PAGES = (("docs/performance.md", "script/bench", ("bench", "input", "log
 
 # How a text names a version, or the beginning of one.
 NUMBER = r"(\d+\.\d+\.\d+)"
-VERSION_IN_TEXT = re.compile(rf'find_package\({NAME} ([0-9.]+)|{NAME}[ _-]v?{NUMBER}|"version":"{NUMBER}"')
+VERSION_IN_TEXT = re.compile(rf'find_package\({NAME} ([0-9.]+)|{NAME}[ _-]v?{NUMBER}|"version":"{NUMBER}"|'
+                             rf'GIT_TAG v?{NUMBER}|revision = v?{NUMBER}')
 
 
 class Refused(Exception):

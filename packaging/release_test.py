@@ -223,7 +223,8 @@ class RefusedTest(ReleaseTest):
 
     def test_a_document_of_another_version(self):
         for text, named in (("find_package(quarlo-input 1.1 REQUIRED)", "1.1"), ('{"version":"1.2.2"}', "1.2.2"),
-                            ("quarlo-input-1.2.4.tar.gz", "1.2.4"), ("quarlo-input 1.2.30", "1.2.30")):
+                            ("quarlo-input-1.2.4.tar.gz", "1.2.4"), ("quarlo-input 1.2.30", "1.2.30"),
+                            ("GIT_TAG v1.0.0)", "1.0.0"), ("revision = v1.1.0", "1.1.0")):
             with self.subTest(text):
                 project = self.project({"docs/installing.md": text}, name=f"project-{named}")
                 self.assertIn(f"docs/installing.md is stale: it names {named}, this is 1.2.3", self.refusal(project))
