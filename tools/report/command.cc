@@ -66,6 +66,7 @@ void addOptions(CommandLine& line, ReportOptions& options) {
                "With --live: show modifiers and editing keys, but not what is typed");
   line.addCheck([&options] { checkWhatIsShown(options); });
   line.setHintForArguments("a page is of one session");
+  line.addVariable("TMPDIR", "With --live: where the recording is kept meanwhile; default: /tmp");
   addSessionFiles(line);
   line.setHelp(kHelp);
 }

@@ -33,13 +33,13 @@ repeats its keys, by the delay and the period of its node. A session without a
 remote's lines is studied so, and any with --kernel, --repeat-delay or
 --repeat-period.
 
+Of a session that is damaged, all is studied that is whole; warnings say what is
+missing.
+
 Examples: a remote of which a tap sends three lines; and one that the kernel
 decodes, whose node repeats as the kernel sets it for remotes
   quarlo-input tune --period 108 --hold 2000 --tap 3
   quarlo-input tune --kernel %REMOTES%
-
-Of a session that is damaged, all is studied that is whole; warnings say what is
-missing.
 
 Exit status: 0 when done; 1 if the session is damaged or cannot be studied, or
 the picture cannot be made; 2 for wrong arguments.
