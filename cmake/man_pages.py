@@ -111,7 +111,9 @@ class Page:
             if relation:
                 first = f"{first[:relation.start()]}  {first[relation.end():]}"
                 more.append(f"({relation[1].lower()}{relation[2]})")
-            name, *description = re.split("  +", first.strip(), maxsplit=1)
+            name, *description = re.split("  +|(?<= REQUIRED) ", first.strip(), maxsplit=1)
+            if not description + more:
+                raise ValueError(f"nothing is said of {name}")
             self._sections[part] += [".TP", term(name, part), *(escaped(line.strip()) for line in description + more)]
 
     def _add_prose(self, lines):

@@ -23,6 +23,7 @@ Options:
                               Without waiting
   --times N Needs: --quick    So often
   --late NODE|none            Which one
+  --place-to-play FILE REQUIRED Where
 
 Environment:
   LEVEL                       How loud
@@ -86,6 +87,9 @@ So often
 .TP
 \fB\-\-late\fR \fINODE\fR|\fBnone\fR
 Which one
+.TP
+\fB\-\-place\-to\-play\fR \fIFILE\fR (required)
+Where
 .SH EXIT STATUS
 0 done,
 1 failed.
@@ -144,6 +148,10 @@ class PageTest(unittest.TestCase):
         self.assertIn(".SH SYNOPSIS\n\\fBprogram\\fR [\\fIOPTIONS\\fR] [\\fISUBCOMMAND\\fR]\n", page)
         self.assertIn(".TP\n\\fBquarlo\\-input\\-play\\fR(1)\nPlay it.\n", page)
         self.assertTrue(page.endswith(".SH EXIT STATUS\n0 done, 1 failed.\n.SH SEE ALSO\n.IR /usr/share/doc/docs/play.md\n"))
+
+    def test_an_option_of_which_nothing_is_said(self):
+        with self.assertRaisesRegex(ValueError, "nothing is said of --slow"):
+            Page("Play.\n\nOptions:\n  --slow\n", "play", "/usr/share/doc")
 
     def test_has_no_markup_but_its_own(self):
         self.assertEqual(escaped("a-b\\c"), r"a\-b\ec")
