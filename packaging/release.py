@@ -5,8 +5,10 @@ has passed there, and the same tag gives the same bytes.
 """
 
 import argparse
+import fcntl
 import gzip
 import hashlib
+import io
 import os
 import pathlib
 import re
@@ -197,18 +199,21 @@ def make_static_programs(version, epoch):
 
 
 def contents(path):
-    """What a file of the release is made of, uncompressed."""
+    """What a file of the release is made of, uncompressed: in a package, manual pages and changelogs are, too."""
     if path.suffix == ".gz":
         return gzip.decompress(path.read_bytes())
     if path.suffix == ".deb":
-        return subprocess.run(["dpkg-deb", "--fsys-tarfile", path], capture_output=True, check=True).stdout
+        packed = subprocess.run(["dpkg-deb", "--fsys-tarfile", path], capture_output=True, check=True).stdout
+        with tarfile.open(fileobj=io.BytesIO(packed)) as archive:
+            files = [(file.name, archive.extractfile(file).read()) for file in archive if file.isfile()]
+        return b"".join(gzip.decompress(content) if name.endswith(".gz") else content for name, content in files)
     return path.read_bytes()
 
 
 def check_contents():
     for path in sorted(NEW.iterdir()):
-        if os.fsencode(ROOT) in contents(path):
-            raise Refused(f"{path.name} holds the path of this checkout ({ROOT})")
+        if os.fsencode(CLONE) in contents(path):
+            raise Refused(f"{path.name} holds the path of where it was made ({CLONE})")
 
 
 def make_notes(version, date, entry, parts):
@@ -238,13 +243,34 @@ def make(version, tag, entry):
     make_checksums()
 
 
+def remove_work():
+    """Whether it is gone. Some of it can be root's: what script/test-packages has left there."""
+    command = ("rm", "-rf", "--one-file-system", WORK)
+    if subprocess.run(command, stderr=subprocess.DEVNULL, check=False).returncode != 0 and shutil.which("sudo"):
+        subprocess.run(("sudo", *command), check=False)
+    return not WORK.exists()
+
+
+def lock():
+    """Until this process ends, nobody else makes a release in this checkout."""
+    root = os.open(ROOT, os.O_RDONLY)
+    try:
+        fcntl.flock(root, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        raise Refused("another one is at work in this checkout") from None
+
+
 def release():
+    lock()
     check_tree()
     version = version_of(ROOT)
     tag = check_tag(version)
     place = check_place(version)
-    shutil.rmtree(WORK, ignore_errors=True)
+    if not remove_work():
+        raise Refused(f"what an earlier run has left cannot be removed: remove {WORK} as root")
     WORK.mkdir(parents=True)
+    if WORK.stat().st_dev != (place.parent if place.parent.exists() else ROOT).stat().st_dev:
+        raise Refused("build and dist are on different file systems, so that nothing can appear in dist as a whole")
     git("clone", "--quiet", "--branch", tag, str(ROOT), str(CLONE))
     check_versions()
     entry = first_entry(version)
@@ -253,7 +279,8 @@ def release():
     make(version, tag, entry)
     place.parent.mkdir(exist_ok=True)
     NEW.rename(place)
-    shutil.rmtree(WORK)
+    if not remove_work():
+        print(f"Left there, for root to remove: {WORK}", file=sys.stderr)
     print(f"dist/{place.name}:")
     for path in sorted(place.iterdir()):
         print(f"{path.stat().st_size:>10} {path.name}")

@@ -1,6 +1,7 @@
 #!/usr/bin/python3 -B
 """What script/release makes, and each of its refusals, of a small project whose tests and builds take no time."""
 
+import fcntl
 import json
 import os
 import pathlib
@@ -17,7 +18,7 @@ import sbom
 HERE = pathlib.Path(__file__).resolve().parent
 
 FILES = {
-    ".gitignore": "/build/\n/dist/\n",
+    ".gitignore": "/build\n/dist\n",
     "CMakeLists.txt": """cmake_minimum_required(VERSION 3.25)
 project(quarlo-input VERSION 1.2.3 LANGUAGES NONE)
 add_custom_target(package COMMAND sh ${CMAKE_SOURCE_DIR}/make_packages)
@@ -95,12 +96,15 @@ class ReleaseTest(unittest.TestCase):
         temporary = tempfile.TemporaryDirectory()
         self.addCleanup(temporary.cleanup)
         self.folder = pathlib.Path(temporary.name)
-        # The compilers for devices need not be installed.
-        query = self.folder / "bin/dpkg-query"
-        query.parent.mkdir()
-        query.write_text("#!/bin/sh\nprintf 1.0-1+b1\n", encoding="utf-8")
-        query.chmod(0o755)
-        self.path = f"{query.parent}:{os.environ['PATH']}"
+        (self.folder / "bin").mkdir()
+        self.path = f"{self.folder / 'bin'}:{os.environ['PATH']}"
+        self.command("dpkg-query", "printf 1.0-1+b1")  # the compilers for devices need not be installed
+
+    def command(self, name, text):
+        """Puts a command in the place of the machine's."""
+        script = self.folder / "bin" / name
+        script.write_text(f"#!/bin/sh\n{text}\n", encoding="utf-8")
+        script.chmod(0o755)
 
     def project(self, changes=None, tag="v1.2.3", name="project"):
         (self.folder / name).mkdir()
@@ -154,6 +158,28 @@ class MadeTest(ReleaseTest):
             self.assertEqual(archive.extractfile(program).read(), b"a program for armhf\n")
         with tarfile.open(project.root / "dist/release-1.2.3/quarlo-input-1.2.3.tar.gz") as archive:
             self.assertIn("quarlo-input-1.2.3/README.md", archive.getnames())
+
+    def test_dist_can_be_a_link(self):
+        project = self.project()
+        (self.folder / "other").mkdir()
+        (project.root / "dist").symlink_to(self.folder / "other")
+        self.assertEqual(self.released(project).keys(), {path.name for path in (self.folder / "other/release-1.2.3").iterdir()})
+
+    def test_what_is_roots_of_the_work_is_removed_by_sudo(self):
+        self.command("rm", "exit 1")
+        self.command("sudo", 'shift; exec /bin/rm "$@"')
+        project = self.project()
+        self.released(project)
+        self.assertFalse((project.root / "build/release").exists())
+
+    def test_work_that_cannot_be_removed_is_left_and_named(self):
+        self.command("rm", "[ ! -e $3 ]")
+        self.command("sudo", "exit 1")
+        project = self.project()
+        done = project.release(PATH=self.path)
+        self.assertEqual(done.stderr, f"Left there, for root to remove: {project.root / 'build/release'}\n")
+        self.assertEqual(done.returncode, 0)
+        self.assertTrue((project.root / "dist/release-1.2.3/SHA256SUMS").exists())
 
     def test_says_what_is_in_it(self):
         described = json.loads(self.released(self.project())["quarlo-input-1.2.3.spdx.json"])
@@ -267,7 +293,35 @@ class RefusedTest(ReleaseTest):
 
     def test_a_file_that_tells_where_it_was_made(self):
         project = self.project({"script/build": "#!/bin/sh\nmkdir -p dist/$1\npwd >dist/$1/where\n"})
-        self.assertIn("quarlo-input-1.2.3-amd64.tar.gz holds the path of this checkout", self.refusal(project))
+        self.assertIn("quarlo-input-1.2.3-amd64.tar.gz holds the path of where it was made", self.refusal(project))
+
+    def test_a_package_whose_manual_page_tells_where_it_was_made(self):
+        tell = "mkdir root; pwd | gzip >root/page.1.gz\n"
+        project = self.project({"make_packages": tell + FILES["make_packages"]})
+        self.assertIn("quarlo-input_1.2.3-1_all.deb holds the path of where it was made", self.refusal(project))
+
+    def test_another_one_at_work(self):
+        project = self.project()
+        root = os.open(project.root, os.O_RDONLY)
+        self.addCleanup(os.close, root)
+        fcntl.flock(root, fcntl.LOCK_EX)
+        self.assertEqual(self.refusal(project), "another one is at work in this checkout")
+
+    def test_a_dist_on_another_file_system(self):
+        with tempfile.TemporaryDirectory(dir="/dev/shm") as other:
+            project = self.project()
+            (project.root / "dist").symlink_to(other)
+            self.assertEqual(project.release(PATH=self.path).stderr, "script/release: build and dist are on different "
+                             "file systems, so that nothing can appear in dist as a whole\n")
+            self.assertEqual(os.listdir(other), [])
+
+    def test_what_an_earlier_run_has_left_and_nobody_can_remove(self):
+        self.command("rm", "exit 1")
+        self.command("sudo", "exit 1")
+        project = self.project()
+        (project.root / "build/release").mkdir(parents=True)
+        self.assertEqual(self.refusal(project), "what an earlier run has left cannot be removed: remove "
+                         f"{project.root / 'build/release'} as root")
 
     def test_a_release_that_is_there_already(self):
         project = self.project()
