@@ -31,7 +31,8 @@ printf 'Version: 1.2.3-1\\nArchitecture: all\\nMaintainer: a\\nDescription: b\\n
 dpkg-deb --root-owner-group --build root packages/quarlo-input_1.2.3-1_all.deb >/dev/null
 """,
     "CHANGELOG.md": "# Changelog\n\n## 1.2.3 – 2026-11-22\n\n- A thing.\n\n## 1.2.2 – 2026-11-01\n\n- Another.\n",
-    "packaging/changelog": "quarlo-input (1.2.3-1) unstable; urgency=medium\n",
+    "packaging/changelog": "quarlo-input (1.2.3-1) unstable; urgency=medium\n\n"
+                           " -- a <a@b.invalid>  Sun, 22 Nov 2026 00:00:00 +0000\n",
     "cmake/package.cmake": "set(CPACK_DEBIAN_PACKAGE_RELEASE 1)\n",
     "meson.build": "project('quarlo-input', version: '1.2.3')\n",
     "packaging/buildroot/package/quarlo-input/quarlo-input.mk": "QUARLO_INPUT_VERSION = 1.2.3\n",
@@ -227,9 +228,15 @@ class RefusedTest(ReleaseTest):
                          "v1.2.3")
 
     def test_versions_that_disagree(self):
-        project = self.project({"packaging/changelog": "quarlo-input (1.2.2-1) unstable; urgency=medium\n"})
+        changelog = FILES["packaging/changelog"].replace("1.2.3", "1.2.2")
+        project = self.project({"packaging/changelog": changelog})
         self.assertEqual(self.refusal(project), "the versions disagree: packaging/changelog and CMakeLists.txt differ "
                          "(packaging/version_test.py)")
+
+    def test_changelogs_of_different_days(self):
+        changelog = FILES["packaging/changelog"].replace("22 Nov", "21 Nov")
+        self.assertEqual(self.refusal(self.project({"packaging/changelog": changelog})), "the versions disagree: the "
+                         "days in packaging/changelog and CHANGELOG.md differ (packaging/version_test.py)")
 
     def test_a_recipe_of_another_version(self):
         folder = "packaging/meta-quarlo-input/recipes-support/quarlo-input"
@@ -239,7 +246,7 @@ class RefusedTest(ReleaseTest):
     def test_a_version_that_is_not_released_yet(self):
         changelog = FILES["CHANGELOG.md"].replace("2026-11-22", "not yet released")
         project = self.project({"CHANGELOG.md": changelog,
-                                "packaging/changelog": "quarlo-input (1.2.3-1) UNRELEASED; urgency=medium\n"})
+                                "packaging/changelog": FILES["packaging/changelog"].replace("unstable", "UNRELEASED")})
         self.assertEqual(self.refusal(project), "CHANGELOG.md says of 1.2.3: not yet released. Set its date, and that "
                          "of packaging/changelog")
 

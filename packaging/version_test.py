@@ -1,6 +1,7 @@
 #!/usr/bin/python3 -B
 """The version stands in several places, which a release changes together."""
 
+import email.utils
 import pathlib
 import re
 import unittest
@@ -39,6 +40,12 @@ class VersionTest(unittest.TestCase):
         self.assertEqual(buildroot, self.version, "the package for Buildroot and CMakeLists.txt differ")
         recipes = ROOT / "packaging" / "meta-quarlo-input" / "recipes-support" / "quarlo-input"
         self.assertEqual([recipe.name for recipe in recipes.iterdir()], [f"quarlo-input_{self.version}.bb"])
+
+    def test_both_changelogs_have_the_day_of_the_release(self):
+        (day,) = first_match("packaging/changelog", r"^ -- .*>  (.+)$")
+        if self.distribution != "UNRELEASED":
+            self.assertEqual(email.utils.parsedate_to_datetime(day).date().isoformat(), self.date,
+                             "the days in packaging/changelog and CHANGELOG.md differ")
 
     def test_both_changelogs_say_whether_it_is_released(self):
         self.assertRegex(self.date, r"^(not yet released|\d{4}-\d\d-\d\d)$")
