@@ -19,6 +19,12 @@ function(add_documents share package)
   compress(${documents}/changelog.Debian ${documents}/changelog)
 endfunction()
 
+# Of an older version, which would be installed with these.
+file(GLOB older ${CPACK_PACKAGE_DIRECTORY}/*.deb)
+if(older)
+  file(REMOVE ${older})
+endif()
+
 # The documents of both stay side by side, as their links have it.
 set(dev ${CPACK_TEMPORARY_DIRECTORY}/dev/usr/share)
 file(REMOVE ${dev}/doc/quarlo-input/CHANGELOG.md)

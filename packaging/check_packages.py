@@ -65,10 +65,12 @@ class PackagesTest(unittest.TestCase):
         cls.temporary.cleanup()
 
     def test_another_tree_makes_the_same_packages(self):
+        (self.twin / BUILD / "packages/quarlo-input_0.0.1-1_amd64.deb").touch()  # of an older version
         run("cmake", "--build", "build/package", "--target", "package", cwd=self.twin)
         ours, theirs = packages(ROOT), packages(self.twin)
         self.assertEqual([package.name.split("_")[0] for package in ours],
                          ["libquarlo-input-dev", "quarlo-input-doc", "quarlo-input"])
+        self.assertEqual([package.name for package in ours], [package.name for package in theirs])
         for one, other in zip(ours, theirs):
             self.assertEqual(one.read_bytes(), other.read_bytes(), f"{one.name} differs: see diffoscope")
 
