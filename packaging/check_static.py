@@ -296,14 +296,25 @@ class BuildTest(unittest.TestCase):
         self.assertEqual(out, "")
         self.assertEqual(err, "script/build: mips is not a target: expected armhf, arm64, mipsel, i386 or amd64\n")
 
-    def test_a_compiler_that_cannot_be_had(self):
-        for name, text in (("dpkg-query", "exit 1"), ("sudo", 'exec "$@"'), ("apt-get", """
-case $* in *install*) echo "E: Unable to locate package" >&2; exit 100 ;; esac""")):
+    def refuse_with(self, commands):
+        """What script/build prints where these are in the place of the machine's commands."""
+        for name, text in commands.items():
             (self.folder / name).write_text(f"#!/bin/sh\n{text}\n", encoding="ascii")
             (self.folder / name).chmod(0o755)
-        _, err = self.refuse("script/build", self.target,
-                             env=dict(os.environ, PATH=f"{self.folder}:{os.environ['PATH']}"))
+        return self.refuse("script/build", self.target, env=dict(os.environ, PATH=f"{self.folder}:{os.environ['PATH']}"))
+
+    def test_a_compiler_that_cannot_be_had(self):
+        _, err = self.refuse_with({"dpkg-query": "exit 1", "sudo": 'exec "$@"', "apt-get": """
+case $* in *install*) echo "E: Unable to locate package" >&2; exit 100 ;; esac"""})
         self.assertRegex(err, r"\Aapt-get could not install: .*g\+\+-12.*: Unable to locate package\n\Z")
+
+    def test_a_program_that_does_not_start(self):
+        emulator = TARGETS[self.target].emulator
+        if not emulator:
+            self.skipTest("nothing stands between the program and the kernel")
+        _, err = self.refuse_with({emulator: "exit 1"})
+        self.assertEqual(err, f"build/dist-{self.target}/tools/quarlo-input does not start\nscript/build: there is no new "
+                         f"dist/{self.target}: above is what went wrong\n")
 
     def test_a_full_disk_to_build_on(self):
         self.expect_full_disk(f"build/dist-{self.target}", "--without-screen")  # which nobody has to fetch
