@@ -192,9 +192,8 @@ def make_static_programs(version, epoch):
         run("script/build", target)
         path = NEW / f"{NAME}-{version}-{target}.tar.gz"
         pack(CLONE / "dist" / target, path, epoch)
-        parts[path] = [sbom.debian_package(*linked) for linked in sbom.linked_packages(target).items()]
-        ncurses = sbom.ncurses_version(CLONE / f"build/dist-{target}/root")
-        parts[path] += [sbom.package("ncurses", ncurses)] if ncurses else []
+        linked = {**sbom.linked_packages(target), **sbom.fetched_packages(CLONE / f"build/dist-{target}/root")}
+        parts[path] = [sbom.debian_package(*package) for package in linked.items()]
     return parts
 
 

@@ -13,7 +13,6 @@ import tempfile
 import unittest
 
 import release
-import sbom
 
 HERE = pathlib.Path(__file__).resolve().parent
 
@@ -41,10 +40,10 @@ dpkg-deb --root-owner-group --build root packages/quarlo-input_1.2.3-1_all.deb >
     "input/reader.cc": "int a;\n",
     "script/test": "#!/bin/sh\n[ \"$*\" = --release ] && echo '3 passed, 0 failed, 0 skipped'\n",
     "script/build": """#!/bin/sh
-mkdir -p dist/$1/bin build/dist-$1/root/usr/lib/t/pkgconfig
+mkdir -p dist/$1/bin build/dist-$1/root
 echo "a program for $1" >dist/$1/bin/quarlo-input
 chmod +x dist/$1/bin/quarlo-input
-echo version=6.4 >build/dist-$1/root/usr/lib/t/pkgconfig/ncursesw.pc
+echo 6.4-4+a >build/dist-$1/root/libncurses-dev.version
 """,
 }
 
@@ -192,12 +191,13 @@ class MadeTest(ReleaseTest):
                 linked.setdefault(whose, []).append(packages[relation["relatedSpdxElement"]]["name"])
         self.assertEqual(linked["quarlo-input-1.2.3-armhf.tar.gz"], [
             "libc6-dev-armhf-cross", "libstdc++-12-dev-armhf-cross", "libgcc-12-dev-armhf-cross", "libcli11-dev",
-            "nlohmann-json3-dev", "ncurses"])
+            "nlohmann-json3-dev", "libncurses-dev"])
         self.assertEqual(linked["quarlo-input_1.2.3-1_all.deb"], ["libcli11-dev", "nlohmann-json3-dev"])
         self.assertEqual({package["licenseDeclared"] for package in packages.values()}, {"NOASSERTION"})
         self.assertEqual(described["creationInfo"]["created"], "2023-11-14T22:13:20Z")
         libc = packages["SPDXRef-libc6-dev-1.0-1-b1"]
         self.assertEqual(libc["externalRefs"][0]["referenceLocator"], "pkg:deb/debian/libc6-dev@1.0-1%2Bb1")
+        self.assertEqual(packages["SPDXRef-libncurses-dev-6.4-4-a"]["versionInfo"], "6.4-4+a")
 
 
 class RefusedTest(ReleaseTest):
@@ -348,12 +348,6 @@ class TargetsTest(unittest.TestCase):
                                            ("test", r"release=1 dist_targets=\((.*)\)", " ")):
             (targets,) = re.findall(pattern, (HERE.parent / "script" / script).read_text(encoding="utf-8"))
             self.assertEqual(tuple(targets.split(separator)), release.TARGETS)
-
-
-class NcursesTest(unittest.TestCase):
-    def test_without_it_there_is_no_version(self):
-        with tempfile.TemporaryDirectory() as folder:
-            self.assertIsNone(sbom.ncurses_version(pathlib.Path(folder)))
 
 
 if __name__ == "__main__":

@@ -28,11 +28,9 @@ def linked_packages(target):
     return {name: debian_version(name) for name in (*(package + suffix for package in CROSS), *HEADERS)}
 
 
-def ncurses_version(root):
-    """Of what was unpacked for a target; None where a program has no screen."""
-    for file in sorted(root.glob("usr/lib/*/pkgconfig/ncursesw.pc")):
-        return re.search("^version=(.*)$", file.read_text(encoding="utf-8"), re.MULTILINE)[1]
-    return None
+def fetched_packages(root):
+    """Of these, those that were unpacked for a target and not installed: none where a program has no screen."""
+    return {file.stem: file.read_text(encoding="ascii").strip() for file in sorted(root.glob("*.version"))}
 
 
 def package(name, version, **more):
