@@ -112,11 +112,14 @@ class Interface:
             self.promises.append(described(die, name))
 
 
+def is_public(die):
+    in_class = die.get_parent().tag == "DW_TAG_class_type"
+    return value(die, "DW_AT_accessibility", PRIVATE if in_class else PUBLIC) == PUBLIC
+
+
 def is_promised(die, name):
-    """What inline functions call is, too, where an old object file has them."""
-    scope = die.get_parent().tag
-    access = value(die, "DW_AT_accessibility", PRIVATE if scope == "DW_TAG_class_type" else PUBLIC)
-    return access == PUBLIC or not name.startswith(OF_MACHINE)
+    """What inline functions call is, too, where an old object file has them. What is deleted is to be for nobody."""
+    return "DW_AT_deleted" not in die.attributes and (is_public(die) or not name.startswith(OF_MACHINE))
 
 
 def described(die, name):
@@ -129,7 +132,8 @@ def described(die, name):
     # What it returns is different on ARM.
     is_constructor_or_destructor = name_of(die).lstrip("~") == name_of(die.get_parent())
     result = "" if is_constructor_or_destructor else f"{type_of(die)} "
-    return f"{result}{name}({', '.join(types)}){const}"
+    access = "" if is_public(die) else "private "
+    return f"{access}{result}{name}({', '.join(types)}){const}"
 
 
 def source_with(headers, root):
@@ -162,8 +166,9 @@ def interface_of(compiler, target, root=ROOT):
 
 
 def differences(what, promised, found):
-    """In words, of two lists of lines."""
-    gone = [f"{what}: promised, but gone or changed: {line}" for line in promised if line not in found]
+    """In words, of two lists of lines. What was private can become public."""
+    gone = [f"{what}: promised, but gone or changed: {line}" for line in promised
+            if line not in found and line.removeprefix("private ") not in found]
     return gone + [f"{what}: new, so write it down (--write): {line}" for line in found if line not in promised]
 
 

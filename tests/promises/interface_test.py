@@ -62,6 +62,25 @@ class ChangedHeadersTest(unittest.TestCase):
             "interface: promised, but gone or changed: void InputLoop::setBound(int, int)",
             "interface: new, so write it down (--write): void InputLoop::setBound(int, long int)"])
 
+    BOUND = "void setBound(int events, int ms);"
+
+    def test_a_function_that_is_private_breaks_it(self):
+        self.change("input/input_loop.h", self.BOUND, f"private: {self.BOUND} public:")
+        self.assertEqual(self.problems(), [
+            "interface: promised, but gone or changed: void InputLoop::setBound(int, int)",
+            "interface: new, so write it down (--write): private void InputLoop::setBound(int, int)"])
+
+    def test_a_function_that_is_deleted_breaks_it(self):
+        self.change("input/input_loop.h", self.BOUND, self.BOUND.replace(";", " = delete;"))
+        self.assertEqual(self.problems(),
+                         ["interface: promised, but gone or changed: void InputLoop::setBound(int, int)"])
+
+    def test_a_private_function_can_become_public(self):
+        function = "bool openPipe();"
+        self.change("input/input_loop.h", function, f"public: {function} private:")
+        self.assertEqual(self.problems(),
+                         ["interface: new, so write it down (--write): bool InputLoop::openPipe()"])
+
     def test_what_is_new_is_to_be_written_down(self):
         self.change("logging/logging.h", "int GetMinLogLevel();", "int GetMinLogLevel();\nint GetMaxLogLevel();")
         self.assertEqual(self.problems(), ["interface: new, so write it down (--write): int logging::GetMaxLogLevel()"])
