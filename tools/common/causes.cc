@@ -187,7 +187,8 @@ void Causes::look(microseconds time, const LinuxInputReader& reader) {
   key_ = key;
   keyTime_ = reader.lircKeyTime;
   const microseconds deadline = keyDown_ + std::chrono::milliseconds(reader.lircTimeout);
-  witness_.state({time, key, partsTaken_ == 0 ? line_ : line_ + 1, key == RemoteKey::kNone ? time : deadline});
+  const auto line = static_cast<std::uint32_t>(partsTaken_ == 0 ? line_ : line_ + 1);
+  witness_.state({time, key == RemoteKey::kNone ? time : deadline, line, key});
 }
 
 // ---- The end ------------------------------------------------------------------------------------

@@ -55,10 +55,10 @@ enum class RemoteKey { kNone, kHeld, kRepeating };
 
 struct RemoteState {
   microseconds time;      // since when
-  RemoteKey key;          // what it is since then
-  std::size_t line;       // the number of the last line before: kHeld comes of it, kNone and kRepeating of time alone,
-                          // but for a key-down while kRepeating
   microseconds deadline;  // until when a repeat is too early; of kNone, `time`
+  std::uint32_t line;     // the number of the last line before: kHeld comes of it, kNone and kRepeating of time alone,
+                          // but for a key-down while kRepeating
+  RemoteKey key;          // what it is since then
 };
 
 // An event with its number, counted from 1, and that of the record or line that it came of: of several, the last one;
