@@ -174,7 +174,7 @@ Arguments redirected(const std::string& redirection, const std::string& file) {
 }
 
 Arguments asNobody() {
-  return geteuid() == 0 ? Arguments{"setpriv", "--reuid=" + std::to_string(kNobody)} : Arguments{};
+  return geteuid() == 0 ? Arguments{"/usr/bin/setpriv", "--reuid=" + std::to_string(kNobody)} : Arguments{};
 }
 
 bool canReadMemory(pid_t pid) {

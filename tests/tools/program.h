@@ -81,6 +81,7 @@ Result run(const Arguments& arguments, Output output = Output::kPipe, const Argu
 Arguments redirected(const std::string& redirection, const std::string& file = "");
 
 // A launcher that has the program run as a user who may nothing, if the tests run as root: root reads everything.
+// Another launcher can stand before it, but not behind it: it could not find the program where that is below /root.
 Arguments asNobody();
 
 // Whether another process of that user, or else of the same one, can read the program's memory.

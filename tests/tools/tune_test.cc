@@ -562,8 +562,8 @@ TEST(TunePicture, WhoseGroupCannotBeGivenIsForNoGroup) {
   ASSERT_EQ(chown(path.c_str(), 0, kOther), 0);
   ASSERT_EQ(chmod(path.c_str(), 0664), 0);
   ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
-  Arguments launcher = asNobody();
-  for (const std::string& word : withGnuplot(programs, "#!/bin/sh\necho new\n")) launcher.push_back(word);
+  Arguments launcher = withGnuplot(programs, "#!/bin/sh\necho new\n");
+  for (const std::string& word : asNobody()) launcher.push_back(word);
   ASSERT_EQ(chmod(programs.path("gnuplot").c_str(), 0755), 0);
   tuned(with({"--plot", path}, kSmallGrid), launcher);
   EXPECT_EQ(contentOf(path), "new\n");
