@@ -3,8 +3,8 @@
 
 [ "$(id -u)" = 0 ] || fail "script/${0##*/} makes a root of a new Debian, which only root can"
 
-# Nobody else sees what is mounted here, so that nobody who removes a root removes what is mounted in it; it goes with the
-# last process of the script, however that ends.
+# Nobody else sees what is mounted here, so that nobody who removes a root removes what is mounted in it; it goes with
+# the last process of the script, however that ends.
 [ -n "${HAS_OWN_MOUNTS-}" ] || HAS_OWN_MOUNTS=1 exec unshare --mount "$PWD/script/${0##*/}" "$@"
 
 mounted=()
@@ -32,19 +32,20 @@ make_new_debian() {
   touch $new_debian/done
 }
 
-# How this machine reaches its sources of packages, proxies included.
-copy_apt_configuration() {
+# How this machine reaches its sources of packages, proxies included, and whom npm is to believe.
+copy_package_configuration() {
   local root=$1
   rm -rf "$root/etc/apt"/sources.list{,.d}
   cp -a /etc/apt/{sources.list*,apt.conf.d,trusted.gpg.d,keyrings} "$root/etc/apt" 2>/dev/null || true
   cp -aL /etc/resolv.conf /etc/hosts "$root/etc"
+  [ -z "${NODE_EXTRA_CA_CERTS-}" ] || cp -L --parents "$NODE_EXTRA_CA_CERTS" "$root"
 }
 
 # A copy of the new Debian.
 copy_new_debian() {
   rm -rf "${1:?}"
   cp -a $new_debian/root "$1"
-  copy_apt_configuration "$1"
+  copy_package_configuration "$1"
 }
 
 # Lets a root reach the kernel, until unmount.
@@ -62,5 +63,6 @@ run_in() {
   shift
   env -i HOME=/root PATH="/usr/sbin:/usr/bin:/sbin:/bin" DEBIAN_FRONTEND=noninteractive \
     ${http_proxy+http_proxy="$http_proxy"} ${https_proxy+https_proxy="$https_proxy"} \
+    ${NODE_EXTRA_CA_CERTS+NODE_EXTRA_CA_CERTS="$NODE_EXTRA_CA_CERTS"} \
     chroot "$root" "$@" </dev/null
 }
