@@ -48,9 +48,11 @@ copy_new_debian() {
   copy_package_configuration "$1"
 }
 
-# Lets a root reach the kernel, until unmount.
+# Lets a root reach the kernel, until unmount. It is a mount itself, as a machine's is: unshare needs that.
 mount_in() {
   local folder
+  mount --bind "$1" "$1"
+  mounted=("$PWD/$1")
   for folder in proc dev dev/pts; do
     mount --bind "/$folder" "$1/$folder"
     mounted=("$PWD/$1/$folder" "${mounted[@]}")
